@@ -1,0 +1,58 @@
+# One command for each habit. The work is done by CMake presets and the programs in scripts/.
+
+prefix ?= /usr/local
+DESTDIR ?=
+JOBS ?= $(shell nproc)
+PRESETS := native i386 powerpc asan tsan clang
+
+.DEFAULT_GOAL := native
+MAKEFLAGS += --no-print-directory
+.PHONY: $(PRESETS) demo check coverage bench format lint install clean help
+.PHONY: $(PRESETS:%=check-%)
+
+$(PRESETS):
+	@cmake --preset $@ $(if $(V),,--log-level=NOTICE)
+	@cmake --build --preset $@ -j $(JOBS)
+
+demo:
+	@scripts/setup demo
+	@$(MAKE) native
+	@scripts/demo
+
+check:
+	@scripts/check
+
+$(PRESETS:%=check-%): check-%:
+	@scripts/check $*
+
+coverage:
+	@scripts/coverage
+
+bench:
+	@scripts/bench
+
+format:
+	@scripts/format
+
+lint:
+	@scripts/setup lint
+	@scripts/lint
+
+install: native
+	@DESTDIR='$(DESTDIR)' cmake --install build/native --prefix '$(prefix)'
+
+clean:
+	rm -rf build
+
+help:
+	@echo 'make                    build for this machine into build/native'
+	@echo 'make <preset>           build one of: $(PRESETS)'
+	@echo 'make demo               set up, build, and show the tool at work'
+	@echo 'make check              everything: lint, all builds, all tests'
+	@echo 'make check-<preset>     the tests of one preset'
+	@echo 'make coverage           which lines and branches the tests reach'
+	@echo 'make bench              benchmarks'
+	@echo 'make format             format the sources'
+	@echo 'make lint               check format and house rules, and analyse the sources'
+	@echo 'make install            DESTDIR and prefix (now $(prefix)) say where'
+	@echo 'make clean              remove all builds'

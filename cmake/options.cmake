@@ -1,0 +1,44 @@
+# Switches of the build and the flags they stand for.
+
+set(QIM_SANITIZE "" CACHE STRING "Sanitizers for everything built, as in -fsanitize=")
+option(QIM_TESTS "Build the tests" ON)
+option(QIM_COVERAGE "Count executed lines and branches" OFF)
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/archive)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+find_program(QIM_CCACHE ccache)
+if(QIM_CCACHE)
+  foreach(lang C CXX)
+    if(NOT CMAKE_${lang}_COMPILER_LAUNCHER)
+      set(CMAKE_${lang}_COMPILER_LAUNCHER ${QIM_CCACHE})
+    endif()
+  endforeach()
+endif()
+
+if(QIM_SANITIZE)
+  add_compile_options(-fsanitize=${QIM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QIM_SANITIZE})
+endif()
+if(QIM_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+# Our own targets link this; third-party code that is compiled here does not.
+add_library(qim_warnings INTERFACE)
+target_compile_options(qim_warnings INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow -Wpedantic -Werror)
