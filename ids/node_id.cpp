@@ -1,0 +1,50 @@
+#include <arpa/inet.h>
+
+#include "lib/export.h"
+#include "qim.h"
+
+namespace {
+
+// class (6 bits) | space (6 bits) | index (20 bits)
+constexpr unsigned kClassShift = 26;
+constexpr unsigned kSpaceShift = 20;
+constexpr uint32_t kSpaceMask = 63;
+constexpr uint32_t kIndexMask = 0xfffff;
+constexpr uint32_t kPrivateSpace = 3;
+
+}  // namespace
+
+QIM_API qim_node_id_t qim_node_id_priv_create(uint32_t index) {
+  return (kPrivateSpace << kSpaceShift) | (index & kIndexMask);
+}
+
+QIM_API uint32_t qim_node_id_fields(qim_node_id_t id, uint32_t* space, uint32_t* index) {
+  if (space != nullptr) {
+    *space = (id >> kSpaceShift) & kSpaceMask;
+  }
+  if (index != nullptr) {
+    *index = id & kIndexMask;
+  }
+  return id >> kClassShift;
+}
+
+QIM_API uint32_t qim_to_rov_node_id(qim_node_id_t id, rov_node_id_t* out) {
+  qim_to_rov_node_id_nochk(id, out);
+  return id == 0 ? static_cast<uint32_t>(QIM_ERR_INVALID) : 0;
+}
+
+QIM_API void qim_to_rov_node_id_nochk(qim_node_id_t id, rov_node_id_t* out) {
+  *out = {{htonl(id), 0, 0, 0}};
+}
+
+QIM_API qim_node_id_t qim_from_rov_node_id(const rov_node_id_t* in) {
+  return ntohl(in->word[0]);
+}
+
+QIM_API void rov_node_id_to_qim(uint32_t* word) {
+  *word = ntohl(*word);
+}
+
+QIM_API void rov_node_id_from_qim(uint32_t* word) {
+  *word = htonl(*word);
+}

@@ -1,0 +1,238 @@
+// The process-wide list of open nodes, most recently used first. Membership is the only mark of
+// ownership: whoever takes an entry out frees it, whether or not a caller still has it open.
+#include "node/cache.h"
+
+#include <stddef.h>
+
+#include "lib/export.h"
+#include "lib/report.h"
+
+QIM_API_DATA qim_node_cache_entry_t* node_cache_head = nullptr;
+QIM_API_DATA qim_node_cache_entry_t* node_cache_tail = nullptr;
+int32_t node_cache_count = 0;
+int32_t node_cache_max = 0;
+
+namespace {
+
+using qim::report;
+
+// These mark where a process-wide lock belongs. With a capacity of 0 nothing is shared, so there is
+// none.
+uint32_t qim_node_cache_lock() {
+  return 0;
+}
+uint32_t qim_node_cache_unlock() {
+  return 0;
+}
+
+bool has_key(const qim_node_cache_entry_t& entry, uint32_t ses, qim_node_id_t node_id) {
+  return entry.ses == ses && entry.node.id == node_id;
+}
+
+// Takes the entry under the key out of the list; its own `next` keeps its value. The head is the
+// link before the first entry, so that removing that one is no special case.
+uint32_t qim_node_cache_unlink_int(uint32_t ses, qim_node_id_t node_id,
+                                   qim_node_cache_entry_t** out) {
+  if (out != nullptr) {
+    *out = nullptr;
+  }
+  qim_node_cache_entry_t** link = &node_cache_head;
+  qim_node_cache_entry_t* previous = nullptr;
+  while (*link != nullptr && !has_key(**link, ses, node_id)) {
+    previous = *link;
+    link = &previous->next;
+  }
+  qim_node_cache_entry_t* found = *link;
+  if (found == nullptr) {
+    return 0;
+  }
+  if (found == node_cache_tail) {
+    node_cache_tail = previous;
+  }
+  *link = found->next;
+  node_cache_count--;
+  if (out != nullptr) {
+    *out = found;
+  }
+  return 0;
+}
+
+void insert_at_head(qim_node_cache_entry_t* entry) {
+  if (node_cache_count > 0) {
+    entry->next = node_cache_head;
+  } else {
+    entry->next = nullptr;
+    node_cache_tail = entry;
+  }
+  node_cache_head = entry;
+  node_cache_count++;
+}
+
+// Makes room for an entry of session `ses`. Victims are looked up by key: with the single session
+// that a process is meant to have, that is the tail itself. A tail of another session is no victim,
+// and the add fails.
+uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
+  while (node_cache_count >= node_cache_max) {
+    qim_node_cache_entry_t* victim = nullptr;
+    const uint32_t status = qim_node_cache_unlink_int(ses, node_cache_tail->node.id, &victim);
+    if (status != 0) {
+      return status;
+    }
+    if (victim == nullptr) {
+      return QIM_ERR_INTERNAL;
+    }
+    const uint32_t destroyed = qim_lib_node_destroy(victim, lib);
+    if (destroyed != 0) {
+      return destroyed;
+    }
+  }
+  return 0;
+}
+
+// Brings the list to where `entry` can be put at its head: nothing under its key, and room for one.
+uint32_t make_place(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib) {
+  qim_node_cache_entry_t* older = nullptr;
+  const uint32_t status = qim_node_cache_unlink_int(ses, entry->node.id, &older);
+  if (status != 0) {
+    return status;
+  }
+  if (older == nullptr) {
+    return evict(ses, lib);
+  }
+  return older == entry ? 0 : qim_lib_node_destroy(older, lib);
+}
+
+// Takes the head out. NULL when the list is empty although its count says otherwise.
+qim_node_cache_entry_t* take_head() {
+  qim_node_cache_entry_t* head = node_cache_head;
+  if (head == nullptr) {
+    return nullptr;
+  }
+  if (head == node_cache_tail) {
+    node_cache_tail = nullptr;
+  }
+  node_cache_head = head->next;
+  node_cache_count--;
+  return head;
+}
+
+qim_node_cache_entry_t* entry_of(qim_node_t* node) {
+  return reinterpret_cast<qim_node_cache_entry_t*>(reinterpret_cast<char*>(node) -
+                                                   offsetof(qim_node_cache_entry_t, node));
+}
+
+}  // namespace
+
+QIM_API uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id,
+                                    qim_node_cache_entry_t** out) {
+  qim_lib_ctx_t* ctx = qim_lib_get();
+  uint32_t status = qim_node_cache_lock();
+  if (status != 0) {
+    report(status, "qim_node_cache_get", 812, ctx);
+    return status;
+  }
+  qim_node_cache_entry_t* entry = nullptr;
+  status = qim_node_cache_unlink_int(ses, node_id, &entry);
+  if (status != 0) {
+    report(status, "qim_node_cache_get", 818, ctx);
+  }
+  if (entry != nullptr) {
+    insert_at_head(entry);
+  }
+  status = qim_node_cache_unlock();
+  if (status != 0) {
+    report(status, "qim_node_cache_get", 829, ctx);
+    return status;
+  }
+  *out = entry;
+  return 0;
+}
+
+QIM_API uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry,
+                                    qim_lib_ctx_t* lib) {
+  if (node_cache_max < 1) {
+    return 0;
+  }
+  uint32_t status = qim_node_cache_lock();
+  if (status != 0) {
+    report(status, "qim_node_cache_add", 851, lib);
+    return status;
+  }
+  status = make_place(ses, entry, lib);
+  if (status != 0) {
+    report(status, "qim_node_cache_add", 860, lib);  // costs the caching, not the caller
+  } else {
+    insert_at_head(entry);
+  }
+  status = qim_node_cache_unlock();
+  if (status != 0) {
+    report(status, "qim_node_cache_add", 871, lib);
+  }
+  return status;
+}
+
+QIM_API uint32_t qim_node_cache_unlink(uint32_t ses, qim_node_id_t node_id,
+                                       qim_node_cache_entry_t** out) {
+  qim_lib_ctx_t* ctx = qim_lib_get();
+  uint32_t status = qim_node_cache_lock();
+  if (status != 0) {
+    report(status, "qim_node_cache_unlink", 893, ctx);
+    return status;
+  }
+  status = qim_node_cache_unlink_int(ses, node_id, out);
+  const uint32_t unlocked = qim_node_cache_unlock();
+  status = status != 0 ? status : unlocked;
+  if (status != 0) {
+    report(status, "qim_node_cache_unlink", 901, ctx);
+  }
+  return status;
+}
+
+QIM_API uint32_t qim_node_cache_rm(uint32_t ses, qim_node_id_t node_id, qim_lib_ctx_t* lib) {
+  qim_node_cache_entry_t* entry = nullptr;
+  const uint32_t status = qim_node_cache_unlink(ses, node_id, &entry);
+  if (status != 0) {
+    report(status, "qim_node_cache_rm", 918, lib);
+    return status;
+  }
+  return entry == nullptr ? 0 : qim_lib_node_destroy(entry, lib);
+}
+
+QIM_API uint32_t qim_node_cache_replace(uint32_t ses, const qim_node_t* node, qim_lib_ctx_t* lib) {
+  return qim_node_cache_rm(ses, node->id, lib);
+}
+
+QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
+  uint32_t status = qim_node_cache_lock();
+  if (status != 0) {
+    report(status, "qim_node_cache_destroy", 949, lib);
+    return status;
+  }
+  while (node_cache_count > 0) {
+    qim_node_cache_entry_t* head = take_head();
+    status =
+        head == nullptr ? static_cast<uint32_t>(QIM_ERR_INTERNAL) : qim_lib_node_destroy(head, lib);
+    if (status != 0) {
+      report(status, "qim_node_cache_destroy", 964,
+             lib);  // stops here and leaves the rest in place
+      break;
+    }
+  }
+  if (node_cache_count == 0) {
+    node_cache_head = nullptr;
+    node_cache_tail = nullptr;
+  }
+  status = qim_node_cache_unlock();
+  if (status != 0) {
+    report(status, "qim_node_cache_destroy", 977, lib);
+  }
+  return status;
+}
+
+QIM_API uint32_t qim_int_node_close(qim_node_t* node, qim_lib_ctx_t* lib) {
+  qim_node_cache_entry_t* entry = entry_of(node);
+  if (entry->next != nullptr || entry == node_cache_tail) {
+    return 0;  // the cache's own
+  }
+  return qim_lib_node_destroy(entry, lib);
+}

@@ -1,0 +1,113 @@
+#include <string.h>
+
+#include <utility>
+
+#include "lib/export.h"
+#include "lib/report.h"
+#include "schema/rows.h"
+
+namespace qim::node {
+namespace {
+
+// A stretch of bytes that a copy takes over.
+struct Run {
+  uint32_t position;
+  uint32_t width;
+};
+
+template <size_t N>
+struct Runs {
+  Run at[N];
+  size_t count;
+};
+
+// The copied members of a record, in order of position, neighbours joined. By index: some compilers
+// accept no comparison of addresses in a constant expression.
+template <const schema::Record& record>
+consteval auto copied_runs() {
+  Runs<record.row_count> runs = {};
+  uint32_t from = 0;
+  while (true) {
+    size_t next = record.row_count;
+    for (size_t i = 0; i < record.row_count; i++) {
+      const schema::Row& row = record.rows[i];
+      if (row.copied && row.position >= from &&
+          (next == record.row_count || row.position < record.rows[next].position)) {
+        next = i;
+      }
+    }
+    if (next == record.row_count) {
+      return runs;
+    }
+    const schema::Row& row = record.rows[next];
+    const bool joins = runs.count != 0 && row.position == from;
+    from = row.position + row.width;
+    if (joins) {
+      runs.at[runs.count - 1].width += row.width;
+    } else {
+      runs.at[runs.count++] = {row.position, row.width};
+    }
+  }
+}
+
+// Copies between records at `src` and `dst`: moves of sizes known at compile time.
+template <const schema::Record& record>
+void copy_record(const void* src, void* dst) {
+  static constexpr auto runs = copied_runs<record>();
+  [&]<size_t... I>(std::index_sequence<I...>) {
+    (memcpy(static_cast<char*>(dst) + runs.at[I].position,
+            static_cast<const char*>(src) + runs.at[I].position, runs.at[I].width),
+     ...);
+  }
+  (std::make_index_sequence<runs.count>());
+}
+
+// The session plays no part: nothing of a copy comes from the database.
+template <const schema::Record& record>
+uint32_t body_cp(uint32_t, const qim_node_t* src, qim_node_t* dst) {
+  copy_record<record>(&src->body, &dst->body);
+  return 0;
+}
+
+uint32_t body_cp_by_type(uint32_t ses, const qim_node_t* src, qim_node_t* dst) {
+  switch (src->type) {
+    case QIM_NODE_FILTER:
+      return body_cp<schema::filter>(ses, src, dst);
+    case QIM_NODE_ACTION:
+      return body_cp<schema::action>(ses, src, dst);
+    case QIM_NODE_IFELSE:
+      return body_cp<schema::ifelse>(ses, src, dst);
+    case QIM_NODE_HFILTER:
+      return body_cp<schema::hfilter>(ses, src, dst);
+    case QIM_NODE_HACTION:
+      return body_cp<schema::haction>(ses, src, dst);
+    case QIM_NODE_POLICE:
+      return body_cp<schema::police>(ses, src, dst);
+    case QIM_NODE_GROUP:
+      return body_cp<schema::group>(ses, src, dst);
+    case QIM_NODE_PINST:
+    case QIM_NODE_EDEST:
+    case QIM_NODE_DSET:
+      return body_cp<schema::pinst>(ses, src, dst);
+    case QIM_NODE_DEF:
+      return body_cp<schema::def>(ses, src, dst);
+    case QIM_NODE_DSET_NONAME:
+      return 0;
+    default:
+      qim_dbg_errors(QIM_ERR_INTERNAL, "qim_node_cp", 1268, qim_lib_get());
+      return QIM_ERR_NODE_TYPE;
+  }
+}
+
+}  // namespace
+}  // namespace qim::node
+
+QIM_API uint32_t qim_node_cp(uint32_t ses, const qim_node_t* src, qim_node_t* dst) {
+  qim_lib_ctx_t* ctx = qim_lib_get();
+  qim::node::copy_record<qim::schema::node>(src, dst);
+  const uint32_t status = qim::node::body_cp_by_type(ses, src, dst);
+  if (status != 0) {
+    qim::report(status, "qim_node_cp", 1275, ctx);
+  }
+  return status;
+}

@@ -1,0 +1,87 @@
+#include "node/decode.h"
+
+#include "lib/report.h"
+#include "node/resolve.h"
+#include "tlvo.h"
+
+namespace qim::node {
+namespace {
+
+constexpr const char* kDecode = "qim_node_from_tlva";
+
+// What copying a criterion out takes beside its arguments: its record and the alignment around
+// both.
+constexpr uint32_t kCriterionRoom = 32;
+
+void count_criteria(qim_filter_t& filter) {
+  uint32_t bytes = 0;
+  for (const qim_criterion_t* crit = filter.crit; crit != nullptr; crit = crit->next) {
+    filter.crit_cnt++;
+    bytes += kCriterionRoom + crit->args_len;
+  }
+  filter.crit_bytes = bytes;
+}
+
+// Every referrer of a policy instance counts as an enforcement destination, so there is nothing to
+// recount.
+uint32_t qim_node_nonedests_recount(uint32_t, qim_node_t* node) {
+  node->body.pinst.nonedests = 0;
+  return 0;
+}
+
+uint32_t pinst_fill(uint32_t ses, uint32_t name_len, const void* name, qim_node_t* node) {
+  uint32_t status = qim_node_nonedests_recount(ses, node);
+  if (status != 0) {
+    report(status, kDecode, 331, qim_lib_get());
+    return status;
+  }
+  node->body.pinst.edests = node->refs - node->body.pinst.nonedests;
+  status = qim_pinst_dsetname_get(ses, name_len, name, node);
+  if (status != 0) {
+    report(status, kDecode, 337, qim_lib_get());
+  }
+  return status;
+}
+
+// What a node's type asks for after decoding.
+uint32_t finish(uint32_t ses, qim_node_t* node) {
+  switch (node->type) {
+    case QIM_NODE_FILTER: {
+      const uint32_t status = links_get(ses, *schema::node_type(node->type), node);
+      count_criteria(node->body.filter);  // even of a filter whose links failed
+      return status;
+    }
+    case QIM_NODE_ACTION:
+    case QIM_NODE_IFELSE:
+    case QIM_NODE_HFILTER:
+    case QIM_NODE_HACTION:
+    case QIM_NODE_POLICE:
+    case QIM_NODE_GROUP:
+    case QIM_NODE_DEF:
+      return links_get(ses, *schema::node_type(node->type), node);
+    default:
+      qim_dbg_errors(QIM_ERR_INTERNAL, kDecode, 361, qim_lib_get());
+      return QIM_ERR_NODE_TYPE;
+  }
+}
+
+}  // namespace
+
+uint32_t qim_node_from_tlva(uint32_t ses, uint32_t tlv_len, const void* tlv, uint32_t name_len,
+                            const void* name, qim_node_t* node) {
+  uint32_t status = qim_node_to_struct(&node, tlv, tlv_len, TLVO_DEC_IN_PLACE);
+  if (status != 0) {
+    report(status, kDecode, 304, qim_lib_get());
+    return status;
+  }
+  if (node->type == QIM_NODE_PINST || node->type == QIM_NODE_EDEST) {
+    return pinst_fill(ses, name_len, name, node);
+  }
+  status = finish(ses, node);
+  if (status != 0) {
+    report(status, kDecode, 370, qim_lib_get());
+  }
+  return status;
+}
+
+}  // namespace qim::node

@@ -1,0 +1,75 @@
+#include "lib/export.h"
+#include "lib/report.h"
+#include "node/memory.h"
+#include "qim.h"
+
+namespace qim::node {
+namespace {
+
+constexpr const char* kDestroy = "qim_lib_node_destroy";
+
+uint32_t free_block(void* block, int32_t line, qim_lib_ctx_t* lib) {
+  const uint32_t status = qim_mem_free(block, lib);
+  if (status != 0) {
+    report(status, kDestroy, line, lib);
+  }
+  return status;
+}
+
+// Arguments have both a buffer and a length, or neither.
+uint32_t free_args(void* args, uint32_t args_len, int32_t line, qim_lib_ctx_t* lib) {
+  if ((args != nullptr) != (args_len != 0)) {
+    qim_dbg_errors(QIM_ERR_INTERNAL, kDestroy, line, lib);
+    return QIM_ERR_INTERNAL;
+  }
+  return args == nullptr ? 0 : free_block(args, line + 5, lib);
+}
+
+uint32_t free_criteria(qim_criterion_t* crit, qim_lib_ctx_t* lib) {
+  while (crit != nullptr) {
+    qim_criterion_t* next = crit->next;
+    uint32_t status = free_args(crit->args, crit->args_len, 655, lib);
+    if (status != 0) {
+      return status;
+    }
+    status = free_block(crit, 666, lib);
+    if (status != 0) {
+      return status;
+    }
+    crit = next;
+  }
+  return 0;
+}
+
+// Frees what decoding allocated for the body.
+uint32_t free_body(qim_node_t& node, qim_lib_ctx_t* lib) {
+  switch (node.type) {
+    case QIM_NODE_ACTION:
+      return free_args(node.body.action.args, node.body.action.args_len, 625, lib);
+    case QIM_NODE_DEF:
+      return free_args(node.body.def.args, node.body.def.args_len, 640, lib);
+    case QIM_NODE_FILTER:
+      return free_criteria(node.body.filter.crit, lib);
+    default:
+      return 0;
+  }
+}
+
+}  // namespace
+}  // namespace qim::node
+
+QIM_API uint32_t qim_lib_node_destroy(qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib) {
+  using namespace qim::node;
+  qim_node_t& node = entry->node;
+  uint32_t status = free_body(node, lib);
+  if (status != 0) {
+    return status;
+  }
+  if (static_cast<int32_t>(node.priv_len) > 0 && node.priv_buf != nullptr) {
+    status = free_block(node.priv_buf, 682, lib);
+    if (status != 0) {
+      return status;
+    }
+  }
+  return free_block(entry, 688, lib);
+}

@@ -1,0 +1,109 @@
+// A whole node: its record with every variable part behind it in the caller's buffer.
+#include "lib/export.h"
+#include "lib/report.h"
+#include "qim.h"
+#include "query/align.h"
+
+namespace qim::query {
+namespace {
+
+constexpr const char* kReadAll = "qim_node_readall";
+
+// One readall, and where in the caller's buffer it stands. What is left may be negative: the last
+// part's alignment counts.
+struct ReadAll {
+  uint32_t ses;
+  qim_node_id_t node_id;
+  qim_node_t* out;
+  int32_t left;
+  uint8_t* cursor;
+  qim_lib_ctx_t* ctx;
+};
+
+// How a type's variable part is fetched, and the lines at which its failures are reported.
+struct Part {
+  uint32_t (*get)(uint32_t ses, qim_node_id_t node_id, uint32_t buf_len, void* buf);
+  int32_t room_line;
+  int32_t get_line;
+};
+
+uint32_t fail(const ReadAll& all, uint32_t status, int32_t line) {
+  report(status, kReadAll, line, all.ctx);
+  return status;
+}
+
+bool fits(const ReadAll& all, uint32_t len) {
+  return static_cast<int32_t>(len) <= all.left;
+}
+
+uint32_t read_private(ReadAll& all) {
+  const uint32_t len = all.out->priv_len;
+  all.out->priv_buf = nullptr;
+  if (len == 0) {
+    return 0;
+  }
+  if (!fits(all, len)) {
+    return fail(all, QIM_ERR_BUF_SMALL, 504);
+  }
+  const uint32_t status = qim_node_priv_get(all.ses, all.out->id, len, all.cursor);
+  if (status != 0) {
+    return fail(all, status, 508);
+  }
+  all.out->priv_buf = all.cursor;
+  const auto from = reinterpret_cast<uintptr_t>(all.cursor);
+  const uintptr_t to = qim_align8(from + len);
+  all.cursor = reinterpret_cast<uint8_t*>(to);
+  // In 64 bits: a length that is negative as a signed number moves the cursor by more than 2^31.
+  all.left = static_cast<int32_t>(all.left - static_cast<int64_t>(to - from));
+  return 0;
+}
+
+// Fetches `len` bytes of the node's variable part behind the private data and points `member` at
+// them.
+template <class T>
+uint32_t read_part(const ReadAll& all, uint32_t len, T** member, const Part& part) {
+  *member = nullptr;
+  if (len == 0) {
+    return 0;
+  }
+  if (!fits(all, len)) {
+    return fail(all, QIM_ERR_BUF_SMALL, part.room_line);
+  }
+  const uint32_t status =
+      part.get(all.ses, all.node_id, static_cast<uint32_t>(all.left), all.cursor);
+  if (status != 0) {
+    return fail(all, status, part.get_line);
+  }
+  *member = reinterpret_cast<T*>(all.cursor);
+  return 0;
+}
+
+uint32_t read_variable(const ReadAll& all) {
+  qim_node_body_t& body = all.out->body;
+  switch (all.out->type) {
+    case QIM_NODE_FILTER:
+      return read_part(all, body.filter.crit_bytes, &body.filter.crit,
+                       {qim_filter_criteria_get, 522, 526});
+    case QIM_NODE_ACTION:
+      return read_part(all, body.action.args_len, &body.action.args,
+                       {qim_action_arg_get, 535, 538});
+    case QIM_NODE_DEF:
+      return read_part(all, body.def.args_len, &body.def.args, {qim_def_arg_get, 547, 550});
+    default:
+      return 0;
+  }
+}
+
+}  // namespace
+}  // namespace qim::query
+
+QIM_API uint32_t qim_node_readall(uint32_t ses, qim_node_id_t node_id, int32_t type,
+                                  qim_node_t* out, int32_t buf_len, void* buf) {
+  qim::query::ReadAll all = {ses, node_id, out, buf_len, static_cast<uint8_t*>(buf), qim_lib_get()};
+  uint32_t status = qim_node_read(ses, node_id, type, out);
+  if (status != 0) {
+    return qim::query::fail(all, status, 495);
+  }
+  status = qim::query::read_private(all);
+  return status != 0 ? status : qim::query::read_variable(all);
+}
