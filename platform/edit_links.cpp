@@ -1,0 +1,128 @@
+#include "platform/edit.h"
+#include "platform/error.h"
+#include "platform/referrers.h"
+#include "rov.h"
+
+namespace rov {
+namespace {
+
+uint32_t lookup_owner(View& view, uint32_t owner, NodeView* found) {
+  const uint32_t status = view_find_node(view, owner);
+  *found = view.node;
+  return status;
+}
+
+// Changes the number of referrers in a node that may not exist.
+uint32_t change_refs(View& view, uint32_t node, int32_t change) {
+  const uint32_t status = view_seek_node(view, node);
+  if (status == ROV_ERR_NO_ITEM) return ROV_OK;
+  if (status != ROV_OK) return status;
+  NodeView found = view.node;
+  uint8_t* value = own_node(view, found, 0);
+  if (value == nullptr) return ROV_ERR_NO_MEM;
+  found.refs += static_cast<uint32_t>(change);
+  write_node_head(found, value);
+  return ROV_OK;
+}
+
+uint32_t add_target(View& view, uint32_t owner, uint32_t target, uint16_t field) {
+  if (target == 0) return ROV_OK;
+  bool added = false;
+  const uint32_t status = referrer_add(view, target, {owner, field}, &added);
+  return status == ROV_OK && added ? change_refs(view, target, 1) : status;
+}
+
+bool leads_to(const Link& link, uint32_t target) {
+  return link.node == target || link.node2 == target;
+}
+
+// After a link of the owner to the target has gone: another one may still lead there.
+uint32_t drop_target(View& view, uint32_t owner, uint32_t target) {
+  if (target == 0) return ROV_OK;
+  NodeView node;
+  uint32_t status = lookup_owner(view, owner, &node);
+  if (status != ROV_OK) return status;
+  for (uint32_t at = 0; at < node.links; ++at) {
+    const Link link = read_link(node.link + size_t{at} * kLinkBytes);
+    if (leads_to(link, target)) return referrer_set_field(view, target, {owner, link.field});
+  }
+  bool removed = false;
+  status = referrer_remove(view, target, owner, &removed);
+  return status == ROV_OK && removed ? change_refs(view, target, -1) : status;
+}
+
+uint32_t drop_targets(View& view, uint32_t owner, const Link& link) {
+  uint32_t status = drop_target(view, owner, link.node);
+  if (status == ROV_OK && link.node2 != link.node) status = drop_target(view, owner, link.node2);
+  return status;
+}
+
+uint32_t insert_link(View& view, NodeView node, uint32_t at, const Link& link) {
+  const size_t links_at = kNodeHead + size_t{node.dset_len} + node.tlv_len;
+  uint8_t* value = own_node(view, node, kLinkBytes);
+  if (value == nullptr) return ROV_ERR_NO_MEM;
+  uint8_t* place = value + links_at + size_t{at} * kLinkBytes;
+  memmove(place + kLinkBytes, place, size_t{node.links - at} * kLinkBytes);
+  write_link(link, place);
+  ++node.links;
+  write_node_head(node, value);
+  return ROV_OK;
+}
+
+uint32_t overwrite_link(View& view, const NodeView& node, uint32_t at, const Link& link) {
+  const size_t links_at = kNodeHead + size_t{node.dset_len} + node.tlv_len;
+  uint8_t* value = own_node(view, node, 0);
+  if (value == nullptr) return ROV_ERR_NO_MEM;
+  write_link(link, value + links_at + size_t{at} * kLinkBytes);
+  return ROV_OK;
+}
+
+uint32_t remove_link(View& view, NodeView node, uint32_t at) {
+  const size_t links_at = kNodeHead + size_t{node.dset_len} + node.tlv_len;
+  uint8_t* value = own_node(view, node, 0);
+  if (value == nullptr) return ROV_ERR_NO_MEM;
+  uint8_t* place = value + links_at + size_t{at} * kLinkBytes;
+  memmove(place, place + kLinkBytes, size_t{node.links - at - 1} * kLinkBytes);
+  --node.links;
+  write_node_head(node, value);
+  const uint32_t len = node_bytes(node);
+  view_put(view, Table::kNodes, node_key(node.node), len, len);
+  return ROV_OK;
+}
+
+bool has_field(const NodeView& node, uint32_t at, uint32_t field) {
+  return at < node.links && link_field(node.link + size_t{at} * kLinkBytes) == field;
+}
+
+}  // namespace
+
+uint32_t edit_link_put(View& view, uint32_t owner, const Link& link) {
+  NodeView node;
+  uint32_t status = lookup_owner(view, owner, &node);
+  if (status != ROV_OK) return status;
+  const uint32_t at = find_link(node, link.field);
+  if (has_field(node, at, link.field)) {
+    const Link old = read_link(node.link + size_t{at} * kLinkBytes);
+    status = overwrite_link(view, node, at, link);
+    // Targets that stay keep their entry; drop_targets finds the link that leads there now.
+    if (status == ROV_OK) status = drop_targets(view, owner, old);
+  } else {
+    status = insert_link(view, node, at, link);
+  }
+  if (status == ROV_OK) status = add_target(view, owner, link.node, link.field);
+  if (status == ROV_OK) status = add_target(view, owner, link.node2, link.field);
+  return status;
+}
+
+uint32_t edit_link_del(View& view, uint32_t owner, uint32_t field) {
+  NodeView node;
+  uint32_t status = lookup_owner(view, owner, &node);
+  if (status != ROV_OK) return status;
+  const uint32_t at = find_link(node, field);
+  if (!has_field(node, at, field)) return fail(ROV_ERR_NO_LINK, Note::kNoLink, owner, field);
+  const Link old = read_link(node.link + size_t{at} * kLinkBytes);
+  status = remove_link(view, node, at);
+  return status == ROV_OK ? drop_targets(view, owner, old) : status;
+}
+
+}  // namespace rov

@@ -1,0 +1,92 @@
+/*
+ * rov_edit.h - writing and walking the embedded node database: for tools and tests. Devices'
+ * databases are written by their own servers and have no such interface, so a policy library never
+ * uses it.
+ *
+ * A write session is one transaction. It reads like any other session (rov.h) and sees its own
+ * writes; nobody else sees them before rov_edit_commit. One write session at a time per database,
+ * over all processes.
+ */
+#ifndef ROV_EDIT_H
+#define ROV_EDIT_H
+
+#include "rov.h"
+
+/* What follows is exported, also where the default is hidden. */
+#if defined(__GNUC__)
+#pragma GCC visibility push(default)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* What rov_edit_node_put stores. What the pointers lead to is read during the call only. */
+typedef struct rov_edit_node {
+  rov_node_id_t id;  /* first word not zero, the others zero */
+  uint32_t flags;    /* ROV_NODE_*; other bits are kept as they are */
+  uint32_t tlv_len;  /* bytes at tlv, at most 16 MiB */
+  const void* tlv;   /* the node's TLV data (docs/tlv.md), not looked into */
+  uint32_t dset_len; /* 0 or 21 */
+  const void* dset;  /* data-set name, network order; several nodes may bear one name */
+} rov_edit_node_t;
+
+/* Begins a write session on `db`. Waits for another writer as rov_lib_init_locks says. It may go on
+ * in another thread. Its edits are kept in memory until it is committed.
+ * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_READ_ONLY; ROV_ERR_BUSY; a status of the store. */
+uint32_t rov_edit_begin(uint32_t db, uint32_t* ses_out);
+/* Ends the session whole: all its writes, durable when the call returns 0; on failure none of them,
+ * ROV_ERR_FULL when the disk or the map's limit is reached, ROV_ERR_BUSY when something wrote that
+ * takes no turn, what an edit failed with half-way (NO_MEM or a status of the store),
+ * ROV_ERR_SES_EXPIRED when it was idle for too long (rov_ses_timeout) among others. The handle is
+ * closed either way. */
+uint32_t rov_edit_commit(uint32_t ses);
+/* Ends the session and drops its writes. ROV_ERR_HANDLE; ROV_ERR_READ_ONLY for a read session. */
+uint32_t rov_edit_abandon(uint32_t ses);
+
+/* Edits. Each is done whole or not at all when it gives ROV_ERR_INVALID, LENGTH, NO_ITEM or NO_LINK;
+ * after any other failure the session can't be committed any more. ROV_ERR_READ_ONLY when it is a
+ * read session, or a base; ROV_ERR_HANDLE. */
+
+/* Stores a node, or replaces one: its links and private data stay as they are. */
+uint32_t rov_edit_node_put(uint32_t ses, const rov_edit_node_t* node);
+/* Removes a node with its links and all clients' private data. Links of others that lead to it stay
+ * and lead nowhere, until there is such a node again. */
+uint32_t rov_edit_node_del(uint32_t ses, rov_node_id_t id);
+/* Stores a link of node link->owner under link->field, replacing one in that field; the owner must
+ * exist, `node` (not all zero) and `node2` (all zero for none) need not. Writes the back-references
+ * of both. Reserved members are not looked at. */
+uint32_t rov_edit_link_put(uint32_t ses, const rov_link_t* link);
+/* Removes the link in that field. */
+uint32_t rov_edit_link_del(uint32_t ses, rov_node_id_t owner, uint32_t field);
+
+/* The node after `after` in identifier order (all zero = from the start); ROV_ERR_NO_ITEM past the
+ * last. */
+uint32_t rov_node_next(uint32_t ses, rov_node_id_t after, rov_node_parms_t* parms);
+/* The n-th link of a node in field order, n from 0; ROV_ERR_NO_LINK past the last. */
+uint32_t rov_node_link_nth(uint32_t ses, rov_node_id_t id, uint32_t n, rov_link_t* link);
+
+/* Bytes of the longest path of a snapshot, with its ending 0. */
+enum { ROV_SNAPSHOT_PATH = 256 };
+/* The path of the first snapshot of `db` that comes after `after` in the order of the bytes ("" or
+ * NULL = from the start), into `room` bytes at `path`, terminated.
+ * ROV_ERR_NO_ITEM past the last; ROV_ERR_LENGTH; ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the
+ * store. */
+uint32_t rov_snapshot_next(uint32_t db, const char* after, uint32_t room, char* path);
+/* Closes the handle of a snapshot (rov_db_snapshot) and the sessions that were opened on it; the
+ * snapshot itself stays. ROV_ERR_HANDLE. */
+uint32_t rov_snapshot_close(uint32_t snapshot);
+
+/* The calling thread's last failure of any rov_* function in words: what, where, what to do about
+ * it. Valid until the thread's next failure; "" when there was none. */
+const char* rov_err_message(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#if defined(__GNUC__)
+#pragma GCC visibility pop
+#endif
+
+#endif

@@ -1,0 +1,57 @@
+#include "platform/links.h"
+
+#include "platform/error.h"
+#include "rov.h"
+
+namespace rov {
+namespace {
+
+void fill_link(const NodeView& node, uint32_t at, rov_link_t* out) {
+  const Link link = read_link(node.link + size_t{at} * kLinkBytes);
+  *out = {};
+  out->owner = id_of(node.node);
+  out->field = link.field;
+  out->tag = link.tag;
+  out->node = id_of(link.node);
+  out->val = link.val;
+  out->node2 = id_of(link.node2);
+}
+
+}  // namespace
+
+uint32_t link_of_field(View& view, uint32_t node, uint32_t field, rov_link_t* out) {
+  const uint32_t status = view_find_node(view, node);
+  if (status != ROV_OK) return status;
+  const uint32_t at = find_link(view.node, field);
+  if (at == view.node.links || link_field(view.node.link + size_t{at} * kLinkBytes) != field) {
+    return fail(ROV_ERR_NO_LINK, Note::kNoLink, node, field);
+  }
+  fill_link(view.node, at, out);
+  return ROV_OK;
+}
+
+uint32_t link_number(View& view, uint32_t node, uint32_t number, rov_link_t* out) {
+  const uint32_t status = view_find_node(view, node);
+  if (status != ROV_OK) return status;
+  if (number >= view.node.links) {
+    return fail_text(ROV_ERR_NO_LINK, "node 0x%08x has no link number %u", node, number);
+  }
+  fill_link(view.node, number, out);
+  return ROV_OK;
+}
+
+uint32_t link_matching(View& view, uint32_t node, uint32_t wanted, uint32_t width,
+                       rov_link_t* out) {
+  const uint32_t status = view_find_node(view, node);
+  if (status != ROV_OK) return status;
+  const uint32_t bits = width >= 32 ? UINT32_MAX : (1U << width) - 1;
+  for (uint32_t at = 0; at < view.node.links; ++at) {
+    const uint32_t field = link_field(view.node.link + size_t{at} * kLinkBytes);
+    if (((field ^ wanted) & bits) != 0) continue;
+    fill_link(view.node, at, out);
+    return ROV_OK;
+  }
+  return fail(ROV_ERR_NO_LINK, Note::kNoLink, node, wanted & bits);
+}
+
+}  // namespace rov

@@ -1,0 +1,64 @@
+#include "mem.h"
+
+#include "platform/mem_pool.h"
+#include "rov.h"
+
+namespace {
+
+// The database has one pool, the process's: a context that names another was not made here.
+bool knows(const rov_mem_ctx_t* pool) {
+  return pool == nullptr || pool->pool == nullptr;
+}
+
+uint32_t limit_of(const rov_mem_ctx_t* pool) {
+  return pool == nullptr ? 0 : pool->limit;
+}
+
+uint32_t take_into(void** out, uint32_t size, const rov_mem_ctx_t* pool) {
+  *out = nullptr;
+  if (size == 0) return ROV_OK;
+  *out = mem::take(size, limit_of(pool));
+  return *out != nullptr ? ROV_OK : ROV_ERR_NO_MEM;
+}
+
+bool all_have_outputs(uint32_t count, const mem_request_t* requests) {
+  if (requests == nullptr) return count == 0;
+  for (uint32_t i = 0; i < count; ++i) {
+    if (requests[i].out == nullptr) return false;
+  }
+  return true;
+}
+
+void give_first(uint32_t count, const mem_request_t* requests) {
+  for (uint32_t i = 0; i < count; ++i) {
+    if (*requests[i].out != nullptr) mem::give(*requests[i].out);
+    *requests[i].out = nullptr;
+  }
+}
+
+}  // namespace
+
+extern "C" uint32_t mem_zalloc(uint32_t size, rov_mem_ctx_t* pool, void** out) {
+  if (out == nullptr) return ROV_ERR_INVALID;
+  *out = nullptr;
+  if (!knows(pool)) return ROV_ERR_INVALID;
+  return take_into(out, size, pool);
+}
+
+extern "C" uint32_t mem_alloc_ary(uint32_t count, const mem_request_t* requests,
+                                  rov_mem_ctx_t* pool) {
+  if (!all_have_outputs(count, requests)) return ROV_ERR_INVALID;
+  for (uint32_t i = 0; i < count; ++i) *requests[i].out = nullptr;
+  if (!knows(pool)) return ROV_ERR_INVALID;
+  for (uint32_t i = 0; i < count; ++i) {
+    const uint32_t status = take_into(requests[i].out, requests[i].size, pool);
+    if (status == ROV_OK) continue;
+    give_first(i, requests);
+    return status;
+  }
+  return ROV_OK;
+}
+
+extern "C" uint32_t mem_free(void* block, rov_mem_ctx_t* pool) {
+  return knows(pool) && mem::give(block) ? ROV_OK : ROV_ERR_INVALID;
+}

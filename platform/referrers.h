@@ -1,0 +1,33 @@
+// The nodes that refer to a node.
+#ifndef PLATFORM_REFERRERS_H
+#define PLATFORM_REFERRERS_H
+
+#include "platform/referrer_chunk.h"
+#include "platform/view.h"
+
+namespace rov {
+
+// The referrer number `index` of `node`, in ascending order. ROV_ERR_NO_ITEM, without a note, past
+// the last. Asking for one after the other costs one step each.
+uint32_t referrer_at(View& view, uint32_t node, uint32_t index, Referrer* out);
+
+// Writes the first `count` referrers as identifiers; *filled of them, when there are fewer.
+uint32_t referrers_all(View& view, uint32_t node, rov_node_id_t* out, uint32_t count,
+                       uint32_t* filled);
+
+// Number of referrers, counted from the records themselves.
+uint32_t referrers_count(View& view, uint32_t node, uint32_t* count);
+
+// Notes that `referrer` refers to `node` through `field`, beside what is noted of it already.
+// *added: it was no referrer before.
+uint32_t referrer_add(View& view, uint32_t node, Referrer referrer, bool* added);
+
+// Sets the field of a referrer, whatever it was.
+uint32_t referrer_set_field(View& view, uint32_t node, Referrer referrer);
+
+// *removed: it was a referrer before.
+uint32_t referrer_remove(View& view, uint32_t node, uint32_t referrer, bool* removed);
+
+}  // namespace rov
+
+#endif

@@ -1,0 +1,45 @@
+// Copying the engine's file while others read and write.
+#include <lmdb.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/error.h"
+#include "platform/store_engine.h"
+#include "rov.h"
+
+namespace rov {
+namespace {
+
+constexpr int kAttempts = 100;
+
+// The engine reads through the map, so the map must not change meanwhile.
+uint32_t copy_once(Env* env, int file) {
+  if (env->dead.load(std::memory_order_relaxed)) return dead_env(env);
+  pthread_mutex_lock(&env->commit_lock);
+  int error = mdb_env_copyfd(env->engine, file);
+  if (error == MDB_READERS_FULL) {
+    store_check_readers(env);
+    error = mdb_env_copyfd(env->engine, file);
+  }
+  pthread_mutex_unlock(&env->commit_lock);
+  return engine_fail(error, env, "copy the data file");
+}
+
+}  // namespace
+
+uint32_t store_copy(Env* env, int file) {
+  uint32_t status = copy_once(env, file);
+  for (int attempt = 1; attempt < kAttempts && status == kMapResized; ++attempt) {
+    status = store_adopt_map(env);
+    if (status == ROV_OK) status = copy_once(env, file);
+  }
+  if (status == kMapResized) {
+    return fail_text(ROV_ERR_BUSY,
+                     "database %s grows faster than this process can follow: try again", env->path);
+  }
+  if (status == ROV_OK && fsync(file) != 0) status = engine_fail(errno, env, "sync the copy");
+  return status;
+}
+
+}  // namespace rov

@@ -1,0 +1,78 @@
+// Errors of the engine and of the system as statuses of the database.
+#include <lmdb.h>
+
+#include <cerrno>
+
+#include "platform/error.h"
+#include "platform/store_engine.h"
+#include "rov.h"
+
+namespace rov {
+namespace {
+
+struct Row {
+  int error;
+  uint32_t status;
+  const char* advice;
+};
+
+constexpr Row kRows[] = {
+    {MDB_PAGE_NOTFOUND, ROV_ERR_CORRUPT, "restore the database from a dump"},
+    {MDB_CORRUPTED, ROV_ERR_CORRUPT, "restore the database from a dump"},
+    {MDB_CURSOR_FULL, ROV_ERR_CORRUPT, "restore the database from a dump"},
+    {MDB_INCOMPATIBLE, ROV_ERR_CORRUPT, "restore the database from a dump"},
+    {MDB_PANIC, ROV_ERR_IO,
+     "an earlier write failed half-way: close the database in this process and "
+     "open it again"},
+    {MDB_VERSION_MISMATCH, ROV_ERR_FORMAT, "use the version of the storage engine that wrote it"},
+    {MDB_INVALID, ROV_ERR_FORMAT,
+     "data.mdb is not a file of the storage engine, or its first pages are "
+     "damaged: restore the database from a dump"},
+    {MDB_NOTFOUND, ROV_ERR_FORMAT, "a table of the database is missing: restore it from a dump"},
+    {MDB_MAP_FULL, ROV_ERR_FULL, "raise ROV_MAP_MAX"},
+    {MDB_READERS_FULL, ROV_ERR_BUSY, "close sessions that are no longer needed, in all processes"},
+    {MDB_TXN_FULL, ROV_ERR_LENGTH, "the transaction is too large: commit in smaller steps"},
+    {MDB_BAD_VALSIZE, ROV_ERR_LENGTH, "a record is too large for the storage engine"},
+    {ENOMEM, ROV_ERR_NO_MEM, "free memory and try again"},
+    {ENOSPC, ROV_ERR_FULL, "free space on the file system and try again; nothing was lost"},
+    {EDQUOT, ROV_ERR_FULL, "free space within the quota and try again; nothing was lost"},
+    {EFBIG, ROV_ERR_FULL, "raise the limit of file sizes and try again; nothing was lost"},
+    {EACCES, ROV_ERR_OPEN, "check the permissions of the directory and its files"},
+    {EPERM, ROV_ERR_OPEN, "check the permissions of the directory and its files"},
+    {EROFS, ROV_ERR_OPEN, "the file system is read-only: open the database with ROV_DB_RDONLY"},
+    {ENOENT, ROV_ERR_OPEN, "check the path; the directory above it must exist"},
+    {ENOTDIR, ROV_ERR_OPEN, "check the path: a database is a directory"},
+    {ENAMETOOLONG, ROV_ERR_OPEN, "use a shorter path"},
+    {EMFILE, ROV_ERR_OPEN, "close files, or raise the process's limit of open files"},
+    {ENFILE, ROV_ERR_OPEN, "the system's limit of open files is reached: try again later"},
+    {EAGAIN, ROV_ERR_BUSY, "try again later"},
+    {EBUSY, ROV_ERR_BUSY, "try again later"},
+    {EIO, ROV_ERR_IO,
+     "check the device and the file system's free space; nothing that was committed is "
+     "lost"},
+};
+
+constexpr Row kOther = {0, ROV_ERR_GENERIC, "check the file system, then restore from a dump"};
+
+const Row& row_of(int error) {
+  for (const Row& row : kRows) {
+    if (row.error == error) return row;
+  }
+  return kOther;
+}
+
+}  // namespace
+
+uint32_t engine_fail_at(int error, const char* path, const char* doing) {
+  if (error == 0) return ROV_OK;
+  if (error == MDB_MAP_RESIZED) return kMapResized;
+  const Row& row = row_of(error);
+  return fail_text(row.status, "cannot %s in database %s: %s; %s", doing, path, mdb_strerror(error),
+                   row.advice);
+}
+
+uint32_t engine_fail(int error, const Env* env, const char* doing) {
+  return engine_fail_at(error, env->path, doing);
+}
+
+}  // namespace rov

@@ -1,0 +1,102 @@
+// The codec's inside: what the entry points (tlvo.h) and the helpers of field callbacks (rov.h) are
+// made of. Records nest through callbacks, which can't hand a depth on: each thread counts the
+// levels it is in.
+#ifndef PLATFORM_TLV_CODEC_H
+#define PLATFORM_TLV_CODEC_H
+
+#include <cstdint>
+
+#include "platform/bytes.h"
+#include "platform/tlv_wire.h"
+#include "rov.h"
+#include "tlvo.h"
+
+namespace tlv {
+
+inline constexpr uint32_t kMaxDepth = 8;    // records within one another, the outermost included
+inline constexpr uint32_t kMaxFields = 64;  // of a table
+inline constexpr uint32_t kMaxFieldId = 0xffff;
+
+// One level of records, while it lives.
+class Level {
+ public:
+  Level() { ++depth_; }
+  ~Level() { --depth_; }
+  Level(const Level&) = delete;
+  Level& operator=(const Level&) = delete;
+
+  bool too_deep() const { return depth_ > kMaxDepth; }
+
+ private:
+  static constinit thread_local uint32_t depth_ __attribute__((tls_model("initial-exec")));
+};
+
+// The field descriptors that follow a table's head.
+inline const tlvo_field_t* fields_of(const tlvo_table_t* table) {
+  return reinterpret_cast<const tlvo_field_t*>(table + 1);
+}
+
+inline bool is_end(const tlvo_field_t& field) {
+  return field.position == TLVO_FIELD_END;
+}
+
+// For messages; a table may be damaged.
+inline const char* name_of(const tlvo_table_t& table) {
+  return table.name != nullptr ? table.name : "a record";
+}
+
+// Whether the field has a place in its record, and a tag.
+inline bool has_place(const tlvo_field_t& field, const tlvo_table_t& table) {
+  return uint64_t{field.position} + field.width <= table.record_size && field.id <= kMaxFieldId;
+}
+
+inline bool has_callbacks(const tlvo_field_t& field) {
+  return field.id <= kMaxFieldId && field.encode != nullptr && field.decode != nullptr &&
+         field.size != nullptr;
+}
+
+// Whether the codec can follow the field.
+inline bool is_sound(const tlvo_field_t& field, const tlvo_table_t& table) {
+  switch (field.kind) {
+    case TLVO_KIND_INT:
+      return has_place(field, table) && is_int_width(field.width);
+    case TLVO_KIND_RECORD:
+      return has_place(field, table) && field.record != nullptr &&
+             field.record->record_size <= field.width;
+    case TLVO_KIND_VALUE:
+      return has_callbacks(field);
+    case TLVO_KIND_LIST:
+      return has_callbacks(field) && field.count != nullptr;
+    default:
+      return false;
+  }
+}
+
+// Decodes the attributes in `len` bytes at `tlva` into `record`.
+uint32_t decode_record(void* record, const void* tlva, uint32_t len, const tlvo_table_t* table);
+
+// Encodes `record` into at most `room` bytes at `tlva`; *len receives the bytes and *count the
+// attributes written.
+uint32_t encode_record(void* tlva, uint32_t room, const tlvo_table_t* table, const void* record,
+                       uint32_t* len, uint32_t* count);
+
+// Reports an argument, counted from 1, that is missing or out of its range: ROV_ERR_INVALID.
+uint32_t missing(uint32_t argument);
+
+// Reports a record that is nested too deep, or has no table, and returns the status of that.
+uint32_t refuse_record(const tlvo_table_t* table);
+
+// Bytes that encode_record would write, or TLVO_SIZE_FAILED.
+uint32_t encoded_size(const tlvo_table_t* table, const void* record);
+
+// A pointer that lies in a record, whatever it points to and however the record is aligned.
+inline void* load_pointer(const void* from) {
+  return rov::load<void*>(from);
+}
+inline void store_pointer(void* to, void* pointer) {
+  rov::store(to, pointer);
+}
+
+}  // namespace tlv
+
+#endif

@@ -1,0 +1,55 @@
+#include "platform/wake.h"
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace rov {
+namespace {
+
+constexpr uint32_t kPathMax = 4096;
+
+// directory/changes, made when it is not there.
+int open_file(const char* database, char (&path)[kPathMax]) {
+  const int len = snprintf(path, sizeof path, "%s/changes", database);
+  if (len < 0 || static_cast<uint32_t>(len) >= kPathMax) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  return open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+}
+
+}  // namespace
+
+void wake_all(const char* database, uint64_t revision) {
+  char path[kPathMax];
+  const int file = open_file(database, path);
+  if (file < 0) return;
+  const ssize_t written = pwrite(file, &revision, sizeof revision, 0);
+  static_cast<void>(written);
+  close(file);
+}
+
+int wake_open(const char* database) {
+  char path[kPathMax];
+  const int file = open_file(database, path);
+  if (file >= 0) close(file);
+  const int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (fd < 0) return -1;
+  if (inotify_add_watch(fd, path, IN_MODIFY) >= 0) return fd;
+  const int error = errno;
+  close(fd);
+  errno = error;
+  return -1;
+}
+
+void wake_drain(int fd) {
+  alignas(inotify_event) char events[1024];
+  while (read(fd, events, sizeof events) > 0) {
+  }
+}
+
+}  // namespace rov
