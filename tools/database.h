@@ -1,0 +1,86 @@
+// The connection to the node database, sessions on it, and what went wrong with them in words.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "qim.h"
+
+namespace qimctl {
+
+// The identity under which this tool is the database's client. Private data that it writes belongs to it: other clients
+// of the database see their own.
+inline constexpr uint32_t client_id = 0x71696d63;
+
+// A failure of the database or of the policy library. what() says what was attempted, where, why it failed and what to do.
+class DatabaseError : public std::runtime_error {
+ public:
+  DatabaseError(uint32_t status, const std::string& attempt);
+  uint32_t status() const { return status_; }
+
+ private:
+  uint32_t status_;
+};
+
+// "QIM_ERR_NODE_TYPE", "ROV_ERR_NO_ITEM"
+std::string status_name(uint32_t status);
+
+// Throws DatabaseError unless `status` is 0. `attempt` completes "cannot ...".
+void require(uint32_t status, const std::string& attempt);
+
+// The directory that a database is looked for in: `given` if not empty, else $ROV_DB, else ./qim.db.
+std::string database_directory(const std::string& given);
+
+enum class OpenMode { read, create };
+
+// A database, open as long as the object lives. One at a time in a process.
+class Database {
+ public:
+  // directory: as in database_directory.
+  Database(const std::string& directory, OpenMode mode);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  uint32_t handle() const { return handle_; }
+  const std::string& directory() const { return directory_; }
+
+ private:
+  std::string directory_;
+  uint32_t handle_ = 0;
+};
+
+// The newest state of a database, held still.
+class ReadSession {
+ public:
+  explicit ReadSession(const Database& database);
+  ~ReadSession();
+  ReadSession(const ReadSession&) = delete;
+  ReadSession& operator=(const ReadSession&) = delete;
+
+  uint32_t handle() const { return handle_; }
+
+ private:
+  uint32_t handle_ = 0;
+};
+
+// A transaction. Dropped unless commit() is called.
+class WriteSession {
+ public:
+  explicit WriteSession(const Database& database);
+  ~WriteSession();
+  WriteSession(const WriteSession&) = delete;
+  WriteSession& operator=(const WriteSession&) = delete;
+
+  uint32_t handle() const { return handle_; }
+  void commit();
+
+ private:
+  uint32_t handle_ = 0;
+};
+
+// A node's identifier in the database's form.
+rov_node_id_t database_id(uint32_t id);
+
+}  // namespace qimctl

@@ -1,0 +1,30 @@
+// Data-set names as JSON and as text.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qim.h"
+
+namespace qimctl {
+
+// A name in network order as the native format writes it: structured by its format, or, of a format without structure,
+// as 42 hexadecimal digits. What a structured form would not give back byte for byte is written as digits too.
+nlohmann::ordered_json dset_to_json(const qim_dsetname_t& name);
+
+// The reverse, in network order. `value` must follow the native format's schema.
+qim_dsetname_t dset_from_json(const nlohmann::json& value);
+
+// "interface 17 vrf 1 vlan 0 vdc 0, type 5, in"
+std::string dset_text(const qim_pinst_fields_t& fields);
+
+// A destination in words, as dset_text writes it: "interface 17 vrf 1 vlan 0 vdc 0", "service 3
+// srv_def 4", "generic vdc 1 v8 2 ...". Members that are left out are 0. Nothing for anything else.
+std::optional<qim_policy_dest_t> dest_from_words(const std::vector<std::string>& words);
+
+// "in" for QIM_DIR_IN, "out" for all else.
+const char* direction_name(uint8_t dir);
+
+}  // namespace qimctl

@@ -1,0 +1,207 @@
+#include "tools/import.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "tools/json_text.h"
+#include "tools/names.h"
+#include "tools/native.h"
+#include "tools/output.h"
+#include "tools/policy_check.h"
+#include "tools/progress.h"
+#include "tools/rfc8519.h"
+#include "tools/store_policy.h"
+#include "tools/text.h"
+
+namespace qimctl {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+struct Source {
+  std::string file;
+  std::string text;
+};
+
+std::string system_error() {
+  return strerror(errno);
+}
+
+std::string read_file(const std::string& name) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(name.c_str(), "rb"), fclose);
+  if (!file) throw InputError({name, 0, ""}, "cannot be opened: " + system_error());
+  std::string text;
+  char part[65536];
+  size_t count;
+  while ((count = fread(part, 1, sizeof(part), file.get())) > 0) text.append(part, count);
+  if (ferror(file.get()) != 0) throw InputError({name, 0, ""}, "cannot be read: " + system_error());
+  return text;
+}
+
+Policy read_policy(const Source& source, Format wanted) {
+  const Format format = wanted == Format::guess ? guess_format(source.text) : wanted;
+  switch (format) {
+    case Format::native:
+      return read_native(source.text, source.file);
+    case Format::rfc8519:
+      return read_rfc8519(source.text, source.file);
+    case Format::guess:
+      break;
+  }
+  throw InputError(
+      {source.file, 0, ""},
+      "is in no format known here; say which with --format native or --format rfc8519");
+}
+
+// Lines are looked for in every source, each knows its own places.
+template <typename Items>
+void fill_all_lines(const std::vector<Source>& sources, Items& items) {
+  for (const Source& source : sources) fill_lines(source.text, source.file, items);
+}
+
+[[noreturn]] void refuse(const std::vector<Source>& sources, std::vector<Problem> problems) {
+  fill_all_lines(sources, problems);
+  throw InputError(std::move(problems));
+}
+
+// Reads all files, so that what is wrong in any of them is said at once.
+std::vector<Policy> read_policies(const std::vector<Source>& sources, Format format) {
+  std::vector<Policy> policies;
+  std::vector<Problem> problems;
+  for (const Source& source : sources) {
+    try {
+      policies.push_back(read_policy(source, format));
+    } catch (const InputError& error) {
+      problems.insert(problems.end(), error.problems().begin(), error.problems().end());
+    }
+  }
+  if (!problems.empty()) refuse(sources, std::move(problems));
+  std::vector<Problem> conflicts = check_policies(policies);
+  if (!conflicts.empty()) refuse(sources, std::move(conflicts));
+  return policies;
+}
+
+const char* fate_name(Fate fate) {
+  switch (fate) {
+    case Fate::accepted:
+      return "accepted";
+    case Fate::approximated:
+      return "approximated";
+    case Fate::skipped:
+      break;
+  }
+  return "skipped";
+}
+
+// What became of the input.
+class Report {
+ public:
+  Report(const std::vector<Source>& sources, const std::vector<Policy>& policies) {
+    for (const Policy& policy : policies) {
+      findings_.insert(findings_.end(), policy.findings.begin(), policy.findings.end());
+    }
+    fill_all_lines(sources, findings_);
+  }
+
+  size_t count(Fate fate) const {
+    size_t count = 0;
+    for (const Finding& finding : findings_) count += finding.fate == fate ? 1 : 0;
+    return count;
+  }
+
+  size_t losses() const { return count(Fate::approximated) + count(Fate::skipped); }
+
+  std::string text(bool verbose) const {
+    std::string text;
+    for (const Finding& finding : findings_) {
+      if (finding.fate == Fate::accepted && !verbose) continue;
+      text += std::string(fate_name(finding.fate)) + "  " + printable(to_string(finding.place)) +
+              ": " + printable(finding.what) + "\n";
+    }
+    return text;
+  }
+
+  ordered_json json() const {
+    ordered_json list = ordered_json::array();
+    for (const Finding& finding : findings_) {
+      list.push_back({{"fate", fate_name(finding.fate)},
+                      {"file", finding.place.file},
+                      {"line", finding.place.line},
+                      {"path", finding.place.path},
+                      {"what", finding.what}});
+    }
+    return list;
+  }
+
+ private:
+  std::vector<Finding> findings_;
+};
+
+std::string tally(const Report& report) {
+  return std::to_string(report.count(Fate::accepted)) + " accepted, " +
+         std::to_string(report.count(Fate::approximated)) + " approximated, " +
+         std::to_string(report.count(Fate::skipped)) + " skipped";
+}
+
+void print_report(const ImportOptions& options, const Report& report, const StoreCounts* stored) {
+  if (options.json) {
+    ordered_json value;
+    value["imported"] = stored != nullptr;
+    value["nodes"] = stored == nullptr ? 0 : stored->nodes;
+    value["links"] = stored == nullptr ? 0 : stored->links;
+    value["replaced"] = stored == nullptr ? 0 : stored->replaced;
+    value["findings"] = report.json();
+    print(value.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n");
+    return;
+  }
+  print(report.text(options.verbose));
+  if (stored == nullptr) return;
+  std::string line = "imported " + counted(stored->nodes, "node") + " and " +
+                     counted(stored->links, "link") + " from " +
+                     counted(options.files.size(), "file");
+  if (stored->replaced != 0) line += ", " + std::to_string(stored->replaced) + " replaced";
+  if (report.losses() + report.count(Fate::accepted) != 0) line += ": " + tally(report);
+  print(line + "\n");
+}
+
+StoreCounts store(const ImportOptions& options, const std::vector<Source>& sources,
+                  const std::vector<Policy>& policies) {
+  const Database database(options.database, OpenMode::create);
+  WriteSession session(database);
+  try {
+    const StoreCounts counts =
+        write_policies(policies, session, {options.replace, progress_wanted()});
+    session.commit();
+    return counts;
+  } catch (const InputError& error) {
+    refuse(sources, error.problems());
+  }
+}
+
+}  // namespace
+
+Format guess_format(const std::string& text) {
+  const bool native = text.find('"' + std::string(native_format_name) + '"') != text.npos;
+  const bool rfc8519 = text.find('"' + std::string(rfc8519_root) + '"') != text.npos;
+  if (native == rfc8519) return Format::guess;
+  return native ? Format::native : Format::rfc8519;
+}
+
+bool import_files(const ImportOptions& options) {
+  std::vector<Source> sources;
+  for (const std::string& file : options.files) sources.push_back({file, read_file(file)});
+  const std::vector<Policy> policies = read_policies(sources, options.format);
+  const Report report(sources, policies);
+  if (report.losses() != 0 && !options.lossy) {
+    print_report(options, report, nullptr);
+    return false;
+  }
+  const StoreCounts counts = store(options, sources, policies);
+  print_report(options, report, &counts);
+  return true;
+}
+
+}  // namespace qimctl

@@ -1,0 +1,148 @@
+#include "tools/native.h"
+
+#include <algorithm>
+
+#include "schema/rows.h"
+#include "tools/dsetname.h"
+#include "tools/json_text.h"
+#include "tools/json_value.h"
+#include "tools/names.h"
+#include "tools/native_schema.h"
+
+namespace qimctl {
+
+namespace {
+
+using nlohmann::json;
+using qim::schema::Coding;
+using qim::schema::Row;
+
+uint32_t u32_of(const json& value) {
+  return static_cast<uint32_t>(number_from_json(value));
+}
+
+uint32_t optional_u32(const json& object, const char* member) {
+  const auto found = object.find(member);
+  return found == object.end() ? 0 : u32_of(*found);
+}
+
+Criterion read_criterion(const json& value, const qim::schema::Record& record) {
+  Criterion criterion;
+  for (const Row& row : record) {
+    const auto member = value.find(row.name);
+    if (member == value.end()) continue;
+    if (row.coding == Coding::integer) criterion.type = u32_of(*member);
+    if (row.coding == Coding::args) criterion.args = bytes_from_json(*member);
+  }
+  return criterion;
+}
+
+void read_body(const json& body, const qim::schema::Record& record, Node& node) {
+  for (const Row& row : record) {
+    const auto value = body.find(row.name);
+    if (value == body.end()) continue;
+    if (is_input(row)) {
+      row_from_json(row, *value, &node.record.body);
+    } else if (row.coding == Coding::args) {
+      node.args = bytes_from_json(*value);
+    } else if (row.coding == Coding::list) {
+      for (const json& element : *value) {
+        node.criteria.push_back(read_criterion(element, *row.record));
+      }
+    }
+  }
+}
+
+Link read_link(uint16_t field, const json& value) {
+  Link link;
+  link.field = field;
+  if (!value.is_object()) {
+    link.node = u32_of(value);
+    return link;
+  }
+  link.node = u32_of(value.at("node"));
+  link.node2 = optional_u32(value, "node2");
+  link.val = optional_u32(value, "val");
+  link.tag = static_cast<uint16_t>(optional_u32(value, "tag"));
+  return link;
+}
+
+class Reader {
+ public:
+  explicit Reader(const std::string& file) : file_(file) {}
+
+  Policy read(const json& document) {
+    Policy policy;
+    const json& nodes = document.at("nodes");
+    policy.nodes.reserve(nodes.size());
+    for (size_t i = 0; i < nodes.size(); i++) {
+      policy.nodes.push_back(read_node(nodes[i], pointer_to("/nodes", i)));
+    }
+    return policy;
+  }
+
+  std::vector<Problem>& problems() { return problems_; }
+
+ private:
+  Node read_node(const json& value, const std::string& path) {
+    Node node;
+    node.place = {file_, 0, path};
+    node.id = u32_of(value.at("id"));
+    node.record.type = type_of(value.at("type"));
+    node.record.group = optional_u32(value, "group");
+    node.record.flags = optional_u32(value, "flags");
+    const qim::schema::NodeType* type = qim::schema::node_type(node.record.type);
+    if (value.contains("body")) read_body(value["body"], *type->body, node);
+    if (value.contains("links")) read_links(value["links"], pointer_to(path, "links"), node);
+    if (value.contains("dset")) node.dset = dset_from_json(value["dset"]);
+    if (value.contains("priv")) node.priv = bytes_from_json(value["priv"]);
+    return node;
+  }
+
+  static uint32_t type_of(const json& value) {
+    if (!value.is_string()) return u32_of(value);
+    return node_type_code(value.get<std::string>()).value();
+  }
+
+  // One link may be named in two ways, which the schema can't see.
+  void read_links(const json& links, const std::string& path, Node& node) {
+    for (const auto& [name, value] : links.items()) {
+      const uint16_t field = link_field(name).value();
+      const bool again = std::any_of(node.links.begin(), node.links.end(),
+                                     [field](const Link& link) { return link.field == field; });
+      if (again) {
+        problems_.push_back({{file_, 0, pointer_to(path, name)},
+                             "is the link " + slot_name(field) +
+                                 ", which this node has already under another spelling; "
+                                 "remove one of the two"});
+        continue;
+      }
+      node.links.push_back(read_link(field, value));
+    }
+  }
+
+  const std::string& file_;
+  std::vector<Problem> problems_;
+};
+
+[[noreturn]] void refuse(const std::string& text, const std::string& file,
+                         std::vector<Problem> problems) {
+  fill_lines(text, file, problems);
+  std::stable_sort(problems.begin(), problems.end(),
+                   [](const Problem& a, const Problem& b) { return a.place.line < b.place.line; });
+  throw InputError(std::move(problems));
+}
+
+}  // namespace
+
+Policy read_native(const std::string& text, const std::string& file) {
+  const json document = parse_json(text, file);
+  std::vector<Problem> broken = check_native_schema(document, file);
+  if (!broken.empty()) refuse(text, file, std::move(broken));
+  Reader reader(file);
+  Policy policy = reader.read(document);
+  if (!reader.problems().empty()) refuse(text, file, std::move(reader.problems()));
+  return policy;
+}
+
+}  // namespace qimctl

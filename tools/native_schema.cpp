@@ -1,0 +1,175 @@
+#include "tools/native_schema.h"
+
+#include <algorithm>
+#include <valijson/adapters/nlohmann_json_adapter.hpp>
+#include <valijson/schema.hpp>
+#include <valijson/schema_parser.hpp>
+#include <valijson/validation_results.hpp>
+#include <valijson/validator.hpp>
+
+#include "tools/json_text.h"
+#include "tools/schema_walk.h"
+
+namespace qimctl {
+
+namespace {
+
+using nlohmann::json;
+using valijson::adapters::NlohmannJsonAdapter;
+
+struct NativeSchema {
+  json text = json::parse(native_schema_text);
+  valijson::Schema compiled;
+
+  NativeSchema() { valijson::SchemaParser().populateSchema(NlohmannJsonAdapter(text), compiled); }
+};
+
+const NativeSchema& native_schema() {
+  static const NativeSchema schema;
+  return schema;
+}
+
+// {"<root>", "[nodes]", "[3]"} -> {"nodes", "3"}
+std::vector<std::string> steps_of(const std::vector<std::string>& context) {
+  std::vector<std::string> steps;
+  for (size_t i = 1; i < context.size(); i++) {
+    steps.push_back(context[i].substr(1, context[i].size() - 2));
+  }
+  return steps;
+}
+
+std::string join(const std::vector<std::string>& parts, const char* separator) {
+  std::string text;
+  for (const std::string& part : parts) {
+    if (!text.empty()) text += separator;
+    text += part;
+  }
+  return text;
+}
+
+void add_once(std::vector<std::string>& parts, const std::string& part) {
+  if (std::find(parts.begin(), parts.end(), part) == parts.end()) parts.push_back(part);
+}
+
+// A value as a message quotes it.
+std::string quote(const json& value) {
+  constexpr size_t longest = 60;
+  std::string text = value.is_object()  ? "an object"
+                     : value.is_array() ? "an array"
+                                        : value.dump(-1, ' ', true, json::error_handler_t::replace);
+  if (text.size() > longest) text = text.substr(0, longest) + "...";
+  return text;
+}
+
+// Turns the validator's terse findings into problems.
+class Explainer {
+ public:
+  Explainer(const json& document, const std::string& file)
+      : walk_(native_schema().text, document), file_(file) {}
+
+  void add(const valijson::ValidationResults::Error& error) {
+    const std::vector<std::string> path = steps_of(error.context);
+    const std::string& text = error.description;
+    if (text.starts_with("Failed to validate")) return;  // says only that something inside is wrong
+    if (text.starts_with("Missing required property")) {
+      missing(path);
+    } else if (text.starts_with("Object contains a property")) {
+      unknown(path);
+    } else if (text.starts_with("Target should not validate")) {
+      forbidden(path);
+    } else {
+      unexpected(path);
+    }
+  }
+
+  std::vector<Problem> take() { return std::move(problems_); }
+
+ private:
+  void report(const std::vector<std::string>& path, const std::string& message) {
+    std::string pointer;
+    for (const std::string& step : path) pointer = pointer_to(pointer, step);
+    for (const Problem& problem : problems_) {
+      if (problem.place.path == pointer && problem.message == message) return;
+    }
+    problems_.push_back({{file_, 0, pointer}, message});
+  }
+
+  void missing(const std::vector<std::string>& path) {
+    const json& value = *walk_.value(path);
+    for (const json* schema : walk_.at(path)) {
+      if (!schema->contains("required")) continue;
+      for (const json& name : (*schema)["required"]) {
+        if (!value.contains(name.get<std::string>())) {
+          report(path, "lacks the member " + name.dump() + "; add it");
+        }
+      }
+    }
+  }
+
+  void unknown(const std::vector<std::string>& path) {
+    for (const json* schema : walk_.at(path)) {
+      const auto closed = schema->find("additionalProperties");
+      if (closed == schema->end() || *closed != false) continue;
+      for (const auto& [name, member] : walk_.value(path)->items()) {
+        if (member_schema(*schema, name) != nullptr) continue;
+        std::vector<std::string> inner = path;
+        inner.push_back(name);
+        report(inner, "is no member known here; " + known_members(*schema));
+      }
+    }
+  }
+
+  static std::string known_members(const json& schema) {
+    if (schema.contains("patternProperties")) return "expected " + described(schema);
+    std::vector<std::string> names;
+    for (const auto& [name, inner] : schema.at("properties").items()) names.push_back(name);
+    if (names.empty()) return "nothing may stand here; remove it";
+    return "known are " + join(names, ", ");
+  }
+
+  void forbidden(const std::vector<std::string>& path) {
+    for (const json* schema : walk_.at(path)) {
+      if (schema->contains("not") && !SchemaWalk::meets(*schema, *walk_.value(path))) {
+        report(path, described(*schema));
+      }
+    }
+  }
+
+  void unexpected(const std::vector<std::string>& path) {
+    std::vector<std::string> expected;
+    for (const json* schema : walk_.at(path)) {
+      if (schema->contains("description")) add_once(expected, described(*schema));
+    }
+    const json* value = walk_.value(path);
+    const std::string is = value == nullptr ? "is wrong" : "is " + quote(*value);
+    report(path, is + (expected.empty() ? "" : "; expected " + join(expected, ", or ")));
+  }
+
+  static std::string described(const json& schema) {
+    return schema.value("description", std::string("something else"));
+  }
+
+  SchemaWalk walk_;
+  const std::string& file_;
+  std::vector<Problem> problems_;
+};
+
+}  // namespace
+
+std::vector<Problem> check_native_schema(const json& document, const std::string& file) {
+  valijson::Validator validator;
+  const NlohmannJsonAdapter adapter(document);
+  if (validator.validate(native_schema().compiled, adapter, nullptr)) return {};
+
+  valijson::ValidationResults results;
+  validator.validate(native_schema().compiled, adapter, &results);
+  Explainer explainer(document, file);
+  for (const auto& error : results) explainer.add(error);
+  std::vector<Problem> problems = explainer.take();
+  if (problems.empty()) {
+    problems.push_back({{file, 0, ""}, "does not follow the native format's schema"});
+  }
+  return problems;
+}
+
+}  // namespace qimctl
