@@ -1,0 +1,102 @@
+// The command line itself: what is wrong with it, help, exit codes.
+
+#include <gmock/gmock.h>
+
+#include "tools/cli.h"
+#include "tools/support.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using tools_test::Outcome;
+using tools_test::run_qimctl;
+
+void expect_usage(const std::vector<std::string>& arguments, const std::string& complaint) {
+  const Outcome outcome = run_qimctl(arguments);
+  EXPECT_EQ(outcome.code, qimctl::exit_usage);
+  EXPECT_THAT(outcome.err, HasSubstr(complaint));
+  EXPECT_THAT(outcome.out, IsEmpty());
+}
+
+TEST(CommandLine, needs_a_command) {
+  expect_usage({}, "A subcommand is required");
+  expect_usage({"--db", "x"}, "A subcommand is required");
+  expect_usage({"lst"}, "lst");
+}
+
+TEST(CommandLine, refuses_what_is_no_node_identifier) {
+  for (const char* wrong : {"0", "4294967296", "0x1ffffffff", "-5x", "node", "1.5", "0x"}) {
+    expect_usage({"show", wrong}, "is no node identifier");
+  }
+  expect_usage({"show"}, "NODE is required");
+  expect_usage({"tree"}, "NODE is required");
+  expect_usage({"show", "1", "2"}, "2");
+}
+
+TEST(CommandLine, refuses_what_is_no_node_type) {
+  expect_usage({"list", "--type", "Filtre"}, "'Filtre' is no node type; known are Filter, Action");
+  expect_usage({"list", "--type", "11"}, "is no node type");
+}
+
+TEST(CommandLine, refuses_a_depth_out_of_range) {
+  expect_usage({"tree", "1", "--depth", "1001"}, "1001");
+  expect_usage({"tree", "1", "--depth", "x"}, "x");
+}
+
+TEST(CommandLine, refuses_unknown_formats_and_options) {
+  expect_usage({"import", "--format", "xml", "f"}, "xml");
+  expect_usage({"import"}, "FILE is required");
+  expect_usage({"list", "--colour"}, "--colour");
+}
+
+TEST(CommandLine, explains_itself) {
+  const Outcome help = run_qimctl({"--help"});
+  EXPECT_EQ(help.code, qimctl::exit_ok);
+  for (const char* command : {"import", "list", "show", "tree", "--db"}) {
+    EXPECT_THAT(help.out, HasSubstr(command));
+  }
+  EXPECT_THAT(help.err, IsEmpty());
+  const Outcome import = run_qimctl({"import", "--help"});
+  EXPECT_EQ(import.code, qimctl::exit_ok);
+  for (const char* option : {"--format", "--lossy", "--replace", "--json"}) {
+    EXPECT_THAT(import.out, HasSubstr(option));
+  }
+}
+
+TEST(CommandLine, does_not_make_a_database_to_read_from) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "none";
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"list"}, {"show", "1"}, {"tree", "1"}}) {
+    std::vector<std::string> arguments{"--db", db};
+    arguments.insert(arguments.end(), command.begin(), command.end());
+    const Outcome outcome = run_qimctl(arguments);
+    EXPECT_EQ(outcome.code, qimctl::exit_database);
+    EXPECT_THAT(outcome.err, HasSubstr("cannot open the database in " + db));
+    EXPECT_THAT(outcome.err, HasSubstr("ROV_ERR_OPEN"));
+    EXPECT_FALSE(std::filesystem::exists(db));
+  }
+}
+
+TEST(CommandLine, says_what_a_foreign_directory_is_not) {
+  const tools_test::TempDir dir;
+  std::filesystem::create_directory(dir / "db");
+  tools_test::write_text(dir / "db" / "data.mdb", std::string(8192, 'x'));
+  const Outcome outcome = run_qimctl({"--db", dir / "db", "list"});
+  EXPECT_EQ(outcome.code, qimctl::exit_database);
+  EXPECT_THAT(outcome.err, HasSubstr((dir / "db").string()));
+}
+
+// A command that prints into a closed or full file must not look like a success.
+TEST(CommandLine, fails_when_its_output_can_not_be_written) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "this system has no /dev/full";
+  const tools_test::TempDir dir;
+  const auto example = tools_test::source_dir() / "examples" / "edge-all-types.json";
+  ASSERT_EQ(run_qimctl({"--db", dir / "db", "import", example}).code, 0);
+  const Outcome outcome = run_qimctl({"--db", dir / "db", "list"}, {}, "/dev/full");
+  EXPECT_EQ(outcome.code, qimctl::exit_output);
+  EXPECT_THAT(outcome.err, HasSubstr("cannot write the output"));
+}
+
+}  // namespace
