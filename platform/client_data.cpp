@@ -98,7 +98,8 @@ DataOwner session_owner(uint32_t client, uint32_t session) {
 uint32_t client_data_get(View& view, const DataOwner& owner, uint32_t key, Bytes* data) {
   Record record;
   Entry entry;
-  uint32_t status = view_get(view, Table::kClients, key_of(owner, key), &record);
+  const Key where = key_of(owner, key);  // the record's key lies in it
+  uint32_t status = view_get(view, Table::kClients, where, &record);
   if (status == ROV_ERR_NO_ITEM) return no_value(key);
   if (status == ROV_OK) status = parse(record, &entry);
   if (status == ROV_OK) *data = entry.data;

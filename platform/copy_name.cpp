@@ -1,5 +1,6 @@
 #include "platform/copy_name.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 
@@ -29,6 +30,10 @@ bool append(const char* text, CopyName* out) {
     at += needed;
   }
   return true;
+}
+
+bool is_hex_digit(char digit) {
+  return isxdigit(static_cast<unsigned char>(digit)) != 0;
 }
 
 bool has_control(const char* text) {
@@ -96,6 +101,7 @@ bool copy_path(const char* file, char (&path)[kCopyNameRoom]) {
     if (len + 1 >= kCopyNameRoom) return false;
     unsigned byte = static_cast<unsigned char>(*at);
     if (byte == '%') {
+      if (!is_hex_digit(at[1]) || !is_hex_digit(at[2])) return false;
       if (sscanf(at, "%%%2X", &byte) != 1 || byte == 0) return false;
       at += 2;
     }

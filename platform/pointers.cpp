@@ -24,12 +24,18 @@ PointerTable::~PointerTable() {
   }
 }
 
-// The cell of that key, or the unused one where it belongs. A block always has unused cells.
-PointerTable::Cell* PointerTable::find(Block* block, uint32_t client, uint32_t node) {
+// The cell of that key. NULL when it has none: the unused one where it belongs then is *unused, which
+// only who holds the mutex may look into, since it can become another key's at any moment. A block
+// always has unused cells.
+PointerTable::Cell* PointerTable::find(Block* block, uint32_t client, uint32_t node,
+                                       Cell** unused) {
   for (uint32_t at = hash(client, node);; ++at) {
     Cell* cell = &block->cells()[at & block->mask];
     const uint32_t found = cell->node.load(std::memory_order_acquire);
-    if (found == 0) return cell;
+    if (found == 0) {
+      *unused = cell;
+      return nullptr;
+    }
     if (found == node && cell->client.load(std::memory_order_relaxed) == client) return cell;
   }
 }
@@ -38,7 +44,9 @@ uintptr_t PointerTable::get(uint32_t client, uint32_t node) const {
   Block* block = block_.load(std::memory_order_acquire);
   if (block == nullptr) [[likely]]
     return 0;
-  return find(block, client, node)->value.load(std::memory_order_acquire);
+  Cell* unused = nullptr;
+  const Cell* cell = find(block, client, node, &unused);
+  return cell == nullptr ? 0 : cell->value.load(std::memory_order_acquire);
 }
 
 bool PointerTable::grow() {
@@ -54,7 +62,8 @@ bool PointerTable::grow() {
     if (value == 0) continue;
     const uint32_t client = cell.client.load(std::memory_order_relaxed);
     const uint32_t node = cell.node.load(std::memory_order_relaxed);
-    Cell* copy = find(block, client, node);
+    Cell* copy = nullptr;
+    find(block, client, node, &copy);
     copy->value.store(value, std::memory_order_relaxed);
     copy->client.store(client, std::memory_order_relaxed);
     copy->node.store(node, std::memory_order_relaxed);
@@ -67,19 +76,21 @@ bool PointerTable::grow() {
 bool PointerTable::set(uint32_t client, uint32_t node, uintptr_t value) {
   pthread_mutex_lock(&mutex_);
   Block* block = block_.load(std::memory_order_relaxed);
-  Cell* cell = block == nullptr ? nullptr : find(block, client, node);
+  Cell* unused = nullptr;
+  Cell* cell = block == nullptr ? nullptr : find(block, client, node, &unused);
   bool done = true;
-  if (cell != nullptr && cell->node.load(std::memory_order_relaxed) != 0) {
+  if (cell != nullptr) {
     cell->value.store(value, std::memory_order_release);
   } else if (value != 0) {
-    const bool full = block == nullptr || block->used >= block->mask / 2;
-    done = !full || grow();
-    if (done) {
+    if (block == nullptr || block->used >= block->mask / 2) {
+      done = grow();
       block = block_.load(std::memory_order_relaxed);
-      cell = find(block, client, node);
-      cell->value.store(value, std::memory_order_relaxed);
-      cell->client.store(client, std::memory_order_relaxed);
-      cell->node.store(node, std::memory_order_release);
+      if (done) find(block, client, node, &unused);
+    }
+    if (done) {
+      unused->value.store(value, std::memory_order_relaxed);
+      unused->client.store(client, std::memory_order_relaxed);
+      unused->node.store(node, std::memory_order_release);
       ++block->used;
     }
   }

@@ -83,6 +83,41 @@ void SchemaWalk::add(const json& schema, const json& value, std::vector<const js
   }
 }
 
+// The schemas of a part of a value that `schemas` apply to.
+SchemaWalk::Schemas SchemaWalk::inside(const Schemas& schemas, const json& value,
+                                       const std::string& step, const json& inner) const {
+  Schemas found;
+  for (const json* schema : schemas) {
+    const json* part = value.is_array() && schema->contains("items")
+                           ? &(*schema)["items"]
+                           : member_schema(*schema, step);
+    if (part != nullptr) add(*part, inner, found);
+  }
+  return found;
+}
+
+void SchemaWalk::each_text(const Visit& visit) const {
+  Schemas found;
+  add(schema_, document_, found);
+  std::vector<std::string> path;
+  each_text(found, document_, path, visit);
+}
+
+void SchemaWalk::each_text(const Schemas& schemas, const json& value,
+                           std::vector<std::string>& path, const Visit& visit) const {
+  if (schemas.empty()) return;
+  if (value.is_string()) {
+    for (const json* schema : schemas) visit(path, value.get_ref<const std::string&>(), *schema);
+    return;
+  }
+  for (const auto& [step, inner] : value.items()) {
+    if (!inner.is_structured() && !inner.is_string()) continue;
+    path.push_back(step);
+    each_text(inside(schemas, value, step, inner), inner, path, visit);
+    path.pop_back();
+  }
+}
+
 std::vector<const json*> SchemaWalk::at(const std::vector<std::string>& path) const {
   std::vector<const json*> found;
   const json* value = &document_;
@@ -90,14 +125,7 @@ std::vector<const json*> SchemaWalk::at(const std::vector<std::string>& path) co
   for (const std::string& step : path) {
     const json* inner = child(*value, step);
     if (inner == nullptr) return {};
-    std::vector<const json*> next;
-    for (const json* schema : found) {
-      const json* part = value->is_array() && schema->contains("items")
-                             ? &(*schema)["items"]
-                             : member_schema(*schema, step);
-      if (part != nullptr) add(*part, *inner, next);
-    }
-    found = std::move(next);
+    found = inside(found, *value, step, *inner);
     value = inner;
   }
   return found;

@@ -136,6 +136,14 @@ TEST(NativeSchema, says_what_it_expected_instead) {
                           "two for each byte"));
 }
 
+TEST(NativeSchema, refuses_texts_of_any_length) {
+  const std::string zeros(1000000, '0');
+  EXPECT_EQ(problems_with(R"({"id": "0x)" + zeros + R"(", "type": "Group"})").size(), 1u);
+  EXPECT_EQ(problems_with(R"({"id": 1, "type": "Group", "priv": "x)" + zeros + R"("})").size(), 1u);
+  EXPECT_EQ(problems_with(R"({"id": 1, "type": "Group", "group": "0x)" + zeros + R"("})").size(),
+            1u);
+}
+
 TEST(NativeSchema, bounds_numbers_by_their_width) {
   for (const char* value : {"-1", "4294967296", "1.5", "\"0x100000000\"", "\"7\"", "null", "[]"}) {
     const std::string node = R"({"id": 1, "type": "Group", "group": )" + std::string(value) + "}";
