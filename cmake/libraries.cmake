@@ -41,7 +41,10 @@ endif()
 if(qim_sources)
   add_library(qim_objects STATIC ${qim_sources})
   target_include_directories(qim_objects PUBLIC ${PROJECT_SOURCE_DIR})
-  target_compile_options(qim_objects PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics)
+  # Functions of the same code stay apart: debug information would describe only one of them, and
+  # the description of what is exported (packaging/abi.*.xml) is made of it.
+  target_compile_options(qim_objects PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
+    $<$<CXX_COMPILER_ID:GNU>:-fno-ipa-icf>)
   if(QIM_SANITIZE MATCHES undefined)
     # This check reads run-time type information, which this code has none of.
     target_compile_options(qim_objects PRIVATE -fno-sanitize=vptr)

@@ -8,7 +8,7 @@ compiler=$1 golden=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-"$QIM_SOURCE_DIR/scripts/layout" "$compiler" >"$work/layout"
+"$QIM_SOURCE_DIR/scripts/golden" --layout "$compiler" >"$work/layout"
 [ "$(grep -c 'size:' "$work/layout")" -gt 30 ] || { echo "layout: too few records were found"; exit 1; }
 if ! diff -u "$golden" "$work/layout"; then
   echo "layout: the public records changed. If that is meant, run scripts/golden and review the difference"
