@@ -155,9 +155,10 @@ std::uint32_t encoded_size(const tlvo_table_t& table, const void* record) {
   const auto* const bytes = static_cast<const std::uint8_t*>(record);
   std::uint32_t total = 0;
   for (const tlvo_field_t* f = fields_of(table); f->position != TLVO_FIELD_END; ++f) {
-    if (attributes_of(*f, bytes) == 0) continue;
+    if (f->kind == TLVO_KIND_LIST && f->count(bytes) == 0) continue;
     const std::uint32_t size = value_size(*f, bytes);
     if (size == TLVO_SIZE_FAILED) return size;
+    if (f->kind == TLVO_KIND_VALUE && size == 0) continue;
     total += size + (f->kind == TLVO_KIND_LIST ? 0 : kTlvHead);
   }
   return total;

@@ -4,6 +4,7 @@
 #include "recorder.h"
 #include "rov.h"
 #include "tlv.h"
+#include "tlvo.h"
 
 namespace {
 
@@ -94,7 +95,9 @@ uint32_t rov_tlv_listel_tlvsize(const tlvo_list_t* list, const void* record) {
   if (const auto status = enter("rov_tlv_listel_tlvsize", list, record)) return *status;
   uint32_t total = 0;
   for (void* e = first_of(*list, record); e != nullptr; e = next_of(*list, e)) {
-    total += fake::kTlvHead + fake::detail::encoded_size(*list->element, e);
+    const uint32_t size = fake::detail::encoded_size(*list->element, e);
+    if (size == TLVO_SIZE_FAILED) return size;
+    total += fake::kTlvHead + size;
   }
   return total;
 }
@@ -142,8 +145,9 @@ uint32_t rov_tlva_to_union(uint32_t len, const void* value, const tlvo_union_t* 
 uint32_t rov_tlva_union_siz(uint32_t type, const tlvo_union_t* members, const void* body) {
   if (const auto status = enter("rov_tlva_union_siz", type, members, body)) return *status;
   const tlvo_union_t* const member = member_of(members, type);
-  if (member == nullptr) return 0xffffffffu;
-  return 4 + fake::detail::encoded_size(*member->table, body);
+  if (member == nullptr) return TLVO_SIZE_FAILED;
+  const uint32_t size = fake::detail::encoded_size(*member->table, body);
+  return size == TLVO_SIZE_FAILED ? size : 4 + size;
 }
 
 }  // extern "C"
