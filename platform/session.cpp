@@ -176,7 +176,9 @@ uint32_t Access::enter_slowly(uint32_t handle) {
       if (status != kAgain) return status;
       continue;
     }
-    if (slot_->gate.live.load(std::memory_order_acquire) != kGateHeld) return bad_handle(handle);
+    const uint32_t found = slot_->gate.live.load(std::memory_order_acquire);
+    if (found == live) continue;  // stopped a moment ago, and let in again by now
+    if (found != kGateHeld) return bad_handle(handle);
     if (slot_->gate.stuck.load(std::memory_order_acquire) != 0) {
       return fail_text(
           ROV_ERR_IO,

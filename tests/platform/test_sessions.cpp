@@ -357,6 +357,39 @@ TEST_F(SessionTest, DataBuffersAreCheckedBeforeAnythingIsCopied) {
   EXPECT_STATUS(rov_node_data_get(ses, id(2), 0, nullptr, 0, nullptr, 0, nullptr), ROV_ERR_NO_ITEM);
 }
 
+// A map that grows stops sessions, at any moment of a call.
+TEST_F(SessionTest, ACallWaitsWhileItsSessionIsStopped) {
+  using Clock = std::chrono::steady_clock;
+  const uint32_t writer = begin();
+  ASSERT_OK(put_node(writer, 1, pattern(1, 8)));
+  commit(writer);
+  const uint32_t ses = read();
+  std::atomic<uint32_t> refused{0};
+  std::atomic<uint32_t> calls{0};
+  std::atomic<bool> stop{false};
+  std::thread reader([&] {
+    while (!stop.load()) {
+      rov_node_parms_t parms;
+      if (rov_node_parms_get(ses, id(1), &parms) != ROV_OK) ++refused;
+      ++calls;
+    }
+  });
+  const auto pause = [](uint32_t turns) {
+    while (turns-- > 0) std::atomic_signal_fence(std::memory_order_seq_cst);
+  };
+  rov::Gate& gate = rov::slot_of(ses).gate;
+  const auto end = Clock::now() + std::chrono::seconds(1);
+  for (uint32_t round = 0; Clock::now() < end || calls.load() == 0; ++round) {
+    rov::gate_hold(gate);
+    pause(round % 640);
+    rov::gate_resume(gate);
+    pause(round % 61);
+  }
+  stop.store(true);
+  reader.join();
+  EXPECT_EQ(refused.load(), 0U);
+}
+
 // Readers in threads of their own, each with sessions of its own, while another thread writes: a
 // snapshot always shows nodes that were committed together.
 TEST_F(SessionTest, ThreadsReadWholeCommitsWhileOneWrites) {
