@@ -1,0 +1,110 @@
+// Runs what is compared side by side: the sides of a workload take turns, repetition by repetition,
+// and each is judged by the lower quartile of its repetitions.
+#ifndef BENCH_HARNESS_H
+#define BENCH_HARNESS_H
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+struct Options {
+  bool smoke = false;  // sizes and times just large enough to see that everything runs
+  bool large = false;  // a database of a million nodes, too
+  int repetitions = 9;
+  double seconds = 0.02;  // of each repetition
+  std::string filter;     // only workloads whose name contains it
+  std::string report = "bench-report";
+};
+
+// One of those that are compared. The body loops over the state and leaves nothing behind.
+struct Side {
+  std::string name;
+  std::function<void(benchmark::State&)> body;
+  double per = 1;          // how many things one iteration does
+  int threads = 1;         // that run the body at once
+  bool wall = false;       // time by the clock on the wall, not the processor's
+  int64_t iterations = 0;  // of a repetition; 0: as many as its time asks for
+};
+
+// What is said of two sides.
+enum class Rule {
+  kShown,     // nothing: their ratio is of interest
+  kAtMost,    // ours / theirs is at most the limit
+  kExtra,     // ours - theirs, in nanoseconds, is at most the limit
+  kAbsolute,  // ours, in nanoseconds, is at most the limit
+  kSpeedup    // theirs / ours is at least the limit
+};
+
+struct Claim {
+  std::string ours;
+  std::string theirs;
+  Rule rule = Rule::kShown;
+  double limit = 0;
+};
+
+struct Workload {
+  std::string name;
+  std::vector<Side> sides;
+  std::vector<Claim> claims;
+  uint32_t nodes = 0;  // not 0: the sides are points of the plot, at so many nodes
+};
+
+struct Row {
+  std::string workload;
+  Claim claim;
+  double ours = 0;
+  double theirs = 0;
+  double value = 0;  // what the rule compares with the limit
+  bool met = true;
+};
+
+struct Point {
+  std::string series;
+  uint32_t nodes = 0;
+  double nanos = 0;
+};
+
+struct Timing {
+  std::string workload;
+  std::string side;
+  std::vector<double> nanos;  // of each repetition
+  double quartile = 0;
+};
+
+struct Results {
+  std::vector<Row> rows;
+  std::vector<Point> points;
+  std::vector<Timing> timings;
+};
+
+class Harness {
+ public:
+  explicit Harness(Options options);
+
+  const Options& options() const { return options_; }
+  const Results& results() const { return results_; }
+  bool wanted(const std::string& workload) const;
+
+  void run(const Workload& workload);
+  // Takes a result that needed no clock.
+  void add(Row row);
+
+ private:
+  Options options_;
+  Results results_;
+};
+
+// Writes table.txt, results.json and reads.svg into the folder of the options; the table goes to
+// the standard output, too. False, with a message, when a file can't be written.
+bool write_report(const Options& options, const Results& results);
+// The plot of time per read against number of nodes.
+std::string plot_of(const std::vector<Point>& points);
+
+}  // namespace bench
+
+#endif
