@@ -64,6 +64,7 @@ Peer::Peer(const std::vector<std::function<void()>>& steps) {
 Peer::~Peer() {
   ::close(to_);
   ::close(from_);
+  if (killed_) return;
   int status = -1;
   EXPECT_EQ(waitpid(process_, &status, 0), process_);
   EXPECT_TRUE(WIFEXITED(status)) << "the other process was ended by signal " << WTERMSIG(status);
@@ -74,6 +75,16 @@ void Peer::step() {
   char answer = kFailed;
   EXPECT_TRUE(put(to_, '.') && get(from_, &answer)) << "the other process is gone";
   EXPECT_EQ(answer, kPassed) << "a step failed in the other process, see above";
+}
+
+void Peer::kill() {
+  EXPECT_EQ(::kill(process_, SIGKILL), 0);
+  EXPECT_EQ(waitpid(process_, nullptr, 0), process_);
+  killed_ = true;
+}
+
+void in_process(const std::function<void()>& body) {
+  Peer({body}).step();
 }
 
 }  // namespace e2e

@@ -20,12 +20,20 @@ class Peer {
 
   // Runs the next step and waits for its end. Makes the test fail when it failed there.
   void step();
+  // Ends it with SIGKILL, in whatever state its last step left it. It has no more steps then.
+  void kill();
+
+  pid_t process() const { return process_; }
 
  private:
   pid_t process_ = -1;
   int to_ = -1;
   int from_ = -1;
+  bool killed_ = false;
 };
+
+// Runs it in a process that ends with it.
+void in_process(const std::function<void()>& body);
 
 }  // namespace e2e
 
