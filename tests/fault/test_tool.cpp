@@ -1,0 +1,119 @@
+// The tool without memory, and with a system that refuses what it asks: an exit code and a message,
+// nothing done by halves, and no wrong answer.
+#include <gtest/gtest.h>
+
+#include "tests/fault/call_faults.h"
+#include "tests/fault/points.h"
+#include "tests/fault/scale.h"
+#include "tests/fault/tool_runs.h"
+#include "tools/cli.h"
+
+namespace {
+
+using fault::CallFault;
+using fault::Command;
+using fault::Needs;
+using fault::ToolRuns;
+using interpose::kForever;
+using interpose::Plan;
+
+// How a command ends, and what the database holds before it and after it.
+struct Undisturbed {
+  fault::Run run;
+  std::string before;
+  std::string after;
+};
+
+class ToolFaults : public testing::Test {
+ protected:
+  Undisturbed undisturbed(const Command& command) {
+    Undisturbed clean;
+    if (command.needs == Needs::kCopy) {
+      runs_.run({{"list"}, Needs::kCopy}, nullptr);
+      clean.before = runs_.contents();
+    }
+    clean.run = runs_.run(command, nullptr);
+    EXPECT_EQ(clean.run.code, int{qimctl::exit_ok}) << clean.run.err;
+    if (command.needs != Needs::kDatabase) clean.after = runs_.contents();
+    return clean;
+  }
+
+  // A run with faults. What it printed must be right if it says that it succeeded, and its message
+  // must say what went wrong if not.
+  template <typename NamesCause>
+  void check(const Command& command, const Plan& plan, const Undisturbed& clean,
+             NamesCause names_cause) {
+    SCOPED_TRACE(text_of(command) + ": " + interpose::name_of(plan.call) + " " +
+                 std::to_string(plan.from) + " until " + std::to_string(plan.until) + " error " +
+                 std::to_string(plan.error));
+    const fault::Run run = runs_.run(command, &plan);
+    injected_ += run.counts.injected;
+    EXPECT_EQ(run.signal, 0) << run.err;
+    if (run.code == qimctl::exit_ok) {
+      EXPECT_EQ(run.out, clean.run.out);
+    } else {
+      EXPECT_TRUE(names_cause(run.err)) << "code " << run.code << '\n' << run.err;
+    }
+    if (command.needs == Needs::kDatabase) return;
+    const std::string holds = runs_.contents();
+    if (holds == clean.after) return;
+    EXPECT_NE(run.code, int{qimctl::exit_ok}) << "what was acknowledged is lost";
+    // An empty database may have been made before something failed.
+    EXPECT_TRUE(holds == clean.before || (command.needs == Needs::kNoDatabase && holds.empty()))
+        << "what was not acknowledged is there by half:\n"
+        << holds;
+    const fault::Run again = runs_.run_again(command, nullptr);
+    EXPECT_EQ(again.code, int{qimctl::exit_ok}) << again.err;
+    EXPECT_EQ(runs_.contents(), clean.after);
+  }
+
+  ToolRuns runs_;
+  uint32_t injected_ = 0;
+};
+
+bool tells_of_memory(const std::string& message) {
+  return message.find("memory") != std::string::npos;
+}
+
+TEST_F(ToolFaults, WithoutMemoryEveryCommandFailsWithAMessage) {
+  uint32_t requests = 0;
+  uint32_t tried = 0;
+  for (const Command& command : fault::all_commands()) {
+    const Undisturbed clean = undisturbed(command);
+    const uint32_t here = clean.run.counts.calls[interpose::kMemory];
+    requests += here;
+    for (const uint32_t at : fault::points(here, fault::scaled(30))) {
+      check(command, {interpose::kMemory, at, at + 1, 0}, clean, tells_of_memory);
+      check(command, {interpose::kMemory, at, kForever, 0}, clean, tells_of_memory);
+      tried += 2;
+      if (HasFailure()) return;
+    }
+  }
+  fault::announce("requests for memory of the tool", 0, tried, "runs with refused ones");
+  printf("there are %u requests, %u were refused\n", requests, injected_);
+  EXPECT_GE(injected_, tried);
+}
+
+TEST_F(ToolFaults, RefusedCallsAreNamedAndNothingIsDoneByHalves) {
+  uint32_t tried = 0;
+  for (const Command& command : fault::database_commands()) {
+    const Undisturbed clean = undisturbed(command);
+    for (const CallFault& fault : fault::call_faults()) {
+      const auto names = [&](const std::string& message) {
+        return fault::names_cause(message, fault);
+      };
+      const uint32_t calls = clean.run.counts.calls[fault.call];
+      for (const uint32_t at : fault::points(calls, fault::scaled(5))) {
+        check(command, {fault.call, at, at + 1, fault.error}, clean, names);
+        ++tried;
+        if (!fault.lasting) continue;
+        check(command, {fault.call, at, kForever, fault.error}, clean, names);
+        ++tried;
+      }
+    }
+  }
+  fault::announce("system calls of the tool", 0, tried, "runs with refused ones");
+  EXPECT_GE(injected_, tried);
+}
+
+}  // namespace
