@@ -1,95 +1,23 @@
 // Several processes on one database.
-#include <poll.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <thread>
 
+#include "tests/platform/child.h"
 #include "tests/platform/database_fixture.h"
 #include "tests/platform/random.h"
+#include "tests/platform/whole_commits.h"
 
 namespace {
 
 using namespace testing_rov;
 
-constexpr uint32_t kNodes = 16;
-
-// A child that runs `work` with a database of its own and reports numbers through a pipe.
-class Child {
- public:
-  template <typename Work>
-  Child(const std::string& path, Work work) {
-    int ends[2];
-    if (pipe(ends) != 0) abort();
-    pid_ = fork();
-    if (pid_ < 0) abort();
-    if (pid_ != 0) {
-      ::close(ends[1]);
-      pipe_ = ends[0];
-      return;
-    }
-    ::close(ends[0]);
-    uint32_t db = 0;
-    const bool good = open_database(path, 0, 7, &db) == ROV_OK && work(db, ends[1]);
-    _exit(good ? 0 : 1);
-  }
-  ~Child() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    if (pipe_ >= 0) ::close(pipe_);
-  }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-
-  // The next number; false at the end.
-  bool next(uint32_t* value) const { return ::read(pipe_, value, sizeof *value) == sizeof *value; }
-  void kill() {
-    ::kill(pid_, SIGKILL);
-    wait();
-  }
-  int wait() {
-    int result = -1;
-    waitpid(pid_, &result, 0);
-    pid_ = -1;
-    return result;
-  }
-
- private:
-  pid_t pid_ = -1;
-  int pipe_ = -1;
-};
-
-void say(int pipe, uint32_t value) {
-  if (write(pipe, &value, sizeof value) != sizeof value) _exit(3);
-}
-
-// Writes the same contents, made of `value`, into all nodes.
-bool write_all(uint32_t db, uint32_t value) {
-  uint32_t ses = 0;
-  if (rov_edit_begin(db, &ses) != ROV_OK) return false;
-  for (uint32_t node = 1; node <= kNodes; ++node) {
-    Bytes tlv = pattern(value, 300);
-    rov::store(tlv.data(), value);
-    if (put_node(ses, node, tlv) != ROV_OK) return false;
-    if (put_link(ses, node, static_cast<uint16_t>(1 + value % 3), 1 + value % kNodes) != ROV_OK)
-      return false;
-  }
-  return rov_edit_commit(ses) == ROV_OK;
-}
-
 // The value that all nodes hold; fails the test when they hold different ones.
 uint32_t read_all(uint32_t ses) {
-  const Bytes first = tlv_of(ses, 1);
-  for (uint32_t node = 2; node <= kNodes; ++node) EXPECT_EQ(tlv_of(ses, node), first);
-  const auto value = rov::load<uint32_t>(first.data());
-  EXPECT_EQ(Bytes(first.begin() + 4, first.end()), [&] {
-    const Bytes all = pattern(value, 300);
-    return Bytes(all.begin() + 4, all.end());
-  }());
+  uint32_t value = 0;
+  EXPECT_TRUE(is_whole(ses, &value)) << rov_err_message();
   return value;
 }
 
@@ -170,7 +98,7 @@ TEST_F(ProcessTest, AKilledWriterLosesNothingThatItAcknowledged) {
     const uint32_t value = read_all(ses);
     EXPECT_GE(value, acknowledged);
     EXPECT_LE(value, acknowledged + 1);
-    EXPECT_EQ(referrers_of(ses, 1 + value % kNodes).size(), size_t{kNodes});
+    EXPECT_EQ(referrers_of(ses, 1 + value % kWholeNodes).size(), size_t{kWholeNodes});
     ASSERT_OK(rov_ses_close(ses));
     acknowledged = value;
   }
