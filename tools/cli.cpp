@@ -62,6 +62,7 @@ class Commands {
     add_list();
     add_show();
     add_tree();
+    verbs_.add();
   }
 
   int run(int argc, const char* const* argv) {
@@ -105,8 +106,10 @@ class Commands {
   void add_show() {
     CLI::App* command = app_.add_subcommand("show", "Show a node with all that belongs to it");
     add_node(command);
-    command->add_flag("--engine", engine_,
-                      "Print it through the database's own show, by the library's tables");
+    command
+        ->add_flag("--engine", engine_,
+                   "Print it through the database's own show, by the library's tables")
+        ->excludes("--json");
     command->callback([this] { action_ = [this] { return run_show(); }; });
   }
 

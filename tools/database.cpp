@@ -1,6 +1,7 @@
 #include "tools/database.h"
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "rov.h"
 #include "rov_edit.h"
@@ -53,15 +54,25 @@ std::string reason_of(uint32_t status) {
   return message.empty() ? rov_status_text(status) : message;
 }
 
-std::string describe(uint32_t status, const std::string& attempt) {
-  return "cannot " + attempt + ": " + reason_of(status) + " (" + status_name(status) + ", " +
+std::string describe(uint32_t status, const std::string& attempt, const std::string& reason) {
+  return "cannot " + attempt + ": " + reason + " (" + status_name(status) + ", " +
          hex_number(status, 8) + ")";
+}
+
+// Where nothing was ever stored. A directory that can't be looked into may hold a database.
+bool is_absent(const std::string& directory) {
+  std::error_code unknown;
+  return !std::filesystem::exists(std::filesystem::path(directory) / "data.mdb", unknown) &&
+         !unknown;
 }
 
 }  // namespace
 
 DatabaseError::DatabaseError(uint32_t status, const std::string& attempt)
-    : std::runtime_error(describe(status, attempt)), status_(status) {}
+    : DatabaseError(status, attempt, reason_of(status)) {}
+
+DatabaseError::DatabaseError(uint32_t status, const std::string& attempt, const std::string& reason)
+    : std::runtime_error(describe(status, attempt, reason)), status_(status) {}
 
 std::string status_name(uint32_t status) {
   const StatusText* known = library_status(status);
@@ -70,6 +81,12 @@ std::string status_name(uint32_t status) {
 
 void require(uint32_t status, const std::string& attempt) {
   if (status != 0) throw DatabaseError(status, attempt);
+}
+
+void require_node(uint32_t status, const std::string& attempt) {
+  if (status != ROV_ERR_NO_ITEM) return require(status, attempt);
+  throw DatabaseError(status, attempt,
+                      "it is not in the database; 'qimctl list' names the nodes that are");
 }
 
 std::string database_directory(const std::string& given) {
@@ -85,7 +102,13 @@ Database::Database(const std::string& directory, OpenMode mode)
   require(qim_db_init_parms_init(&parms, 1), attempt);
   parms.p.db_path = directory_.c_str();
   const uint32_t flags = mode == OpenMode::read ? uint32_t{ROV_DB_NO_CREATE} : 0;
-  require(qim_lib_init(0, 0, client_id, 0, &parms, 0, flags, 0, &handle_), attempt);
+  const uint32_t status = qim_lib_init(0, 0, client_id, 0, &parms, 0, flags, 0, &handle_);
+  if (status == ROV_ERR_OPEN && mode == OpenMode::read && is_absent(directory_)) {
+    throw DatabaseError(status, attempt,
+                        "there is none; check the directory given with --db or in ROV_DB, or make "
+                        "the database with 'qimctl import'");
+  }
+  require(status, attempt);
 }
 
 Database::~Database() {

@@ -17,6 +17,8 @@ inline constexpr uint32_t client_id = 0x71696d63;
 class DatabaseError : public std::runtime_error {
  public:
   DatabaseError(uint32_t status, const std::string& attempt);
+  // For what the tool can explain better than the status or the database.
+  DatabaseError(uint32_t status, const std::string& attempt, const std::string& reason);
   uint32_t status() const { return status_; }
 
  private:
@@ -28,6 +30,8 @@ std::string status_name(uint32_t status);
 
 // Throws DatabaseError unless `status` is 0. `attempt` completes "cannot ...".
 void require(uint32_t status, const std::string& attempt);
+// The same for what was attempted with a node, which may not be there.
+void require_node(uint32_t status, const std::string& attempt);
 
 // The directory that a database is looked for in: `given` if not empty, else $ROV_DB, else ./qim.db.
 std::string database_directory(const std::string& given);

@@ -65,16 +65,6 @@ void add_others(const ReadSession& session, const qim_node_t& record,
   }
 }
 
-// The record holds the name's bytes in host order.
-qim_dsetname_t name_of(const qim_pinst_fields_t& fields) {
-  qim_dsetname_t name{};
-  name.dest = fields.dest;
-  name.type = fields.type;
-  name.dir = fields.dir;
-  qim_dsetname_hton(&name);
-  return name;
-}
-
 }  // namespace
 
 bool has_slot(uint32_t type, uint16_t field) {
@@ -91,9 +81,18 @@ bool has_dset(const qim_node_t& record) {
   return record.type == QIM_NODE_DSET || record.body.pinst.fields.dest.fmt != 0;
 }
 
+qim_dsetname_t name_of(const qim_pinst_fields_t& fields) {
+  qim_dsetname_t name{};
+  name.dest = fields.dest;
+  name.type = fields.type;
+  name.dir = fields.dir;
+  qim_dsetname_hton(&name);
+  return name;
+}
+
 qim_node_t read_record(const ReadSession& session, uint32_t id) {
   qim_node_t record;
-  require(qim_node_read(session.handle(), id, 0, &record), reading(id));
+  require_node(qim_node_read(session.handle(), id, 0, &record), reading(id));
   return record;
 }
 
@@ -118,9 +117,9 @@ NodeImage read_node(const ReadSession& session, uint32_t id) {
   NodeImage image;
   const size_t bytes = room_for(read_record(session, id));
   image.room.resize(bytes / sizeof(uint64_t));
-  require(qim_node_readall(session.handle(), id, 0, &image.record, static_cast<int32_t>(bytes),
-                           image.room.data()),
-          reading(id));
+  require_node(qim_node_readall(session.handle(), id, 0, &image.record, static_cast<int32_t>(bytes),
+                                image.room.data()),
+               reading(id));
   image.links = read_links(session, image.record);
   if (has_dset(image.record)) image.dset = name_of(image.record.body.pinst.fields);
   return image;

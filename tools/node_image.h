@@ -35,6 +35,9 @@ bool has_slot(uint32_t type, uint16_t field);
 // Has the node a data-set name? A policy instance or enforcement destination of format 0 was stored without one.
 bool has_dset(const qim_node_t& record);
 
+// The data-set name, in network order, of the fields of a record, which hold its bytes in host order.
+qim_dsetname_t name_of(const qim_pinst_fields_t& fields);
+
 // The node after `id` in the database, the first one for 0; nothing behind the last. The library has no call for
 // this, so the database itself is asked.
 std::optional<uint32_t> next_node_id(const ReadSession& session, uint32_t id);

@@ -161,6 +161,7 @@ ordered_json node_to_json(const NodeImage& image) {
 
 ordered_json record_to_json(const qim_node_t& record) {
   ordered_json value = head_to_json(record, false);
+  if (has_dset(record)) value["dset"] = dset_to_json(name_of(record.body.pinst.fields));
   value["computed"] = computed_to_json(record);
   return value;
 }

@@ -52,12 +52,22 @@ std::vector<uint32_t> referrers(const ReadSession& session, const qim_node_t& re
   return {ids, ids + count};
 }
 
+// `purpose` completes "cannot ... 0x00000001".
+qim_node_t read_typed(const ReadSession& session, uint32_t id, uint32_t type,
+                      const std::string& purpose) {
+  const qim_node_t record = read_record(session, id);
+  if (record.type == type) return record;
+  throw DatabaseError(
+      QIM_ERR_NODE_TYPE, purpose + " " + node_id_text(id),
+      "it is of type " + node_type_name(record.type) + ", not " + node_type_name(type));
+}
+
 // What a node of an unknown number of bytes is asked for is known from its record.
 std::vector<uint8_t> arguments(const ReadSession& session, const qim_node_t& record) {
   const bool action = record.type == QIM_NODE_ACTION;
   if (!action && record.type != QIM_NODE_DEF) {
-    throw DatabaseError(QIM_ERR_NODE_TYPE, "read the arguments of " + node_id_text(record.id) +
-                                               ", which is no Action or Def");
+    throw DatabaseError(QIM_ERR_NODE_TYPE, "read the arguments of " + node_id_text(record.id),
+                        "it is of type " + node_type_name(record.type) + ", not Action or Def");
   }
   const uint32_t length = action ? record.body.action.args_len : record.body.def.args_len;
   std::vector<uint8_t> bytes(length);
@@ -72,7 +82,7 @@ void print_bytes(const std::vector<uint8_t>& bytes, bool json) {
   if (json) {
     print(ordered_json(hex_bytes(bytes)).dump() + "\n");
   } else {
-    print(hex_bytes(bytes) + (text.empty() ? "" : "  " + text) + "\n");
+    print((bytes.empty() ? "none" : hex_bytes(bytes)) + (text.empty() ? "" : "  " + text) + "\n");
   }
 }
 
@@ -87,7 +97,8 @@ void print_referrers(const ReadSession& session, uint32_t id, bool json) {
 }
 
 void print_edests(const ReadSession& session, uint32_t pinst, bool json) {
-  const qim_node_t instance = read_record(session, pinst);
+  const qim_node_t instance =
+      read_typed(session, pinst, QIM_NODE_PINST, "list the enforcement destinations of");
   std::vector<qim_node_t> records;
   for (uint32_t n = 0; n < instance.refs; n++) {
     qim_node_t record{};
@@ -101,9 +112,11 @@ void print_edests(const ReadSession& session, uint32_t pinst, bool json) {
 
 void print_edest_at(const ReadSession& session, uint32_t pinst, const qim_policy_dest_t& dest,
                     bool json) {
+  const std::string purpose = "find that enforcement destination of";
+  const qim_node_t instance = read_typed(session, pinst, QIM_NODE_PINST, purpose);
   qim_node_t record{};
-  require(qim_pinst_edest_name_get(session.handle(), pinst, &dest, &record),
-          "find that enforcement destination of " + node_id_text(pinst));
+  require(qim_pinst_edest_lookup(session.handle(), &instance, &dest, &record),
+          purpose + " " + node_id_text(pinst));
   print_record(record, json);
 }
 
@@ -124,11 +137,11 @@ void print_dset_at(const ReadSession& session, uint32_t selector, bool json) {
 }
 
 void print_criteria(const ReadSession& session, uint32_t id, bool json) {
-  const qim_node_t record = read_record(session, id);
+  const qim_node_t record = read_typed(session, id, QIM_NODE_FILTER, "read the criteria of");
   std::vector<uint64_t> room(record.body.filter.crit_bytes / sizeof(uint64_t) + 1);
   const auto bytes = static_cast<uint32_t>(room.size() * sizeof(uint64_t));
-  if (record.type == QIM_NODE_FILTER && record.body.filter.crit_cnt == 0) {
-    print(json ? "[]\n" : "0 criteria\n");
+  if (record.body.filter.crit_cnt == 0) {
+    print(json ? "[]\n" : "none\n");
     return;
   }
   require(qim_filter_criteria_get(session.handle(), id, bytes, room.data()),
@@ -153,8 +166,9 @@ void print_private(const ReadSession& session, uint32_t id, bool json) {
 }
 
 void set_private(const ReadSession& session, uint32_t id, const std::vector<uint8_t>& data) {
-  require(qim_node_priv_set(session.handle(), id, data.data(), static_cast<uint32_t>(data.size())),
-          "set the private data of " + node_id_text(id));
+  const auto length = static_cast<uint32_t>(data.size());
+  require_node(qim_node_priv_set(session.handle(), id, data.data(), length),
+               "set the private data of " + node_id_text(id));
 }
 
 void print_shown(const Database& database, const ReadSession& session, uint32_t id) {
@@ -168,7 +182,7 @@ void print_shown(const Database& database, const ReadSession& session, uint32_t 
   request.arg = &text;
   const uint32_t status = qim_db_show_internal(database.handle(), &request);
   print(text);
-  require(status, "show node " + node_id_text(id));
+  require_node(status, "show node " + node_id_text(id));
 }
 
 }  // namespace qimctl

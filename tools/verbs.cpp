@@ -1,6 +1,7 @@
 #include "tools/verbs.h"
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "tools/cli.h"
 #include "tools/dsetname.h"
@@ -12,7 +13,7 @@ namespace qimctl {
 namespace {
 
 constexpr const char* dest_help =
-    "Destination: interface INDEX [vrf N] [vlan N] [vdc N], service ID [srv_def N] [srv_vdc N], or "
+    "interface INDEX [vrf N] [vlan N] [vdc N], service ID [srv_def N] [srv_vdc N], or "
     "generic [vdc N] [v8 N] [v16a N] [v16b N] [v32a N] [v32b N]";
 
 // A data-set name as 42 hexadecimal digits.
@@ -27,6 +28,11 @@ std::optional<qim_dsetname_t> name_from_hex(const std::string& text) {
 std::string check_name(const std::string& text) {
   return name_from_hex(text) ? ""
                              : "'" + text + "' is no data-set name: give 42 hexadecimal digits";
+}
+
+// The command-line library takes -1 for the largest number.
+std::string check_number(const std::string& text) {
+  return parse_number(text) ? "" : "'" + text + "' is no number; give one, decimal or 0x...";
 }
 
 std::string check_name_or_selector(const std::string& text) {
@@ -52,7 +58,9 @@ std::string check_node(const std::string& text) {
 }
 
 Verbs::Verbs(CLI::App& app, const std::string& database, std::function<int()>& action)
-    : app_(app), database_(database), action_(action) {
+    : app_(app), database_(database), action_(action) {}
+
+void Verbs::add() {
   add_node_query(
       "refs", "List the nodes that refer to a node",
       [this](const ReadSession& session, uint32_t id) { print_referrers(session, id, json_); });
@@ -72,6 +80,7 @@ Verbs::Verbs(CLI::App& app, const std::string& database, std::function<int()>& a
 void Verbs::add_node_query(const char* name, const char* help, Query query) {
   CLI::App* command = app_.add_subcommand(name, help);
   add_node_option(command, "NODE");
+  add_json_option(command);
   command->callback([this, query] {
     action_ = [this, query] {
       return ask([&](const Database&, const ReadSession& session) { query(session, node()); });
@@ -83,6 +92,7 @@ void Verbs::add_edest() {
   CLI::App* command = app_.add_subcommand(
       "edest", "List where a policy instance is enforced, or look one destination up");
   add_node_option(command, "PINST");
+  add_json_option(command);
   add_dest_option(command, false);
   command->callback([this] {
     action_ = [this] {
@@ -106,7 +116,7 @@ void Verbs::add_pinst() {
       ->required()
       ->check(check_name_or_selector)
       ->type_name("");
-  command->add_flag("--json", json_, "Print JSON");
+  add_json_option(command);
   command->callback([this] {
     action_ = [this] {
       return ask([this](const Database&, const ReadSession& session) {
@@ -130,7 +140,9 @@ void Verbs::add_name() {
   build->add_option("--type", type_, "Policy type")->type_name("N");
   build->add_option("--dir", dir_, "Direction")
       ->check(CLI::IsMember({"in", "out"}))
+      ->capture_default_str()
       ->type_name("DIR");
+  add_json_option(build);
   build->callback([this] {
     action_ = [this] {
       qim_pinst_fields_t fields{};
@@ -139,7 +151,8 @@ void Verbs::add_name() {
       fields.dir = dir_ == "in" ? uint8_t{QIM_DIR_IN} : uint8_t{2};
       qim_dsetname_t name{};
       qim_pinst_to_dsetname(&fields, &name);
-      print(hex_bytes(&name, sizeof name) + "\n");
+      const std::string digits = hex_bytes(&name, sizeof name);
+      print(json_ ? nlohmann::json(digits).dump() + "\n" : digits + "\n");
       return int{exit_ok};
     };
   });
@@ -148,7 +161,7 @@ void Verbs::add_name() {
       ->required()
       ->check(check_name)
       ->type_name("");
-  parse->add_flag("--json", json_, "Print JSON");
+  add_json_option(parse);
   parse->callback([this] {
     action_ = [this] {
       print_parsed(*name_from_hex(name_), json_);
@@ -162,6 +175,7 @@ void Verbs::add_priv() {
   command->require_subcommand(1);
   CLI::App* get = command->add_subcommand("get", "Show them");
   add_node_option(get, "NODE");
+  add_json_option(get);
   get->callback([this] {
     action_ = [this] {
       return ask([this](const Database&, const ReadSession& session) {
@@ -192,8 +206,11 @@ void Verbs::add_priv() {
 void Verbs::add_watch() {
   CLI::App* command = app_.add_subcommand("watch", "Print changes as they are committed");
   command->add_option("--from", watch_.from, "Begin behind this revision; else from now on")
+      ->check(check_number)
       ->type_name("REVISION");
-  command->add_option("--count", watch_.count, "Stop after so many messages")->type_name("N");
+  command->add_option("--count", watch_.count, "Stop after so many messages")
+      ->check(check_number)
+      ->type_name("N");
   command->add_option("--timeout", watch_.seconds, "Stop when none came for so many seconds")
       ->check(CLI::Range(uint32_t{0}, uint32_t{1000000}))
       ->type_name("SECONDS");
@@ -212,6 +229,9 @@ void Verbs::add_node_option(CLI::App* command, const char* name) {
       ->required()
       ->check(check_node)
       ->type_name("");
+}
+
+void Verbs::add_json_option(CLI::App* command) {
   command->add_flag("--json", json_, "Print JSON");
 }
 
@@ -221,7 +241,7 @@ void Verbs::add_dest_option(CLI::App* command, bool required) {
   // Checked as a whole: a word alone means nothing.
   command->parse_complete_callback([this, option] {
     if (option->count() != 0 && !dest_from_words(dest_)) {
-      throw CLI::ValidationError("DESTINATION", std::string("not understood. ") + dest_help);
+      throw CLI::ValidationError("DESTINATION", std::string("not understood; give ") + dest_help);
     }
   });
 }

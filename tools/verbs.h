@@ -12,11 +12,14 @@ namespace qimctl {
 
 class Verbs {
  public:
-  // Adds the commands to `app`. `database`: the directory given on the command line, read when a command runs;
-  // `action`: receives what the command that was given does.
+  // `database`: the directory given on the command line, read when a command runs; `action`: receives
+  // what the command that was given does.
   Verbs(CLI::App& app, const std::string& database, std::function<int()>& action);
   Verbs(const Verbs&) = delete;
   Verbs& operator=(const Verbs&) = delete;
+
+  // Adds the commands to `app`, behind those that it has.
+  void add();
 
  private:
   using Query = std::function<void(const ReadSession&, uint32_t id)>;
@@ -28,6 +31,7 @@ class Verbs {
   void add_priv();
   void add_watch();
   void add_node_option(CLI::App* command, const char* name);
+  void add_json_option(CLI::App* command);
   void add_dest_option(CLI::App* command, bool required);
 
   // Runs a question on the newest state of the database.

@@ -111,8 +111,14 @@ void watch_changes(const Database& database, const WatchOptions& options) {
   registration.kinds = UINT32_MAX;
   registration.revision[0] = static_cast<uint32_t>(options.from >> 32);
   registration.revision[1] = static_cast<uint32_t>(options.from);
-  require(qim_db_ntf(database.handle(), &registration),
-          "follow the changes of " + database.directory());
+  const std::string attempt = "follow the changes of " + database.directory();
+  const uint32_t status = qim_db_ntf(database.handle(), &registration);
+  if (status == ROV_ERR_INVALID && options.from != 0) {
+    throw DatabaseError(status, attempt,
+                        "there is no revision " + std::to_string(options.from) +
+                            " yet; without --from, changes from now on are printed");
+  }
+  require(status, attempt);
   uint64_t seen = 0;
   while (!options.count || seen < *options.count) {
     const std::optional<rov_change_t> change = next_change(database);

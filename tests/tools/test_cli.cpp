@@ -53,8 +53,14 @@ TEST(CommandLine, refuses_unknown_formats_and_options) {
 TEST(CommandLine, explains_itself) {
   const Outcome help = run_qimctl({"--help"});
   EXPECT_EQ(help.code, qimctl::exit_ok);
-  for (const char* command : {"import", "list", "show", "tree", "--db"}) {
-    EXPECT_THAT(help.out, HasSubstr(command));
+  size_t last = 0;
+  for (const char* command :
+       {"--db", "\n  import ", "\n  list ", "\n  show ", "\n  tree ", "\n  refs ", "\n  criteria ",
+        "\n  args ", "\n  edest ", "\n  pinst ", "\n  name ", "\n  priv ", "\n  watch "}) {
+    const size_t at = help.out.find(command);
+    EXPECT_NE(at, std::string::npos) << command;
+    EXPECT_GT(at, last) << command;
+    last = at;
   }
   EXPECT_THAT(help.err, IsEmpty());
   const Outcome import = run_qimctl({"import", "--help"});
@@ -67,14 +73,26 @@ TEST(CommandLine, explains_itself) {
 TEST(CommandLine, does_not_make_a_database_to_read_from) {
   const tools_test::TempDir dir;
   const std::string db = dir / "none";
-  for (const std::vector<std::string>& command :
-       {std::vector<std::string>{"list"}, {"show", "1"}, {"tree", "1"}}) {
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"list"},
+                                                  {"show", "1"},
+                                                  {"show", "--engine", "1"},
+                                                  {"tree", "1"},
+                                                  {"refs", "1"},
+                                                  {"criteria", "1"},
+                                                  {"args", "1"},
+                                                  {"edest", "1"},
+                                                  {"pinst", "0"},
+                                                  {"priv", "get", "1"},
+                                                  {"priv", "set", "1", "00"},
+                                                  {"watch", "--timeout", "0"}}) {
     std::vector<std::string> arguments{"--db", db};
     arguments.insert(arguments.end(), command.begin(), command.end());
     const Outcome outcome = run_qimctl(arguments);
     EXPECT_EQ(outcome.code, qimctl::exit_database);
     EXPECT_THAT(outcome.err, HasSubstr("cannot open the database in " + db));
-    EXPECT_THAT(outcome.err, HasSubstr("ROV_ERR_OPEN"));
+    EXPECT_THAT(outcome.err,
+                HasSubstr("there is none; check the directory given with --db or in ROV_DB, or "
+                          "make the database with 'qimctl import' (ROV_ERR_OPEN, 0x41170040)\n"));
     EXPECT_FALSE(std::filesystem::exists(db));
   }
 }
