@@ -1,13 +1,16 @@
 #include "tools/support.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <thread>
 
 namespace tools_test {
 
@@ -87,27 +90,52 @@ std::vector<std::string> brief(const std::vector<qimctl::Problem>& problems) {
   return lines;
 }
 
-Outcome run_qimctl(const std::vector<std::string>& arguments,
-                   const std::vector<std::string>& environment, const std::string& output) {
+Process::Process(const std::vector<std::string>& arguments,
+                 const std::vector<std::string>& environment, const std::string& output)
+    : output_(output.empty() ? (dir_ / "out").string() : output) {
   std::istringstream emulator(from_environment("QIM_EMULATOR"));
   std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
   words.push_back(from_environment("QIM_BUILD_DIR") + "/bin/qimctl");
   words.insert(words.end(), arguments.begin(), arguments.end());
-
-  const TempDir dir;
-  const pid_t child = fork();
-  if (child == 0) {
-    redirect(STDOUT_FILENO, output.empty() ? (dir / "out").string() : output);
-    redirect(STDERR_FILENO, dir / "err");
+  write_text(dir_ / "out", "");
+  child_ = fork();
+  if (child_ == 0) {
+    redirect(STDOUT_FILENO, output_);
+    redirect(STDERR_FILENO, dir_ / "err");
     execute(words, environment);
   }
+}
+
+Process::~Process() {
+  if (child_ <= 0) return;
+  kill(child_, SIGKILL);
+  waitpid(child_, nullptr, 0);
+}
+
+void Process::wait_for(const std::string& text) const {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (read_text(output_).find(text) == std::string::npos) {
+    ASSERT_LT(std::chrono::steady_clock::now(), end)
+        << "'" << text << "' is not in:\n"
+        << read_text(output_) << read_text(dir_ / "err");
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+Outcome Process::finish() {
   int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(waitpid(child_, &status, 0), child_);
+  child_ = -1;
   Outcome outcome;
   outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  if (output.empty()) outcome.out = read_text(dir / "out");
-  outcome.err = read_text(dir / "err");
+  outcome.out = read_text(dir_ / "out");
+  outcome.err = read_text(dir_ / "err");
   return outcome;
+}
+
+Outcome run_qimctl(const std::vector<std::string>& arguments,
+                   const std::vector<std::string>& environment, const std::string& output) {
+  return Process(arguments, environment, output).finish();
 }
 
 }  // namespace tools_test

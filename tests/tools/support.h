@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -42,8 +44,30 @@ struct Outcome {
   std::string err;
 };
 
-// Runs the built tool, under the emulator where there is one, without ROV_DB in its environment unless `environment`
-// ("NAME=value") gives it, and with its standard output into `output` if that is not empty.
+// The built tool as a process, under the emulator where there is one, without ROV_DB in its
+// environment unless `environment` ("NAME=value") gives it, and with its standard output into
+// `output` if that is not empty. Ends with the object at the latest.
+class Process {
+ public:
+  explicit Process(const std::vector<std::string>& arguments,
+                   const std::vector<std::string>& environment = {},
+                   const std::string& output = "");
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  // Waits until its standard output holds `text`. Fails the test when that takes a minute.
+  void wait_for(const std::string& text) const;
+  // Waits for its end.
+  Outcome finish();
+
+ private:
+  TempDir dir_;
+  std::string output_;
+  pid_t child_ = -1;
+};
+
+// Runs the tool to its end.
 Outcome run_qimctl(const std::vector<std::string>& arguments,
                    const std::vector<std::string>& environment = {},
                    const std::string& output = "");

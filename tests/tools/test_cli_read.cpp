@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/cli.h"
+#include "tools/example_database.h"
 #include "tools/native.h"
 #include "tools/support.h"
 
@@ -16,31 +17,7 @@ using testing::IsEmpty;
 using testing::StartsWith;
 using tools_test::Outcome;
 
-// The database is only read here, so that one serves all tests.
-class Read : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    dir_ = new tools_test::TempDir;
-    const auto example = tools_test::source_dir() / "examples" / "edge-all-types.json";
-    ASSERT_EQ(tools_test::run_qimctl({"--db", *dir_ / "db", "import", example}).code, 0);
-  }
-  static void TearDownTestSuite() {
-    delete dir_;
-    dir_ = nullptr;
-  }
-
-  static std::string output(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {"--db", *dir_ / "db"});
-    const Outcome outcome = tools_test::run_qimctl(arguments);
-    EXPECT_EQ(outcome.code, qimctl::exit_ok);
-    EXPECT_THAT(outcome.err, IsEmpty());
-    return outcome.out;
-  }
-
-  static tools_test::TempDir* dir_;
-};
-
-tools_test::TempDir* Read::dir_ = nullptr;
+class Read : public tools_test::ExampleDatabase {};
 
 TEST_F(Read, lists_all_nodes) {
   const std::string out = output({"list"});
@@ -132,7 +109,7 @@ TEST_F(Read, shows_json_that_can_be_imported_again) {
 
 TEST_F(Read, says_that_a_node_is_not_there) {
   for (const char* command : {"show", "tree"}) {
-    const Outcome outcome = tools_test::run_qimctl({"--db", *dir_ / "db", command, "0x77"});
+    const Outcome outcome = tools_test::run_qimctl({"--db", database(), command, "0x77"});
     EXPECT_EQ(outcome.code, qimctl::exit_not_found);
     EXPECT_THAT(outcome.err, StartsWith("qimctl: cannot read node 0x00000077: "));
     EXPECT_THAT(outcome.out, IsEmpty());
