@@ -110,9 +110,10 @@ class KillTest : public DatabaseTest {
     switch (random_.below(8)) {
       case 0:
       case 1:
-        longest_life_ = 15000;
+        longest_life_ = 10000;
         return std::make_unique<Child>(path(), [this](uint32_t, int) { return import_on(path()); });
       case 2:
+        longest_life_ = 10000;
         return std::make_unique<Child>(path(), [](uint32_t db, int) { return copy_on(db); });
       case 3:
         // Its database is not there yet.
