@@ -63,7 +63,8 @@ uint32_t target_of(uint32_t ses, Target* target) {
   return ROV_OK;
 }
 
-// Hands out what dead sessions left under the key, and makes it this session's own unless it is to stay.
+// Hands out what dead sessions left under the key, and makes it this session's own unless it is to
+// stay.
 uint32_t take_over(View& view, const DataOwner& to, uint32_t after, bool keep, rov_priv_t* priv) {
   DataOwner from = {};
   uint32_t key = 0;

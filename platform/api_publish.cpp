@@ -33,7 +33,8 @@ struct Publication {
   rov::NodeQueue queue = {};
 };
 
-// Room for `len` more bytes; NULL while only measuring or when there is none, which the length tells at the end.
+// Room for `len` more bytes; NULL while only measuring or when there is none, which the length
+// tells at the end.
 uint8_t* take(Publication& pub, uint32_t len) {
   const uint64_t at = pub.bytes;
   pub.bytes += len;

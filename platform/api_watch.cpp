@@ -61,7 +61,8 @@ void go_on_behind(Watch& watch, uint64_t revision, uint32_t number) {
   watch.number = number;
 }
 
-// A client that fell behind what the log keeps learns that once, and goes on from the newest commit.
+// A client that fell behind what the log keeps learns that once, and goes on from the newest
+// commit.
 uint32_t next_change(View& view, Watch& watch, uint32_t client, Change* change) {
   uint64_t pruned = 0;
   uint32_t status = rov::changes_pruned(view, &pruned);
@@ -94,8 +95,9 @@ void write_message(const Change& change, rov_change_t* message) {
   to_words(change.user, message->user);
 }
 
-// The descriptor stays readable while there may be more. It is drained when there was none, and then the log looked at
-// once more: a commit before the draining is seen now, and one after it makes the descriptor readable again.
+// The descriptor stays readable while there may be more. It is drained when there was none, and
+// then the log looked at once more: a commit before the draining is seen now, and one after it
+// makes the descriptor readable again.
 uint32_t poll_change(uint32_t db, Watch& watch, uint32_t client, Change* change) {
   const auto look = [&](View& view) { return next_change(view, watch, client, change); };
   uint32_t status = rov::with_newest(db, look);

@@ -1,4 +1,5 @@
-// The change log: what each commit changed and who committed, kept in the store with the changes themselves.
+// The change log: what each commit changed and who committed, kept in the store with the changes
+// themselves.
 #ifndef PLATFORM_CHANGES_H
 #define PLATFORM_CHANGES_H
 
@@ -6,8 +7,8 @@
 
 namespace rov {
 
-// A commit of more changes is logged as one gap: whoever follows reads everything again, which then costs less than the
-// changes would.
+// A commit of more changes is logged as one gap: whoever follows reads everything again, which then
+// costs less than the changes would.
 constexpr uint32_t kMaxChangesPerCommit = 4096;
 // So many changes are kept, the newest.
 constexpr uint32_t kMaxChanges = 65536;

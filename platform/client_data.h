@@ -26,8 +26,8 @@ uint32_t client_data_del_all(View& view, const DataOwner& owner);
 // The first key of the owner above `after`. ROV_ERR_NO_VALUE, noted, past the last.
 uint32_t client_data_next(View& view, const DataOwner& owner, uint32_t after, uint32_t* key);
 
-// Among what sessions that are no more left: the lowest key above `after`, and of several sessions' data under
-// it those written last.
+// Among what sessions that are no more left: the lowest key above `after`, and of several sessions'
+// data under it those written last.
 uint32_t client_data_left(View& view, uint32_t client, uint32_t after, DataOwner* owner,
                           uint32_t* key);
 // Takes away what such sessions left under the key.

@@ -17,12 +17,12 @@ inline bool log_wanted() {
   return g_loggers_on.load(std::memory_order_relaxed) != 0;
 }
 
-// Hands a failure of a call in this process to every logger that wants it. A logger that fails itself does
-// not hear of that.
+// Hands a failure of a call in this process to every logger that wants it. A logger that fails
+// itself does not hear of that.
 void log_failure(uint32_t status, const char* text);
 
-// The database's logger and debug flags; a NULL logger takes it away. ROV_ERR_FULL, noted, when the process
-// has too many databases with one.
+// The database's logger and debug flags; a NULL logger takes it away. ROV_ERR_FULL, noted, when the
+// process has too many databases with one.
 uint32_t logger_set(uint32_t db, rov_logger_fn logger, void* arg);
 uint32_t debug_set(uint32_t db, uint32_t flags);
 // The database is closed.

@@ -24,9 +24,9 @@ PointerTable::~PointerTable() {
   }
 }
 
-// The cell of that key. NULL when it has none: the unused one where it belongs then is *unused, which
-// only who holds the mutex may look into, since it can become another key's at any moment. A block
-// always has unused cells.
+// The cell of that key. NULL when it has none: the unused one where it belongs then is *unused,
+// which only who holds the mutex may look into, since it can become another key's at any moment. A
+// block always has unused cells.
 PointerTable::Cell* PointerTable::find(Block* block, uint32_t client, uint32_t node,
                                        Cell** unused) {
   for (uint32_t at = hash(client, node);; ++at) {

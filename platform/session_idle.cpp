@@ -11,8 +11,8 @@ namespace {
 constexpr uint32_t kTicksPerSecond = 16;
 constexpr uint32_t kMaxLimit = UINT32_MAX / 2;
 
-// While it is held, the sessions of the list are there, and so are their databases: a session leaves
-// the list before its handle is given back, for which its database waits.
+// While it is held, the sessions of the list are there, and so are their databases: a session
+// leaves the list before its handle is given back, for which its database waits.
 pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 Session* g_first = nullptr;
 std::atomic<uint32_t> g_count{0};

@@ -1,9 +1,9 @@
 // Sessions that expire when nobody uses them for as long as their library's limit says.
 //
-// A session that has expired keeps its handle, and nothing else: its snapshots go, so that the pages
-// that they held can be used again, and a write session's edits and right to write go. That happens
-// when one of the process's threads next opens a session, renews one, commits or waits for another
-// writer; no thread and no timer waits for it.
+// A session that has expired keeps its handle, and nothing else: its snapshots go, so that the
+// pages that they held can be used again, and a write session's edits and right to write go. That
+// happens when one of the process's threads next opens a session, renews one, commits or waits for
+// another writer; no thread and no timer waits for it.
 //
 // Sessions without a limit pay one comparison a call for this.
 #ifndef PLATFORM_SESSION_IDLE_H

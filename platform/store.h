@@ -2,7 +2,7 @@
 // header.
 //
 //   directory/
-//     format       what wrote the database: format version, word size, byte order (store_format.cpp)
+//     format       what wrote it: format version, word size, byte order (store_format.cpp)
 //     data.mdb     the engine's file: the tables of keys.h
 //     lock.mdb     the engine's reader table
 //     writer.lock  held by the process that has a write session

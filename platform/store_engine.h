@@ -62,8 +62,8 @@ void resume_snapshots(Env* env);
 
 // Notes that the environment is open for reading only.
 uint32_t writer_refused(const Env* env);
-// The other user for whom the next write is reserved, 0 when there is none. A reservation for `user`
-// is used up, and one that holds nobody any more taken away. With the right to write.
+// The other user for whom the next write is reserved, 0 when there is none. A reservation for
+// `user` is used up, and one that holds nobody any more taken away. With the right to write.
 uint64_t writer_reserved_for(Env* env, uint64_t user);
 
 // ---- store_snapshot.cpp -------------------------------------------------------------------------

@@ -45,8 +45,8 @@ constexpr Row kRows[] = {
     {ENAMETOOLONG, ROV_ERR_OPEN, "use a shorter path"},
     {EMFILE, ROV_ERR_OPEN, "close files, or raise the process's limit of open files"},
     {ENFILE, ROV_ERR_OPEN, "the system's limit of open files is reached: try again later"},
-    // The engine takes a lock that was refused for one that another process has, and then misses what
-    // that process would have left in lock.mdb.
+    // The engine takes a lock that was refused for one that another process has, and then misses
+    // what that process would have left in lock.mdb.
     {EINVAL, ROV_ERR_GENERIC,
      "the file system refused a record lock, or lock.mdb is damaged: check the file system, "
      "and remove lock.mdb when no process has the database open"},

@@ -5,8 +5,9 @@
 //   crc:4 0:4 user:8 start:8 until:8        host order; user 0, or an empty file: none
 //
 // A user is a client's identity and a process (changes.h), `start` is when that process started and
-// `until` when the reservation ends (clock.h). It is read without a lock, which the checksum allows,
-// and changed under a record lock on the file's second byte; the first one's is the right to write.
+// `until` when the reservation ends (clock.h). It is read without a lock, which the checksum
+// allows, and changed under a record lock on the file's second byte; the first one's is the right
+// to write.
 #include <fcntl.h>
 #include <unistd.h>
 

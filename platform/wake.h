@@ -1,5 +1,6 @@
-// Waking whoever follows the changes of a database, in any process: a file in its directory that every commit writes to,
-// and inotify(7) on it. Nothing has to be registered with anybody, and a process that dies leaves nothing behind.
+// Waking whoever follows the changes of a database, in any process: a file in its directory that
+// every commit writes to, and inotify(7) on it. Nothing has to be registered with anybody, and a
+// process that dies leaves nothing behind.
 #ifndef PLATFORM_WAKE_H
 #define PLATFORM_WAKE_H
 

@@ -9,11 +9,12 @@
 
 namespace qimctl {
 
-// The identity under which this tool is the database's client. Private data that it writes belongs to it: other clients
-// of the database see their own.
+// The identity under which this tool is the database's client. Private data that it writes belongs
+// to it: other clients of the database see their own.
 inline constexpr uint32_t client_id = 0x71696d63;
 
-// A failure of the database or of the policy library. what() says what was attempted, where, why it failed and what to do.
+// A failure of the database or of the policy library. what() says what was attempted, where, why it
+// failed and what to do.
 class DatabaseError : public std::runtime_error {
  public:
   DatabaseError(uint32_t status, const std::string& attempt);
@@ -33,7 +34,8 @@ void require(uint32_t status, const std::string& attempt);
 // The same for what was attempted with a node, which may not be there.
 void require_node(uint32_t status, const std::string& attempt);
 
-// The directory that a database is looked for in: `given` if not empty, else $ROV_DB, else ./qim.db.
+// The directory that a database is looked for in: `given` if not empty, else $ROV_DB, else
+// ./qim.db.
 std::string database_directory(const std::string& given);
 
 enum class OpenMode { read, create };

@@ -10,8 +10,9 @@
 
 namespace qimctl {
 
-// A name in network order as the native format writes it: structured by its format, or, of a format without structure,
-// as 42 hexadecimal digits. What a structured form would not give back byte for byte is written as digits too.
+// A name in network order as the native format writes it: structured by its format, or, of a format
+// without structure, as 42 hexadecimal digits. What a structured form would not give back byte for
+// byte is written as digits too.
 nlohmann::ordered_json dset_to_json(const qim_dsetname_t& name);
 
 // The reverse, in network order. `value` must follow the native format's schema.

@@ -20,8 +20,8 @@ struct ImportOptions {
   bool json = false;     // report as JSON
 };
 
-// Returns false when something was approximated or skipped and `lossy` is not set; nothing is imported then. Throws
-// InputError and DatabaseError; nothing is imported then either.
+// Returns false when something was approximated or skipped and `lossy` is not set; nothing is
+// imported then. Throws InputError and DatabaseError; nothing is imported then either.
 bool import_files(const ImportOptions& options);
 
 // The format that a text claims to be of; nothing when it claims none, or both.

@@ -1,6 +1,7 @@
 // Numbers, bytes and record members in the native format's JSON.
 //
-// The readers take values that follow the schema; anything else is a fault of the caller and throws std::logic_error.
+// The readers take values that follow the schema; anything else is a fault of the caller and throws
+// std::logic_error.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +13,8 @@
 
 namespace qimctl {
 
-// The largest integer that every JSON reader keeps exactly (RFC 7493 section 2.2); larger ones are written as "0x...".
+// The largest integer that every JSON reader keeps exactly (RFC 7493 section 2.2); larger ones are
+// written as "0x...".
 inline constexpr uint64_t max_json_number = (uint64_t{1} << 53) - 1;
 
 nlohmann::ordered_json number_to_json(uint64_t value);
@@ -24,7 +26,8 @@ std::vector<uint8_t> bytes_from_json(const nlohmann::json& value);
 uint64_t load(const void* record, uint32_t position, uint32_t width);
 void store(void* record, uint32_t position, uint32_t width, uint64_t value);
 
-// A row's value in the record at `record`: an integer, a link kind by its name, or an embedded record.
+// A row's value in the record at `record`: an integer, a link kind by its name, or an embedded
+// record.
 nlohmann::ordered_json row_to_json(const qim::schema::Row& row, const void* record);
 void row_from_json(const qim::schema::Row& row, const nlohmann::json& value, void* record);
 

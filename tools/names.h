@@ -19,7 +19,8 @@ std::string node_type_list();
 const char* link_kind_name(uint32_t code);
 std::optional<uint32_t> link_kind_code(const std::string& name);
 
-// A whole string as a number, decimal or with 0x hexadecimal. Nothing for anything else or more than 64 bits.
+// A whole string as a number, decimal or with 0x hexadecimal. Nothing for anything else or more
+// than 64 bits.
 std::optional<uint64_t> parse_number(const std::string& text);
 
 // "0x0081": at least `digits` digits.

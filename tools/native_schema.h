@@ -12,8 +12,8 @@ namespace qimctl {
 // docs/native.schema.json
 extern const char* const native_schema_text;
 
-// Every place where `document` breaks the schema, in no order and without lines; empty when it follows it. `file` goes
-// into the places.
+// Every place where `document` breaks the schema, in no order and without lines; empty when it
+// follows it. `file` goes into the places.
 std::vector<Problem> check_native_schema(const nlohmann::json& document, const std::string& file);
 
 }  // namespace qimctl

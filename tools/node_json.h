@@ -8,15 +8,17 @@
 
 namespace qimctl {
 
-// The node in the native format, followed by a member "computed" with what the library and the database count and keep
-// for it. Criteria of known types carry a comment that says what they match.
+// The node in the native format, followed by a member "computed" with what the library and the
+// database count and keep for it. Criteria of known types carry a comment that says what they
+// match.
 nlohmann::ordered_json node_to_json(const NodeImage& image);
 
-// What qim_node_read alone tells of a node, for lists: identifier, type, group, flags, body, data-set
-// name and counts.
+// What qim_node_read alone tells of a node, for lists: identifier, type, group, flags, body,
+// data-set name and counts.
 nlohmann::ordered_json record_to_json(const qim_node_t& record);
 
-// A record's body in one line: "match True, nomatch Next, crit_cnt 2". Members that are 0 are left out.
+// A record's body in one line: "match True, nomatch Next, crit_cnt 2". Members that are 0 are left
+// out.
 std::string body_summary(const qim_node_t& record);
 
 // The same with private data that reads as text in front.

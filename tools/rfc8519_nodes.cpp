@@ -101,8 +101,8 @@ uint32_t ListBuilder::count() const {
 }
 
 // Identifiers are given in the order in which the nodes are made, but links lead forward too. The
-// filters come last: when a list of fewer entries replaces a stored one, those left over are filters
-// that nothing leads to, and not destinations, which would still be found by their names.
+// filters come last: when a list of fewer entries replaces a stored one, those left over are
+// filters that nothing leads to, and not destinations, which would still be found by their names.
 void ListBuilder::build(uint32_t first_id) {
   next_ = first_id;
   group_ = first_id;

@@ -15,8 +15,8 @@ bool is_dset_node(const Node& node) {
   return node.record.type == QIM_NODE_DSET || node.record.type == QIM_NODE_DSET_NONAME;
 }
 
-// The record of a node as the codec takes it: its pointers lead into the node and into this object. Nothing is written
-// through them.
+// The record of a node as the codec takes it: its pointers lead into the node and into this object.
+// Nothing is written through them.
 class EncodableRecord {
  public:
   explicit EncodableRecord(const Node& node)

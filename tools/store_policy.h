@@ -1,5 +1,5 @@
-// Writes policies into a database: records are built, encoded by the policy library, and stored with their links,
-// data-set names and private data.
+// Writes policies into a database: records are built, encoded by the policy library, and stored
+// with their links, data-set names and private data.
 #pragma once
 
 #include <vector>
@@ -21,9 +21,10 @@ struct StoreCounts {
   size_t replaced = 0;  // of the nodes
 };
 
-// Writes all nodes of `policies` through `session`, which the caller commits. Throws InputError with every node that the
-// database has already (unless `replace`) and every link whose target is neither in the policies nor in the database, and
-// DatabaseError when the database refuses something; the session is to be dropped then.
+// Writes all nodes of `policies` through `session`, which the caller commits. Throws InputError
+// with every node that the database has already (unless `replace`) and every link whose target is
+// neither in the policies nor in the database, and DatabaseError when the database refuses
+// something; the session is to be dropped then.
 StoreCounts write_policies(const std::vector<Policy>& policies, const WriteSession& session,
                            const StoreOptions& options);
 

@@ -18,15 +18,15 @@ class TextTable {
   std::vector<std::vector<std::string>> rows_;
 };
 
-// The members of an object, one on each line with their values aligned, objects inside indented under their name, arrays
-// one element on each line. Numbers above 9999 show in hexadecimal too.
+// The members of an object, one on each line with their values aligned, objects inside indented
+// under their name, arrays one element on each line. Numbers above 9999 show in hexadecimal too.
 std::string layout(const nlohmann::ordered_json& object, size_t indent);
 
 // A scalar, or an object in one line: "node 0x00300001 val 7".
 std::string inline_text(const nlohmann::ordered_json& value, const char* separator = " ");
 
-// `text` with every control character, backslash and byte that is not UTF-8 escaped as \xNN, so that stored bytes can't
-// drive a terminal.
+// `text` with every control character, backslash and byte that is not UTF-8 escaped as \xNN, so
+// that stored bytes can't drive a terminal.
 std::string printable(const std::string& text);
 
 // Characters of UTF-8 text, for alignment.

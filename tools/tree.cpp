@@ -82,8 +82,8 @@ ordered_json step_to_json(const TreeStep& step) {
 
 void print_json(TreeWalk& walk) {
   ordered_json root;
-  // Lists of siblings from the root's down to the level where the walk is. Only the innermost one grows, so those above
-  // stay where they are.
+  // Lists of siblings from the root's down to the level where the walk is. Only the innermost one
+  // grows, so those above stay where they are.
   std::vector<ordered_json*> nodes{&root};
   while (const auto step = walk.step()) {
     if (step->depth == 0) {

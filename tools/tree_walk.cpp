@@ -13,7 +13,8 @@ namespace {
 using qim::schema::Row;
 using qim::schema::Slot;
 
-// The slot through which an element of a filter list or an action list leads to the next element; 0 for other nodes.
+// The slot through which an element of a filter list or an action list leads to the next element; 0
+// for other nodes.
 uint16_t next_slot(const qim_node_t& record) {
   if (qim_is_filterlist_type(&record) == 0 && qim_is_actionlist_type(&record) == 0) return 0;
   for (const Row& row : *qim::schema::node_type(record.type)->body) {
@@ -88,8 +89,8 @@ TreeMark TreeWalk::enter(Level& level, const Edge& edge, std::optional<NodeImage
   return TreeMark::none;
 }
 
-// A link to the next element stays on the level, right behind this node; all others lead below it. The root stands alone
-// on its level.
+// A link to the next element stays on the level, right behind this node; all others lead below it.
+// The root stands alone on its level.
 void TreeWalk::expand(Level& level, const NodeImage& node, std::vector<Edge>& below) const {
   const uint16_t next = levels_.size() == 1 ? uint16_t{0} : next_slot(node.record);
   for (const qim_link_t& link : node.links) {

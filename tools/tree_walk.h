@@ -1,4 +1,5 @@
-// Walks a policy along its links, every node once, without recursion: chains are as long as policies are.
+// Walks a policy along its links, every node once, without recursion: chains are as long as
+// policies are.
 #pragma once
 
 #include <cstdint>
@@ -33,8 +34,8 @@ class TreeWalk {
  public:
   TreeWalk(const ReadSession& session, uint32_t root, uint32_t depth);
 
-  // The next node in the order of the tree's lines; nothing at the end. Throws DatabaseError, ROV_ERR_NO_ITEM only for
-  // the root.
+  // The next node in the order of the tree's lines; nothing at the end. Throws DatabaseError,
+  // ROV_ERR_NO_ITEM only for the root.
   std::optional<TreeStep> step();
 
  private:

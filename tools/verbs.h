@@ -12,8 +12,8 @@ namespace qimctl {
 
 class Verbs {
  public:
-  // `database`: the directory given on the command line, read when a command runs; `action`: receives
-  // what the command that was given does.
+  // `database`: the directory given on the command line, read when a command runs; `action`:
+  // receives what the command that was given does.
   Verbs(CLI::App& app, const std::string& database, std::function<int()>& action);
   Verbs(const Verbs&) = delete;
   Verbs& operator=(const Verbs&) = delete;
