@@ -131,10 +131,10 @@ uint32_t seal(uint32_t ses, uint32_t* database) {
   return edited(access.session(), status);
 }
 
-// Tells those who follow the database. One that was closed meanwhile is told by its next commit.
-void wake(uint32_t database, uint64_t revision) {
+// For those who follow the database. The handle is not pinned for longer, so that closing it waits for nothing.
+rov::Waking waking_of(uint32_t database) {
   const rov::DatabasePin pin(database);
-  if (pin.status() == ROV_OK) rov::wake_all(pin->env->path, revision);
+  return rov::Waking(pin.status() == ROV_OK ? pin->env->path : nullptr);
 }
 
 }  // namespace
@@ -149,9 +149,10 @@ uint32_t rov_edit_commit(uint32_t ses) {
   const uint32_t sealed = seal(ses, &database);
   if (sealed == ROV_ERR_SES_EXPIRED) rov::session_abandon(ses);
   if (database == 0) return sealed;
+  const rov::Waking waking = waking_of(database);
   uint64_t revision = 0;
   const uint32_t status = rov::session_commit(ses, &revision);
-  if (status == ROV_OK) wake(database, revision);
+  if (status == ROV_OK) waking.tell(revision);
   return status;
 }
 

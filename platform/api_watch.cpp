@@ -217,9 +217,10 @@ uint32_t rov_db_priv_post(uint32_t db, uint32_t key, uint32_t len, const void* d
   const DatabasePin pin(db);
   if (pin.status() != ROV_OK) return pin.status();
   const rov::DataOwner owner = {pin->client, 0, 0};
+  const rov::Waking waking(pin->env->path);
   const uint32_t status = rov::with_writer(db, [&](View& view) {
     return post(view, owner, pin->group.load(), key, {static_cast<const uint8_t*>(data), len});
   });
-  if (status == ROV_OK) rov::wake_all(pin->env->path, rov::store_revision(pin->env));
+  if (status == ROV_OK) waking.tell(rov::store_revision(pin->env));
   return status;
 }

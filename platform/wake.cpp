@@ -13,33 +13,39 @@ namespace {
 constexpr uint32_t kPathMax = 4096;
 
 // directory/changes, made when it is not there.
-int open_file(const char* database, char (&path)[kPathMax]) {
+int open_file(const char* database, int how, char (&path)[kPathMax]) {
   const int len = snprintf(path, sizeof path, "%s/changes", database);
   if (len < 0 || static_cast<uint32_t>(len) >= kPathMax) {
     errno = ENAMETOOLONG;
     return -1;
   }
-  return open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+  return open(path, how | O_CREAT | O_CLOEXEC, 0666);
 }
 
 }  // namespace
 
-void wake_all(const char* database, uint64_t revision) {
+Waking::Waking(const char* database) : file_(-1) {
   char path[kPathMax];
-  const int file = open_file(database, path);
-  if (file < 0) return;
-  const ssize_t written = pwrite(file, &revision, sizeof revision, 0);
+  if (database != nullptr) file_ = open_file(database, O_WRONLY, path);
+}
+
+Waking::~Waking() {
+  if (file_ >= 0) close(file_);
+}
+
+void Waking::tell(uint64_t revision) const {
+  if (file_ < 0) return;
+  const ssize_t written = pwrite(file_, &revision, sizeof revision, 0);
   static_cast<void>(written);
-  close(file);
 }
 
 int wake_open(const char* database) {
   char path[kPathMax];
-  const int file = open_file(database, path);
+  const int file = open_file(database, O_RDONLY, path);  // to have it there, and to wake nobody
   if (file >= 0) close(file);
   const int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (fd < 0) return -1;
-  if (inotify_add_watch(fd, path, IN_MODIFY) >= 0) return fd;
+  if (inotify_add_watch(fd, path, IN_MODIFY | IN_CLOSE_WRITE) >= 0) return fd;
   const int error = errno;
   close(fd);
   errno = error;

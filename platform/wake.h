@@ -8,8 +8,22 @@
 
 namespace rov {
 
-// Tells of a commit. A failure costs the waking only, so it is none.
-void wake_all(const char* database, uint64_t revision);
+// To be made before a commit and to end after it. Its end wakes even when it is that of the process: who is killed between
+// its commit and telling of it leaves nobody asleep. A failure costs the waking only, so it is none.
+class Waking {
+ public:
+  // database: NULL wakes nobody.
+  explicit Waking(const char* database);
+  ~Waking();
+  Waking(const Waking&) = delete;
+  Waking& operator=(const Waking&) = delete;
+
+  // Tells of a commit, at once: the end does so only when no forked child has the file open, too.
+  void tell(uint64_t revision) const;
+
+ private:
+  int file_;
+};
 
 // A descriptor that becomes readable with every later commit; -1 with errno.
 int wake_open(const char* database);

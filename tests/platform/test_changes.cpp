@@ -3,9 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <ctime>
 
 #include "platform/changes.h"
+#include "platform/wake.h"
 #include "tests/platform/database_fixture.h"
 
 namespace {
@@ -231,6 +233,31 @@ TEST_F(ChangesTest, PostsReachTheClientsOtherProcessesOnly) {
   rov_change_t message;
   uint32_t len = 0;
   EXPECT_STATUS(rov_process_msg(other, &message, sizeof message, &len), ROV_ERR_NO_VALUE);
+  EXPECT_OK(rov_db_close(other, 0));
+}
+
+// A process that is killed when it has committed, and before it could tell of that.
+TEST_F(ChangesTest, TheDeathOfACommittingProcessWakes) {
+  const int fd = follow();
+  const pid_t child = fork();
+  if (child == 0) {
+    const rov::Waking waking(path().c_str());
+    raise(SIGKILL);
+    _exit(1);
+  }
+  waitpid(child, nullptr, 0);
+  EXPECT_TRUE(readable(fd));
+  EXPECT_EQ(next().kind, 0U);
+  EXPECT_FALSE(readable(fd)) << "there was nothing to tell";
+}
+
+TEST_F(ChangesTest, AnotherRegistrationWakesNobody) {
+  const int fd = follow();
+  uint32_t other = 0;
+  ASSERT_OK(open_database(path(), 0, kClient + 1, &other));
+  rov_ntf_t ntf = {.kinds = kAll, .fd = 0, .revision = {0, 0}};
+  ASSERT_OK(rov_db_ntf(other, &ntf));
+  EXPECT_FALSE(readable(fd));
   EXPECT_OK(rov_db_close(other, 0));
 }
 
