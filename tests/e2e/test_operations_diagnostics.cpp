@@ -139,10 +139,15 @@ TEST_F(OperationsDiagnostics, one_logger_gets_the_lines_of_both_libraries_as_the
   EXPECT_TRUE(any_begins(lines, "ERROR STATUS: 0x41170006 (qim_int_node_open/503)\n"));
 
   lines.clear();
+  EXPECT_TRUE(ok(qim_db_debug(client.db(), 0)));
+  look_for(client.ses(), 0);
+  qim_ses_timeout(0x12345);
+  EXPECT_EQ(lines, Lines{}) << "they ask for nothing again";
+  EXPECT_TRUE(ok(qim_db_debug(client.db(), QIM_DBG_REPORT)));
   EXPECT_TRUE(ok(qim_db_reg_logger(client.db(), nullptr, nullptr)));
   look_for(client.ses(), 0);
-  EXPECT_EQ(lines, Lines{});
-  EXPECT_TRUE(ok(qim_db_debug(client.db(), 0)));
+  qim_ses_timeout(0x12345);
+  EXPECT_EQ(lines, Lines{}) << "the logger was taken away";
 }
 
 TEST_F(OperationsDiagnostics,
