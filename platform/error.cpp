@@ -221,6 +221,7 @@ uint32_t rov_err_getprev(rov_err_t* err) {
   rov::word(f);
   err->seq = wanted;
   err->status = f.status;
-  snprintf(err->message, sizeof err->message, "%s", f.text);
+  constexpr int kLongest = sizeof err->message - 1;
+  snprintf(err->message, sizeof err->message, "%.*s", kLongest, f.text);
   return ROV_OK;
 }
