@@ -131,7 +131,8 @@ uint32_t seal(uint32_t ses, uint32_t* database) {
   return edited(access.session(), status);
 }
 
-// For those who follow the database. The handle is not pinned for longer, so that closing it waits for nothing.
+// For those who follow the database. The handle is not pinned for longer, so that closing it waits
+// for nothing.
 rov::Waking waking_of(uint32_t database) {
   const rov::DatabasePin pin(database);
   return rov::Waking(pin.status() == ROV_OK ? pin->env->path : nullptr);

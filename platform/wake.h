@@ -8,8 +8,9 @@
 
 namespace rov {
 
-// To be made before a commit and to end after it. Its end wakes even when it is that of the process: who is killed between
-// its commit and telling of it leaves nobody asleep. A failure costs the waking only, so it is none.
+// To be made before a commit and to end after it. Its end wakes even when it is that of the
+// process: who is killed between its commit and telling of it leaves nobody asleep. A failure costs
+// the waking only, so it is none.
 class Waking {
  public:
   // database: NULL wakes nobody.

@@ -1,5 +1,5 @@
-// A process is killed in the middle of everything that it can hold of a database. Nobody waits for it
-// from then on: what others do takes less than a second in all.
+// A process is killed in the middle of everything that it can hold of a database. Nobody waits for
+// it from then on: what others do takes less than a second in all.
 
 #include <poll.h>
 
@@ -16,8 +16,9 @@ using e2e::kClient;
 using e2e::ok;
 using e2e::Peer;
 
-// What a process holds when it is killed: sessions with their base, one on a snapshot, a begun write
-// with edits, pieces of private data, a registration for changes with messages that it has not read.
+// What a process holds when it is killed: sessions with their base, one on a snapshot, a begun
+// write with edits, pieces of private data, a registration for changes with messages that it has
+// not read.
 void hold_everything(const std::string& database) {
   auto* const client = new Client(database);  // never ended
   e2e::commit_value(client->db(), 1);

@@ -21,15 +21,15 @@ struct Case {
 using Cases = std::vector<Case>;
 
 // A function whose platform calls that return a status fail in turn, and after them its calls of
-// malloc and calloc, which make it return QIM_ERR_NO_MEM. For those `check` gets the status and a hit
-// of nothing.
+// malloc and calloc, which make it return QIM_ERR_NO_MEM. For those `check` gets the status and a
+// hit of nothing.
 Case failing(const std::string& function, const fake::Sweep& sweep);
 
 // A function that makes no platform call that can fail.
 Case steady(const std::string& function, const std::function<void()>& call);
 
-// A function that returns a size: each platform call that returns one gives the size that stands for
-// failure in turn, and the function must pass that on.
+// A function that returns a size: each platform call that returns one gives the size that stands
+// for failure in turn, and the function must pass that on.
 Case sizing(const std::string& function, const std::function<std::uint32_t()>& size);
 
 // The families.

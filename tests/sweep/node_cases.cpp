@@ -204,7 +204,8 @@ Cases freeing() {
 
 // ---- Private data ----------------------------------------------------------------------------
 
-// Before a write the node leaves the cache. Its blocks may fail to be freed: then nothing is written.
+// Before a write the node leaves the cache. Its blocks may fail to be freed: then nothing is
+// written.
 Case set_case(const char* function, const char* writer, const std::function<std::uint32_t()>& set) {
   const auto check = [writer](std::uint32_t returned, const Hit& hit) {
     expect_empty_cache(returned, hit);

@@ -1,6 +1,6 @@
-// Every function that the library exports, under the failure of each platform call that it makes: the
-// status comes back, the outputs are as promised, nothing is left allocated but what the contract
-// says, and the next call works.
+// Every function that the library exports, under the failure of each platform call that it makes:
+// the status comes back, the outputs are as promised, nothing is left allocated but what the
+// contract says, and the next call works.
 
 #include <gtest/gtest.h>
 
