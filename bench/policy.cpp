@@ -33,15 +33,22 @@ const Codes kCodes[] = {{QIM_NODE_FILTER, {0x081}, {}},
                         {QIM_NODE_PINST, {}, {0x2c1}},
                         {QIM_NODE_EDEST, {}, {0x2c1}}};
 
+// The node that a link of another one leads to.
+qim_node_id_t target_of(const Plan& plan, uint32_t index, uint16_t field) {
+  const uint32_t any = mix(index, field);
+  if (plan.reach == 0) return id_at(any % plan.nodes);
+  return id_at((index + plan.nodes + any % (2 * plan.reach) - plan.reach) % plan.nodes);
+}
+
 std::vector<qim_link_t> links_of(const Plan& plan, uint32_t index, uint32_t type) {
   std::vector<qim_link_t> links;
   for (const Codes& codes : kCodes) {
     if (codes.type != type) continue;
     for (const uint16_t field : codes.single) {
-      links.push_back({id_at(mix(index, field) % plan.nodes), 0, 0, 0, field});
+      links.push_back({target_of(plan, index, field), 0, 0, 0, field});
     }
     for (const uint16_t field : codes.full) {
-      links.push_back({id_at(mix(index, field) % plan.nodes), 0, field, 7, field});
+      links.push_back({target_of(plan, index, field), 0, field, 7, field});
     }
   }
   if (type == QIM_NODE_EDEST) links[0].node = id_at(index - 1);

@@ -46,6 +46,7 @@ struct Plan {
   uint32_t nodes = 0;
   uint32_t named_every = 1;
   uint32_t criteria = 4;  // of each filter
+  uint32_t reach = 0;     // how far away the links lead at most; 0: anywhere
 };
 
 constexpr uint32_t kBlock = 10;

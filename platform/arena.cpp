@@ -2,12 +2,14 @@
 
 #include <cstdlib>
 
+#include "platform/large_memory.h"
+
 namespace rov {
 namespace {
 
 constexpr size_t kAlign = alignof(max_align_t);
 constexpr size_t kFirstChunk = size_t{4} << 10;
-constexpr size_t kLargestChunk = size_t{256} << 10;
+constexpr size_t kLargestChunk = size_t{4} << 20;
 
 constexpr size_t round_up(size_t size) {
   return (size + kAlign - 1) & ~(kAlign - 1);
@@ -29,7 +31,7 @@ void* Arena::take_chunk(size_t size) {
   if (room > kLargestChunk) room = kLargestChunk;
   const bool own_chunk = size > room / 4;
   if (own_chunk) room = size;
-  auto* chunk = static_cast<Chunk*>(malloc(kHead + room));
+  auto* chunk = static_cast<Chunk*>(large_memory(kHead + room));
   if (chunk == nullptr) return nullptr;
   char* start = reinterpret_cast<char*>(chunk) + kHead;
   if (own_chunk && chunks_ != nullptr) {

@@ -144,6 +144,7 @@ uint64_t user_number(uint32_t client) {
 }
 
 uint32_t change_name(View& view, uint32_t node, Change* change) {
+  if (view.changes >= kMaxChangesPerCommit) return ROV_OK;  // it will not be logged by itself
   const uint32_t status = view_seek_node(view, node);
   if (status == ROV_ERR_NO_ITEM) return ROV_OK;
   if (status != ROV_OK) return status;

@@ -1,9 +1,12 @@
 #include "platform/overlay.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 
 #include "platform/crc32c.h"
+#include "platform/large_memory.h"
 
 namespace rov {
 namespace {
@@ -28,8 +31,39 @@ int compare(const Overlay::Edit* edit, const Wanted& wanted) {
   return compare(edit->key(), wanted.key);
 }
 
+Wanted wanted_of(const Overlay::Edit* edit) {
+  return {edit->key(), edit->prefix};
+}
+
+// What an entry is sorted by, so that most comparisons need not look at the entry.
+struct Waiting {
+  uint64_t prefix;
+  Overlay::Edit* edit;
+};
+
+bool operator<(const Waiting& a, const Waiting& b) {
+  if (a.prefix != b.prefix) return a.prefix < b.prefix;
+  return compare(a.edit, wanted_of(b.edit)) < 0;
+}
+
+uint32_t mixed(uint32_t hash) {
+  // The finaliser of MurmurHash3 (Appleby).
+  hash ^= hash >> 16;
+  hash *= 0x85ebca6bU;
+  hash ^= hash >> 13;
+  hash *= 0xc2b2ae35U;
+  return hash ^ hash >> 16;
+}
+
+// A node and the first chunk of its referrers, which are mostly looked for together, come into
+// neighbouring cells.
 uint32_t hash_of(Table table, Bytes key) {
-  return crc32c(static_cast<uint32_t>(table), key.data, key.len);
+  const auto number = static_cast<uint32_t>(table);
+  if (key.len == 4) return mixed(load_be32(key.data)) + number;
+  if (key.len == 8) {
+    return mixed(load_be32(key.data) + 0x9e3779b1U * load_be32(key.data + 4)) + number;
+  }
+  return mixed(crc32c(number, key.data, key.len));
 }
 
 }  // namespace
@@ -40,6 +74,8 @@ Overlay::Overlay() {
       list.head[level] = nullptr;
       list.last[level] = list.head;
     }
+    list.waiting = nullptr;
+    list.waits = 0;
   }
 }
 
@@ -58,13 +94,13 @@ Overlay::Edit* Overlay::descend(const List& list, Bytes key, Edit*** path) {
 }
 
 Overlay::Edit* Overlay::ge(Table table, Bytes key) const {
-  return descend(lists_[static_cast<uint32_t>(table)], key, nullptr);
+  return descend(in_order(table), key, nullptr);
 }
 
 Overlay::Edit* Overlay::le(Table table, Bytes key) const {
   const Wanted wanted = {key, prefix_of(key)};
   Edit* last = nullptr;
-  Edit* const* links = lists_[static_cast<uint32_t>(table)].head;
+  Edit* const* links = in_order(table).head;
   for (uint32_t level = kLevels; level-- > 0;) {
     while (links[level] != nullptr && compare(links[level], wanted) <= 0) {
       last = links[level];
@@ -96,7 +132,7 @@ void Overlay::place(Edit* edit, uint32_t hash) {
 
 bool Overlay::grow() {
   const uint32_t count = mask_ == 0 ? kFirstCells : (mask_ + 1) * 2;
-  auto* cells = static_cast<Cell*>(calloc(count, sizeof(Cell)));
+  auto* cells = static_cast<Cell*>(zeroed_memory(count * sizeof(Cell)));
   if (cells == nullptr) return false;
   Cell* old = cells_;
   const uint32_t old_count = old == nullptr ? 0 : mask_ + 1;
@@ -119,15 +155,17 @@ uint32_t Overlay::random_height() {
   return height;
 }
 
-Overlay::Edit* Overlay::make(Table table, Bytes key) {
+// An entry and the buffer of its first value lie together.
+Overlay::Edit* Overlay::make(Table table, Bytes key, uint32_t room) {
   const uint32_t height = random_height();
-  auto* edit =
-      static_cast<Edit*>(arena_.take(offsetof(Edit, next) + height * sizeof(Edit*) + key.len));
+  const size_t own = offsetof(Edit, next) + height * sizeof(Edit*) + key.len;
+  if (room > SIZE_MAX / 2 - own) return nullptr;
+  auto* edit = static_cast<Edit*>(arena_.take(own + room));
   if (edit == nullptr) return nullptr;
   edit->prefix = prefix_of(key);
-  edit->value = nullptr;
+  edit->value = reinterpret_cast<uint8_t*>(edit) + own;
   edit->len = 0;
-  edit->room = 0;
+  edit->room = room;
   edit->key_len = static_cast<uint16_t>(key.len);
   edit->height = static_cast<uint8_t>(height);
   edit->table = table;
@@ -135,34 +173,93 @@ Overlay::Edit* Overlay::make(Table table, Bytes key) {
   return edit;
 }
 
-void Overlay::link(List& list, Edit* edit) {
-  Edit** path[kLevels];
+namespace {
+
+// Moves a path on to a key that is above the one that it belongs to: first up, as far as there is
+// anything to pass, then down again.
+void advance(const Wanted& wanted, Overlay::Edit*** path) {
+  const auto passes = [&](Overlay::Edit* const* links, uint32_t level) {
+    return links[level] != nullptr && compare(links[level], wanted) < 0;
+  };
+  uint32_t levels = 0;
+  while (levels < Overlay::kLevels && passes(path[levels], levels)) ++levels;
+  if (levels == 0) return;
+  Overlay::Edit** links = path[levels - 1];
+  for (uint32_t level = levels; level-- > 0;) {
+    while (passes(links, level)) links = links[level]->next;
+    path[level] = links;
+  }
+}
+
+}  // namespace
+
+// Links an entry in behind the links of `path`, and moves the path behind the entry.
+void Overlay::link(List& list, Edit* edit, Edit*** path) {
+  for (uint32_t level = 0; level < edit->height; ++level) {
+    Edit** const links = path[level];
+    edit->next[level] = links[level];
+    links[level] = edit;
+    if (edit->next[level] == nullptr) list.last[level] = edit->next;
+    path[level] = edit->next;
+  }
+}
+
+// Keys that come in ascending order get their places at once.
+void Overlay::add(List& list, Edit* edit) {
   const Edit* last = nullptr;
   if (list.last[0] != list.head) {
     last = reinterpret_cast<const Edit*>(reinterpret_cast<const char*>(list.last[0]) -
                                          offsetof(Edit, next));
   }
-  // Keys that come in ascending order need no search.
-  const bool append = last == nullptr || compare(last, {edit->key(), edit->prefix}) < 0;
-  if (!append) descend(list, edit->key(), path);
-  Edit*** const before = append ? list.last : path;
-  for (uint32_t level = 0; level < edit->height; ++level) {
-    Edit** const links = before[level];
-    // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
-    edit->next[level] = links[level];
-    links[level] = edit;
-    if (edit->next[level] == nullptr) list.last[level] = edit->next;
+  if (last == nullptr || compare(last, wanted_of(edit)) < 0) {
+    Edit** path[kLevels];
+    memcpy(path, list.last, sizeof path);
+    link(list, edit, path);
+    return;
   }
+  edit->next[0] = list.waiting;
+  list.waiting = edit;
+  ++list.waits;
 }
 
-Overlay::Edit* Overlay::insert(Table table, Bytes key) {
-  const uint32_t hash = hash_of(table, key);
-  Edit* edit = lookup(table, key, hash);
-  if (edit != nullptr) return edit;
+void Overlay::settle(List& list) {
+  Edit* next = list.waiting;
+  const uint32_t count = list.waits;
+  list.waiting = nullptr;
+  list.waits = 0;
+  // Without memory to sort them in, each one is searched for.
+  auto* sorted = static_cast<Waiting*>(count == 1 ? nullptr : malloc(count * sizeof(Waiting)));
+  Edit** path[kLevels];
+  for (uint32_t level = 0; level < kLevels; ++level) path[level] = list.head;
+  if (sorted == nullptr) {
+    for (Edit* edit = next; edit != nullptr; edit = next) {
+      next = edit->next[0];
+      descend(list, edit->key(), path);
+      link(list, edit, path);
+    }
+    return;
+  }
+  for (uint32_t at = 0; at < count; ++at, next = next->next[0]) sorted[at] = {next->prefix, next};
+  std::sort(sorted, sorted + count);
+  for (uint32_t at = 0; at < count; ++at) {
+    advance(wanted_of(sorted[at].edit), path);
+    link(list, sorted[at].edit, path);
+  }
+  free(sorted);
+}
+
+const Overlay::List& Overlay::in_order(Table table) const {
+  List& list = lists_[static_cast<uint32_t>(table)];
+  if (list.waiting != nullptr) settle(list);
+  return list;
+}
+
+// A new entry for a key that has none.
+Overlay::Edit* Overlay::insert(Table table, Bytes key, uint32_t hash, uint32_t room) {
   if (entries_ >= mask_ / 2 && !grow()) return nullptr;
-  edit = make(table, key);
+  Edit* edit = make(table, key, room);
   if (edit == nullptr) return nullptr;
-  link(lists_[static_cast<uint32_t>(table)], edit);
+  add(lists_[static_cast<uint32_t>(table)], edit);
   place(edit, hash);
   ++entries_;
   bytes_ += key.len;
@@ -170,16 +267,20 @@ Overlay::Edit* Overlay::insert(Table table, Bytes key) {
 }
 
 uint8_t* Overlay::replace(Table table, Bytes key, uint32_t len, uint32_t room) {
-  // The buffer first: without memory for it no entry may appear, for an entry without value
-  // deletes.
-  auto* value = static_cast<uint8_t*>(arena_.take(room));
-  Edit* edit = value == nullptr ? nullptr : insert(table, key);
-  if (edit == nullptr) return nullptr;
+  const uint32_t hash = hash_of(table, key);
+  Edit* edit = lookup(table, key, hash);
+  if (edit != nullptr) {
+    auto* value = static_cast<uint8_t*>(arena_.take(room));
+    if (value == nullptr) return nullptr;
+    edit->value = value;
+    edit->room = room;
+  } else {
+    edit = insert(table, key, hash, room);
+    if (edit == nullptr) return nullptr;
+  }
   bytes_ += len;
-  edit->value = value;
   edit->len = len;
-  edit->room = room;
-  return value;
+  return edit->value;
 }
 
 uint8_t* Overlay::put(Table table, Bytes key, uint32_t len, uint32_t room) {
@@ -198,8 +299,11 @@ uint8_t* Overlay::put(Table table, Bytes key, uint32_t len, uint32_t room) {
 }
 
 bool Overlay::erase(Table table, Bytes key) {
-  Edit* edit = insert(table, key);
+  const uint32_t hash = hash_of(table, key);
+  Edit* edit = lookup(table, key, hash);
+  if (edit == nullptr) edit = insert(table, key, hash, 0);
   if (edit == nullptr) return false;
+  erased_ = true;
   edit->value = nullptr;
   edit->len = 0;
   edit->room = 0;

@@ -3,6 +3,10 @@
 // A hash table finds one key, and a skip list a table keeps them in order; all memory of entries
 // comes from one arena. Values stay where they are until the overlay goes, or until `put` needs
 // more room for the same key.
+//
+// An entry whose key is not behind all others waits, without order, until somebody asks for the
+// order: a policy that is imported links to nodes far apart, and sorting what waits costs much less
+// than a search for each.
 #ifndef PLATFORM_OVERLAY_H
 #define PLATFORM_OVERLAY_H
 
@@ -52,9 +56,11 @@ class Overlay {
   Edit* find(Table table, Bytes key) const;
   Edit* ge(Table table, Bytes key) const;
   Edit* le(Table table, Bytes key) const;
-  Edit* first(Table table) const { return lists_[static_cast<uint32_t>(table)].head[0]; }
+  Edit* first(Table table) const { return in_order(table).head[0]; }
 
   bool empty() const { return entries_ == 0; }
+  // Whether any key was ever marked as deleted.
+  bool erased() const { return erased_; }
   // Bytes of all keys and values that were put.
   size_t bytes() const { return bytes_; }
 
@@ -62,6 +68,8 @@ class Overlay {
   struct List {
     Edit* head[kLevels];
     Edit** last[kLevels];  // on each level, the links of the last entry
+    Edit* waiting;         // entries that wait for their place, linked by next[0]
+    uint32_t waits;        // their number
   };
   struct Cell {
     Edit* edit;
@@ -71,20 +79,25 @@ class Overlay {
   // there.
   static Edit* descend(const List& list, Bytes key, Edit*** path);
   Edit* lookup(Table table, Bytes key, uint32_t hash) const;
-  Edit* insert(Table table, Bytes key);
-  Edit* make(Table table, Bytes key);
-  void link(List& list, Edit* edit);
+  Edit* insert(Table table, Bytes key, uint32_t hash, uint32_t room);
+  Edit* make(Table table, Bytes key, uint32_t room);
+  // The table's list with all its entries in their places.
+  const List& in_order(Table table) const;
+  static void settle(List& list);
+  static void add(List& list, Edit* edit);
+  static void link(List& list, Edit* edit, Edit*** path);
   bool grow();
   void place(Edit* edit, uint32_t hash);
   uint32_t random_height();
 
   Arena arena_;
-  List lists_[kTables];
+  mutable List lists_[kTables];  // what waits is put into its place by who only looks, too
   Cell* cells_ = nullptr;
   uint32_t mask_ = 0;  // cells - 1, 0 while there are none
   uint32_t entries_ = 0;
   uint32_t random_ = 0x9e3779b9;
   size_t bytes_ = 0;
+  bool erased_ = false;
 };
 
 }  // namespace rov

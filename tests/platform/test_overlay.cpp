@@ -147,4 +147,44 @@ TEST(Overlay, AscendingKeysStayInOrderBesideOthers) {
   EXPECT_GT(count, 4500U);
 }
 
+// Entries that wait for their place come into it a batch at a time, between and behind others.
+TEST(Overlay, KeysInAnyOrderComeIntoOrder) {
+  testing_rov::Random random(20261121);
+  Overlay overlay;
+  std::map<std::string, bool> model;
+  for (int batch = 0; batch < 40; ++batch) {
+    const uint32_t count = 1 + random.below(300);
+    for (uint32_t n = 0; n < count; ++n) {
+      uint8_t key[8];
+      rov::store_be32(key, random.below(2000));
+      rov::store_be32(key + 4, random.below(3));
+      const bool erased = random.below(5) == 0;
+      if (erased) {
+        ASSERT_TRUE(overlay.erase(Table::kReferrers, {key, 8}));
+      } else {
+        ASSERT_NE(overlay.put(Table::kReferrers, {key, 8}, 1, 1), nullptr);
+      }
+      model[text({key, 8})] = !erased;
+    }
+    const Overlay::Edit* edit = overlay.first(Table::kReferrers);
+    for (const auto& [key, value] : model) {
+      ASSERT_NE(edit, nullptr);
+      ASSERT_EQ(text(edit->key()), key);
+      ASSERT_EQ(edit->value != nullptr, value);
+      edit = edit->next[0];
+    }
+    ASSERT_EQ(edit, nullptr);
+  }
+}
+
+TEST(Overlay, SaysWhetherAnythingWasErased) {
+  Overlay overlay;
+  put(overlay, Table::kNodes, "k", "v");
+  EXPECT_FALSE(overlay.erased());
+  ASSERT_TRUE(overlay.erase(Table::kNodes, bytes("k")));
+  EXPECT_TRUE(overlay.erased());
+  put(overlay, Table::kNodes, "k", "v");
+  EXPECT_TRUE(overlay.erased());
+}
+
 }  // namespace
