@@ -24,8 +24,9 @@ void print_record(const qim_node_t& record, bool json) {
     print(record_to_json(record).dump(2) + "\n");
     return;
   }
-  print(node_id_text(record.id) + "  " + node_type_name(record.type) + "  " + body_summary(record) +
-        "\n");
+  const std::string contents = body_summary(record);
+  print(node_id_text(record.id) + "  " + node_type_name(record.type) +
+        (contents.empty() ? "" : "  " + contents) + "\n");
 }
 
 void print_records(const std::vector<qim_node_t>& records, const char* noun, bool json) {
