@@ -68,23 +68,25 @@ bool watch_on(uint32_t db) {
 }
 
 // Snapshots that come and go.
-bool copy_on(uint32_t db) {
+bool copy_on(uint32_t db, int pipe) {
   for (;;) {
     for (int times = 0; times < 10; ++times) {
       uint32_t kept = 0;
       if (rov_db_snapshot(db, "kept", &kept) != ROV_OK) return false;
       if (rov_snapshot_close(kept) != ROV_OK) return false;
+      say(pipe, 0);
     }
     if (rov_db_uri_rm(db, "kept") != ROV_OK) return false;
   }
 }
 
-bool import_on(const std::string& path) {
+bool import_on(const std::string& path, int pipe) {
   const char* source = getenv("QIM_SOURCE_DIR");
   const std::string file = std::string(source) + "/examples/edge-all-types.json";
   const char* const words[] = {"qimctl", "--db", path.c_str(), "import", "--replace", file.c_str()};
   if (freopen("/dev/null", "w", stdout) == nullptr) return false;
   for (;;) {
+    say(pipe, 0);
     if (qimctl::run(6, words) != qimctl::exit_ok) return false;
   }
 }
@@ -111,15 +113,18 @@ class KillTest : public DatabaseTest {
       case 0:
       case 1:
         longest_life_ = 10000;
-        return std::make_unique<Child>(path(), [this](uint32_t, int) { return import_on(path()); });
+        return std::make_unique<Child>(
+            path(), [this](uint32_t, int pipe) { return import_on(path(), pipe); });
       case 2:
-        longest_life_ = 10000;
-        return std::make_unique<Child>(path(), [](uint32_t db, int) { return copy_on(db); });
+        return std::make_unique<Child>(path(),
+                                       [](uint32_t db, int pipe) { return copy_on(db, pipe); });
       case 3:
         // Its database is not there yet.
-        return std::make_unique<Child>(new_path_, [](uint32_t db, int) {
-          while (write_all(db, 5)) continue;
-          return false;
+        return std::make_unique<Child>(new_path_, [](uint32_t db, int pipe) {
+          for (;;) {
+            if (!write_all(db, 5)) return false;
+            say(pipe, 0);
+          }
         });
       default:
         return writer();
@@ -134,16 +139,22 @@ class KillTest : public DatabaseTest {
 
   // One or two processes at work for a moment.
   void kill_some() {
-    longest_life_ = 4000;
+    longest_life_ = 2000;
     const auto one = changer();
     std::unique_ptr<Child> other;
     if (random_.below(2) == 0) other = onlooker();
+    // At its beginning, or after it came to something.
+    uint32_t value = 0;
+    for (uint32_t wanted = random_.below(3); wanted > 0 && one->next(&value); --wanted) {
+      if (value != 0) acknowledged_ = value;
+    }
     std::this_thread::sleep_for(std::chrono::microseconds(random_.below(longest_life_)));
     if (random_.below(2) == 0) end(other.get());
     end(one.get());
     end(other.get());
-    uint32_t value = 0;
-    while (one->next(&value)) acknowledged_ = value;
+    while (one->next(&value)) {
+      if (value != 0) acknowledged_ = value;
+    }
   }
 
   void end(Child* child) {
@@ -226,7 +237,7 @@ class KillTest : public DatabaseTest {
   Random random_{fault::seed_or(31)};
   std::string new_path_ = directory_.file("new");
   uint32_t acknowledged_ = 0;
-  uint32_t longest_life_ = 0;  // of a process, in microseconds
+  uint32_t longest_life_ = 0;  // of a process that is at work, in microseconds
   uint32_t killed_ = 0;
   uint32_t imports_ = 0;
   uint32_t snapshots_ = 0;
