@@ -74,7 +74,7 @@ uint32_t sweep(const CallFault& fault, const Steps& steps, uint32_t calls, uint3
   return injected;
 }
 
-void sweep_all(const Steps& steps, uint32_t most) {
+void sweep_all(const Steps& steps, uint32_t most, uint32_t most_if_slow) {
   const testing_rov::TemporaryDirectory directory;
   const Run clean = fault::run_forked(
       [&] {
@@ -87,7 +87,7 @@ void sweep_all(const Steps& steps, uint32_t most) {
   uint32_t injected = 0;
   for (const CallFault& fault : fault::call_faults()) {
     const uint32_t calls = clean.counts.calls[fault.call];
-    const uint32_t here = sweep(fault, steps, calls, fault::scaled(most));
+    const uint32_t here = sweep(fault, steps, calls, fault::scaled(most, most_if_slow));
     printf("%s: %u calls, %u faults\n", text_of(fault).c_str(), calls, here);
     EXPECT_TRUE(calls == 0 || here > 0) << text_of(fault);
     injected += here;
@@ -97,11 +97,11 @@ void sweep_all(const Steps& steps, uint32_t most) {
 }
 
 TEST(DatabaseCalls, RefusedOnesLoseNothingAndAreNamed) {
-  sweep_all(PlatformTour::steps(), 60);
+  sweep_all(PlatformTour::steps(), 60, 3);
 }
 
 TEST(DatabaseCalls, RefusedOnesEndWatchingAndLoseNothing) {
-  sweep_all(PlatformTour::watching(), 4);
+  sweep_all(PlatformTour::watching(), 4, 1);
 }
 
 }  // namespace

@@ -82,7 +82,8 @@ Ending first_walk(const std::string& path, const Steps& steps) {
 
 using Work = Ending (*)(const std::string& path, const Steps& steps);
 
-void sweep(const char* name, Work work, const Steps& steps, bool fresh, uint32_t most) {
+void sweep(const char* name, Work work, const Steps& steps, bool fresh, uint32_t most,
+           uint32_t most_if_slow) {
   const testing_rov::TemporaryDirectory directory;
   const std::string path = directory.file("db");
   const auto run = [&](const Plan* plan) {
@@ -94,7 +95,7 @@ void sweep(const char* name, Work work, const Steps& steps, bool fresh, uint32_t
   ASSERT_EQ(clean.code, int{kGood}) << clean.err;
   const uint32_t requests = clean.counts.calls[kMemory];
   uint32_t injected = 0;
-  const std::vector<uint32_t> points = fault::points(requests, fault::scaled(most));
+  const std::vector<uint32_t> points = fault::points(requests, fault::scaled(most, most_if_slow));
   fault::announce(name, 0, requests, "requests for memory");
   for (const uint32_t at : points) {
     for (const uint32_t until : {at + 1, interpose::kForever}) {
@@ -111,15 +112,15 @@ void sweep(const char* name, Work work, const Steps& steps, bool fresh, uint32_t
 }
 
 TEST(DatabaseMemory, RefusedRequestsFailStepsAndNothingElse) {
-  sweep("a database in use", three_walks, PlatformTour::steps(), false, 400);
+  sweep("a database in use", three_walks, PlatformTour::steps(), false, 400, 25);
 }
 
 TEST(DatabaseMemory, RefusedRequestsFailWatchingAndNothingElse) {
-  sweep("a watched database", three_walks, PlatformTour::watching(), false, 60);
+  sweep("a watched database", three_walks, PlatformTour::watching(), false, 60, 5);
 }
 
 TEST(DatabaseMemory, RefusedRequestsFailTheMakingOfADatabase) {
-  sweep("a new database", first_walk, PlatformTour::steps(), true, 300);
+  sweep("a new database", first_walk, PlatformTour::steps(), true, 300, 25);
 }
 
 }  // namespace
