@@ -32,6 +32,7 @@
 #include "platform/overlay.h"
 #include "platform/pointers.h"
 #include "platform/snapshot.h"
+#include "platform/verify.h"
 
 struct MDB_env;
 struct MDB_txn;
@@ -68,6 +69,7 @@ struct Env {
   Snapshot* open = nullptr;   // snapshots in use
   Snapshot* spare = nullptr;  // and those whose engine transactions wait to be used again
   uint32_t spares = 0;
+  VerifyReport verified;  // when it was opened; page size 0: it was not, or somebody has been told
 
   PointerTable pointers;
   Env* next = nullptr;
@@ -77,6 +79,9 @@ struct Env {
 // needs a store_close. flags: ROV_DB_NO_CREATE, ROV_DB_RDONLY.
 uint32_t store_open(const char* path, uint32_t flags, Env** env);
 void store_close(Env* env);
+
+// Verifies the data file of an open environment (verify.h), for which writers have to wait.
+uint32_t store_verify(Env* env, VerifyReport* report);
 
 // Makes the map as large as the newest commit needs. The caller is outside every gate.
 uint32_t store_adopt_map(Env* env);

@@ -41,6 +41,26 @@ uint32_t store_prepare(const char* path, bool create, int* directory);
 // Opens the tables in `env`; makes them when `create`.
 int tables_open(MDB_env* engine, unsigned* tables, bool create);
 
+// ---- store_verify.cpp ---------------------------------------------------------------------------
+
+// One process at a time opens the database in a directory as long as such an object lives.
+class OpenLock {
+ public:
+  explicit OpenLock(int directory);
+  ~OpenLock();
+  OpenLock(const OpenLock&) = delete;
+  OpenLock& operator=(const OpenLock&) = delete;
+
+ private:
+  int directory_;
+};
+
+// Whether another process has the database in the directory open. Not to be asked while this process has: that would
+// give its lock up.
+bool is_open_elsewhere(int directory);
+// Verifies the data file, unless another process has the database open. Under an OpenLock.
+uint32_t verify_before_opening(int directory, Env* env);
+
 // ---- store_map.cpp ------------------------------------------------------------------------------
 
 constexpr size_t kMapStart = size_t{16} << 20;

@@ -101,13 +101,20 @@ uint32_t open_engine(Env* env) {
   return engine_fail(error, env, "open the tables");
 }
 
+// Verified first, and by one process at a time.
+uint32_t open_verified(Env* env, int directory) {
+  const OpenLock lock(directory);
+  const uint32_t status = verify_before_opening(directory, env);
+  return status == ROV_OK ? open_engine(env) : status;
+}
+
 uint32_t open_env(const char* path, uint32_t flags, int directory, const struct stat& info,
                   Env** out) {
   Env* env = env_new(path, flags);
   if (env == nullptr) return fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Env));
   env->device = info.st_dev;
   env->inode = info.st_ino;
-  uint32_t status = open_engine(env);
+  uint32_t status = open_verified(env, directory);
   if (status == ROV_OK && !env->read_only) {
     env->lock_file = openat(directory, "writer.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0664);
     if (env->lock_file < 0) status = engine_fail(errno, env, "open writer.lock");

@@ -77,6 +77,26 @@ uint32_t rov_snapshot_next(uint32_t db, const char* after, uint32_t room, char* 
  * snapshot itself stays. ROV_ERR_HANDLE. */
 uint32_t rov_snapshot_close(uint32_t snapshot);
 
+/* What rov_edit_verify found. */
+typedef struct rov_verify {
+  uint64_t revision;   /* the newest commit */
+  uint64_t bytes;      /* of the data file */
+  uint64_t pages;      /* of the database, free ones included */
+  uint64_t free_pages; /* pages that later commits will use */
+  uint64_t nodes;
+  uint64_t records; /* of all kinds, nodes included */
+  uint32_t page_size;
+  uint32_t reserved0;
+} rov_verify_t;
+
+/* Verifies the data file of an open database or snapshot: every page, every entry, every record's checksum, without
+ * the storage engine. A database that no other process has open was verified when it was opened, and gave a failure
+ * then; asking the first time after that costs nothing. Otherwise writers have to wait meanwhile, and a write session of
+ * the calling thread must not be open.
+ * ROV_ERR_CORRUPT and ROV_ERR_FORMAT, with the place of the damage in rov_err_message; ROV_ERR_HANDLE; ROV_ERR_INVALID;
+ * ROV_ERR_BUSY when another writer does not finish; a status of the store. */
+uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report);
+
 /* The calling thread's last failure of any rov_* function in words: what, where, what to do about
  * it. Valid until the thread's next failure; "" when there was none. */
 const char* rov_err_message(void);

@@ -1,0 +1,23 @@
+// The list of free pages: a tree whose keys are commits and whose values are the pages that each set free.
+#ifndef PLATFORM_VERIFY_FREE_H
+#define PLATFORM_VERIFY_FREE_H
+
+#include "platform/verify_tree.h"
+
+namespace rov {
+
+class FreeCheck final : public EntryVisitor {
+ public:
+  FreeCheck(Pages& pages, Word revision) : pages_(pages), revision_(revision) {}
+  uint32_t visit(const Place& place, Bytes key, Bytes value) override;
+  uint64_t pages() const { return count_; }
+
+ private:
+  Pages& pages_;
+  Word revision_;
+  uint64_t count_ = 0;
+};
+
+}  // namespace rov
+
+#endif
