@@ -1,4 +1,5 @@
 // C entry: verifying a database's file.
+#include "platform/changes.h"
 #include "platform/database.h"
 #include "platform/error.h"
 #include "rov_edit.h"
@@ -8,7 +9,9 @@ uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report) {
   const rov::DatabasePin pin(db, rov::DatabasePin::Of::kAny);
   if (pin.status() != ROV_OK) return pin.status();
   rov::VerifyReport found;
-  const uint32_t status = rov::store_verify(pin->env, &found);
+  const rov::WriterWait wait = {pin->library->wait_ms.load(), pin->library->retry_ms.load(),
+                                nullptr, rov::user_number(pin->client)};
+  const uint32_t status = rov::store_verify(pin->env, wait, &found);
   if (status != ROV_OK) return status;
   *report = {};
   report->revision = found.revision;

@@ -80,9 +80,6 @@ struct Env {
 uint32_t store_open(const char* path, uint32_t flags, Env** env);
 void store_close(Env* env);
 
-// Verifies the data file of an open environment (verify.h), for which writers have to wait.
-uint32_t store_verify(Env* env, VerifyReport* report);
-
 // Makes the map as large as the newest commit needs. The caller is outside every gate.
 uint32_t store_adopt_map(Env* env);
 
@@ -112,6 +109,8 @@ struct WriterWait {
 // ROV_ERR_BUSY when somebody else kept it, or it stayed reserved for somebody else.
 uint32_t writer_lock(Env* env, const WriterWait& wait);
 void writer_unlock(Env* env);
+// Verifies the data file of an open environment (verify.h) while nobody writes.
+uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report);
 // Reserves the right to write for that user's next time, in place of an earlier reservation: for at
 // most so many seconds, and as long as the user's process is there. 0 takes it back.
 uint32_t writer_reserve(Env* env, uint64_t user, uint32_t seconds);

@@ -12,13 +12,12 @@
 
 #include "platform/error.h"
 #include "platform/store_engine.h"
+#include "platform/wake.h"
 #include "rov.h"
 
 namespace rov {
 namespace {
 
-constexpr uint32_t kWriterWaitMs = 10000;
-constexpr uint32_t kWriterRetryMs = 5;
 // How often a file is verified again that somebody may have written to meanwhile.
 constexpr int kAttempts = 3;
 
@@ -30,8 +29,19 @@ uint32_t verify_in(int directory, const char* path, VerifyReport* report) {
   return status;
 }
 
-uint32_t verify_alone(Env* env, VerifyReport* report) {
-  const WriterWait wait = {kWriterWaitMs, kWriterRetryMs, nullptr, 0};
+// A damaged meta page can make the commit before the newest one; each of them is a good database.
+uint32_t check_newest(int directory, const char* path, uint64_t revision) {
+  const uint64_t told = wake_revision(directory);
+  if (told <= revision) return ROV_OK;
+  return fail_text(ROV_ERR_CORRUPT,
+                   "data.mdb of database %s is damaged or was replaced by an older one: its newest "
+                   "commit is %llu, and commit %llu was made; restore the database from a dump, or "
+                   "remove the file changes in its directory to go on with the older commit",
+                   path, static_cast<unsigned long long>(revision),
+                   static_cast<unsigned long long>(told));
+}
+
+uint32_t verify_alone(Env* env, const WriterWait& wait, VerifyReport* report) {
   uint32_t status = writer_lock(env, wait);
   if (status != ROV_OK) return status;
   status = verify_in(env->directory, env->path, report);
@@ -61,31 +71,41 @@ OpenLock::~OpenLock() {
   flock(directory_, LOCK_UN);  // closing is not enough where a fork has shared it meanwhile
 }
 
-bool is_open_elsewhere(int directory) {
+uint32_t find_others(int directory, const char* path, bool* found) {
+  *found = false;
   const int file = openat(directory, "lock.mdb", O_RDONLY | O_CLOEXEC);
-  if (file < 0) return false;
+  if (file < 0)
+    return errno == ENOENT ? uint32_t{ROV_OK} : engine_fail_at(errno, path, "open lock.mdb");
   struct flock lock = {};
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;
   lock.l_len = 1;
-  const bool locked = fcntl(file, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+  int error = 0;
+  do {
+    error = fcntl(file, F_GETLK, &lock) == 0 ? 0 : errno;
+  } while (error == EINTR);
   close(file);
-  return locked;
+  *found = lock.l_type != F_UNLCK;
+  return engine_fail_at(error, path, "look for processes that have it open");
 }
 
 uint32_t verify_before_opening(int directory, Env* env) {
-  if (is_open_elsewhere(directory)) return ROV_OK;
-  return verify_in(directory, env->path, &env->verified);
+  bool others = false;
+  uint32_t status = find_others(directory, env->path, &others);
+  if (status != ROV_OK || others) return status;
+  status = verify_in(directory, env->path, &env->verified);
+  if (status != ROV_OK) return status;
+  return check_newest(directory, env->path, env->verified.revision);
 }
 
-uint32_t store_verify(Env* env, VerifyReport* report) {
+uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report) {
   // Who asks just after it was opened is told what was found then.
   pthread_mutex_lock(&env->mutex);
   *report = env->verified;
   env->verified = VerifyReport();
   pthread_mutex_unlock(&env->mutex);
   if (report->page_size != 0 && report->revision == store_revision(env)) return ROV_OK;
-  return env->read_only ? verify_beside_writers(env, report) : verify_alone(env, report);
+  return env->read_only ? verify_beside_writers(env, report) : verify_alone(env, wait, report);
 }
 
 }  // namespace rov

@@ -148,6 +148,7 @@ uint32_t verify_trees(Pages& pages, const Meta& meta, uint32_t page, VerifyRepor
   FreeCheck free_check(pages, meta.revision);
   TreeWalk free_walk(pages, "the list of free pages", KeyOrder::kWordKey, free_check);
   uint32_t status = free_walk.run(meta.free, page);
+  if (status == ROV_OK) status = free_check.check_newest(page);
   if (status != ROV_OK) return status;
   report->free_pages = free_check.pages();
 

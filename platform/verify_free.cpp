@@ -11,6 +11,7 @@ uint32_t FreeCheck::visit(const Place& place, Bytes key, Bytes value) {
                           "entry %u lists free pages of commit %llu, which is not there",
                           place.index, static_cast<unsigned long long>(commit));
   }
+  newest_ = commit;
   // A word that counts, then the pages, the highest first. What follows is room that was not needed.
   const uint32_t room = value.len / kWord;
   const Word count = room == 0 ? 0 : load<Word>(value.data);
@@ -30,6 +31,13 @@ uint32_t FreeCheck::visit(const Place& place, Bytes key, Bytes value) {
   }
   count_ += count;
   return ROV_OK;
+}
+
+uint32_t FreeCheck::check_newest(Word meta) const {
+  if (newest_ == 0 || newest_ == revision_) return ROV_OK;
+  return pages_.damaged(meta, "it says commit %llu, its list of free pages commit %llu",
+                        static_cast<unsigned long long>(revision_),
+                        static_cast<unsigned long long>(newest_));
 }
 
 }  // namespace rov

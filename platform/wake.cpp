@@ -7,14 +7,28 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "platform/crc32c.h"
+
 namespace rov {
 namespace {
 
 constexpr uint32_t kPathMax = 4096;
+constexpr const char* kFile = "changes";
+
+// What the file holds. It is never synced, so it may be old, and after a power failure anything.
+struct Told {
+  uint64_t revision;
+  uint32_t check;  // CRC-32C of the revision
+};
+constexpr uint32_t kToldBytes = 12;
+
+uint32_t check_of(uint64_t revision) {
+  return crc32c(0, &revision, sizeof revision);
+}
 
 // directory/changes, made when it is not there.
 int open_file(const char* database, int how, char (&path)[kPathMax]) {
-  const int len = snprintf(path, sizeof path, "%s/changes", database);
+  const int len = snprintf(path, sizeof path, "%s/%s", database, kFile);
   if (len < 0 || static_cast<uint32_t>(len) >= kPathMax) {
     errno = ENAMETOOLONG;
     return -1;
@@ -35,8 +49,18 @@ Waking::~Waking() {
 
 void Waking::tell(uint64_t revision) const {
   if (file_ < 0) return;
-  const ssize_t written = pwrite(file_, &revision, sizeof revision, 0);
+  const Told told = {revision, check_of(revision)};
+  const ssize_t written = pwrite(file_, &told, kToldBytes, 0);
   static_cast<void>(written);
+}
+
+uint64_t wake_revision(int directory) {
+  const int file = openat(directory, kFile, O_RDONLY | O_CLOEXEC);
+  if (file < 0) return 0;
+  Told told = {};
+  const ssize_t got = pread(file, &told, kToldBytes, 0);
+  close(file);
+  return got == kToldBytes && told.check == check_of(told.revision) ? told.revision : 0;
 }
 
 int wake_open(const char* database) {

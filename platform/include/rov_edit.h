@@ -89,12 +89,12 @@ typedef struct rov_verify {
   uint32_t reserved0;
 } rov_verify_t;
 
-/* Verifies the data file of an open database or snapshot: every page, every entry, every record's checksum, without
- * the storage engine. A database that no other process has open was verified when it was opened, and gave a failure
- * then; asking the first time after that costs nothing. Otherwise writers have to wait meanwhile, and a write session of
- * the calling thread must not be open.
+/* Verifies the data file of an open database or snapshot: every page, every entry and every record's checksum, without
+ * the storage engine. A database that no other process had open was verified when it was opened, which failed if it is
+ * damaged; asking just after that costs nothing. Otherwise it waits for writers like a writer (rov_lib_init_locks), and they
+ * wait for it.
  * ROV_ERR_CORRUPT and ROV_ERR_FORMAT, with the place of the damage in rov_err_message; ROV_ERR_HANDLE; ROV_ERR_INVALID;
- * ROV_ERR_BUSY when another writer does not finish; a status of the store. */
+ * ROV_ERR_BUSY when another writer does not finish, such as one of the same thread; a status of the store. */
 uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report);
 
 /* The calling thread's last failure of any rov_* function in words: what, where, what to do about

@@ -192,6 +192,8 @@ std::vector<HandleCall> database_calls() {
       CALL(kDatabase, kWaits, rov_edit_begin, &g.word),
       DO(kDatabase, kPlain, rov_snapshot_next,
          rov_snapshot_next(handle, nullptr, kRoom, reinterpret_cast<char*>(g.bytes))),
+      DO(kDatabase, kPlain, rov_edit_verify,
+         rov_edit_verify(handle, reinterpret_cast<rov_verify_t*>(g.bytes))),
       CALL(kSnapshot, kEnds, rov_snapshot_close),
   };
 }

@@ -232,8 +232,6 @@ TEST_F(DamageAtOpeningTest, IsNotLookedForWhileAnotherProcessHasItOpen) {
 TEST_F(DamageTest, VerifyingTellsWhatIsThere) {
   rov_verify_t report;
   ASSERT_OK(rov_edit_verify(db_, &report));
-  EXPECT_EQ(report.nodes, 0U);  // as it was opened
-  ASSERT_OK(rov_edit_verify(db_, &report));
   EXPECT_EQ(report.nodes, 2U);
   EXPECT_GE(report.records, 5U);
   EXPECT_GE(report.bytes, (report.pages - report.free_pages) * report.page_size);
