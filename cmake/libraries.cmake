@@ -36,6 +36,8 @@ if(rov_sources)
   qim_use_version_script(rovcommon ${PROJECT_SOURCE_DIR}/packaging/rovcommon.map)
   # Threads that ran in the library call back into it when they end, so it can't be unloaded.
   target_link_options(rovcommon PRIVATE LINKER:-z,nodelete)
+  # Its own calls of what it exports need no look-up at run time.
+  target_link_options(rovcommon PRIVATE LINKER:-Bsymbolic-functions)
 endif()
 
 if(qim_sources)

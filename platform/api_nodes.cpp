@@ -22,17 +22,17 @@ uint32_t missing_argument(uint32_t number) {
 
 uint32_t rov_node_parms_get(uint32_t ses, rov_node_id_t id, rov_node_parms_t* parms) {
   if (parms == nullptr) return missing_argument(3);
-  Access access(ses);
-  if (access.failed()) return access.status();
-  return rov::node_parms_of(access.view(), number_of(id), parms);
+  const uint32_t node = number_of(id);
+  return rov::with_view(ses,
+                        [=](rov::View& view) { return rov::node_parms_of(view, node, parms); });
 }
 
 uint32_t rov_node_data_get(uint32_t ses, rov_node_id_t id, uint32_t tlv_len, void* tlv,
                            uint32_t dset_len, void* dset, uint32_t priv_len, void* priv) {
-  Access access(ses);
-  if (access.failed()) return access.status();
-  return rov::node_data(access.view(), number_of(id), {tlv_len, tlv}, {dset_len, dset},
-                        {priv_len, priv});
+  const uint32_t node = number_of(id);
+  return rov::with_view(ses, [=](rov::View& view) {
+    return rov::node_data(view, node, {tlv_len, tlv}, {dset_len, dset}, {priv_len, priv});
+  });
 }
 
 uint32_t rov_node_next(uint32_t ses, rov_node_id_t after, rov_node_parms_t* parms) {
@@ -53,9 +53,9 @@ uint32_t rov_node_ln_field_get(uint32_t ses, rov_node_id_t id, uint32_t field, r
 
 uint32_t rov_node_link_get(uint32_t ses, rov_node_id_t id, uint32_t field, rov_link_t* link) {
   if (link == nullptr) return missing_argument(4);
-  Access access(ses);
-  if (access.failed()) return access.status();
-  return rov::link_of_field(access.view(), number_of(id), field, link);
+  const uint32_t node = number_of(id);
+  return rov::with_view(
+      ses, [=](rov::View& view) { return rov::link_of_field(view, node, field, link); });
 }
 
 uint32_t rov_node_link_match(uint32_t ses, rov_node_id_t id, uint32_t field, uint32_t mask,

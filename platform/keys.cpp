@@ -17,6 +17,7 @@ bool parse_node(uint32_t node, Bytes value, NodeView* view) {
   view->dset = at + kNodeHead;
   view->tlv = view->dset + view->dset_len;
   view->link = view->tlv + view->tlv_len;
+  view->asked = 0;
   view->node = node;
   return true;
 }
@@ -42,11 +43,6 @@ void write_node(const NodeView& view, uint8_t* value) {
     memcpy(at, part.data, part.len);
     at += part.len;
   }
-}
-
-Link read_link(const uint8_t* link) {
-  return {load<uint16_t>(link), load<uint16_t>(link + 2), load<uint32_t>(link + 4),
-          load<uint32_t>(link + 8), load<uint32_t>(link + 12)};
 }
 
 void write_link(const Link& link, uint8_t* to) {

@@ -160,6 +160,7 @@ struct NodeView {
   const uint8_t* dset = nullptr;
   const uint8_t* tlv = nullptr;
   const uint8_t* link = nullptr;  // the first one
+  uint32_t asked = 0;             // the link after the one that was found last
 
   bool is_dset() const { return dset_len != 0 || (flags & ROV_NODE_DSET) != 0; }
   const uint8_t* name() const { return dset_len != 0 ? dset : nullptr; }
@@ -186,7 +187,10 @@ struct Link {
 inline uint16_t link_field(const uint8_t* link) {
   return load<uint16_t>(link);
 }
-Link read_link(const uint8_t* link);
+inline Link read_link(const uint8_t* link) {
+  return {load<uint16_t>(link), load<uint16_t>(link + 2), load<uint32_t>(link + 4),
+          load<uint32_t>(link + 8), load<uint32_t>(link + 12)};
+}
 void write_link(const Link& link, uint8_t* to);
 // Position of the first link whose field is not below `field`.
 uint32_t find_link(const NodeView& view, uint32_t field);

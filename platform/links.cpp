@@ -22,10 +22,15 @@ void fill_link(const NodeView& node, uint32_t at, rov_link_t* out) {
 uint32_t link_of_field(View& view, uint32_t node, uint32_t field, rov_link_t* out) {
   const uint32_t status = view_find_node(view, node);
   if (status != ROV_OK) return status;
-  const uint32_t at = find_link(view.node, field);
+  // A node's links are mostly asked for one after the other.
+  uint32_t at = view.node.asked;
+  if (at >= view.node.links || link_field(view.node.link + size_t{at} * kLinkBytes) != field) {
+    at = find_link(view.node, field);
+  }
   if (at == view.node.links || link_field(view.node.link + size_t{at} * kLinkBytes) != field) {
     return fail(ROV_ERR_NO_LINK, Note::kNoLink, node, field);
   }
+  view.node.asked = at + 1;
   fill_link(view.node, at, out);
   return ROV_OK;
 }

@@ -14,18 +14,13 @@ uint32_t limit_of(const rov_mem_ctx_t* pool) {
   return pool == nullptr ? 0 : pool->limit;
 }
 
-uint32_t take_into(void** out, uint32_t size, const rov_mem_ctx_t* pool) {
-  *out = nullptr;
-  if (size == 0) return ROV_OK;
-  *out = mem::take(size, limit_of(pool));
-  return *out != nullptr ? ROV_OK : ROV_ERR_NO_MEM;
-}
-
-bool all_have_outputs(uint32_t count, const mem_request_t* requests) {
+// Empties every output. False, and nothing is written, when there is one missing.
+bool clear_outputs(uint32_t count, const mem_request_t* requests) {
   if (requests == nullptr) return count == 0;
   for (uint32_t i = 0; i < count; ++i) {
     if (requests[i].out == nullptr) return false;
   }
+  for (uint32_t i = 0; i < count; ++i) *requests[i].out = nullptr;
   return true;
 }
 
@@ -42,19 +37,23 @@ extern "C" uint32_t mem_zalloc(uint32_t size, rov_mem_ctx_t* pool, void** out) {
   if (out == nullptr) return ROV_ERR_INVALID;
   *out = nullptr;
   if (!knows(pool)) return ROV_ERR_INVALID;
-  return take_into(out, size, pool);
+  if (size == 0) return ROV_OK;
+  *out = mem::take(size, limit_of(pool));
+  return *out != nullptr ? ROV_OK : ROV_ERR_NO_MEM;
 }
 
 extern "C" uint32_t mem_alloc_ary(uint32_t count, const mem_request_t* requests,
                                   rov_mem_ctx_t* pool) {
-  if (!all_have_outputs(count, requests)) return ROV_ERR_INVALID;
-  for (uint32_t i = 0; i < count; ++i) *requests[i].out = nullptr;
-  if (!knows(pool)) return ROV_ERR_INVALID;
+  if (!clear_outputs(count, requests) || !knows(pool)) return ROV_ERR_INVALID;
+  const uint32_t limit = limit_of(pool);
   for (uint32_t i = 0; i < count; ++i) {
-    const uint32_t status = take_into(requests[i].out, requests[i].size, pool);
-    if (status == ROV_OK) continue;
-    give_first(i, requests);
-    return status;
+    if (requests[i].size == 0) continue;
+    void* block = mem::take(requests[i].size, limit);
+    if (block == nullptr) {
+      give_first(i, requests);
+      return ROV_ERR_NO_MEM;
+    }
+    *requests[i].out = block;
   }
   return ROV_OK;
 }

@@ -48,18 +48,42 @@ struct Place {
   return place;
 }
 
+// A list that is being decoded, and where its callback keeps its tail.
+struct List {
+  const tlvo_field_t* field;
+  void* iter;
+};
+
+// Whether the attribute at `at` is one of that field's, whole and without padding.
+inline bool is_whole(const uint8_t* at, const uint8_t* end, const tlvo_table_t& table,
+                     const tlvo_field_t& field) {
+  const auto left = static_cast<size_t>(end - at);
+  if (left < kHeadBytes) return false;
+  const uint32_t len = rov::load_be32(at + 4);
+  return rov::load_be32(at) == tag_of(table.struct_id, field.id) && len % 4 == 0 &&
+         len <= left - kHeadBytes;
+}
+
 // Whether the attribute at the place is the embedded record or value that the table has next, whole
 // and without padding.
 inline bool is_expected(Place place, const uint8_t* end, const tlvo_table_t& table) {
   const tlvo_field_t& field = *place.next;
-  if (field.kind != TLVO_KIND_RECORD && field.kind != TLVO_KIND_VALUE) return false;
-  const auto left = static_cast<size_t>(end - place.at);
-  if (left < kHeadBytes) return false;
-  const uint32_t len = rov::load_be32(place.at + 4);
-  return rov::load_be32(place.at) == tag_of(table.struct_id, field.id) && len % 4 == 0 &&
-         len <= left - kHeadBytes && is_sound(field, table);
+  return (field.kind == TLVO_KIND_RECORD || field.kind == TLVO_KIND_VALUE) &&
+         is_whole(place.at, end, table, field) && is_sound(field, table);
 }
 
+// Decodes the elements of a list for as long as they come.
+inline uint32_t take_elements(Place* place, const uint8_t* end, void* record,
+                              const tlvo_table_t& table, List* list) {
+  do {
+    const uint32_t len = rov::load_be32(place->at + 4);
+    const uint32_t status = list->field->decode(record, place->at + kHeadBytes, len, &list->iter);
+    if (status != ROV_OK) return status;
+    place->at += kHeadBytes + len;
+  } while (is_whole(place->at, end, table, *list->field));
+  ++place->next;
+  return ROV_OK;
+}
 // Decodes an embedded record or a value.
 inline uint32_t take_nested(const tlvo_field_t& field, uint8_t* record, const uint8_t* value,
                             uint32_t len) {
@@ -79,13 +103,18 @@ bool is_zero(const uint8_t* from, const uint8_t* to) {
 
 class Decoder {
  public:
-  Decoder(void* record, const uint8_t* begin, const uint8_t* end, const tlvo_table_t& table)
+  // `list`: one that was begun before.
+  Decoder(void* record, const uint8_t* begin, const uint8_t* end, const tlvo_table_t& table,
+          const List& list)
       : record_(static_cast<uint8_t*>(record)),
         begin_(begin),
         end_(end),
         table_(table),
         fields_(fields_of(&table)),
-        place_{begin, fields_} {}
+        place_{begin, fields_},
+        lists_(list.field != nullptr ? 1 : 0) {
+    list_[0] = list;
+  }
 
   // Decodes what follows the fields that were taken up to `place`.
   uint32_t run(Place place) {
@@ -195,11 +224,6 @@ class Decoder {
                           end_ - begin_, rov_status_text(status));
   }
 
-  struct List {
-    const tlvo_field_t* field;
-    void* iter;
-  };
-
   uint8_t* const record_;
   const uint8_t* const begin_;
   const uint8_t* const end_;
@@ -207,13 +231,23 @@ class Decoder {
   const tlvo_field_t* const fields_;
   Place place_;
   uint64_t seen_ = 0;  // a bit for each field but lists
-  uint32_t lists_ = 0;
+  uint32_t lists_;
   List list_[kMaxLists];
 };
 
+// Decodes what follows the fields that were taken up to `place`: as mostly, the list that the table
+// has next and nothing more, or anything.
 [[gnu::noinline]] uint32_t decode_rest(void* record, const uint8_t* begin, const uint8_t* end,
                                        const tlvo_table_t& table, Place place) {
-  return Decoder(record, begin, end, table).run(place);
+  List list{nullptr, nullptr};
+  const tlvo_field_t& field = *place.next;
+  if (field.kind == TLVO_KIND_LIST && is_whole(place.at, end, table, field) &&
+      is_sound(field, table)) {
+    list.field = &field;
+    const uint32_t status = take_elements(&place, end, record, table, &list);
+    if (status != ROV_OK || place.at == end) return status;
+  }
+  return Decoder(record, begin, end, table, list).run(place);
 }
 
 }  // namespace

@@ -8,47 +8,62 @@ namespace tlv {
 namespace {
 
 // The part of the output buffer that is left.
-class Writer {
- public:
-  Writer(void* tlva, uint32_t room) : at_(static_cast<uint8_t*>(tlva)), left_(room) {}
+struct Writer {
+  uint8_t* at;
+  uint8_t* const end;
+  uint32_t count = 0;  // attributes written
 
-  uint32_t room_for_value() const { return left_ < kHeadBytes ? 0 : left_ - kHeadBytes; }
-  bool has_room(uint32_t len) const { return kHeadBytes + padded(len) <= left_; }
-  uint8_t* value() const { return at_ + kHeadBytes; }
+  size_t left() const { return static_cast<size_t>(end - at); }
+  uint32_t room_for_value() const {
+    return left() < kHeadBytes ? 0 : static_cast<uint32_t>(left() - kHeadBytes);
+  }
+  bool has_room(uint32_t len) const { return kHeadBytes + padded(len) <= left(); }
+  uint8_t* value() const { return at + kHeadBytes; }
 
   // Puts a head before the `len` bytes that were written at value(), and padding after them. False
   // without room.
   bool finish(uint32_t tag, uint32_t len) {
     if (!has_room(len)) return false;
-    rov::store_be32(at_, tag);
-    rov::store_be32(at_ + 4, len);
-    const auto whole = static_cast<uint32_t>(kHeadBytes + padded(len));
-    for (uint32_t i = kHeadBytes + len; i < whole; ++i) at_[i] = 0;
-    at_ += whole;
-    left_ -= whole;
-    ++count_;
+    rov::store(at, swap_be(uint64_t{tag} << 32 | len));
+    uint8_t* const next = at + kHeadBytes + padded(len);
+    for (uint8_t* pad = at + kHeadBytes + len; pad != next; ++pad) *pad = 0;
+    at = next;
+    ++count;
     return true;
   }
-
-  // Puts a whole attribute, for which there must be room.
-  template <typename Int>
-  void put_int(uint32_t tag, const void* from) {
-    rov::store(at_, swap_be(uint64_t{tag} << 32 | sizeof(Int)));
-    copy_int<Int>(at_ + kHeadBytes, from);
-    at_ += kHeadBytes + sizeof(Int);
-    left_ -= uint32_t{kHeadBytes + sizeof(Int)};
-    ++count_;
-  }
-
-  uint32_t left() const { return left_; }
-  uint32_t count() const { return count_; }
-
- private:
-  uint8_t* at_;
-  uint32_t left_;
-  uint32_t count_ = 0;
 };
 
+// Puts fields for as long as they are integers of the common widths, sound and with room; returns
+// the first that is not, or `stop`.
+[[gnu::always_inline]] inline const tlvo_field_t* put_integers(Writer* out,
+                                                               const tlvo_table_t& table,
+                                                               const tlvo_field_t* field,
+                                                               const tlvo_field_t* stop,
+                                                               const uint8_t* record) {
+  const tlvo_field_t* const first = field;
+  const uint64_t struct_tag = uint64_t{table.struct_id} << 48;
+  uint8_t* at = out->at;
+  for (; field->kind == TLVO_KIND_INT && field != stop && has_place(*field, table); ++field) {
+    const uint64_t head = struct_tag | uint64_t{field->id} << 32 | field->width;
+    const auto left = static_cast<size_t>(out->end - at);
+    if (field->width == 4 && left >= kHeadBytes + 4) {
+      rov::store(at, swap_be(head));
+      copy_int<uint32_t>(at + kHeadBytes, record + field->position);
+      at += kHeadBytes + 4;
+    } else if (field->width == 8 && left >= kHeadBytes + 8) {
+      rov::store(at, swap_be(head));
+      copy_int<uint64_t>(at + kHeadBytes, record + field->position);
+      at += kHeadBytes + 8;
+    } else {
+      break;
+    }
+  }
+  out->at = at;
+  out->count += static_cast<uint32_t>(field - first);
+  return field;
+}
+
+// Puts what is no common integer.
 class Encoder {
  public:
   Encoder(Writer* out, const tlvo_table_t& table, const void* record)
@@ -57,40 +72,15 @@ class Encoder {
         fields_(fields_of(&table)),
         record_(static_cast<const uint8_t*>(record)) {}
 
-  uint32_t run() {
-    const tlvo_field_t* field = put_integers(fields_);
-    while (!is_end(*field)) {
-      if (field - fields_ >= ptrdiff_t{kMaxFields} || !is_sound(*field, table_)) {
-        return refuse(ROV_ERR_TLV_TABLE, *field);
-      }
-      const uint32_t status = put(*field);
-      if (status != ROV_OK) return status;
-      field = put_integers(field + 1);
+  // Puts the field, if the table is one that can be followed that far.
+  uint32_t take(const tlvo_field_t& field) {
+    if (&field - fields_ >= ptrdiff_t{kMaxFields} || !is_sound(field, table_)) {
+      return refuse(ROV_ERR_TLV_TABLE, field);
     }
-    return ROV_OK;
+    return put(field);
   }
 
  private:
-  // Puts fields for as long as they are integers of the common widths, sound and with room; returns
-  // the first that is not.
-  const tlvo_field_t* put_integers(const tlvo_field_t* field) {
-    Writer out = out_;
-    const tlvo_field_t* const end = fields_ + kMaxFields;
-    for (; field != end && field->kind == TLVO_KIND_INT && has_place(*field, table_); ++field) {
-      const uint32_t tag = tag_of(table_.struct_id, field->id);
-      const uint8_t* from = record_ + field->position;
-      if (field->width == 4 && out.has_room(4)) {
-        out.put_int<uint32_t>(tag, from);
-      } else if (field->width == 8 && out.has_room(8)) {
-        out.put_int<uint64_t>(tag, from);
-      } else {
-        break;
-      }
-    }
-    out_ = out;
-    return field;
-  }
-
   uint32_t put(const tlvo_field_t& field) {
     switch (field.kind) {
       case TLVO_KIND_INT:
@@ -182,11 +172,20 @@ uint32_t encode_record(void* tlva, uint32_t room, const tlvo_table_t* table, con
                        uint32_t* len, uint32_t* count) {
   const Level level;
   if (level.too_deep() || table == nullptr) return refuse_record(table);
-  Writer out(tlva, room);
-  const uint32_t status = Encoder(&out, *table, record).run();
-  if (status != ROV_OK) return status;
-  *len = room - out.left();
-  *count = out.count();
+  auto* const begin = static_cast<uint8_t*>(tlva);
+  Writer out{begin, begin + room};
+  const auto* from = static_cast<const uint8_t*>(record);
+  const tlvo_field_t* const stop = fields_of(table) + kMaxFields;
+  const tlvo_field_t* field = fields_of(table);
+  while (true) {
+    field = put_integers(&out, *table, field, stop, from);
+    if (is_end(*field)) break;
+    const uint32_t status = Encoder(&out, *table, record).take(*field);
+    if (status != ROV_OK) return status;
+    ++field;
+  }
+  *len = static_cast<uint32_t>(out.at - begin);
+  *count = out.count;
   return ROV_OK;
 }
 

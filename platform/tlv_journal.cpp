@@ -14,9 +14,8 @@ struct Entry {
   uint32_t size;
 };
 
-// The journals of a thread lie within one another and share the entries.
+// All journals of a thread share them.
 struct Entries {
-  uint32_t journals = 0;
   Entry* entry = nullptr;
   uint32_t count = 0;
   uint32_t room = 0;
@@ -30,12 +29,14 @@ constinit thread_local Entries entries __attribute__((tls_model("initial-exec"))
 
 }  // namespace
 
+constinit thread_local uint32_t Journal::journals_ = 0;
+
 Journal::Journal() : begin_(entries.count) {
-  ++entries.journals;
+  ++journals_;
 }
 
 Journal::~Journal() {
-  if (--entries.journals > 0) return;
+  if (--journals_ > 0) return;
   std::free(entries.entry);
   entries = Entries{};
 }
@@ -50,8 +51,8 @@ uint64_t Journal::bytes() const {
   return sum;
 }
 
-bool Journal::reserve() {
-  if (entries.journals == 0 || entries.count < entries.room) return true;
+bool Journal::reserve_one() {
+  if (entries.count < entries.room) return true;
   const size_t room = entries.room == 0 ? kFirstRoom : size_t{entries.room} * 2;
   if (room > kMostEntries) return false;
   void* grown = std::realloc(entries.entry, room * sizeof(Entry));
@@ -61,8 +62,7 @@ bool Journal::reserve() {
   return true;
 }
 
-void Journal::enter(void* block, uint32_t size) {
-  if (entries.journals == 0) return;
+void Journal::enter_one(void* block, uint32_t size) {
   entries.entry[entries.count++] = Entry{block, size};
 }
 

@@ -25,10 +25,17 @@ class Journal {
 
   // Makes room for one more entry, so that enter() can't fail. False when there is no memory. Does
   // nothing on a thread without a journal.
-  static bool reserve();
-  static void enter(void* block, uint32_t size);
+  static bool reserve() { return journals_ == 0 || reserve_one(); }
+  static void enter(void* block, uint32_t size) {
+    if (journals_ != 0) enter_one(block, size);
+  }
 
  private:
+  static bool reserve_one();
+  static void enter_one(void* block, uint32_t size);
+
+  // Those of the thread lie within one another.
+  static constinit thread_local uint32_t journals_ __attribute__((tls_model("initial-exec")));
   uint32_t begin_;
 };
 
