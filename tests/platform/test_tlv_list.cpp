@@ -64,6 +64,48 @@ TEST_F(TlvList, ListsMayBeInterleaved) {
   EXPECT_EQ(owner_.flags, 7u);
 }
 
+// A list whose elements say how many were counted before, by the callback's own place.
+uint32_t g_starts;
+uint32_t count_any(const void*) {
+  return 1;
+}
+uint32_t encode_none(const void*, void**, void*, uint32_t* len, uint32_t* done) {
+  *len = 0;
+  *done = 1;
+  return ROV_OK;
+}
+uint32_t decode_counted(void* record, const void*, uint32_t, void** iter) {
+  if (*iter == nullptr) ++g_starts;
+  *iter = record;
+  return ROV_OK;
+}
+uint32_t size_none(const void*) {
+  return 0;
+}
+
+TEST_F(TlvList, ACallbackKeepsItsPlaceWhateverComesBetweenElements) {
+  static const Table<2> table = {table_head("counted", 0x27, 8),
+                                 {list_field(1, count_any, encode_none, decode_counted, size_none),
+                                  int_field(2, 4, 0), end_field()}};
+  const Builder none;
+  const Builder cases[] = {
+      Builder().attribute(0x270001, none).attribute(0x270001, none),
+      Builder().attribute(0x270001, none).int32(0x270002, 1).attribute(0x270001, none),
+      Builder().int32(0x270002, 1).attribute(0x270001, none).attribute(0x270001, none),
+      Builder().attribute(0x270001, none).attribute(0x990001, "?").attribute(0x270001, none),
+      Builder().attribute(0x270001, none).attribute(0x270001, "odd").attribute(0x270001, none)};
+  for (const Builder& tlva : cases) {
+    uint32_t words[2] = {};
+    void* record = words;
+    g_starts = 0;
+    ASSERT_EQ(tlvo_dec_tlva_to_struct(&record, tlva.bytes().data(),
+                                      static_cast<uint32_t>(tlva.bytes().size()), &table.head,
+                                      TLVO_DEC_IN_PLACE),
+              ROV_OK);
+    EXPECT_EQ(g_starts, 1u);
+  }
+}
+
 TEST_F(TlvList, AnEmptyElementIsAnElement) {
   ASSERT_EQ(decode(&owner_, Builder().attribute(0x240004, "").attribute(0x240004, "")), ROV_OK);
   EXPECT_EQ(types_of(owner_.items), "0 0 ");
