@@ -82,15 +82,13 @@ Ending first_walk(const std::string& path, const Steps& steps) {
 
 using Work = Ending (*)(const std::string& path, const Steps& steps);
 
-void sweep(const char* name, Work work, const Steps& steps, bool fresh, uint32_t most,
-           uint32_t most_if_slow) {
+void sweep(const char* name, Work work, const Steps& steps, uint32_t most, uint32_t most_if_slow) {
   const testing_rov::TemporaryDirectory directory;
   const std::string path = directory.file("db");
   const auto run = [&](const Plan* plan) {
-    if (fresh) std::filesystem::remove_all(path);
+    std::filesystem::remove_all(path);
     return fault::run_forked([&] { return work(path, steps); }, plan);
   };
-  run(nullptr);
   const Run clean = run(nullptr);
   ASSERT_EQ(clean.code, int{kGood}) << clean.err;
   const uint32_t requests = clean.counts.calls[kMemory];
@@ -112,15 +110,15 @@ void sweep(const char* name, Work work, const Steps& steps, bool fresh, uint32_t
 }
 
 TEST(DatabaseMemory, RefusedRequestsFailStepsAndNothingElse) {
-  sweep("a database in use", three_walks, PlatformTour::steps(), false, 400, 25);
+  sweep("a database in use", three_walks, PlatformTour::steps(), 400, 25);
 }
 
 TEST(DatabaseMemory, RefusedRequestsFailWatchingAndNothingElse) {
-  sweep("a watched database", three_walks, PlatformTour::watching(), false, 60, 5);
+  sweep("a watched database", three_walks, PlatformTour::watching(), 60, 5);
 }
 
 TEST(DatabaseMemory, RefusedRequestsFailTheMakingOfADatabase) {
-  sweep("a new database", first_walk, PlatformTour::steps(), true, 300, 25);
+  sweep("a new database", first_walk, PlatformTour::steps(), 300, 25);
 }
 
 }  // namespace
