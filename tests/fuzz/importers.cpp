@@ -1,0 +1,43 @@
+// Policy files: either a policy whose parts hold together, or problems with their places.
+#include <string>
+
+#include "tests/fuzz/targets.h"
+#include "tools/import.h"
+#include "tools/json_text.h"
+#include "tools/native.h"
+#include "tools/policy_check.h"
+#include "tools/rfc8519.h"
+
+namespace fuzz {
+namespace {
+
+using qimctl::Policy;
+
+template <typename Read>
+void import(const uint8_t* bytes, size_t size, Read read) {
+  const std::string text(reinterpret_cast<const char*>(bytes), size);
+  try {
+    Policy policy = read(text, "file");
+    qimctl::fill_lines(text, "file", policy.findings);
+    std::vector<qimctl::Problem> problems = qimctl::check_policies({policy});
+    qimctl::fill_lines(text, "file", problems);
+  } catch (const qimctl::InputError& error) {
+    require(!error.problems().empty(), "refused input has a problem");
+    for (const qimctl::Problem& problem : error.problems()) {
+      require(!problem.message.empty(), "a problem says what it is");
+    }
+  }
+}
+
+}  // namespace
+
+void native(const uint8_t* bytes, size_t size) {
+  import(bytes, size, qimctl::read_native);
+  qimctl::guess_format(std::string(reinterpret_cast<const char*>(bytes), size));
+}
+
+void rfc8519(const uint8_t* bytes, size_t size) {
+  import(bytes, size, qimctl::read_rfc8519);
+}
+
+}  // namespace fuzz
