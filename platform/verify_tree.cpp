@@ -219,7 +219,10 @@ uint32_t TreeWalk::read_overflow(const Place& place, const Entry& entry, Bytes* 
     return pages_.damaged(first, "its value has %u bytes and %llu pages", entry.size,
                           Number{count});
   }
-  if (count > needed) status = pages_.claim(first + needed, count - needed, place.page, name_);
+  if (count > needed) {
+    const auto rest = static_cast<Word>(first + needed);  // what was claimed lies within the file
+    status = pages_.claim(rest, count - needed, place.page, name_);
+  }
   if (status != ROV_OK) return status;
   found_.overflows += static_cast<Word>(count);
   if (entry.size > value_room_) {
