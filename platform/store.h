@@ -83,6 +83,10 @@ void store_close(Env* env);
 // Makes the map as large as the newest commit needs. The caller is outside every gate.
 uint32_t store_adopt_map(Env* env);
 
+// Rewrites the data file of a database that nobody has open, without free pages. The lengths of the file go to *before and
+// *after.
+uint32_t store_compact(const char* path, uint64_t* before, uint64_t* after);
+
 // ---- Snapshots: one commit, read as often as wanted ---------------------------------------------
 
 // The newest commit, read inside `gate` from now on. The caller is outside every gate.

@@ -61,6 +61,11 @@ uint32_t find_others(int directory, const char* path, bool* found);
 // Verifies the data file, unless another process has the database open. Under an OpenLock.
 uint32_t verify_before_opening(int directory, Env* env);
 
+// ---- store_compact.cpp --------------------------------------------------------------------------
+
+// Compacts the database in the directory, which this process does not have open.
+uint32_t compact_closed(int directory, const char* path, uint64_t* before, uint64_t* after);
+
 // ---- store_map.cpp ------------------------------------------------------------------------------
 
 constexpr size_t kMapStart = size_t{16} << 20;

@@ -153,6 +153,22 @@ uint32_t open_locked(const char* path, uint32_t flags, Env** out) {
   return status;
 }
 
+uint32_t compact_locked(const char* path, uint64_t* before, uint64_t* after) {
+  int directory = -1;
+  uint32_t status = store_prepare(path, false, &directory);
+  if (status != ROV_OK) return status;
+  struct stat info;
+  if (fstat(directory, &info) != 0) {
+    status = engine_fail_at(errno, path, "examine the directory");
+  } else if (find_open(info) != nullptr) {
+    status = fail_text(ROV_ERR_BUSY, "this process has database %s open: close it first", path);
+  } else {
+    status = compact_closed(directory, path, before, after);
+  }
+  close(directory);
+  return status;
+}
+
 void free_snapshots(Env* env) {
   while (env->spare != nullptr) {
     Snapshot* snapshot = env->spare;
@@ -182,6 +198,14 @@ void store_close(Env* env) {
     env_delete(env);
   }
   pthread_mutex_unlock(&g_mutex);
+}
+
+uint32_t store_compact(const char* path, uint64_t* before, uint64_t* after) {
+  pthread_mutex_lock(&g_mutex);
+  set_up_once();
+  const uint32_t status = compact_locked(path, before, after);
+  pthread_mutex_unlock(&g_mutex);
+  return status;
 }
 
 void store_check_readers(Env* env) {

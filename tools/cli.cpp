@@ -6,6 +6,7 @@
 #include "rov.h"
 #include "tools/import.h"
 #include "tools/list.h"
+#include "tools/maintenance.h"
 #include "tools/names.h"
 #include "tools/output.h"
 #include "tools/show.h"
@@ -177,6 +178,7 @@ class Commands {
   bool engine_ = false;
   std::function<int()> action_;
   Verbs verbs_{app_, database_, action_};
+  Maintenance maintenance_{app_, database_, action_};
 };
 
 }  // namespace

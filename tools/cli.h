@@ -11,7 +11,8 @@ enum ExitCode {
   exit_input = 3,  // a file that can't be read or is wrong
   exit_database = 4,   // the database or the policy library failed
   exit_not_found = 5,  // no such node
-  exit_output = 6      // the output can't be written
+  exit_output = 6,     // the output can't be written
+  exit_defects = 7     // `check` found defects of the policy
 };
 
 // Runs one command: output goes to standard output, complaints to standard error. Throws nothing.

@@ -89,6 +89,11 @@ void require_node(uint32_t status, const std::string& attempt) {
                       "it is not in the database; 'qimctl list' names the nodes that are");
 }
 
+bool is_about_contents(uint32_t status) {
+  const bool library = status >> 16 == QIM_ERR_GENERIC >> 16;
+  return library || (status >= ROV_ERR_TLV_TRUNCATED && status <= ROV_ERR_TLV_ROOM);
+}
+
 std::string database_directory(const std::string& given) {
   if (!given.empty()) return given;
   const char* environment = getenv("ROV_DB");

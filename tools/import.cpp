@@ -1,10 +1,6 @@
 #include "tools/import.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
-
+#include "tools/input_file.h"
 #include "tools/json_text.h"
 #include "tools/names.h"
 #include "tools/native.h"
@@ -21,26 +17,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-struct Source {
-  std::string file;
-  std::string text;
-};
-
-std::string system_error() {
-  return strerror(errno);
-}
-
-std::string read_file(const std::string& name) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(name.c_str(), "rb"), fclose);
-  if (!file) throw InputError({name, 0, ""}, "cannot be opened: " + system_error());
-  std::string text;
-  char part[65536];
-  size_t count;
-  while ((count = fread(part, 1, sizeof(part), file.get())) > 0) text.append(part, count);
-  if (ferror(file.get()) != 0) throw InputError({name, 0, ""}, "cannot be read: " + system_error());
-  return text;
-}
-
 Policy read_policy(const Source& source, Format wanted) {
   const Format format = wanted == Format::guess ? guess_format(source.text) : wanted;
   switch (format) {
@@ -54,17 +30,6 @@ Policy read_policy(const Source& source, Format wanted) {
   throw InputError(
       {source.file, 0, ""},
       "is in no format known here; say which with --format native or --format rfc8519");
-}
-
-// Lines are looked for in every source, each knows its own places.
-template <typename Items>
-void fill_all_lines(const std::vector<Source>& sources, Items& items) {
-  for (const Source& source : sources) fill_lines(source.text, source.file, items);
-}
-
-[[noreturn]] void refuse(const std::vector<Source>& sources, std::vector<Problem> problems) {
-  fill_all_lines(sources, problems);
-  throw InputError(std::move(problems));
 }
 
 // Reads all files, so that what is wrong in any of them is said at once.
@@ -172,8 +137,8 @@ StoreCounts store(const ImportOptions& options, const std::vector<Source>& sourc
   const Database database(options.database, OpenMode::create);
   WriteSession session(database);
   try {
-    const StoreCounts counts =
-        write_policies(policies, session, {options.replace, progress_wanted()});
+    const StoreCounts counts = write_policies(
+        policies, session, {.replace = options.replace, .progress = progress_wanted()});
     session.commit();
     return counts;
   } catch (const InputError& error) {
@@ -192,7 +157,7 @@ Format guess_format(const std::string& text) {
 
 bool import_files(const ImportOptions& options) {
   std::vector<Source> sources;
-  for (const std::string& file : options.files) sources.push_back({file, read_file(file)});
+  for (const std::string& file : options.files) sources.push_back(read_source(file));
   const std::vector<Policy> policies = read_policies(sources, options.format);
   const Report report(sources, policies);
   if (report.losses() != 0 && !options.lossy) {

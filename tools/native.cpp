@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "rov_edit.h"
 #include "schema/rows.h"
 #include "tools/dsetname.h"
 #include "tools/json_text.h"
@@ -67,6 +68,25 @@ Link read_link(uint16_t field, const json& value) {
   return link;
 }
 
+RawContents read_raw(const json& body) {
+  RawContents raw;
+  raw.flags = optional_u32(body, "flags");
+  if (body.contains("tlv")) raw.tlv = bytes_from_json(body["tlv"]);
+  return raw;
+}
+
+void read_clients(const json& clients, Node& node) {
+  for (const auto& [client, data] : clients.items()) {
+    node.clients.push_back({static_cast<uint32_t>(*parse_number(client)), bytes_from_json(data)});
+  }
+}
+
+// The checksum covers all bytes in front of its line.
+bool is_checksum_right(const std::string& text, const json& checksum) {
+  const size_t line = text.rfind("\n\"checksum\"");
+  return line != text.npos && checksum_text(text.substr(0, line + 1)) == checksum;
+}
+
 class Reader {
  public:
   explicit Reader(const std::string& file) : file_(file) {}
@@ -83,20 +103,29 @@ class Reader {
 
   std::vector<Problem>& problems() { return problems_; }
 
- private:
   Node read_node(const json& value, const std::string& path) {
     Node node;
     node.place = {file_, 0, path};
     node.id = u32_of(value.at("id"));
+    if (value.at("type") == raw_type_name) {
+      node.raw = read_raw(value.at("body"));
+    } else {
+      read_record(value, node);
+    }
+    if (value.contains("links")) read_links(value["links"], pointer_to(path, "links"), node);
+    if (value.contains("dset")) node.dset = dset_from_json(value["dset"]);
+    if (value.contains("priv")) node.priv = bytes_from_json(value["priv"]);
+    if (value.contains("private")) read_clients(value["private"], node);
+    return node;
+  }
+
+ private:
+  static void read_record(const json& value, Node& node) {
     node.record.type = type_of(value.at("type"));
     node.record.group = optional_u32(value, "group");
     node.record.flags = optional_u32(value, "flags");
     const qim::schema::NodeType* type = qim::schema::node_type(node.record.type);
     if (value.contains("body")) read_body(value["body"], *type->body, node);
-    if (value.contains("links")) read_links(value["links"], pointer_to(path, "links"), node);
-    if (value.contains("dset")) node.dset = dset_from_json(value["dset"]);
-    if (value.contains("priv")) node.priv = bytes_from_json(value["priv"]);
-    return node;
   }
 
   static uint32_t type_of(const json& value) {
@@ -135,12 +164,33 @@ class Reader {
 
 }  // namespace
 
+std::string checksum_text(const std::string& text) {
+  return checksum_digits(rov_crc32c(0, text.data(), static_cast<uint32_t>(text.size())));
+}
+
+std::string checksum_digits(uint32_t checksum) {
+  return hex_number(checksum, 8).substr(2);
+}
+
+Node read_native_node(const json& value) {
+  const std::string file;
+  return Reader(file).read_node(value, "");
+}
+
 Policy read_native(const std::string& text, const std::string& file) {
   const json document = parse_json(text, file);
   std::vector<Problem> broken = check_native_schema(document, file);
   if (!broken.empty()) refuse(text, file, std::move(broken));
+  const auto checksum = document.find("checksum");
+  if (checksum != document.end() && !is_checksum_right(text, *checksum)) {
+    refuse(text, file,
+           {{{file, 0, "/checksum"},
+             "is not that of the file: it was damaged or changed after it was written; take an "
+             "undamaged one, or import it without this member if the changes are wanted"}});
+  }
   Reader reader(file);
   Policy policy = reader.read(document);
+  policy.checked = checksum != document.end();
   if (!reader.problems().empty()) refuse(text, file, std::move(reader.problems()));
   return policy;
 }

@@ -38,6 +38,18 @@ struct Link {
   uint16_t tag = 0;
 };
 
+// Private data of another client than this tool.
+struct ClientData {
+  uint32_t client = 0;
+  std::vector<uint8_t> data;
+};
+
+// A node's contents as the database keeps them: what can't be said in terms of records, or not without loss.
+struct RawContents {
+  uint32_t flags = 0;  // ROV_NODE_*
+  std::vector<uint8_t> tlv;
+};
+
 // A node. `record` holds the type, the group number, the flags and the body's scalars; everything
 // of variable length, the links and the counts stay out of it. `type` of a data-set node is
 // QIM_NODE_DSET or QIM_NODE_DSET_NONAME.
@@ -49,7 +61,9 @@ struct Node {
   std::vector<Link> links;          // at most one for each field
   std::optional<qim_dsetname_t>
       dset;  // network order; Pinst, Edest and QIM_NODE_DSET have one, no other type
-  std::vector<uint8_t> priv;  // private data, empty = none
+  std::vector<uint8_t> priv;        // private data, empty = none
+  std::vector<ClientData> clients;  // that of other clients
+  std::optional<RawContents> raw;   // in place of record, criteria and args
   Place place;
 };
 
@@ -65,6 +79,7 @@ struct Finding {
 struct Policy {
   std::vector<Node> nodes;
   std::vector<Finding> findings;
+  bool checked = false;  // the file has a checksum, and it is right
 };
 
 // One thing wrong with the input: what it is and what to do about it.

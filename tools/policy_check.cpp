@@ -30,6 +30,10 @@ bool is_single_slot(const NodeType& type, uint16_t field) {
 class Checker {
  public:
   void check(const Node& node) {
+    if (node.raw) {
+      check_raw(node);
+      return;
+    }
     const NodeType* type = qim::schema::node_type(node.record.type);
     if (type == nullptr) {
       report(node, "is of no known type");
@@ -39,9 +43,7 @@ class Checker {
     check_name(node);
     std::set<uint16_t> fields;
     for (const Link& link : node.links) {
-      if (!fields.insert(link.field).second) {
-        report(node, "has two links " + slot_name(link.field) + "; a node has one at most");
-      }
+      check_field(node, link, fields);
       check_link(node, *type, link);
     }
   }
@@ -49,6 +51,28 @@ class Checker {
   std::vector<Problem> take() { return std::move(problems_); }
 
  private:
+  // What its contents are is nobody's business here.
+  void check_raw(const Node& node) {
+    check_id(node);
+    std::set<uint16_t> fields;
+    for (const Link& link : node.links) {
+      check_field(node, link, fields);
+      check_target(node, link);
+    }
+  }
+
+  void check_field(const Node& node, const Link& link, std::set<uint16_t>& fields) {
+    if (!fields.insert(link.field).second) {
+      report(node, "has two links " + slot_name(link.field) + "; a node has one at most");
+    }
+  }
+
+  void check_target(const Node& node, const Link& link) {
+    if (link.node == 0) {
+      report(node, "has a link " + slot_name(link.field) + " to node 0; leave the link out");
+    }
+  }
+
   void report(const Node& node, const std::string& message) {
     problems_.push_back({node.place, "node " + node_id_text(node.id) + " " + message});
   }
@@ -77,9 +101,7 @@ class Checker {
   }
 
   void check_link(const Node& node, const NodeType& type, const Link& link) {
-    if (link.node == 0) {
-      report(node, "has a link " + slot_name(link.field) + " to node 0; leave the link out");
-    }
+    check_target(node, link);
     if (is_single_slot(type, link.field) && (link.node2 != 0 || link.val != 0)) {
       report(node, "has a link " + slot_name(link.field) +
                        " with a node2 or val, which that slot can't hold; set both to 0");

@@ -88,9 +88,8 @@ SchemaWalk::Schemas SchemaWalk::inside(const Schemas& schemas, const json& value
                                        const std::string& step, const json& inner) const {
   Schemas found;
   for (const json* schema : schemas) {
-    const json* part = value.is_array() && schema->contains("items")
-                           ? &(*schema)["items"]
-                           : member_schema(*schema, step);
+    const json* part = value.is_array() && schema->contains("items") ? &(*schema)["items"]
+                                                                     : member_schema(*schema, step);
     if (part != nullptr) add(*part, inner, found);
   }
   return found;

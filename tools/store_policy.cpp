@@ -117,7 +117,7 @@ class Writer {
     const std::vector<uint8_t> tlv = encode_node(node);
     rov_edit_node_t form{};
     form.id = database_id(node.id);
-    form.flags = is_dset_node(node) ? uint32_t{ROV_NODE_DSET} : 0;
+    form.flags = database_flags(node);
     form.tlv_len = static_cast<uint32_t>(tlv.size());
     form.tlv = tlv.empty() ? nullptr : tlv.data();
     form.dset_len = node.dset ? static_cast<uint32_t>(sizeof(*node.dset)) : 0;
@@ -127,6 +127,11 @@ class Writer {
       require(qim_node_priv_set(session_, node.id, node.priv.data(),
                                 static_cast<uint32_t>(node.priv.size())),
               attempt("store the private data of", node));
+    }
+    for (const ClientData& other : node.clients) {
+      require(rov_edit_priv_put(session_, form.id, other.client, other.data.data(),
+                                static_cast<uint32_t>(other.data.size())),
+              attempt("store other clients' private data of", node));
     }
     counts_.nodes++;
   }
@@ -147,7 +152,7 @@ class Writer {
   }
 
   void check_target(const Node& node, const Link& link, uint32_t target) {
-    if (known_.contains(target) || stored(target)) return;
+    if (options_.dangling || known_.contains(target) || stored(target)) return;
     report(node, "has a link " + slot_name(link.field) + " to node " + node_id_text(target) +
                      ", which is neither in the input nor in the database; add that node or "
                      "remove the link");
@@ -164,6 +169,7 @@ class Writer {
 }  // namespace
 
 std::vector<uint8_t> encode_node(const Node& node) {
+  if (node.raw) return node.raw->tlv;
   if (is_dset_node(node)) return {};
   const EncodableRecord record(node);
   const uint32_t room = qim_node_get_tlv_sz(record.get());
@@ -174,6 +180,11 @@ std::vector<uint8_t> encode_node(const Node& node) {
   require(qim_node_to_tlv(record.get(), tlv.data(), room, &length, nullptr, 0), attempt);
   tlv.resize(length);
   return tlv;
+}
+
+uint32_t database_flags(const Node& node) {
+  if (node.raw) return node.raw->flags;
+  return is_dset_node(node) ? uint32_t{ROV_NODE_DSET} : 0;
 }
 
 StoreCounts write_policies(const std::vector<Policy>& policies, const WriteSession& session,

@@ -12,6 +12,7 @@ namespace qimctl {
 struct StoreOptions {
   bool replace =
       false;  // nodes that the database has already are replaced, links and private data with them
+  bool dangling = false;  // links may lead to nodes that are nowhere
   bool progress = false;  // show a progress line
 };
 
@@ -27,6 +28,9 @@ struct StoreCounts {
 // something; the session is to be dropped then.
 StoreCounts write_policies(const std::vector<Policy>& policies, const WriteSession& session,
                            const StoreOptions& options);
+
+// The flags that the database keeps of a node.
+uint32_t database_flags(const Node& node);
 
 // The TLV form of a node's record: what rov_edit_node_put takes. Empty for data-set nodes.
 std::vector<uint8_t> encode_node(const Node& node);

@@ -244,6 +244,12 @@ std::vector<HandleCall> session_calls() {
       CALL(kSession, kPlain, rov_edit_link_del, node_id(), 0x81),
       CALL(kSession, kPlain, rov_node_next, rov_node_id_t{}, &g.parms),
       CALL(kSession, kPlain, rov_node_link_nth, node_id(), 0, &g.link),
+      DO(kSession, kPlain, rov_edit_priv_nth,
+         [&] {
+           uint32_t len = 0;
+           return rov_edit_priv_nth(handle, node_id(), 0, &g.word, kRoom, g.bytes, &len);
+         }()),
+      CALL(kSession, kPlain, rov_edit_priv_put, node_id(), 9, g.bytes, 8),
   };
 }
 
