@@ -51,6 +51,12 @@ if(qim_sources)
     # This check reads run-time type information, which this code has none of.
     target_compile_options(qim_objects PRIVATE -fno-sanitize=vptr)
   endif()
+  # By default this compiler clears an open node's block by an instruction that takes longer to start
+  # than the rest of opening one takes.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|i[3-6]86)$")
+    target_compile_options(qim_objects PRIVATE
+      -mmemset-strategy=unrolled_loop:256:noalign,libcall:-1:noalign)
+  endif()
   target_link_libraries(qim_objects PUBLIC qim_headers PRIVATE qim_warnings)
 endif()
 

@@ -1,4 +1,5 @@
 #include <arpa/inet.h>
+#include <string.h>
 
 #include "lib/export.h"
 #include "qim.h"
@@ -33,8 +34,13 @@ QIM_API uint32_t qim_to_rov_node_id(qim_node_id_t id, rov_node_id_t* out) {
   return id == 0 ? static_cast<uint32_t>(QIM_ERR_INVALID) : 0;
 }
 
+// Written in the halves in which callers pass it on by value: a processor that has to put together what
+// it loads from several stores waits for all of them.
 QIM_API void qim_to_rov_node_id_nochk(qim_node_id_t id, rov_node_id_t* out) {
-  *out = {{htonl(id), 0, 0, 0}};
+  const uint64_t first = htonl(id);
+  const uint64_t halves[] = {__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? first : first << 32, 0};
+  static_assert(sizeof(halves) == sizeof(*out));
+  memcpy(out, halves, sizeof(halves));
 }
 
 QIM_API qim_node_id_t qim_from_rov_node_id(const rov_node_id_t* in) {
