@@ -25,7 +25,7 @@ namespace {
 Counts* volatile g_counts = nullptr;
 Plan g_plan = {};
 bool g_planned = false;
-int64_t g_live = 0;
+intptr_t g_live = 0;  // a word: wider ones are no atomics everywhere
 thread_local uint32_t g_pauses = 0;
 
 // What the call is to do instead of its work: 0 = its work, kShort, or an errno.

@@ -2,6 +2,9 @@
 // nothing done by halves, and no wrong answer.
 #include <gtest/gtest.h>
 
+#include <set>
+#include <sstream>
+
 #include "tests/fault/call_faults.h"
 #include "tests/fault/points.h"
 #include "tests/fault/scale.h"
@@ -73,6 +76,21 @@ class ToolFaults : public testing::Test {
 
 bool tells_of_memory(const std::string& message) {
   return message.find("memory") != std::string::npos;
+}
+
+// The help lists a command at the beginning of a line, and what belongs to it further right.
+TEST_F(ToolFaults, EveryCommandIsTried) {
+  const std::string help = runs_.run({{"--help-all"}, Needs::kDatabase}, nullptr).out;
+  std::istringstream lines(help.substr(help.find("Subcommands:\n") + 13));
+  std::set<std::string> offered;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.empty() && line[0] != ' ') offered.insert(line);
+  }
+  std::set<std::string> tried;
+  for (const Command& command : fault::all_commands()) tried.insert(command.words[0]);
+  tried.erase("--help-all");
+  EXPECT_GT(offered.size(), 10U);
+  EXPECT_EQ(tried, offered);
 }
 
 TEST_F(ToolFaults, WithoutMemoryEveryCommandFailsWithAMessage) {

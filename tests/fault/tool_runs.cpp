@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "tools/cli.h"
 
@@ -52,6 +53,11 @@ const std::vector<Command>& all_commands() {
         {{"name", "parse", "010000000300000000000000000000000000000000"}, kDatabase},
         {{"priv", "get", "0x04100001"}, kDatabase},
         {{"watch", "--from", "1", "--count", "3", "--json"}, kDatabase},
+        {{"check"}, kDatabase},
+        {{"check", "--json"}, kDatabase},
+        {{"dump"}, kDatabase},
+        {{"restore", "@@dump.json"}, kNoDatabase},
+        {{"compact"}, kCopy},
         {{"--help-all"}, kDatabase},
     };
     all.insert(all.end(), others.begin(), others.end());
@@ -72,6 +78,9 @@ ToolRuns::ToolRuns() : database_(directory_.file("db")), copy_(directory_.file("
   const Run made = run({{"import", "@edge-all-types.json"}, Needs::kNoDatabase}, nullptr);
   EXPECT_EQ(made.code, int{qimctl::exit_ok}) << made.err;
   std::filesystem::rename(copy_, database_);
+  const Run dumped = run({{"dump"}, Needs::kDatabase}, nullptr);
+  EXPECT_EQ(dumped.code, int{qimctl::exit_ok}) << dumped.err;
+  std::ofstream(directory_.file("dump.json")) << dumped.out;
 }
 
 void ToolRuns::prepare(Needs needs) {
@@ -86,10 +95,15 @@ Run ToolRuns::run(const Command& command, const interpose::Plan* plan) {
   return run_again(command, plan);
 }
 
+std::string ToolRuns::file_of(const std::string& word) const {
+  if (word.rfind("@@", 0) == 0) return directory_.file(word.substr(2));
+  return word[0] == '@' ? examples_ + word.substr(1) : word;
+}
+
 Run ToolRuns::run_again(const Command& command, const interpose::Plan* plan) {
   std::vector<std::string> words = {"qimctl", "--db", used_};
   for (const std::string& word : command.words) {
-    words.push_back(word[0] == '@' ? examples_ + word.substr(1) : word);
+    words.push_back(file_of(word));
   }
   return run_forked([&] { return run_tool(words); }, plan);
 }

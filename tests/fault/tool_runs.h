@@ -13,8 +13,9 @@ namespace fault {
 enum class Needs { kDatabase, kCopy, kNoDatabase };
 
 struct Command {
-  std::vector<std::string> words;  // "@" in front of one: a file of examples/
-  Needs needs;                     // kDatabase: it writes nothing
+  std::vector<std::string>
+      words;    // "@" in front of one: a file of examples/; "@@": a file made for this
+  Needs needs;  // kDatabase: it writes nothing
 };
 
 // Every command, and those that touch the database in different ways.
@@ -37,6 +38,7 @@ class ToolRuns {
 
  private:
   void prepare(Needs needs);
+  std::string file_of(const std::string& word) const;
 
   testing_rov::TemporaryDirectory directory_;
   std::string examples_;
