@@ -143,7 +143,7 @@ std::optional<std::vector<uint8_t>> bytes_from_hex(const std::string& text) {
   return bytes;
 }
 
-std::string counted(size_t count, const std::string& noun) {
+std::string counted(uint64_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 

@@ -38,6 +38,6 @@ std::string hex_bytes(const std::vector<uint8_t>& bytes);
 std::optional<std::vector<uint8_t>> bytes_from_hex(const std::string& text);
 
 // "1 node", "2 nodes".
-std::string counted(size_t count, const std::string& noun);
+std::string counted(uint64_t count, const std::string& noun);
 
 }  // namespace qimctl
