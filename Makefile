@@ -7,7 +7,7 @@ PRESETS := native i386 powerpc asan tsan clang
 
 .DEFAULT_GOAL := native
 MAKEFLAGS += --no-print-directory
-.PHONY: $(PRESETS) demo check coverage fuzz bench format lint install clean help
+.PHONY: $(PRESETS) demo check coverage fuzz soak bench format lint install clean help
 .PHONY: $(PRESETS:%=check-%)
 
 $(PRESETS):
@@ -27,6 +27,9 @@ $(PRESETS:%=check-%): check-%:
 
 coverage:
 	@scripts/coverage
+
+soak:
+	@scripts/soak
 
 fuzz:
 	@scripts/fuzz
@@ -54,6 +57,7 @@ help:
 	@echo 'make check              everything: lint, all builds, all tests'
 	@echo 'make check-<preset>     the tests of one preset'
 	@echo 'make coverage           which lines and branches the tests reach'
+	@echo 'make soak               the fault sweeps with a hundred times their counts, for hours'
 	@echo 'make fuzz               search for inputs that break something, for five minutes'
 	@echo 'make bench              benchmarks'
 	@echo 'make format             format the sources'
