@@ -67,9 +67,9 @@ inline Tree read_tree(const uint8_t* at) {
           load<uint16_t>(at + 6),
           load<Word>(words),
           load<Word>(words + kWord),
-          load<Word>(words + 2 * kWord),
-          load<Word>(words + 3 * kWord),
-          load<Word>(words + 4 * kWord)};
+          load<Word>(words + size_t{2} * kWord),
+          load<Word>(words + size_t{3} * kWord),
+          load<Word>(words + size_t{4} * kWord)};
 }
 
 struct Meta {
@@ -83,8 +83,8 @@ struct Meta {
 };
 
 inline Meta read_meta(const uint8_t* at) {
-  const uint8_t* trees = at + 8 + 2 * kWord;
-  const uint8_t* end = trees + 2 * kTreeBytes;
+  const uint8_t* trees = at + 8 + size_t{2} * kWord;
+  const uint8_t* end = trees + size_t{2} * kTreeBytes;
   return {load<uint32_t>(at),     load<uint32_t>(at + 4),        load<Word>(at + 8 + kWord),
           read_tree(trees),       read_tree(trees + kTreeBytes), load<Word>(end),
           load<Word>(end + kWord)};
@@ -116,7 +116,7 @@ struct Entry {
 };
 
 inline uint32_t entry_offset(const uint8_t* page, uint32_t index) {
-  return load<uint16_t>(page + kPageHead + 2 * index);
+  return load<uint16_t>(page + kPageHead + size_t{2} * index);
 }
 inline Entry read_entry(const uint8_t* at) {
   const auto size = load<uint32_t>(at);
