@@ -116,8 +116,8 @@ void write_plan(const Database& database, const Plan& plan) {
   }
 }
 
-Prepared::Prepared(const Plan& of) : plan(of), database(folder.at("db")) {
-  write_plan(database, plan);
+Prepared::Prepared(const Plan& wanted) : plan(wanted), database(folder.at("db")) {
+  write_plan(database, wanted);
   ses = database.open_session();
 }
 

@@ -52,7 +52,7 @@ void write_plan(const Database& database, const Plan& plan);
 
 // A database of the plan in a folder of its own, with a session that stays open.
 struct Prepared {
-  explicit Prepared(const Plan& plan);
+  explicit Prepared(const Plan& wanted);
   ~Prepared();
   Prepared(const Prepared&) = delete;
   Prepared& operator=(const Prepared&) = delete;

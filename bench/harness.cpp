@@ -92,6 +92,7 @@ Harness::Harness(Options options) : options_(std::move(options)) {
       "--benchmark_repetitions=" + std::to_string(options_.repetitions),
       "--benchmark_min_time=" + std::to_string(options_.seconds)};
   std::vector<char*> arguments;
+  arguments.reserve(words.size());
   for (std::string& word : words) arguments.push_back(word.data());
   auto count = static_cast<int>(arguments.size());
   benchmark::Initialize(&count, arguments.data());

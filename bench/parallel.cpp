@@ -9,8 +9,6 @@
 #include "bench/database.h"
 #include "bench/workloads.h"
 
-extern char** environ;
-
 namespace bench {
 namespace {
 

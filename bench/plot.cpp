@@ -64,12 +64,12 @@ std::string grid_of(const Axis& x, const Axis& y) {
   std::string text;
   constexpr const char* kLine =
       "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#ddd\"/>\n";
-  for (double power = x.low; power <= x.high; ++power) {
+  for (int power = static_cast<int>(x.low); power <= static_cast<int>(x.high); ++power) {
     const double at = x.at(std::pow(10, power));
     text += element(kLine, at, y.from, at, y.to);
     text += label(at, y.from + 18, "middle", power_label(power, false));
   }
-  for (double power = y.low; power <= y.high; ++power) {
+  for (int power = static_cast<int>(y.low); power <= static_cast<int>(y.high); ++power) {
     const double at = y.at(std::pow(10, power));
     text += element(kLine, x.from, at, x.to, at);
     text += label(x.from - 6, at + 4, "end", power_label(power, true));

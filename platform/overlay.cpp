@@ -230,7 +230,7 @@ void Overlay::settle(List& list) {
   // Without memory to sort them in, each one is searched for.
   auto* sorted = static_cast<Waiting*>(count == 1 ? nullptr : malloc(count * sizeof(Waiting)));
   Edit** path[kLevels];
-  for (uint32_t level = 0; level < kLevels; ++level) path[level] = list.head;
+  for (Edit**& links : path) links = list.head;
   if (sorted == nullptr) {
     for (Edit* edit = next; edit != nullptr; edit = next) {
       next = edit->next[0];

@@ -11,8 +11,6 @@
 #include "bench/raw_engine.h"
 #include "peers/peers.h"
 
-extern char** environ;
-
 namespace bench::peers::redis {
 namespace {
 
