@@ -10,8 +10,12 @@ namespace e2e {
 class LeaksAllowed {
  public:
 #ifdef __SANITIZE_ADDRESS__
-  LeaksAllowed() { __lsan_disable(); }
-  ~LeaksAllowed() { __lsan_enable(); }
+  LeaksAllowed() {
+    __lsan_disable();
+  }
+  ~LeaksAllowed() {
+    __lsan_enable();
+  }
 #else
   LeaksAllowed() {}
   ~LeaksAllowed() {}

@@ -7,7 +7,6 @@
 #include "tools/json_value.h"
 #include "tools/names.h"
 #include "tools/native.h"
-#include "tools/native.h"
 #include "tools/schema_walk.h"
 #include "tools/support.h"
 
