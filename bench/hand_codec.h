@@ -9,9 +9,9 @@
 
 namespace bench {
 
-// Decodes a node whose body is a Hfilter, Police or Filter into a zeroed record. Lengths are checked;
-// unknown attributes are skipped. False when the data are damaged. A filter's criteria and their
-// arguments come from malloc.
+// Decodes a node whose body is a Hfilter, Police or Filter into a zeroed record. Lengths are
+// checked; unknown attributes are skipped. False when the data are damaged. A filter's criteria and
+// their arguments come from malloc.
 bool hand_decode(const uint8_t* tlv, uint32_t len, qim_node_t* node);
 void hand_free(qim_node_t* node);
 

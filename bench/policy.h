@@ -1,4 +1,5 @@
-// The policy that is measured: nodes of every type, made from a seed, so that every run has the same.
+// The policy that is measured: nodes of every type, made from a seed, so that every run has the
+// same.
 #ifndef BENCH_POLICY_H
 #define BENCH_POLICY_H
 
@@ -39,9 +40,9 @@ struct Image {
   std::vector<qim_link_t> links;
 };
 
-// What a database holds: blocks of ten nodes, one of each type in the order of `kTypes`. The last two
-// of a block are a policy instance and its enforcement destination in every block whose number is a
-// multiple of `named_every`, and filters in the others.
+// What a database holds: blocks of ten nodes, one of each type in the order of `kTypes`. The last
+// two of a block are a policy instance and its enforcement destination in every block whose number
+// is a multiple of `named_every`, and filters in the others.
 struct Plan {
   uint32_t nodes = 0;
   uint32_t named_every = 1;

@@ -34,8 +34,8 @@ QIM_API uint32_t qim_to_rov_node_id(qim_node_id_t id, rov_node_id_t* out) {
   return id == 0 ? static_cast<uint32_t>(QIM_ERR_INVALID) : 0;
 }
 
-// Written in the halves in which callers pass it on by value: a processor that has to put together what
-// it loads from several stores waits for all of them.
+// Written in the halves in which callers pass it on by value: a processor that has to put together
+// what it loads from several stores waits for all of them.
 QIM_API void qim_to_rov_node_id_nochk(qim_node_id_t id, rov_node_id_t* out) {
   const uint64_t first = htonl(id);
   const uint64_t halves[] = {__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? first : first << 32, 0};

@@ -3,7 +3,8 @@
 #include "qim.h"
 #include "rov.h"
 
-// The library's own reports go to the same logger. The context keeps it even if the database refuses it.
+// The library's own reports go to the same logger. The context keeps it even if the database
+// refuses it.
 QIM_API uint32_t qim_db_reg_logger(uint32_t db, rov_logger_fn logger, void* arg) {
   qim_lib_ctx_t* ctx = qim_lib_get();
   ctx->db_parms.logger = logger;

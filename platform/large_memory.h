@@ -1,5 +1,5 @@
-// Memory in large pieces: where the system has large pages for it, looking here and there in it costs
-// fewer walks through the page tables. Given back with free().
+// Memory in large pieces: where the system has large pages for it, looking here and there in it
+// costs fewer walks through the page tables. Given back with free().
 #ifndef PLATFORM_LARGE_MEMORY_H
 #define PLATFORM_LARGE_MEMORY_H
 

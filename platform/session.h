@@ -79,8 +79,8 @@ class Access {
   uint32_t status_;
 };
 
-// Runs `work` on what a session sees; its status is the answer. For the calls of which reading is made:
-// a session without a limit is let in without an Access, which would live in memory.
+// Runs `work` on what a session sees; its status is the answer. For the calls of which reading is
+// made: a session without a limit is let in without an Access, which would live in memory.
 template <class Work>
 inline uint32_t with_view(uint32_t handle, Work work) {
   Slot& slot = slot_of(handle);

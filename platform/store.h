@@ -83,7 +83,8 @@ void store_close(Env* env);
 // Makes the map as large as the newest commit needs. The caller is outside every gate.
 uint32_t store_adopt_map(Env* env);
 
-// Rewrites the data file of a database that nobody has open, without free pages. The lengths of the file go to *before and
+// Rewrites the data file of a database that nobody has open, without free pages. The lengths of the
+// file go to *before and
 // *after.
 uint32_t store_compact(const char* path, uint64_t* before, uint64_t* after);
 

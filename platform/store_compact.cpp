@@ -1,9 +1,9 @@
-// Compacting: writing the newest commit into a file that has nothing else in it, and putting that in place of the
-// data file.
+// Compacting: writing the newest commit into a file that has nothing else in it, and putting that
+// in place of the data file.
 //
-// Nobody may have the database open meanwhile: who had the old file open would go on with that one. The engine writes
-// the copy, verified before it takes the place; it numbers the copy's commit 1, but what is stored knows the number that
-// the commit had, so that is put back.
+// Nobody may have the database open meanwhile: who had the old file open would go on with that one.
+// The engine writes the copy, verified before it takes the place; it numbers the copy's commit 1,
+// but what is stored knows the number that the commit had, so that is put back.
 #include <fcntl.h>
 #include <lmdb.h>
 #include <sys/stat.h>

@@ -55,8 +55,8 @@ class OpenLock {
   int directory_;
 };
 
-// Whether another process has the database in the directory open. Not to be asked while this process has: that would
-// give its lock up.
+// Whether another process has the database in the directory open. Not to be asked while this
+// process has: that would give its lock up.
 uint32_t find_others(int directory, const char* path, bool* found);
 // Verifies the data file, unless another process has the database open. Under an OpenLock.
 uint32_t verify_before_opening(int directory, Env* env);

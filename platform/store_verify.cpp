@@ -1,9 +1,9 @@
 // Verifying the data file before the engine maps it.
 //
-// A process that opens a database which no other process has open verifies it first, whatever happened before: a
-// file that was closed in good order can have been damaged since. Whoever has it open holds a lock on the first byte
-// of the engine's lock file. Looking at that lock, verifying and opening happen under a lock on the directory, so that nobody
-// writes in between.
+// A process that opens a database which no other process has open verifies it first, whatever
+// happened before: a file that was closed in good order can have been damaged since. Whoever has it
+// open holds a lock on the first byte of the engine's lock file. Looking at that lock, verifying
+// and opening happen under a lock on the directory, so that nobody writes in between.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>

@@ -47,8 +47,8 @@ uint32_t load_meta(const Pages& pages, uint32_t page, uint64_t offset, Meta* met
   return ROV_OK;
 }
 
-// Commit N is on page N % 2 and the one before it on the other. Anything else is a damaged number, which could pass
-// an old commit off as the newest.
+// Commit N is on page N % 2 and the one before it on the other. Anything else is a damaged number,
+// which could pass an old commit off as the newest.
 bool are_neighbours(const Meta (&metas)[kMetaPages]) {
   const Word first = metas[0].revision;
   const Word second = metas[1].revision;

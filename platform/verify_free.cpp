@@ -12,7 +12,8 @@ uint32_t FreeCheck::visit(const Place& place, Bytes key, Bytes value) {
                           place.index, static_cast<unsigned long long>(commit));
   }
   newest_ = commit;
-  // A word that counts, then the pages, the highest first. What follows is room that was not needed.
+  // A word that counts, then the pages, the highest first. What follows is room that was not
+  // needed.
   const uint32_t room = value.len / kWord;
   const Word count = room == 0 ? 0 : load<Word>(value.data);
   if (room == 0 || value.len % kWord != 0 || count >= room) {

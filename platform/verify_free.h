@@ -1,4 +1,5 @@
-// The list of free pages: a tree whose keys are commits and whose values are the pages that each set free.
+// The list of free pages: a tree whose keys are commits and whose values are the pages that each
+// set free.
 #ifndef PLATFORM_VERIFY_FREE_H
 #define PLATFORM_VERIFY_FREE_H
 
@@ -10,8 +11,8 @@ class FreeCheck final : public EntryVisitor {
  public:
   FreeCheck(Pages& pages, Word revision) : pages_(pages), revision_(revision) {}
   uint32_t visit(const Place& place, Bytes key, Bytes value) override;
-  // Every commit frees pages, namely those that it wrote anew; only a file that was just made or compacted has no list. `meta`:
-  // the page that says which commit this is.
+  // Every commit frees pages, namely those that it wrote anew; only a file that was just made or
+  // compacted has no list. `meta`: the page that says which commit this is.
   uint32_t check_newest(Word meta) const;
   uint64_t pages() const { return count_; }
 

@@ -7,12 +7,13 @@
 //
 //   entry          size:4 (on branch pages with the flags the child's page number) flags:2
 //                  key length:2  key  data
-//   tree           pad:4 flags:2 depth:2 branch pages:W leaf pages:W overflow pages:W entries:W root:W
-//   meta           magic:4 version:4 address:W map size:W  tree of free pages  tree of tables
+//   tree           pad:4 flags:2 depth:2 branch pages:W leaf pages:W overflow pages:W entries:W
+//   root:W meta           magic:4 version:4 address:W map size:W  tree of free pages  tree of
+//   tables
 //                  last page:W commit:W
 //
-// W is the word of the process that wrote the file, numbers are in its byte order; the format file has told
-// before that both are this process's own. The pad of the first tree is the page size.
+// W is the word of the process that wrote the file, numbers are in its byte order; the format file
+// has told before that both are this process's own. The pad of the first tree is the page size.
 #ifndef PLATFORM_VERIFY_LAYOUT_H
 #define PLATFORM_VERIFY_LAYOUT_H
 

@@ -28,8 +28,8 @@ class Waking {
 
 // A descriptor that becomes readable with every later commit; -1 with errno.
 int wake_open(const char* database);
-// The commit that was told of last, of a database's open directory; 0 when that is not known. What was told of is
-// durable: a database whose newest commit is older has lost some.
+// The commit that was told of last, of a database's open directory; 0 when that is not known. What
+// was told of is durable: a database whose newest commit is older has lost some.
 uint64_t wake_revision(int directory);
 // Makes it unreadable until the next commit.
 void wake_drain(int fd);

@@ -25,7 +25,8 @@ uint32_t write_criteria(const qim_criterion_t* crit, uint32_t buf_len, void* buf
   qim_criterion_t** link = nullptr;
   for (; crit != nullptr; crit = crit->next) {
     const uintptr_t args = qim_align8(at + sizeof(qim_criterion_t));
-    // Compared as room first: where addresses have 32 bits the end of the arguments may wrap around.
+    // Compared as room first: where addresses have 32 bits the end of the arguments may wrap
+    // around.
     if (args > end || crit->args_len > end - args || qim_align8(args + crit->args_len) > end) {
       return fail(QIM_ERR_INTERNAL, 240, ctx);
     }

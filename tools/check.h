@@ -29,8 +29,8 @@ struct Found {
 // What is wrong with the policy, in the order of nodes.
 std::vector<Found> find_defects(const ReadSession& session);
 
-// Verifies the file, looks for defects and prints what was found. Returns whether all is well. Throws DatabaseError, above all
-// for a damaged file.
+// Verifies the file, looks for defects and prints what was found. Returns whether all is well.
+// Throws DatabaseError, above all for a damaged file.
 bool check_database(const Database& database, bool json);
 
 }  // namespace qimctl

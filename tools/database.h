@@ -34,7 +34,8 @@ void require(uint32_t status, const std::string& attempt);
 // The same for what was attempted with a node, which may not be there.
 void require_node(uint32_t status, const std::string& attempt);
 
-// Is the status one of a node's contents, which the policy library can't make sense of, and not one of the database?
+// Is the status one of a node's contents, which the policy library can't make sense of, and not one
+// of the database?
 bool is_about_contents(uint32_t status);
 
 // The directory that a database is looked for in: `given` if not empty, else $ROV_DB, else

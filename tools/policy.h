@@ -44,7 +44,8 @@ struct ClientData {
   std::vector<uint8_t> data;
 };
 
-// A node's contents as the database keeps them: what can't be said in terms of records, or not without loss.
+// A node's contents as the database keeps them: what can't be said in terms of records, or not
+// without loss.
 struct RawContents {
   uint32_t flags = 0;  // ROV_NODE_*
   std::vector<uint8_t> tlv;

@@ -8,8 +8,8 @@
  *     (rov_edit.h) has the failure in words. On failure an output is left as it was unless the
  *     function says that it clears it.
  *  2. Handles (library, database, session, snapshot) are 32-bit numbers, never pointers, never 0. A
- *     handle that was closed, belongs to something else or was never given gives ROV_ERR_HANDLE, and
- *     so does any handle of the parent in a forked child, which opens the database anew.
+ *     handle that was closed, belongs to something else or was never given gives ROV_ERR_HANDLE,
+ *     and so does any handle of the parent in a forked child, which opens the database anew.
  *  3. Node identifiers are passed by value where a node is read, and by address where private data
  *     is concerned. One that is all zero, or not zero in words 1 to 3, names no node.
  *  4. Lengths are in bytes and come before the buffer that they bound. A pointer that must not be
@@ -113,18 +113,18 @@ uint32_t rov_lib_init_locks(uint32_t lib, uint32_t wait_ms, uint32_t retry_ms, u
 /* Readies a parameter block of this build: its head, and zero everywhere else.
  * ROV_ERR_INVALID when version is not ROV_VERSION. */
 uint32_t rov_db_init_parms_init(rov_parms_t* parms, uint32_t version);
-/* The block that the database was opened with, as later calls changed it. p.db_path: the path that is
- * open, valid until the database is closed. ROV_ERR_HANDLE; ROV_ERR_INVALID. */
+/* The block that the database was opened with, as later calls changed it. p.db_path: the path that
+ * is open, valid until the database is closed. ROV_ERR_HANDLE; ROV_ERR_INVALID. */
 uint32_t rov_db_init_parms_get(uint32_t db, uint32_t version, rov_parms_t* parms);
-/* Opens a database. version: ROV_VERSION. proto: ROV_PROTO. a1, a2, a6: the client's own, not looked
- * at. parms: NULL, or a block from rov_db_init_parms_init; p.init_id is the client's identity, whose
- * private data are seen; p.db_path the directory, NULL for $ROV_DB, and without that "./qim.db". An
- * absent database is made there whole or not at all (not the directories above it). flags: ROV_DB_*;
- * other bits are ignored. Every call gives a handle of its own, also on a path that is open.
- * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_OPEN; ROV_ERR_FORMAT, ROV_ERR_WORD_SIZE and
- * ROV_ERR_BYTE_ORDER when something else wrote it; ROV_ERR_READ_ONLY when this process has it open
- * with ROV_DB_RDONLY and the call comes without; ROV_ERR_BUSY when all handles are taken; a status of
- * the store. */
+/* Opens a database. version: ROV_VERSION. proto: ROV_PROTO. a1, a2, a6: the client's own, not
+ * looked at. parms: NULL, or a block from rov_db_init_parms_init; p.init_id is the client's
+ * identity, whose private data are seen; p.db_path the directory, NULL for $ROV_DB, and without
+ * that "./qim.db". An absent database is made there whole or not at all (not the directories above
+ * it). flags: ROV_DB_*; other bits are ignored. Every call gives a handle of its own, also on a
+ * path that is open. ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_OPEN; ROV_ERR_FORMAT,
+ * ROV_ERR_WORD_SIZE and ROV_ERR_BYTE_ORDER when something else wrote it; ROV_ERR_READ_ONLY when
+ * this process has it open with ROV_DB_RDONLY and the call comes without; ROV_ERR_BUSY when all
+ * handles are taken; a status of the store. */
 uint32_t rov_db_init(uint32_t lib, uint32_t version, uint32_t a1, uint32_t a2, uint32_t proto,
                      uint32_t a6, const rov_parms_t* parms, uint32_t flags, uint32_t* db_out);
 /* Closes a database handle and what was opened through it; write sessions are abandoned. Waits for
@@ -136,9 +136,9 @@ uint32_t rov_db_set_ps_sizes(uint32_t db, uint32_t max_nodes, uint32_t max_bytes
 
 /* ---- Callbacks of the client ----------------------------------------------------------------- */
 
-/* Each belongs to the database handle, takes the place of an earlier one and ends with rov_db_close.
- * The database calls it from whatever thread needs it. To be registered before other threads use the
- * handle. ROV_ERR_HANDLE; ROV_ERR_INVALID for NULL. */
+/* Each belongs to the database handle, takes the place of an earlier one and ends with
+ * rov_db_close. The database calls it from whatever thread needs it. To be registered before other
+ * threads use the handle. ROV_ERR_HANDLE; ROV_ERR_INVALID for NULL. */
 
 /* Converts the first word of an identifier in place: `to` the client's form, `from` it. */
 uint32_t rov_db_reg_node_id_cnv(uint32_t db, rov_node_id_cnv_fn to, rov_node_id_cnv_fn from);
@@ -151,23 +151,24 @@ uint32_t rov_reg_dbg_dsetname_print(uint32_t db, rov_dsetname_print_fn print);
 
 /* ---- Nodes ----------------------------------------------------------------------------------- */
 
-/* `ses` is a session or a session's base. All parts of one node are read in one descent: the session
- * remembers the node that it found last. Missing nodes are ROV_ERR_NO_ITEM everywhere. Beside what
- * each names: ROV_ERR_HANDLE; ROV_ERR_SES_EXPIRED; ROV_ERR_INVALID; a status of the store. */
+/* `ses` is a session or a session's base. All parts of one node are read in one descent: the
+ * session remembers the node that it found last. Missing nodes are ROV_ERR_NO_ITEM everywhere.
+ * Beside what each names: ROV_ERR_HANDLE; ROV_ERR_SES_EXPIRED; ROV_ERR_INVALID; a status of the
+ * store. */
 
 /* What is known of a node; links and refs count records, lengths are bytes. */
 uint32_t rov_node_parms_get(uint32_t ses, rov_node_id_t id, rov_node_parms_t* parms);
-/* Copies a node's TLV data, data-set name and the client's private data, each into its (len, buf): len
- * 0 = not wanted; one that is larger than the data leaves the rest of the buffer alone; a smaller one
- * is ROV_ERR_LENGTH. Nothing is copied on failure. */
+/* Copies a node's TLV data, data-set name and the client's private data, each into its (len, buf):
+ * len 0 = not wanted; one that is larger than the data leaves the rest of the buffer alone; a
+ * smaller one is ROV_ERR_LENGTH. Nothing is copied on failure. */
 uint32_t rov_node_data_get(uint32_t ses, rov_node_id_t id, uint32_t tlv_len, void* tlv,
                            uint32_t dset_len, void* dset, uint32_t priv_len, void* priv);
 /* The link that a node holds under a field code; the two are the same. Codes above 0xffff name no
  * link. ROV_ERR_NO_LINK. */
 uint32_t rov_node_ln_field_get(uint32_t ses, rov_node_id_t id, uint32_t field, rov_link_t* link);
 uint32_t rov_node_link_get(uint32_t ses, rov_node_id_t id, uint32_t field, rov_link_t* link);
-/* The node's first link, in field order, whose code equals `field` with the bits of `mask` replaced by
- * those of `value`, looking at the low `width` bits (1 to 32) alone. ROV_ERR_NO_LINK. */
+/* The node's first link, in field order, whose code equals `field` with the bits of `mask` replaced
+ * by those of `value`, looking at the low `width` bits (1 to 32) alone. ROV_ERR_NO_LINK. */
 uint32_t rov_node_link_match(uint32_t ses, rov_node_id_t id, uint32_t field, uint32_t mask,
                              uint32_t value, uint32_t width, rov_link_t* link);
 /* A node's referrer number `index`, from 0: a node that holds links to it, as node or second node,
@@ -178,21 +179,22 @@ uint32_t rov_node_ref_get(uint32_t ses, rov_node_id_t id, uint32_t index, uint32
                           uint32_t* field, rov_node_id_t* ref);
 /* The first `count` of them. Where there are fewer, the rest of `refs` is left alone. */
 uint32_t rov_node_ref_get_all(uint32_t ses, rov_node_id_t id, rov_node_id_t* refs, uint32_t count);
-/* The parameters of data set number `selector`, from 0, among the node itself and then its referrers,
- * those that are data sets. ROV_ERR_NO_ITEM past the last. */
+/* The parameters of data set number `selector`, from 0, among the node itself and then its
+ * referrers, those that are data sets. ROV_ERR_NO_ITEM past the last. */
 uint32_t rov_node_dset_get(uint32_t ses, rov_node_id_t id, uint32_t selector,
                            rov_node_parms_t* parms);
 
 /* Keeps `len` bytes at `data`, at most 1 MiB, as the client's private data on a node; 0 takes them
- * away. They go when the node is deleted. In a write session that is part of the transaction. Through
- * any other session or a base it is a commit of its own, which waits for other writers: do not call
- * it so while a write session of the same thread is open. What is read through that session then
- * reflects the new data, and still the same commit of everything else.
- * ROV_ERR_LENGTH; ROV_ERR_BUSY; ROV_ERR_READ_ONLY; ROV_ERR_FULL, also for more than 65,535 clients. */
+ * away. They go when the node is deleted. In a write session that is part of the transaction.
+ * Through any other session or a base it is a commit of its own, which waits for other writers: do
+ * not call it so while a write session of the same thread is open. What is read through that
+ * session then reflects the new data, and still the same commit of everything else.
+ * ROV_ERR_LENGTH; ROV_ERR_BUSY; ROV_ERR_READ_ONLY; ROV_ERR_FULL, also for more than 65,535
+ * clients. */
 uint32_t rov_node_priv_set(uint32_t ses, const rov_node_id_t* id, const void* data, uint32_t len);
 /* A pointer value that the client keeps on a node within this process; NULL takes it away. It is no
- * part of any commit: every session of the client sees it at once. It goes when this process deletes
- * the node. */
+ * part of any commit: every session of the client sees it at once. It goes when this process
+ * deletes the node. */
 uint32_t rov_node_priv_ptr_set(uint32_t ses, const rov_node_id_t* id, void* ptr);
 /* NULL when none is kept. */
 uint32_t rov_node_priv_ptr_get(uint32_t ses, const rov_node_id_t* id, void** ptr);
@@ -203,10 +205,10 @@ uint32_t rov_data_cpy(uint32_t len, void* buf, uint32_t src_len, const void* src
 /* ---- Sessions -------------------------------------------------------------------------------- */
 
 /* Opens a session that reads one commit: the newest of a database, however often others commit
- * meanwhile, or that of a snapshot, where `db` is one's handle (rov_db_snapshot). Until it is closed
- * the pages of a database's commit cannot be used again, and its file grows.
- * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_NO_MEM; ROV_ERR_BUSY when all reader slots or handles are
- * taken; a status of the store. */
+ * meanwhile, or that of a snapshot, where `db` is one's handle (rov_db_snapshot). Until it is
+ * closed the pages of a database's commit cannot be used again, and its file grows.
+ * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_NO_MEM; ROV_ERR_BUSY when all reader slots or handles
+ * are taken; a status of the store. */
 uint32_t rov_ses_open_ro(uint32_t db, uint32_t* ses_out);
 /* Closes a session, an expired one too; a write session's edits are dropped. ROV_ERR_HANDLE. */
 uint32_t rov_ses_close(uint32_t ses);
@@ -222,9 +224,9 @@ uint32_t rov_ses_orig_handle(uint32_t ses, uint32_t* base_out);
  * calls now and then.
  * The session's own thread calls this. ROV_ERR_HANDLE; ROV_ERR_SES_EXPIRED. */
 uint32_t rov_ses_timeout(uint32_t ses);
-/* Tells in *exists whether `ses` is a session, or the base of one, that was opened through `db` or a
- * snapshot of it, and can be used: 1 or 0. 0 also for one that has expired. Any thread may ask, at
- * any time; asking renews nothing.
+/* Tells in *exists whether `ses` is a session, or the base of one, that was opened through `db` or
+ * a snapshot of it, and can be used: 1 or 0. 0 also for one that has expired. Any thread may ask,
+ * at any time; asking renews nothing.
  * ROV_ERR_HANDLE when `db` is no database or snapshot; ROV_ERR_INVALID. */
 uint32_t rov_db_ses_exists(uint32_t db, uint32_t ses, uint32_t* exists);
 
@@ -245,11 +247,11 @@ uint32_t rov_db_ses_lock_grant(uint32_t db, uint64_t user);
 
 /* How many there are. */
 uint32_t rov_ses_get_num_dsets(uint32_t ses, uint32_t* count);
-/* Number `selector`, from 0, in the order of names (none first), then of identifiers. Asking for one
- * after the other costs a step each. ROV_ERR_NO_ITEM past the last. */
+/* Number `selector`, from 0, in the order of names (none first), then of identifiers. Asking for
+ * one after the other costs a step each. ROV_ERR_NO_ITEM past the last. */
 uint32_t rov_ses_dset_get(uint32_t ses, uint32_t selector, rov_node_parms_t* parms);
-/* The one of that name: 21 bytes, compared as they are. Of several nodes that bear it the one with the
- * lowest identifier. ROV_ERR_NO_ITEM; ROV_ERR_LENGTH when len is not 21. */
+/* The one of that name: 21 bytes, compared as they are. Of several nodes that bear it the one with
+ * the lowest identifier. ROV_ERR_NO_ITEM; ROV_ERR_LENGTH when len is not 21. */
 uint32_t rov_ses_dset_name_get(uint32_t ses, uint32_t len, const void* name,
                                rov_node_parms_t* parms);
 
@@ -261,16 +263,16 @@ uint32_t rov_ses_dset_name_get(uint32_t ses, uint32_t len, const void* name,
  *
  * Its path is its name, or the URI of a group, a '/' and the name, for example "before-upgrade" or
  * "acme://edge-7/nightly/monday". A name has no '/'; a URI neither begins nor ends with one; both
- * are not empty, have no part "." or "..", no control characters. A path has at most 255 bytes, each
- * but ASCII letters, digits, '-', '_' and '.' counting three. rov_edit.h lists paths
+ * are not empty, have no part "." or "..", no control characters. A path has at most 255 bytes,
+ * each but ASCII letters, digits, '-', '_' and '.' counting three. rov_edit.h lists paths
  * (rov_snapshot_next). */
 
 /* Opens the snapshot of that name. Where there is none, makes it of the newest commit first: it is
  * there whole or not at all, whatever happens, and durable when the call returns. Other processes
  * read and write meanwhile; commits of this process wait.
  * *snapshot: a handle for rov_ses_open_ro, with the client and the settings that `db` has now. The
- * caller closes it (rov_snapshot_close in rov_edit.h); it ends with `db` at the latest, its sessions
- * with it. A name can be opened any number of times.
+ * caller closes it (rov_snapshot_close in rov_edit.h); it ends with `db` at the latest, its
+ * sessions with it. A name can be opened any number of times.
  * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_LENGTH for too long a path; ROV_ERR_READ_ONLY when it
  * is to be made and `db` was opened for reading only; ROV_ERR_FULL, ROV_ERR_BUSY, ROV_ERR_NO_MEM; a
  * status of the store. On failure nothing is left behind. */
@@ -278,8 +280,8 @@ uint32_t rov_db_snapshot(uint32_t db, const char* name, uint32_t* snapshot);
 /* The same in the group `uri`. */
 uint32_t rov_db_uri_snapshot(uint32_t db, const char* uri, const char* name, uint32_t* snapshot);
 /* Removes the snapshot whose path is `uri` and every one whose path begins with `uri` and a '/',
- * each at once and for all processes. Handles and sessions that are open on them, in any process, go
- * on as they are; their disk space is free when the last has been closed.
+ * each at once and for all processes. Handles and sessions that are open on them, in any process,
+ * go on as they are; their disk space is free when the last has been closed.
  * ROV_ERR_NO_ITEM when there was none; ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_LENGTH;
  * ROV_ERR_READ_ONLY; a status of the store, with some of them removed. */
 uint32_t rov_db_uri_rm(uint32_t db, const char* uri);
@@ -287,9 +289,9 @@ uint32_t rov_db_uri_rm(uint32_t db, const char* uri);
 /* ---- Private data of clients ----------------------------------------------------------------- */
 
 /* What a client (an identity: rov_parms_t.p.init_id) keeps on the database and on its sessions, as
- * numbered pieces of at most 1 MiB. It survives the process; no other client sees it. Every write is
- * a commit of its own, also through a read-only session: a client that has a write session open gets
- * ROV_ERR_BUSY, after the time that rov_lib_init_locks says. Reads see the newest commit.
+ * numbered pieces of at most 1 MiB. It survives the process; no other client sees it. Every write
+ * is a commit of its own, also through a read-only session: a client that has a write session open
+ * gets ROV_ERR_BUSY, after the time that rov_lib_init_locks says. Reads see the newest commit.
  *
  * rov_priv_t: key is never 0. Writes take len bytes at data. Reads take len as the room at data and
  * tell the length in it; ROV_ERR_LENGTH when the room is too small, with nothing copied.
@@ -315,8 +317,8 @@ enum {
 uint32_t rov_ses_priv_write(uint32_t ses, const rov_priv_t* priv, uint32_t flags);
 uint32_t rov_ses_priv_read(uint32_t ses, rov_priv_t* priv);
 uint32_t rov_ses_priv_delete(uint32_t ses, uint32_t key, uint32_t flags);
-/* Among the pieces that the client's sessions of ended processes, and its closed ones, left: the one
- * with the lowest key above `after_key`; where several left one under that key, the one written
+/* Among the pieces that the client's sessions of ended processes, and its closed ones, left: the
+ * one with the lowest key above `after_key`; where several left one under that key, the one written
  * last. It becomes this session's, and the others under the key go. rov_ses_priv_recover2 with
  * ROV_PRIV_KEEP leaves all as it is; rov_ses_priv_recover has no flags. */
 uint32_t rov_ses_priv_recover(uint32_t ses, uint32_t after_key, rov_priv_t* priv);
@@ -328,8 +330,8 @@ uint32_t rov_db_priv_post(uint32_t db, uint32_t key, uint32_t len, const void* d
 
 /* ---- Changes --------------------------------------------------------------------------------- */
 
-/* Registers for the changes of a database, over all processes; once a database handle, a second call
- * replaces the first. ntf->kinds: which, as bits 1 << ROV_CHANGE_*; 0 ends the registration.
+/* Registers for the changes of a database, over all processes; once a database handle, a second
+ * call replaces the first. ntf->kinds: which, as bits 1 << ROV_CHANGE_*; 0 ends the registration.
  * ntf->revision: the commit after which changes are wanted, 0 for the newest; it comes back as the
  * one that they start from. ntf->fd: becomes readable when a message may be there, for the caller's
  * poll loop, by nothing but waiting; it is the database's, which closes it with the registration.
@@ -346,7 +348,8 @@ uint32_t rov_db_ntf(uint32_t db, rov_ntf_t* ntf);
  * sizeof(rov_change_t) of room; ROV_ERR_NO_VALUE; a status of the store. */
 uint32_t rov_process_msg(uint32_t db, void* msg, uint32_t room, uint32_t* len);
 
-/* 1 when the message is one of this database's, 0 otherwise. Reads 8 bytes at `msg`; NULL gives 0. */
+/* 1 when the message is one of this database's, 0 otherwise. Reads 8 bytes at `msg`; NULL gives
+ * 0. */
 uint32_t rov_msg_is_rov(const void* msg);
 
 /* The user group that is recorded with the commits made through this database handle. */
@@ -453,11 +456,12 @@ uint32_t rov_cl_err_retry_ok(uint32_t status, uint32_t tries);
  * registered attribute table (rov_reg_show_output) and its data-set name by the registered printer;
  * every data set by the registered one-line printer (rov_reg_dbg_dsetname_print); or the database:
  * counts, revision, registrations, and the readers of all processes with the commit each one holds.
- * What nobody registered for is shown as raw bytes. docs/show.md has the format. req->ses: a session
- * of this database, or 0 for the newest commit. The pieces of text are valid during the call of
- * `out` only, which must not close the session or the database.
+ * What nobody registered for is shown as raw bytes. docs/show.md has the format. req->ses: a
+ * session of this database, or 0 for the newest commit. The pieces of text are valid during the
+ * call of `out` only, which must not close the session or the database.
  * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_NO_ITEM for an absent node; ROV_ERR_NO_MEM; a status of
- * the store; ROV_ERR_TLV_* when the node's TLV data are damaged: they are shown as far as they go. */
+ * the store; ROV_ERR_TLV_* when the node's TLV data are damaged: they are shown as far as they
+ * go. */
 uint32_t rov_db_show_internal(uint32_t db, const rov_show_req_t* req);
 
 /* Aborts the process if ROV_DBG_ABORT is "1" in the environment or a database of the process has

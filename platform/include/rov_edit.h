@@ -44,9 +44,9 @@ uint32_t rov_edit_commit(uint32_t ses);
 /* Ends the session and drops its writes. ROV_ERR_HANDLE; ROV_ERR_READ_ONLY for a read session. */
 uint32_t rov_edit_abandon(uint32_t ses);
 
-/* Edits. Each is done whole or not at all when it gives ROV_ERR_INVALID, LENGTH, NO_ITEM or NO_LINK;
- * after any other failure the session can't be committed any more. ROV_ERR_READ_ONLY when it is a
- * read session, or a base; ROV_ERR_HANDLE. */
+/* Edits. Each is done whole or not at all when it gives ROV_ERR_INVALID, LENGTH, NO_ITEM or
+ * NO_LINK; after any other failure the session can't be committed any more. ROV_ERR_READ_ONLY when
+ * it is a read session, or a base; ROV_ERR_HANDLE. */
 
 /* Stores a node, or replaces one: its links and private data stay as they are. */
 uint32_t rov_edit_node_put(uint32_t ses, const rov_edit_node_t* node);
@@ -89,35 +89,37 @@ typedef struct rov_verify {
   uint32_t reserved0;
 } rov_verify_t;
 
-/* Verifies the data file of an open database or snapshot: every page, every entry and every record's checksum, without
- * the storage engine. A database that no other process had open was verified when it was opened, which failed if it is
- * damaged; asking just after that costs nothing. Otherwise it waits for writers like a writer (rov_lib_init_locks), and they
- * wait for it.
- * ROV_ERR_CORRUPT and ROV_ERR_FORMAT, with the place of the damage in rov_err_message; ROV_ERR_HANDLE; ROV_ERR_INVALID;
- * ROV_ERR_BUSY when another writer does not finish, such as one of the same thread; a status of the store. */
+/* Verifies the data file of an open database or snapshot: every page, every entry and every
+ * record's checksum, without the storage engine. A database that no other process had open was
+ * verified when it was opened, which failed if it is damaged; asking just after that costs nothing.
+ * Otherwise it waits for writers like a writer (rov_lib_init_locks), and they wait for it.
+ * ROV_ERR_CORRUPT and ROV_ERR_FORMAT, with the place of the damage in rov_err_message;
+ * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_BUSY when another writer does not finish, such as one of
+ * the same thread; a status of the store. */
 uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report);
 
-/* Rewrites the data file of the database in `path` without free pages, which makes the file as small as it can be. Its commits keep
- * their numbers. Nobody may have the database open. *before and *after: bytes of the file; may be NULL. On failure the
- * file stays as it was.
- * ROV_ERR_BUSY when it is open, in this process or another; ROV_ERR_OPEN; ROV_ERR_FORMAT, ROV_ERR_WORD_SIZE,
- * ROV_ERR_BYTE_ORDER, ROV_ERR_CORRUPT; ROV_ERR_FULL when there is no room for a second file; ROV_ERR_INVALID; a status of the
- * store. */
+/* Rewrites the data file of the database in `path` without free pages, which makes the file as
+ * small as it can be. Its commits keep their numbers. Nobody may have the database open. *before
+ * and *after: bytes of the file; may be NULL. On failure the file stays as it was.
+ * ROV_ERR_BUSY when it is open, in this process or another; ROV_ERR_OPEN; ROV_ERR_FORMAT,
+ * ROV_ERR_WORD_SIZE, ROV_ERR_BYTE_ORDER, ROV_ERR_CORRUPT; ROV_ERR_FULL when there is no room for a
+ * second file; ROV_ERR_INVALID; a status of the store. */
 uint32_t rov_edit_compact(const char* path, uint64_t* before, uint64_t* after);
 
 /* Private data of any client, for tools that carry a whole database over.
- * The n-th client in ascending order, n from 0, that keeps private data on a node, and these, into `room` bytes at `data`;
- * ROV_ERR_NO_VALUE past the last; ROV_ERR_LENGTH when they do not fit, with *client and *len set. ROV_ERR_NO_ITEM;
- * ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
+ * The n-th client in ascending order, n from 0, that keeps private data on a node, and these, into
+ * `room` bytes at `data`; ROV_ERR_NO_VALUE past the last; ROV_ERR_LENGTH when they do not fit, with
+ * *client and *len set. ROV_ERR_NO_ITEM; ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
 uint32_t rov_edit_priv_nth(uint32_t ses, rov_node_id_t id, uint32_t n, uint32_t* client,
                            uint32_t room, void* data, uint32_t* len);
-/* Keeps `len` bytes at `data`, at most 1 MiB, as that client's private data on a node, in a write session; 0 takes them away.
- * ROV_ERR_LENGTH; ROV_ERR_NO_ITEM; ROV_ERR_FULL for more than 65,535 clients; ROV_ERR_READ_ONLY; ROV_ERR_HANDLE;
- * ROV_ERR_INVALID; a status of the store. */
+/* Keeps `len` bytes at `data`, at most 1 MiB, as that client's private data on a node, in a write
+ * session; 0 takes them away. ROV_ERR_LENGTH; ROV_ERR_NO_ITEM; ROV_ERR_FULL for more than 65,535
+ * clients; ROV_ERR_READ_ONLY; ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
 uint32_t rov_edit_priv_put(uint32_t ses, rov_node_id_t id, uint32_t client, const void* data,
                            uint32_t len);
 
-/* The CRC-32C of `len` bytes at `data`, continued from `crc`: 0 for the first piece, the result so far for the next. */
+/* The CRC-32C of `len` bytes at `data`, continued from `crc`: 0 for the first piece, the result so
+ * far for the next. */
 uint32_t rov_crc32c(uint32_t crc, const void* data, uint32_t len);
 
 /* The calling thread's last failure of any rov_* function in words: what, where, what to do about

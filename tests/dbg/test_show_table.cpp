@@ -1,4 +1,5 @@
-// What start-up registers for the show routine: two records, and the attribute table with its names.
+// What start-up registers for the show routine: two records, and the attribute table with its
+// names.
 
 #include <cstring>
 #include <string>

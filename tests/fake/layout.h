@@ -1,6 +1,6 @@
-// Checks a record's layout against the device's positions and widths. Builds with wider pointers may
-// differ only by them: a member that is or holds a pointer is wider there, what follows moves to its
-// next aligned place, and nothing else changes.
+// Checks a record's layout against the device's positions and widths. Builds with wider pointers
+// may differ only by them: a member that is or holds a pointer is wider there, what follows moves
+// to its next aligned place, and nothing else changes.
 #ifndef TESTS_FAKE_LAYOUT_H
 #define TESTS_FAKE_LAYOUT_H
 

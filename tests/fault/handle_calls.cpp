@@ -140,7 +140,8 @@ constexpr auto kNothing = Takes::kNothing;
 #function, takes, effect,                                                                   \
         [](uint32_t handle) -> uint32_t { return function(handle __VA_OPT__(, ) __VA_ARGS__); } \
   }
-// The same where a row needs more than arguments: DO(who, effect, function, expression of `handle`).
+// The same where a row needs more than arguments: DO(who, effect, function, expression of
+// `handle`).
 #define DO(takes, effect, function, expression)                                      \
   {                                                                                  \
 #function, takes, effect, [](uint32_t handle) -> uint32_t { return expression; } \

@@ -1,6 +1,6 @@
 // The functions are declared here as they are in the C library's binary, not through its headers:
-// those give the narrow and the wide forms of file functions (pread, pread64) one name. So no header
-// that brings them in is included.
+// those give the narrow and the wide forms of file functions (pread, pread64) one name. So no
+// header that brings them in is included.
 #include "tests/fault/interpose.h"
 
 #include <dlfcn.h>

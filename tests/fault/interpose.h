@@ -1,5 +1,5 @@
-// Calls of the C library that fail on demand, counted by kind. The executable's definitions stand in
-// front of the C library's for everything that it loads; it is linked with its symbols exported.
+// Calls of the C library that fail on demand, counted by kind. The executable's definitions stand
+// in front of the C library's for everything that it loads; it is linked with its symbols exported.
 #ifndef TESTS_FAULT_INTERPOSE_H
 #define TESTS_FAULT_INTERPOSE_H
 
@@ -42,8 +42,8 @@ struct Counts {
   uint32_t injected;  // how many of them were made to fail
 };
 
-// From now on, calls are counted and, with a plan, fail. `counts` is the caller's, and may be shared
-// with another process.
+// From now on, calls are counted and, with a plan, fail. `counts` is the caller's, and may be
+// shared with another process.
 void begin(Counts* counts, const Plan* plan);
 // Nothing fails any more, and nothing is counted.
 void end();

@@ -1,5 +1,6 @@
-// Damaged data files: each is refused with a message that names the damage, or the damage is where nothing is, and
-// then everything reads as before and can be written to. No signal, no wrong answer.
+// Damaged data files: each is refused with a message that names the damage, or the damage is where
+// nothing is, and then everything reads as before and can be written to. No signal, no wrong
+// answer.
 //
 // The images are opened by child processes, which tell through shared memory how far they came.
 #include <sys/mman.h>

@@ -1,5 +1,5 @@
-// Handles that were freed, belong to something else, were made up, or come round again: each gives a
-// status, whatever function it is handed to, and disturbs nobody.
+// Handles that were freed, belong to something else, were made up, or come round again: each gives
+// a status, whatever function it is handed to, and disturbs nobody.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
-// Power failures: a database's writes are recorded, and replayed up to some moment with what was not synced by then
-// dropped, in another order, or torn at sectors. Each such file opens at the last commit that was acknowledged, or at the
-// one that was under way.
+// Power failures: a database's writes are recorded, and replayed up to some moment with what was
+// not synced by then dropped, in another order, or torn at sectors. Each such file opens at the
+// last commit that was acknowledged, or at the one that was under way.
 #include <algorithm>
 #include <fstream>
 #include <iterator>

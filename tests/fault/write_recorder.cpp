@@ -1,5 +1,6 @@
-// The functions are declared here as they are in the C library's binary: its headers give the narrow and the wide forms
-// (pwrite, pwrite64) one name. So no header that declares them is included.
+// The functions are declared here as they are in the C library's binary: its headers give the
+// narrow and the wide forms (pwrite, pwrite64) one name. So no header that declares them is
+// included.
 #include "tests/fault/write_recorder.h"
 
 #include <dlfcn.h>

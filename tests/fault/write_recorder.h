@@ -1,5 +1,5 @@
-// Records what is written to a file and when it is synced. The executable's functions stand in front of the C library's for
-// everything that it loads; it is linked with its symbols exported.
+// Records what is written to a file and when it is synced. The executable's functions stand in
+// front of the C library's for everything that it loads; it is linked with its symbols exported.
 #ifndef TESTS_FAULT_WRITE_RECORDER_H
 #define TESTS_FAULT_WRITE_RECORDER_H
 

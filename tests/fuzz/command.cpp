@@ -1,4 +1,5 @@
-// Command lines, one word a line, in a directory of their own with a database that has the examples.
+// Command lines, one word a line, in a directory of their own with a database that has the
+// examples.
 #include <unistd.h>
 
 #include <algorithm>

@@ -222,7 +222,8 @@ TEST_F(DsetName, decoded_twice_is_garbage_on_little_endian_hosts) {
   EXPECT_EQ(second.type, kBigEndian ? 5u : 0x05000000u);
 }
 
-// ---- The database's callback -----------------------------------------------------------------------
+// ---- The database's callback
+// -----------------------------------------------------------------------
 
 TEST_F(DsetName, gives_its_policy_type_to_the_database_and_stays_as_it_was) {
   for (const std::uint8_t fmt : Formats{0, 1, 2, 3, 7, 0x80}) {

@@ -137,7 +137,8 @@ CHILD_TEST(LibInit, refuses_another_library_handle_at_line_210) {
   EXPECT_EQ(last_db, 0u);
 }
 
-// ---- Failures of the steps ------------------------------------------------------------------------
+// ---- Failures of the steps
+// ------------------------------------------------------------------------
 
 struct Failing {
   const char* function;
@@ -187,7 +188,8 @@ CHILD_TEST(LibInit, keeps_what_a_failed_start_left_and_goes_on_from_there) {
   EXPECT_EQ(fake::count("rov_lib_init"), 1u);
 }
 
-// ---- Registrations ----------------------------------------------------------------------------------
+// ---- Registrations
+// ----------------------------------------------------------------------------------
 
 struct Registration {
   const char* function;
@@ -223,7 +225,8 @@ CHILD_TEST(LibInitRegistration, reaches_the_abort_check_without_a_logger) {
   EXPECT_EQ(fake::count("rov_dbg_abort_chk"), 4u);
 }
 
-// ---- The VDC ----------------------------------------------------------------------------------------
+// ---- The VDC
+// ----------------------------------------------------------------------------------------
 
 void refuses_vdc(std::uint32_t vdc) {
   fake::in_child([vdc] {

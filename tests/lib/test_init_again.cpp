@@ -181,7 +181,8 @@ CHILD_TEST(LibInitAgain, forgets_the_last_registrations_failure_with_a_refresh) 
   EXPECT_EQ(init({.flags = kAgain}), 0u);
 }
 
-// ---- Shut-down --------------------------------------------------------------------------------------
+// ---- Shut-down
+// --------------------------------------------------------------------------------------
 
 CHILD_TEST(LibClose, without_a_use_does_not_touch_the_database) {
   report_all();

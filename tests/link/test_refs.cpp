@@ -311,8 +311,8 @@ TEST_F(RefGetAll, fails_without_memory_for_the_array) {
   EXPECT_EQ(fake::report_texts(), (Texts{report(0x41160010, "qim_ref_get_all", 152)}));
 }
 
-// The bytes of that many identifiers do not fit a 32-bit size; such a request must fail and not wrap
-// around to a small one.
+// The bytes of that many identifiers do not fit a 32-bit size; such a request must fail and not
+// wrap around to a small one.
 TEST_F(RefGetAll, does_not_wrap_around_with_a_huge_number_of_referrers) {
   refs_ = &stray_;
   count_ = kStray;

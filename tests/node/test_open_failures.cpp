@@ -72,8 +72,8 @@ TEST_F(NodeOpenFailure, failed_allocation_that_handed_nothing_out_frees_nothing)
   EXPECT_EQ(fake::report_texts(), (Texts{report(kFailure, kOpen, 517)}));
 }
 
-// An allocator of another make may fail half-way. Every subset of the four blocks is given back, the
-// entry first, then the private data, the TLV data and the name.
+// An allocator of another make may fail half-way. Every subset of the four blocks is given back,
+// the entry first, then the private data, the TLV data and the name.
 TEST_F(NodeOpenFailure, failed_allocation_frees_whatever_it_handed_out) {
   make_node();
   for (unsigned given = 0; given < 16; ++given) {

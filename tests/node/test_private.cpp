@@ -1,4 +1,5 @@
-// Clients' private data on nodes: what is handed to the database, and how the cache stays true to it.
+// Clients' private data on nodes: what is handed to the database, and how the cache stays true to
+// it.
 
 #include <cstring>
 

@@ -1,6 +1,6 @@
 // Every platform call of a read fails once, for every kind of node. After each failure: the status
-// that the call gave, the record as promised, nothing left allocated but what the contract says, and
-// a next read that works.
+// that the call gave, the record as promised, nothing left allocated but what the contract says,
+// and a next read that works.
 
 #include <algorithm>
 #include <cstring>
@@ -138,8 +138,8 @@ qim_node_t without_link(const Sample& sample, std::uint16_t field) {
   return node;
 }
 
-// The same with the status that stands for a missing link, which is no failure where a link is asked
-// for.
+// The same with the status that stands for a missing link, which is no failure where a link is
+// asked for.
 TEST_P(NodeSweep, takes_the_missing_link_status_of_links_only_for_an_absent_link) {
   const auto check = [this](std::uint32_t, const Hit& hit) {
     if (!asks_for_a_link(hit)) return;

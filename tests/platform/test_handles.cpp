@@ -160,7 +160,8 @@ TEST(Pointers, AgreeWithAMap) {
   for (const auto& [key, value] : model) EXPECT_EQ(table.get(key.first, key.second), value);
 }
 
-// The reader asks for what is about to be set, which is where it meets cells that another key takes.
+// The reader asks for what is about to be set, which is where it meets cells that another key
+// takes.
 TEST(Pointers, CanBeReadWhileTheTableGrows) {
   constexpr uint32_t kNodes = 50000;
   rov::PointerTable table;

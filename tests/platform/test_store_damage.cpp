@@ -40,7 +40,8 @@ class DamageTest : public DatabaseTest {
     ASSERT_EQ(result, 0);
   }
 
-  // Damages the record of `key` in a table, as another process does it while this one has the database open.
+  // Damages the record of `key` in a table, as another process does it while this one has the
+  // database open.
   void damage(const char* table, const Bytes& key, const std::function<void(Bytes&)>& change) {
     in_child([&] { edit(table, key, change); });
   }

@@ -1,4 +1,5 @@
-// Transactions that write one value everywhere, so that a reader can tell whether it sees whole ones.
+// Transactions that write one value everywhere, so that a reader can tell whether it sees whole
+// ones.
 #ifndef TESTS_PLATFORM_WHOLE_COMMITS_H
 #define TESTS_PLATFORM_WHOLE_COMMITS_H
 

@@ -1,5 +1,6 @@
-// Lets functions of the library fail that nothing else can make fail, or give what no database could
-// hold: the linker puts these in the place of qim_node_cp and qim_ref_get_all (see CMakeLists.txt).
+// Lets functions of the library fail that nothing else can make fail, or give what no database
+// could hold: the linker puts these in the place of qim_node_cp and qim_ref_get_all (see
+// CMakeLists.txt).
 #ifndef TESTS_QUERY_SEAMS_H
 #define TESTS_QUERY_SEAMS_H
 

@@ -112,8 +112,8 @@ class Buffer {
 // Whether a failed mem_free hit a node itself, and not a buffer beside it.
 bool hit_node(const fake::Hit& hit);
 
-// What opening and closing a node frees: first open's scratch, then what the node owns, which is what
-// decoding allocated, perhaps its private data, and the node.
+// What opening and closing a node frees: first open's scratch, then what the node owns, which is
+// what decoding allocated, perhaps its private data, and the node.
 struct NodeBlocks {
   std::size_t scratch;
   std::size_t decoded;
@@ -127,8 +127,8 @@ struct NodeBlocks {
 bool hit_close(const fake::Hit& hit, const NodeBlocks& blocks);
 
 // Blocks that stay allocated when a call of an open or close failed. A free that fails while a node
-// is opened leaves it open, and nobody closes it; one that fails in a close leaves what was not freed
-// yet; when links fail to resolve, or bytes to decode, what was decoded stays.
+// is opened leaves it open, and nobody closes it; one that fails in a close leaves what was not
+// freed yet; when links fail to resolve, or bytes to decode, what was decoded stays.
 std::size_t left_behind(const fake::Hit& hit, const NodeBlocks& blocks);
 
 }  // namespace query_test

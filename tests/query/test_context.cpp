@@ -1,5 +1,5 @@
-// Which entries need a context: in per-thread mode they end the process in a thread without one, and
-// those that only convert or print do not.
+// Which entries need a context: in per-thread mode they end the process in a thread without one,
+// and those that only convert or print do not.
 
 #include <csignal>
 #include <ostream>

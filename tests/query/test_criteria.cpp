@@ -36,8 +36,8 @@ std::uint32_t bytes_needed(const Criteria& criteria) {
   return total;
 }
 
-// What the buffer must hold: each record, its arguments at the next multiple of 8, the next record at
-// the next; zeros between and behind.
+// What the buffer must hold: each record, its arguments at the next multiple of 8, the next record
+// at the next; zeros between and behind.
 Bytes image_of(const Criteria& criteria, const Buffer& at, std::uint8_t* start) {
   Bytes image(at.size());
   const auto base = reinterpret_cast<std::uintptr_t>(start);
@@ -69,8 +69,8 @@ class CriteriaGet : public QueryTest {
     EXPECT_EQ(buffer.bytes(), image_of(criteria, buffer, buffer.data()));
   }
 
-  // Lets the decoder build a filter whose criteria claim these numbers of argument bytes. Each has an
-  // argument buffer of 8 bytes.
+  // Lets the decoder build a filter whose criteria claim these numbers of argument bytes. Each has
+  // an argument buffer of 8 bytes.
   static void decode_claiming(const std::vector<std::uint32_t>& lengths) {
     fake::node(kNode).filter({}).link(0x081, 9);
     fake::script("tlvo_dec_tlva_to_struct", [lengths](const fake::Call& made) {

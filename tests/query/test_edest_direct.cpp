@@ -13,8 +13,8 @@ using namespace query_test;
 
 constexpr std::uint32_t kBase = 0xba5e;
 
-// In every test the destination bears its name, and nothing refers to the policy instance unless the
-// test says so.
+// In every test the destination bears its name, and nothing refers to the policy instance unless
+// the test says so.
 class EdestDirect : public EdestTest {
  protected:
   void SetUp() override {

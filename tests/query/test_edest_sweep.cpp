@@ -33,8 +33,8 @@ std::size_t one_per_failed_free(const fake::Hit& hit) {
   return hit.call.name == "mem_free" ? 1 : 0;
 }
 
-// Whether a failure in opening the node that bears the name leads to the walk. `opened_before` nodes
-// were opened before it, and `freed_before` blocks freed.
+// Whether a failure in opening the node that bears the name leads to the walk. `opened_before`
+// nodes were opened before it, and `freed_before` blocks freed.
 bool leads_to_walk(const fake::Hit& hit, std::uint32_t status, std::size_t opened_before = 0,
                    std::size_t freed_before = 0) {
   const std::string& name = hit.call.name;

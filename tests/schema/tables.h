@@ -8,8 +8,8 @@
 
 namespace schema_tests {
 
-// The header declares only the head of each table; what follows it is the codec's to know. Compilers
-// that can see which table it is must not conclude that nothing follows.
+// The header declares only the head of each table; what follows it is the codec's to know.
+// Compilers that can see which table it is must not conclude that nothing follows.
 inline const tlvo_table_t* whole(const tlvo_table_t& table) {
   const tlvo_table_t* volatile at = &table;
   return at;

@@ -31,7 +31,8 @@ class Callbacks : public fake::Test {
   PassThrough to_;
 };
 
-// ---- Byte strings ---------------------------------------------------------------------------------
+// ---- Byte strings
+// ---------------------------------------------------------------------------------
 
 template <class T>
 struct Kind;
@@ -105,7 +106,8 @@ TYPED_TEST(ByteString, is_copied_and_decoded_for_real) {
   EXPECT_EQ(std::memcmp(copy.args, bytes, 3), 0);
 }
 
-// ---- The criteria list ------------------------------------------------------------------------------
+// ---- The criteria list
+// ------------------------------------------------------------------------------
 
 class CriteriaList : public Callbacks {
  protected:
@@ -203,7 +205,8 @@ TEST_F(CriteriaList, hands_on_an_allocators_failure_with_cleared_outputs) {
             std::vector<std::string>{fake::report(0x41170004, "qim_tlv_struct_alloc", 51)});
 }
 
-// ---- The body union ---------------------------------------------------------------------------------
+// ---- The body union
+// ---------------------------------------------------------------------------------
 
 class BodyUnion : public Callbacks {
  protected:

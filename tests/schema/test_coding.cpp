@@ -256,7 +256,8 @@ TEST_F(Coding, fails_to_encode_an_unknown_type) {
   EXPECT_EQ(qim_node_to_tlv(&record, room, sizeof room, &len, nullptr, 0), 0x41170025u);
 }
 
-// ---- The decoder's allocator -----------------------------------------------------------------------
+// ---- The decoder's allocator
+// -----------------------------------------------------------------------
 
 class StructAlloc : public fake::Test {};
 

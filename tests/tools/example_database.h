@@ -1,5 +1,5 @@
-// A database with the policy of examples/edge-all-types.json, which tests only read, so that one serves
-// all of a suite.
+// A database with the policy of examples/edge-all-types.json, which tests only read, so that one
+// serves all of a suite.
 #pragma once
 
 #include <gmock/gmock.h>
