@@ -6,6 +6,7 @@
 
 #include "lib/export.h"
 #include "lib/report.h"
+#include "node/cache_steps.h"
 
 QIM_API_DATA qim_node_cache_entry_t* node_cache_head = nullptr;
 QIM_API_DATA qim_node_cache_entry_t* node_cache_tail = nullptr;
@@ -14,48 +15,8 @@ int32_t node_cache_max = 0;
 
 namespace {
 
+using namespace qim::node;
 using qim::report;
-
-// These mark where a process-wide lock belongs. With a capacity of 0 nothing is shared, so there is
-// none.
-uint32_t qim_node_cache_lock() {
-  return 0;
-}
-uint32_t qim_node_cache_unlock() {
-  return 0;
-}
-
-bool has_key(const qim_node_cache_entry_t& entry, uint32_t ses, qim_node_id_t node_id) {
-  return entry.ses == ses && entry.node.id == node_id;
-}
-
-// Takes the entry under the key out of the list; its own `next` keeps its value. The head is the
-// link before the first entry, so that removing that one is no special case.
-uint32_t qim_node_cache_unlink_int(uint32_t ses, qim_node_id_t node_id,
-                                   qim_node_cache_entry_t** out) {
-  if (out != nullptr) {
-    *out = nullptr;
-  }
-  qim_node_cache_entry_t** link = &node_cache_head;
-  qim_node_cache_entry_t* previous = nullptr;
-  while (*link != nullptr && !has_key(**link, ses, node_id)) {
-    previous = *link;
-    link = &previous->next;
-  }
-  qim_node_cache_entry_t* found = *link;
-  if (found == nullptr) {
-    return 0;
-  }
-  if (found == node_cache_tail) {
-    node_cache_tail = previous;
-  }
-  *link = found->next;
-  node_cache_count--;
-  if (out != nullptr) {
-    *out = found;
-  }
-  return 0;
-}
 
 void insert_at_head(qim_node_cache_entry_t* entry) {
   if (node_cache_count > 0) {

@@ -1,6 +1,7 @@
 #include "node/decode.h"
 
 #include "lib/report.h"
+#include "node/nonedests.h"
 #include "node/resolve.h"
 #include "tlvo.h"
 
@@ -20,13 +21,6 @@ void count_criteria(qim_filter_t& filter) {
     bytes += kCriterionRoom + crit->args_len;
   }
   filter.crit_bytes = bytes;
-}
-
-// Every referrer of a policy instance counts as an enforcement destination, so there is nothing to
-// recount.
-uint32_t qim_node_nonedests_recount(uint32_t, qim_node_t* node) {
-  node->body.pinst.nonedests = 0;
-  return 0;
 }
 
 uint32_t pinst_fill(uint32_t ses, uint32_t name_len, const void* name, qim_node_t* node) {

@@ -236,6 +236,19 @@ TEST_F(NodeDestroy, stops_at_the_first_free_that_fails_and_leaves_the_rest) {
   }
 }
 
+TEST_F(NodeDestroy, frees_private_data_only_where_there_are_some) {
+  auto* const without = entry(QIM_NODE_IFELSE);
+  without->node.priv_len = 3;
+  EXPECT_EQ(qim_lib_node_destroy(without, ctx()), 0u);
+  auto* const unbounded = entry(QIM_NODE_IFELSE);
+  give_private_data(unbounded);
+  void* const data = unbounded->node.priv_buf;
+  unbounded->node.priv_len = 0x80000000;
+  EXPECT_EQ(qim_lib_node_destroy(unbounded, ctx()), 0u);
+  EXPECT_EQ(frees(), (Blocks{without, unbounded}));
+  release({data});
+}
+
 TEST_F(NodeDestroy, reports_arguments_of_action_and_def_that_cannot_be_freed) {
   auto* const action = entry(QIM_NODE_ACTION);
   action->node.body.action.args_len = 1;
