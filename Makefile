@@ -28,6 +28,10 @@ $(PRESETS:%=check-%): check-%:
 coverage:
 	@scripts/coverage
 
+mutate:
+	@scripts/setup native
+	@scripts/mutate
+
 soak:
 	@scripts/soak
 
@@ -59,6 +63,7 @@ help:
 	@echo 'make coverage           which lines and branches the tests reach'
 	@echo 'make soak               the fault sweeps with a hundred times their counts, for hours'
 	@echo 'make fuzz               search for inputs that break something, for five minutes'
+	@echo 'make mutate             break the library on purpose and see whether its tests notice'
 	@echo 'make bench              benchmarks'
 	@echo 'make format             format the sources'
 	@echo 'make lint               check format and house rules, and analyse the sources'
