@@ -24,28 +24,33 @@ PointerTable::~PointerTable() {
   }
 }
 
-// The cell of that key. NULL when it has none: the unused one where it belongs then is *unused,
-// which only who holds the mutex may look into, since it can become another key's at any moment. A
-// block always has unused cells.
-PointerTable::Cell* PointerTable::find(Block* block, uint32_t client, uint32_t node,
-                                       Cell** unused) {
+// The cell of that key, NULL when it has none. The unused cell where the search ends is no answer: it
+// can become another key's at any moment. A block always has unused cells.
+PointerTable::Cell* PointerTable::find(Block* block, uint32_t client, uint32_t node) {
   for (uint32_t at = hash(client, node);; ++at) {
     Cell* cell = &block->cells()[at & block->mask];
     const uint32_t found = cell->node.load(std::memory_order_acquire);
-    if (found == 0) {
-      *unused = cell;
-      return nullptr;
-    }
+    if (found == 0) return nullptr;
     if (found == node && cell->client.load(std::memory_order_relaxed) == client) return cell;
   }
+}
+
+// Gives a key that has no cell the unused one where it belongs. Only who holds the mutex may.
+void PointerTable::add(Block* block, uint32_t client, uint32_t node, uintptr_t value) {
+  uint32_t at = hash(client, node);
+  while (block->cells()[at & block->mask].node.load(std::memory_order_relaxed) != 0) ++at;
+  Cell& cell = block->cells()[at & block->mask];
+  cell.value.store(value, std::memory_order_relaxed);
+  cell.client.store(client, std::memory_order_relaxed);
+  cell.node.store(node, std::memory_order_release);
+  ++block->used;
 }
 
 uintptr_t PointerTable::get(uint32_t client, uint32_t node) const {
   Block* block = block_.load(std::memory_order_acquire);
   if (block == nullptr) [[likely]]
     return 0;
-  Cell* unused = nullptr;
-  const Cell* cell = find(block, client, node, &unused);
+  const Cell* cell = find(block, client, node);
   return cell == nullptr ? 0 : cell->value.load(std::memory_order_acquire);
 }
 
@@ -57,17 +62,11 @@ bool PointerTable::grow() {
   block->older = old;
   block->mask = cells - 1;
   for (uint32_t at = 0; old != nullptr && at <= old->mask; ++at) {
-    Cell& cell = old->cells()[at];
+    const Cell& cell = old->cells()[at];
     const uintptr_t value = cell.value.load(std::memory_order_relaxed);
     if (value == 0) continue;
-    const uint32_t client = cell.client.load(std::memory_order_relaxed);
-    const uint32_t node = cell.node.load(std::memory_order_relaxed);
-    Cell* copy = nullptr;
-    find(block, client, node, &copy);
-    copy->value.store(value, std::memory_order_relaxed);
-    copy->client.store(client, std::memory_order_relaxed);
-    copy->node.store(node, std::memory_order_relaxed);
-    ++block->used;
+    add(block, cell.client.load(std::memory_order_relaxed),
+        cell.node.load(std::memory_order_relaxed), value);
   }
   block_.store(block, std::memory_order_release);
   return true;
@@ -76,23 +75,14 @@ bool PointerTable::grow() {
 bool PointerTable::set(uint32_t client, uint32_t node, uintptr_t value) {
   pthread_mutex_lock(&mutex_);
   Block* block = block_.load(std::memory_order_relaxed);
-  Cell* unused = nullptr;
-  Cell* cell = block == nullptr ? nullptr : find(block, client, node, &unused);
+  Cell* cell = block == nullptr ? nullptr : find(block, client, node);
   bool done = true;
   if (cell != nullptr) {
     cell->value.store(value, std::memory_order_release);
   } else if (value != 0) {
-    if (block == nullptr || block->used >= block->mask / 2) {
-      done = grow();
-      block = block_.load(std::memory_order_relaxed);
-      if (done) find(block, client, node, &unused);
-    }
-    if (done) {
-      unused->value.store(value, std::memory_order_relaxed);
-      unused->client.store(client, std::memory_order_relaxed);
-      unused->node.store(node, std::memory_order_release);
-      ++block->used;
-    }
+    const bool full = block == nullptr || block->used >= block->mask / 2;
+    done = !full || grow();
+    if (done) add(block_.load(std::memory_order_relaxed), client, node, value);
   }
   pthread_mutex_unlock(&mutex_);
   return done;

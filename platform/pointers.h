@@ -39,7 +39,8 @@ class PointerTable {
     uint32_t used;
     Cell* cells() { return reinterpret_cast<Cell*>(this + 1); }
   };
-  static Cell* find(Block* block, uint32_t client, uint32_t node, Cell** unused);
+  static Cell* find(Block* block, uint32_t client, uint32_t node);
+  static void add(Block* block, uint32_t client, uint32_t node, uintptr_t value);
   bool grow();
 
   std::atomic<Block*> block_{nullptr};

@@ -15,7 +15,7 @@ struct Source {
 };
 
 // Reads a whole file. Throws InputError.
-Source read_source(const std::string& file);
+Source read_source(const std::string& name);
 
 // Lines are looked for in every source, each knows its own places.
 template <typename Items>
