@@ -1,38 +1,7 @@
-// The node cache's operations when one of their steps fails, which none ever does: the cache is
-// compiled here with steps that do as they are told.
+// The node cache's operations when one of their steps fails, which none ever does.
 
-#include "node/cache.h"
-
-#define qim_node_cache_unlink_int found_unlink_int
-#define qim_node_cache_lock free_lock
-#define qim_node_cache_unlock free_unlock
-#include "node/cache_steps.h"
-#undef qim_node_cache_unlink_int
-#undef qim_node_cache_lock
-#undef qim_node_cache_unlock
-
-namespace qim::node {
-
-// 0 = the step does what it always does.
-static uint32_t lock_status = 0;
-static uint32_t unlock_status = 0;
-static uint32_t unlink_status = 0;
-
-static uint32_t qim_node_cache_lock() {
-  return lock_status != 0 ? lock_status : free_lock();
-}
-static uint32_t qim_node_cache_unlock() {
-  return unlock_status != 0 ? unlock_status : free_unlock();
-}
-static uint32_t qim_node_cache_unlink_int(uint32_t ses, qim_node_id_t node_id,
-                                          qim_node_cache_entry_t** out) {
-  return unlink_status != 0 ? unlink_status : found_unlink_int(ses, node_id, out);
-}
-
-}  // namespace qim::node
-
-#include "node/cache.cpp"
 #include "node/cache_test.h"
+#include "node/steps.h"
 
 namespace {
 
@@ -40,9 +9,10 @@ using fake::report;
 using node_test::kFailure;
 using node_test::kOtherFailure;
 using node_test::kSes;
-using qim::node::lock_status;
-using qim::node::unlink_status;
-using qim::node::unlock_status;
+using node_test::lock_status;
+using node_test::unlink_status;
+using node_test::unlinks_before;
+using node_test::unlock_status;
 
 using Texts = std::vector<std::string>;
 
@@ -54,7 +24,7 @@ class NodeCacheSteps : public node_test::CacheTest {
     fill({1});
   }
   void TearDown() override {
-    lock_status = unlock_status = unlink_status = 0;
+    lock_status = unlock_status = unlink_status = unlinks_before = 0;
     CacheTest::TearDown();
   }
 
@@ -110,6 +80,16 @@ TEST_F(NodeCacheSteps, add_that_cannot_unlock_has_added) {
 
 TEST_F(NodeCacheSteps, add_that_cannot_look_costs_only_the_caching) {
   unlink_status = kFailure;
+  auto* const made = entry(2);
+  EXPECT_EQ(add(made), 0u);
+  expect_refused("qim_node_cache_add", 860);
+  fake::release(made);
+}
+
+TEST_F(NodeCacheSteps, add_that_cannot_unlink_its_victim_costs_only_the_caching) {
+  node_cache_max = 1;
+  unlink_status = kFailure;
+  unlinks_before = 1;
   auto* const made = entry(2);
   EXPECT_EQ(add(made), 0u);
   expect_refused("qim_node_cache_add", 860);

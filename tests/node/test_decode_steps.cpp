@@ -1,23 +1,7 @@
-// Decoding when the recount of a policy instance's referrers fails, which it never does: decoding is
-// compiled here with a recount that does as it is told.
+// Decoding when the recount of a policy instance's referrers fails, which it never does.
 
-#define qim_node_nonedests_recount real_recount
-#include "node/nonedests.h"
-#undef qim_node_nonedests_recount
-
-namespace qim::node {
-
-// 0 = it does what it always does.
-static uint32_t recount_status = 0;
-
-static uint32_t qim_node_nonedests_recount(uint32_t ses, qim_node_t* node) {
-  return recount_status != 0 ? recount_status : real_recount(ses, node);
-}
-
-}  // namespace qim::node
-
-#include "node/decode.cpp"
 #include "node/samples_fake.h"
+#include "node/steps.h"
 #include "node/support.h"
 
 namespace {
@@ -35,7 +19,7 @@ bool is_enforced(const Sample& sample) {
 class NodeDecodeSteps : public node_test::NodeTest {
  protected:
   void TearDown() override {
-    qim::node::recount_status = 0;
+    node_test::recount_status = 0;
     NodeTest::TearDown();
   }
 };
@@ -47,13 +31,13 @@ TEST_F(NodeDecodeSteps, a_recount_that_fails_is_reported_and_ends_the_open) {
     if (!is_enforced(sample)) continue;
     ++seen;
     const std::size_t before = fake::report_texts().size();
-    qim::node::recount_status = kFailure;
+    node_test::recount_status = kFailure;
     EXPECT_EQ(open(sample.copy.id), kFailure) << sample.name;
     EXPECT_EQ(node(), nullptr) << sample.name;
     const Texts texts = fake::report_texts();
     ASSERT_GT(texts.size(), before);
     EXPECT_EQ(texts[before], report(kFailure, "qim_node_from_tlva", 331)) << sample.name;
-    qim::node::recount_status = 0;
+    node_test::recount_status = 0;
     opened(sample.copy.id);
     close();
   }
