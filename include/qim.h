@@ -783,12 +783,12 @@ uint32_t qim_db_show_internal(uint32_t db, const rov_show_req_t* req);
 extern const rov_show_t qim_dbg_tlva_handler;
 extern const rov_show_t qim_dbg_dsetname;
 
-/* Renders a pair of data-set names (qim_dsetname_t, network order) as one line: lead, a (3
- * wide), type (hexadecimal, 9), "inp" or "out", b (4), and for an interface name its VDC (3),
- * both VLANs (hexadecimal, 4), both interface indices (hexadecimal, 10), else 39 blanks; then
- * tail. The second name is read as an interface name whatever its format. Both are converted in
- * place for the duration of the call and restored. Text over 254 characters is cut.
- * Returns a static buffer, valid until the next call: not for concurrent calls. */
+/* Renders a pair of data-set names (qim_dsetname_t, network order) as one line: lead, a (3 wide),
+ * type (hexadecimal, 9), "inp" or "out", b (4), and for an interface name its VDC (3), both VLANs
+ * (hexadecimal, 4), both interface indices (hexadecimal, 10), else 39 blanks; then tail. The second
+ * name is read as an interface name whatever its format. Both are converted in place for the call
+ * and restored, so they must differ: one buffer given twice is printed unconverted. Text over 254
+ * characters is cut. Returns a static buffer, valid until the next call: not concurrently. */
 char* qim_dbg_dsetname_print(void* name1, void* name2, int a, int b, const char* tail,
                              const char* lead);
 
