@@ -43,7 +43,7 @@ uint32_t drop_target(View& view, uint32_t owner, uint32_t target) {
   uint32_t status = lookup_owner(view, owner, &node);
   if (status != ROV_OK) return status;
   for (uint32_t at = 0; at < node.links; ++at) {
-    const Link link = read_link(node.link + size_t{at} * kLinkBytes);
+    const Link link = read_link(node, at);
     if (leads_to(link, target)) return referrer_set_field(view, target, {owner, link.field});
   }
   bool removed = false;
@@ -57,32 +57,54 @@ uint32_t drop_targets(View& view, uint32_t owner, const Link& link) {
   return status;
 }
 
-uint32_t insert_link(View& view, NodeView node, uint32_t at, const Link& link) {
-  const size_t links_at = kNodeHead + size_t{node.dset_len} + node.tlv_len;
-  uint8_t* value = own_node(view, node, kLinkBytes);
+// The place of a link within the node's value in the edits.
+uint8_t* link_in(uint8_t* value, const NodeView& node, uint32_t at) {
+  return value + (node.link_at(at) - (node.dset - head_bytes(node)));
+}
+
+// Rewrites a node that has links without second nodes as one whose links have room for them, with
+// room for one more, and finds it again.
+uint32_t widen_links(View& view, NodeView* node) {
+  NodeView wide = *node;
+  wide.link_len = kLinkBytes;
+  const uint32_t len = node_bytes(wide);
+  const Key key = node_key(node->node);
+  uint8_t* value = view_replace(view, Table::kNodes, key, len, len + kLinkBytes);
   if (value == nullptr) return ROV_ERR_NO_MEM;
-  uint8_t* place = value + links_at + size_t{at} * kLinkBytes;
-  memmove(place + kLinkBytes, place, size_t{node.links - at} * kLinkBytes);
-  write_link(link, place);
+  wide.links = 0;
+  write_node(wide, value);
+  uint8_t* to = value + node_bytes(wide);
+  wide.links = node->links;
+  write_node_head(wide, value);
+  for (uint32_t at = 0; at < node->links; ++at, to += kLinkBytes) {
+    write_link(read_link(*node, at), kLinkBytes, to);
+  }
+  return lookup_owner(view, node->node, node);
+}
+
+uint32_t insert_link(View& view, NodeView node, uint32_t at, const Link& link) {
+  uint8_t* value = own_node(view, node, node.link_len);
+  if (value == nullptr) return ROV_ERR_NO_MEM;
+  uint8_t* place = link_in(value, node, at);
+  memmove(place + node.link_len, place, size_t{node.links - at} * node.link_len);
+  write_link(link, node.link_len, place);
   ++node.links;
   write_node_head(node, value);
   return ROV_OK;
 }
 
 uint32_t overwrite_link(View& view, const NodeView& node, uint32_t at, const Link& link) {
-  const size_t links_at = kNodeHead + size_t{node.dset_len} + node.tlv_len;
   uint8_t* value = own_node(view, node, 0);
   if (value == nullptr) return ROV_ERR_NO_MEM;
-  write_link(link, value + links_at + size_t{at} * kLinkBytes);
+  write_link(link, node.link_len, link_in(value, node, at));
   return ROV_OK;
 }
 
 uint32_t remove_link(View& view, NodeView node, uint32_t at) {
-  const size_t links_at = kNodeHead + size_t{node.dset_len} + node.tlv_len;
   uint8_t* value = own_node(view, node, 0);
   if (value == nullptr) return ROV_ERR_NO_MEM;
-  uint8_t* place = value + links_at + size_t{at} * kLinkBytes;
-  memmove(place, place + kLinkBytes, size_t{node.links - at - 1} * kLinkBytes);
+  uint8_t* place = link_in(value, node, at);
+  memmove(place, place + node.link_len, size_t{node.links - at - 1} * node.link_len);
   --node.links;
   write_node_head(node, value);
   const uint32_t len = node_bytes(node);
@@ -91,7 +113,7 @@ uint32_t remove_link(View& view, NodeView node, uint32_t at) {
 }
 
 bool has_field(const NodeView& node, uint32_t at, uint32_t field) {
-  return at < node.links && link_field(node.link + size_t{at} * kLinkBytes) == field;
+  return at < node.links && node.field_at(at) == field;
 }
 
 }  // namespace
@@ -99,10 +121,13 @@ bool has_field(const NodeView& node, uint32_t at, uint32_t field) {
 uint32_t edit_link_put(View& view, uint32_t owner, const Link& link) {
   NodeView node;
   uint32_t status = lookup_owner(view, owner, &node);
+  if (status == ROV_OK && link.node2 != 0 && node.link_len != kLinkBytes) {
+    status = widen_links(view, &node);
+  }
   if (status != ROV_OK) return status;
   const uint32_t at = find_link(node, link.field);
   if (has_field(node, at, link.field)) {
-    const Link old = read_link(node.link + size_t{at} * kLinkBytes);
+    const Link old = read_link(node, at);
     status = overwrite_link(view, node, at, link);
     // Targets that stay keep their entry; drop_targets finds the link that leads there now.
     if (status == ROV_OK) status = drop_targets(view, owner, old);
@@ -120,7 +145,7 @@ uint32_t edit_link_del(View& view, uint32_t owner, uint32_t field) {
   if (status != ROV_OK) return status;
   const uint32_t at = find_link(node, field);
   if (!has_field(node, at, field)) return fail(ROV_ERR_NO_LINK, Note::kNoLink, owner, field);
-  const Link old = read_link(node.link + size_t{at} * kLinkBytes);
+  const Link old = read_link(node, at);
   status = remove_link(view, node, at);
   return status == ROV_OK ? drop_targets(view, owner, old) : status;
 }

@@ -5,39 +5,53 @@ namespace rov {
 bool parse_node(uint32_t node, Bytes value, NodeView* view) {
   if (value.len < kNodeHead) return false;
   const uint8_t* at = value.data;
-  view->flags = load<uint32_t>(at + 4);
-  view->refs = load<uint32_t>(at + 8);
-  view->tlv_len = load<uint32_t>(at + 12);
-  view->links = load<uint32_t>(at + 16);
-  view->dset_len = at[20];
-  view->clients = load<uint16_t>(at + 22);
-  const uint64_t bytes =
-      uint64_t{kNodeHead} + view->dset_len + view->tlv_len + uint64_t{view->links} * kLinkBytes;
-  if (bytes != value.len || (view->dset_len != 0 && view->dset_len != kNameBytes)) return false;
-  view->dset = at + kNodeHead;
+  const uint32_t form = load<uint16_t>(at + 10);
+  view->refs = load<uint32_t>(at + 4);
+  view->links = load<uint16_t>(at + 8) + ((form & kFull) != 0 ? 0x10000U : 0U);
+  view->link_len = (form & kPairs) != 0 ? kLinkBytes : kShortLink;
+  view->dset_len = (form & kNamed) != 0 ? kNameBytes : 0;
+  view->flags = 0;
+  view->clients = 0;
+  const bool marked = (form & kMarked) != 0;
+  const uint32_t head = marked ? kNodeHead + kMarkBytes : kNodeHead;
+  const uint32_t links = view->links * view->link_len;
+  if (value.len < head + view->dset_len + links || form > kForms) return false;
+  if (marked) {
+    view->flags = load<uint32_t>(at + kNodeHead);
+    view->clients = load<uint32_t>(at + kNodeHead + 4);
+    // Edits rely on it that the head is as long as its contents need.
+    if (head_bytes(*view) != head) return false;
+  }
+  view->dset = at + head;
   view->tlv = view->dset + view->dset_len;
-  view->link = view->tlv + view->tlv_len;
-  view->asked = 0;
+  view->end = at + value.len;
+  view->link = view->end - links;
+  view->tlv_len = static_cast<uint32_t>(view->link - view->tlv);
+  view->asked = view->link;
   view->node = node;
   return true;
 }
 
 void write_node_head(const NodeView& view, uint8_t* value) {
+  const bool marked = head_bytes(view) != kNodeHead;
+  const uint32_t form = (view.dset_len != 0 ? kNamed : 0U) | (marked ? kMarked : 0U) |
+                        (view.link_len == kLinkBytes ? kPairs : 0U) |
+                        (view.links > 0xffff ? kFull : 0U);
   store<uint32_t>(value, 0);
-  store(value + 4, view.flags);
-  store(value + 8, view.refs);
-  store(value + 12, view.tlv_len);
-  store(value + 16, view.links);
-  value[20] = static_cast<uint8_t>(view.dset_len);
-  value[21] = 0;
-  store(value + 22, static_cast<uint16_t>(view.clients));
+  store(value + 4, view.refs);
+  store(value + 8, static_cast<uint16_t>(view.links));
+  store(value + 10, static_cast<uint16_t>(form));
+  if (!marked) return;
+  store(value + kNodeHead, view.flags);
+  store(value + kNodeHead + 4, view.clients);
 }
 
 void write_node(const NodeView& view, uint8_t* value) {
   write_node_head(view, value);
-  uint8_t* at = value + kNodeHead;
-  const Bytes parts[] = {
-      {view.dset, view.dset_len}, {view.tlv, view.tlv_len}, {view.link, view.links * kLinkBytes}};
+  uint8_t* at = value + head_bytes(view);
+  const Bytes parts[] = {{view.dset, view.dset_len},
+                         {view.tlv, view.tlv_len},
+                         {view.link, view.links * view.link_len}};
   for (const Bytes& part : parts) {
     if (part.len == 0) continue;
     memcpy(at, part.data, part.len);
@@ -45,12 +59,12 @@ void write_node(const NodeView& view, uint8_t* value) {
   }
 }
 
-void write_link(const Link& link, uint8_t* to) {
+void write_link(const Link& link, uint32_t len, uint8_t* to) {
   store(to, link.field);
   store(to + 2, link.tag);
   store(to + 4, link.node);
   store(to + 8, link.val);
-  store(to + 12, link.node2);
+  if (len == kLinkBytes) store(to + kShortLink, link.node2);
 }
 
 uint32_t find_link(const NodeView& view, uint32_t field) {
@@ -58,7 +72,7 @@ uint32_t find_link(const NodeView& view, uint32_t field) {
   uint32_t high = view.links;
   while (low < high) {
     const uint32_t middle = low + (high - low) / 2;
-    if (link_field(view.link + size_t{middle} * kLinkBytes) < field) {
+    if (view.field_at(middle) < field) {
       low = middle + 1;
     } else {
       high = middle;

@@ -2,9 +2,9 @@
 //
 //   table       key                              value
 //   ---------   ------------------------------   ------------------------------------------------
-//   nodes       node:4                           crc:4 flags:4 refs:4 tlv_len:4 links:4
-//                                                dset_len:1 0:1 clients:2
-//                                                dset_len x name  tlv_len x TLV  links x link
+//   nodes       node:4                           crc:4 refs:4 links:2 form:2
+//                                                flags:4 clients:4 (if kMarked)
+//                                                name:21 (if kNamed)  TLV  links x link
 //   referrers   node:4 lowest:4                  crc:4 count:2 more:2
 //                                                count x referrer:4  count x field:2
 //   data sets   named:1 name:21 (if any) node:4  crc:4
@@ -16,7 +16,7 @@
 //               0:12                             crc:4 count:4 pruned:8
 //   users       user:8                           crc:4 uid:4 group:4 time:8 name:36
 //
-//   link        field:2 tag:2 node:4 val:4 node2:4
+//   link        field:2 tag:2 node:4 val:4 node2:4 (if kPairs)
 //
 // Numbers in keys are in network order, so that the order of the bytes is the order of the numbers;
 // in values they are in host order and at any alignment. A node is its 32-bit number, the first
@@ -25,7 +25,8 @@
 //
 // nodes: everything of one node together, links in field order. `refs` is the number of nodes that
 // refer to it, `clients` that of clients with private data on it, so that most nodes need no look
-// elsewhere.
+// elsewhere. `form` says what most nodes can do without: it is there only where something needs it.
+// The TLV data take what is left of the value.
 //
 // referrers: the nodes that refer to a node, in ascending order, each with the lowest field code of
 // those of its links that lead there. They are kept in chunks of at most kChunkMax; a chunk holds
@@ -145,8 +146,17 @@ constexpr uint32_t kUnnamedKeyBytes = 1 + 4;
 
 // ---- Node values --------------------------------------------------------------------------------
 
-constexpr uint32_t kNodeHead = 24;
+constexpr uint32_t kNodeHead = 12;
+constexpr uint32_t kMarkBytes = 8;
+constexpr uint32_t kShortLink = 12;
 constexpr uint32_t kLinkBytes = 16;
+
+// Bits of a node's form.
+constexpr uint32_t kNamed = 1;   // it has a name
+constexpr uint32_t kMarked = 2;  // it has flags or clients with private data
+constexpr uint32_t kPairs = 4;   // its links have second nodes
+constexpr uint32_t kFull = 8;    // 65,536 links more than `links` says
+constexpr uint32_t kForms = 15;
 
 // A node value taken apart. Pointers lead into the value.
 struct NodeView {
@@ -155,22 +165,29 @@ struct NodeView {
   uint32_t refs = 0;
   uint32_t tlv_len = 0;
   uint32_t links = 0;
+  uint32_t link_len = kShortLink;  // of each link
   uint32_t dset_len = 0;
   uint32_t clients = 0;
   const uint8_t* dset = nullptr;
   const uint8_t* tlv = nullptr;
-  const uint8_t* link = nullptr;  // the first one
-  uint32_t asked = 0;             // the link after the one that was found last
+  const uint8_t* link = nullptr;   // the first one
+  const uint8_t* end = nullptr;    // behind the last one
+  const uint8_t* asked = nullptr;  // the link after the one that was found last
 
   bool is_dset() const { return dset_len != 0 || (flags & ROV_NODE_DSET) != 0; }
   const uint8_t* name() const { return dset_len != 0 ? dset : nullptr; }
+  const uint8_t* link_at(uint32_t at) const { return link + size_t{at} * link_len; }
+  uint16_t field_at(uint32_t at) const { return load<uint16_t>(link_at(at)); }
 };
 
 // False when the value's lengths disagree.
 bool parse_node(uint32_t node, Bytes value, NodeView* view);
-// Bytes of a value with these parts.
+// Bytes of the head of a value with these parts, and of all of it.
+inline uint32_t head_bytes(const NodeView& view) {
+  return (view.flags | view.clients) != 0 ? kNodeHead + kMarkBytes : kNodeHead;
+}
 inline uint32_t node_bytes(const NodeView& view) {
-  return kNodeHead + view.dset_len + view.tlv_len + view.links * kLinkBytes;
+  return head_bytes(view) + view.dset_len + view.tlv_len + view.links * view.link_len;
 }
 // Writes the head alone, or head, name, TLV data and links. `view` must not lie within `value`.
 void write_node_head(const NodeView& view, uint8_t* value);
@@ -184,14 +201,16 @@ struct Link {
   uint32_t node2;
 };
 
-inline uint16_t link_field(const uint8_t* link) {
-  return load<uint16_t>(link);
-}
-inline Link read_link(const uint8_t* link) {
+// A link of `len` bytes.
+inline Link read_link(const uint8_t* link, uint32_t len) {
   return {load<uint16_t>(link), load<uint16_t>(link + 2), load<uint32_t>(link + 4),
-          load<uint32_t>(link + 8), load<uint32_t>(link + 12)};
+          load<uint32_t>(link + 8), len == kLinkBytes ? load<uint32_t>(link + kShortLink) : 0};
 }
-void write_link(const Link& link, uint8_t* to);
+inline Link read_link(const NodeView& view, uint32_t at) {
+  return read_link(view.link_at(at), view.link_len);
+}
+// Writes a link of `len` bytes, kShortLink or kLinkBytes.
+void write_link(const Link& link, uint32_t len, uint8_t* to);
 // Position of the first link whose field is not below `field`.
 uint32_t find_link(const NodeView& view, uint32_t field);
 

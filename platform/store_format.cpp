@@ -1,7 +1,7 @@
 // The format file: what wrote the database, in words that every build can read.
 //
 //   node database
-//   format 1
+//   format 2
 //   word-bits 64
 //   byte-order little
 //   check 0f1e2d3c        CRC-32C of the lines before, in hexadecimal
@@ -24,7 +24,7 @@
 namespace rov {
 namespace {
 
-constexpr unsigned kFormat = 1;
+constexpr unsigned kFormat = 2;
 constexpr unsigned kWordBits = sizeof(size_t) * 8;
 constexpr const char* kByteOrder = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? "little" : "big";
 constexpr size_t kMaxBytes = 256;

@@ -101,6 +101,67 @@ TEST_F(EditTest, LinksReadBackWithAllMembersInFieldOrder) {
   EXPECT_EQ(tlv_of(ses, 1), pattern(1, 5));
 }
 
+// Links without second nodes are stored shorter, until one of the node's links has one.
+TEST_F(EditTest, ASecondNodeMayComeLaterAndGoAgain) {
+  for (const bool committed : {false, true}) {
+    uint32_t writer = begin();
+    ASSERT_OK(put_node(writer, 1, pattern(1, 5), name("alpha"), 4));
+    for (const uint32_t target : {8, 10}) ASSERT_OK(put_node(writer, target, {}));
+    ASSERT_OK(put_link(writer, 1, 0x10, 7, 0, 1, 2));
+    ASSERT_OK(put_link(writer, 1, 0x30, 9, 0, 3, 4));
+    if (committed) commit(writer);
+    if (committed) writer = begin();
+    ASSERT_OK(put_link(writer, 1, 0x20, 7, 8, 5, 6));
+    ASSERT_OK(put_link(writer, 1, 0x30, 9, 10, 3, 4));
+    ASSERT_OK(put_link(writer, 1, 0x40, 11, 0, 7, 8));
+    ASSERT_OK(put_link(writer, 1, 0x20, 7, 0, 9, 10));
+    commit(writer);
+    const uint32_t ses = read();
+    const rov_link_t expected[] = {make_link(1, 0x10, 7, 0, 1, 2), make_link(1, 0x20, 7, 0, 9, 10),
+                                   make_link(1, 0x30, 9, 10, 3, 4),
+                                   make_link(1, 0x40, 11, 0, 7, 8)};
+    for (uint32_t n = 0; n < 4; ++n) {
+      rov_link_t link;
+      EXPECT_OK(rov_node_link_nth(ses, id(1), n, &link));
+      EXPECT_EQ(memcmp(&link, &expected[n], sizeof link), 0) << n;
+    }
+    EXPECT_EQ(tlv_of(ses, 1), pattern(1, 5));
+    EXPECT_EQ(parms_of(ses, 1).flags, 4U);
+    EXPECT_EQ(referrers_of(ses, 8), Refs{});
+    EXPECT_EQ(referrers_of(ses, 10), (Refs{{1, 0x30}}));
+    EXPECT_OK(rov_ses_close(ses));
+    writer = begin();
+    ASSERT_OK(rov_edit_node_del(writer, id(1)));
+    commit(writer);
+  }
+}
+
+TEST_F(EditTest, ANodeHasALinkForEveryFieldCode) {
+  constexpr uint32_t kCodes = 0x10000;
+  uint32_t writer = begin();
+  ASSERT_OK(put_node(writer, 1, pattern(1, 5)));
+  ASSERT_OK(put_node(writer, 2, {}));
+  for (uint32_t field = 0; field < kCodes; ++field) {
+    ASSERT_OK(put_link(writer, 1, static_cast<uint16_t>(field), 2));
+  }
+  commit(writer);
+  uint32_t ses = read();
+  EXPECT_EQ(parms_of(ses, 1).links, kCodes);
+  rov_link_t link;
+  EXPECT_OK(rov_node_link_nth(ses, id(1), kCodes - 1, &link));
+  EXPECT_EQ(link.field, kCodes - 1);
+  EXPECT_EQ(tlv_of(ses, 1), pattern(1, 5));
+  EXPECT_OK(rov_ses_close(ses));
+  writer = begin();
+  ASSERT_OK(rov_edit_link_del(writer, id(1), 0));
+  commit(writer);
+  ses = read();
+  EXPECT_EQ(parms_of(ses, 1).links, kCodes - 1);
+  EXPECT_OK(rov_node_link_nth(ses, id(1), 0, &link));
+  EXPECT_EQ(link.field, 1);
+  EXPECT_EQ(referrers_of(ses, 2), (Refs{{1, 1}}));
+}
+
 TEST_F(EditTest, LinkMatchComparesTheFieldWithMaskedBitsReplaced) {
   const uint32_t writer = begin();
   ASSERT_OK(put_node(writer, 1, {}));

@@ -40,69 +40,131 @@ TEST(Keys, DataSetsAreOrderedByNameThenNumberAndUnnamedOnesFirst) {
   EXPECT_EQ(order[2].len, rov::kNamedKeyBytes);
 }
 
-std::vector<uint8_t> node_value(uint32_t links, uint32_t tlv_len, bool named) {
-  const std::vector<uint8_t> name(rov::kNameBytes, 'n');
-  const std::vector<uint8_t> tlv(tlv_len, 't');
-  const std::vector<uint8_t> link(size_t{links} * rov::kLinkBytes, 'l');
-  NodeView node;
-  node.flags = 0x80000004;
-  node.refs = 3;
-  node.clients = 65535;
-  node.tlv_len = tlv_len;
-  node.links = links;
-  node.dset_len = named ? rov::kNameBytes : 0;
-  node.dset = name.data();
-  node.tlv = tlv.data();
-  node.link = link.data();
-  std::vector<uint8_t> value(rov::node_bytes(node));
-  rov::write_node(node, value.data());
-  return value;
+// What a node value is made of.
+struct Parts {
+  uint32_t flags = 0;
+  uint32_t clients = 0;
+  uint32_t tlv_len = 5;
+  bool named = false;
+  uint32_t links = 2;
+  uint32_t link_len = rov::kShortLink;
+
+  std::vector<uint8_t> value() const {
+    const std::vector<uint8_t> name(rov::kNameBytes, 'n');
+    const std::vector<uint8_t> tlv(tlv_len, 't');
+    const std::vector<uint8_t> link(size_t{links} * link_len, 'l');
+    NodeView node;
+    node.flags = flags;
+    node.refs = 3;
+    node.clients = clients;
+    node.tlv_len = tlv_len;
+    node.links = links;
+    node.link_len = link_len;
+    node.dset_len = named ? rov::kNameBytes : 0;
+    node.dset = name.data();
+    node.tlv = tlv.data();
+    node.link = link.data();
+    std::vector<uint8_t> made(rov::node_bytes(node));
+    rov::write_node(node, made.data());
+    return made;
+  }
+};
+
+Bytes all_of(const std::vector<uint8_t>& value) {
+  return {value.data(), static_cast<uint32_t>(value.size())};
 }
+
+const Parts kParts[] = {{},
+                        {.tlv_len = 0, .links = 0},
+                        {.named = true},
+                        {.flags = 0x80000004},
+                        {.clients = 65535},
+                        {.link_len = rov::kLinkBytes},
+                        {.links = 65535},
+                        {.links = 65536},
+                        {.flags = 1, .clients = 1, .named = true, .link_len = rov::kLinkBytes}};
 
 TEST(Keys, ANodeValueReadsBack) {
-  const std::vector<uint8_t> value = node_value(2, 5, true);
-  NodeView node;
-  ASSERT_TRUE(rov::parse_node(9, {value.data(), static_cast<uint32_t>(value.size())}, &node));
-  EXPECT_EQ(node.node, 9U);
-  EXPECT_EQ(node.flags, 0x80000004U);
-  EXPECT_EQ(node.refs, 3U);
-  EXPECT_EQ(node.clients, 65535U);
-  EXPECT_EQ(node.links, 2U);
-  EXPECT_EQ(std::string(node.tlv, node.tlv + node.tlv_len), "ttttt");
-  EXPECT_EQ(std::string(node.dset, node.dset + node.dset_len), std::string(21, 'n'));
-  EXPECT_EQ(std::string(node.link, node.link + 32), std::string(32, 'l'));
-}
-
-TEST(Keys, ANodeValueOfAnyOtherLengthIsRefused) {
-  const std::vector<uint8_t> value = node_value(2, 5, true);
-  NodeView node;
-  for (uint32_t len = 0; len < value.size(); ++len) {
-    EXPECT_FALSE(rov::parse_node(9, {value.data(), len}, &node)) << len;
+  for (const Parts& parts : kParts) {
+    const std::vector<uint8_t> value = parts.value();
+    NodeView node;
+    ASSERT_TRUE(rov::parse_node(9, all_of(value), &node));
+    EXPECT_EQ(node.node, 9U);
+    EXPECT_EQ(node.flags, parts.flags);
+    EXPECT_EQ(node.refs, 3U);
+    EXPECT_EQ(node.clients, parts.clients);
+    EXPECT_EQ(node.links, parts.links);
+    EXPECT_EQ(node.link_len, parts.link_len);
+    EXPECT_EQ(std::string(node.tlv, node.tlv + node.tlv_len), std::string(parts.tlv_len, 't'));
+    EXPECT_EQ(std::string(node.dset, node.dset + node.dset_len),
+              std::string(parts.named ? 21 : 0, 'n'));
+    const size_t bytes = size_t{parts.links} * parts.link_len;
+    EXPECT_EQ(std::string(node.link, node.link + bytes), std::string(bytes, 'l'));
+    EXPECT_EQ(node.link + bytes, value.data() + value.size());
   }
-  std::vector<uint8_t> longer = value;
-  longer.push_back(0);
-  EXPECT_FALSE(rov::parse_node(9, {longer.data(), static_cast<uint32_t>(longer.size())}, &node));
-  std::vector<uint8_t> huge = value;
-  rov::store<uint32_t>(huge.data() + 16, 0xffffffff);
-  EXPECT_FALSE(rov::parse_node(9, {huge.data(), static_cast<uint32_t>(huge.size())}, &node));
 }
 
-TEST(Keys, LinksReadBackAndAreFoundByField) {
-  const rov::Link links[] = {
-      {3, 1, 2, 3, 4}, {0x81, 0xffff, 0xffffffff, 7, 0}, {0xffff, 0, 1, 0, 0}};
-  std::vector<uint8_t> value = node_value(3, 0, false);
-  for (size_t n = 0; n < 3; ++n) rov::write_link(links[n], value.data() + rov::kNodeHead + n * 16);
+TEST(Keys, ANodeTakesNoMoreThanItNeeds) {
+  EXPECT_EQ((Parts{.tlv_len = 0, .links = 0}.value().size()), 12U);
+  EXPECT_EQ((Parts{.flags = 1, .tlv_len = 0, .links = 0}.value().size()), 20U);
+  EXPECT_EQ((Parts{.tlv_len = 7, .named = true, .links = 2}.value().size()), 12U + 21 + 7 + 24);
+}
+
+TEST(Keys, ANodeValueThatIsTooShortIsRefused) {
+  for (const Parts& parts : kParts) {
+    const std::vector<uint8_t> value = parts.value();
+    NodeView node;
+    const auto least = static_cast<uint32_t>(value.size()) - parts.tlv_len;
+    for (uint32_t len = 0; len < least; ++len) {
+      ASSERT_FALSE(rov::parse_node(9, {value.data(), len}, &node)) << len;
+    }
+    EXPECT_TRUE(rov::parse_node(9, {value.data(), least}, &node));
+  }
+}
+
+TEST(Keys, ANodeValueOfUnknownFormIsRefused) {
+  for (uint32_t bit = 4; bit < 16; ++bit) {
+    std::vector<uint8_t> value = Parts{.tlv_len = 100}.value();
+    rov::store(value.data() + 10, static_cast<uint16_t>(1U << bit));
+    NodeView node;
+    EXPECT_FALSE(rov::parse_node(9, all_of(value), &node)) << bit;
+  }
+}
+
+TEST(Keys, ANodeValueIsRefusedWhoseMarksAreAllZero) {
+  std::vector<uint8_t> value = Parts{.flags = 1}.value();
   NodeView node;
-  ASSERT_TRUE(rov::parse_node(1, {value.data(), static_cast<uint32_t>(value.size())}, &node));
-  const rov::Link link = rov::read_link(node.link + 16);
-  EXPECT_EQ(link.tag, 0xffff);
-  EXPECT_EQ(link.node, 0xffffffffU);
-  EXPECT_EQ(link.val, 7U);
+  ASSERT_TRUE(rov::parse_node(9, all_of(value), &node));
+  rov::store(value.data() + rov::kNodeHead, uint32_t{0});
+  EXPECT_FALSE(rov::parse_node(9, all_of(value), &node));
+}
+
+void check_links(uint32_t link_len) {
+  const rov::Link links[] = {
+      {3, 1, 2, 3, 4}, {0x81, 0xffff, 0xffffffff, 7, 0}, {0xffff, 0, 1, 0, 0xfffffffe}};
+  std::vector<uint8_t> value = Parts{.tlv_len = 0, .links = 3, .link_len = link_len}.value();
+  uint8_t* first = value.data() + rov::kNodeHead;
+  for (size_t n = 0; n < 3; ++n) rov::write_link(links[n], link_len, first + n * link_len);
+  NodeView node;
+  ASSERT_TRUE(rov::parse_node(1, all_of(value), &node));
+  for (uint32_t n = 0; n < 3; ++n) {
+    const rov::Link link = rov::read_link(node, n);
+    EXPECT_EQ(link.field, links[n].field);
+    EXPECT_EQ(link.tag, links[n].tag);
+    EXPECT_EQ(link.node, links[n].node);
+    EXPECT_EQ(link.val, links[n].val);
+    EXPECT_EQ(link.node2, link_len == rov::kLinkBytes ? links[n].node2 : 0);
+  }
   EXPECT_EQ(rov::find_link(node, 0), 0U);
   EXPECT_EQ(rov::find_link(node, 3), 0U);
   EXPECT_EQ(rov::find_link(node, 4), 1U);
   EXPECT_EQ(rov::find_link(node, 0x81), 1U);
   EXPECT_EQ(rov::find_link(node, 0x10000), 3U);
+}
+
+TEST(Keys, LinksReadBackAndAreFoundByField) {
+  check_links(rov::kShortLink);
+  check_links(rov::kLinkBytes);
 }
 
 struct ChunkModel {

@@ -79,7 +79,7 @@ class DamageTest : public DatabaseTest {
 };
 
 TEST_F(DamageTest, AnyByteOfANode) {
-  constexpr size_t kBytes = rov::kNodeHead + 40 + rov::kLinkBytes;
+  constexpr size_t kBytes = rov::kNodeHead + 40 + rov::kShortLink;
   for (size_t at = 0; at < kBytes; at += 5) {
     damage("nodes", node_key(0x5678), [&](Bytes& value) {
       ASSERT_EQ(value.size(), kBytes);
@@ -100,7 +100,7 @@ TEST_F(DamageTest, AnyByteOfANode) {
 }
 
 TEST_F(DamageTest, ANodeCutShortOrEmpty) {
-  for (size_t len : {size_t{0}, size_t{3}, size_t{4}, size_t{23}, size_t{24}, size_t{79}}) {
+  for (size_t len : {size_t{0}, size_t{3}, size_t{4}, size_t{11}, size_t{12}, size_t{63}}) {
     damage("nodes", node_key(0x5678), [&](Bytes& value) { value.resize(len); });
     rov_node_parms_t parms;
     EXPECT_STATUS(rov_node_parms_get(read(), id(0x5678), &parms), ROV_ERR_CORRUPT);

@@ -192,7 +192,7 @@ TEST_F(VerifyTest, ValuesOnPagesOfTheirOwn) {
   const std::string node = "record of 0x00000007 in table nodes";
   expect_found([&] { page(first)[kPageHead + 100] ^= 1; }, {node, "checksum"});
   expect_found([&] { page(first + 3)[9] ^= 1; }, {node, "checksum"});
-  expect_found([&] { set<uint32_t>(first, kWord + 4, 1); }, {at_page(first), "20024 bytes"});
+  expect_found([&] { set<uint32_t>(first, kWord + 4, 1); }, {at_page(first), "20012 bytes"});
   expect_found([&] { set<uint32_t>(first, kWord + 4, 1000000); }, {"does not have"});
   expect_found([&] { set(first, kWord + 2, rov::kLeafPage); }, {at_page(first), "overflow"});
 }
