@@ -127,7 +127,10 @@ uint32_t seal(uint32_t ses, uint32_t* database) {
   const rov::Session& session = access.session();
   *database = session.db->handle;
   if (session.broken != 0) return ROV_OK;  // the commit refuses it, and says why
-  status = rov::changes_seal(access.view(), {session.db->client, session.db->group.load()});
+  status = rov::edit_settle(access.view());
+  if (status == ROV_OK) {
+    status = rov::changes_seal(access.view(), {session.db->client, session.db->group.load()});
+  }
   return edited(access.session(), status);
 }
 

@@ -1,5 +1,6 @@
 // C entries: reading nodes, links, referrers and data sets.
 #include "platform/datasets.h"
+#include "platform/edit.h"
 #include "platform/error.h"
 #include "platform/links.h"
 #include "platform/nodes.h"
@@ -81,7 +82,7 @@ uint32_t rov_node_ref_get(uint32_t ses, rov_node_id_t id, uint32_t index, uint32
   if (access.failed()) return access.status();
   rov::View& view = access.view();
   const uint32_t node = number_of(id);
-  uint32_t status = rov::view_find_node(view, node);
+  uint32_t status = rov::find_settled_node(view, node);
   if (status != ROV_OK) return status;
   rov::Referrer referrer;
   status = rov::referrer_at(view, node, index, &referrer);
@@ -98,7 +99,7 @@ uint32_t rov_node_ref_get_all(uint32_t ses, rov_node_id_t id, rov_node_id_t* ref
   Access access(ses);
   if (access.failed()) return access.status();
   const uint32_t node = number_of(id);
-  const uint32_t status = rov::view_find_node(access.view(), node);
+  const uint32_t status = rov::find_settled_node(access.view(), node);
   if (status != ROV_OK) return status;
   uint32_t filled = 0;
   return rov::referrers_all(access.view(), node, refs, count, &filled);

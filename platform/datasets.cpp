@@ -1,5 +1,6 @@
 #include "platform/datasets.h"
 
+#include "platform/edit.h"
 #include "platform/error.h"
 #include "platform/referrers.h"
 #include "rov.h"
@@ -79,7 +80,7 @@ uint32_t dataset_named(View& view, const uint8_t* name, uint32_t* node) {
 }
 
 uint32_t dataset_of_node(View& view, uint32_t node, uint32_t selector, uint32_t* found) {
-  uint32_t status = view_find_node(view, node);
+  uint32_t status = find_settled_node(view, node);
   if (status != ROV_OK) return status;
   uint32_t left = selector;
   *found = node;

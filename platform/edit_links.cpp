@@ -25,11 +25,29 @@ uint32_t change_refs(View& view, uint32_t node, int32_t change) {
   return ROV_OK;
 }
 
-uint32_t add_target(View& view, uint32_t owner, uint32_t target, uint16_t field) {
-  if (target == 0) return ROV_OK;
-  bool added = false;
-  const uint32_t status = referrer_add(view, target, {owner, field}, &added);
-  return status == ROV_OK && added ? change_refs(view, target, 1) : status;
+uint32_t add_target(View& view, uint32_t owner, uint32_t target, uint32_t field) {
+  if (target == 0 || view.edits->backlog.add({target, owner, field})) return ROV_OK;
+  return fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Reference));
+}
+
+// Notes the references of [from, to), which are to one node.
+uint32_t settle_target(View& view, const Reference* from, const Reference* to) {
+  uint32_t added = 0;
+  const uint32_t status = referrers_add(view, from, to, &added);
+  if (status != ROV_OK || added == 0) return status;
+  return change_refs(view, from->target, static_cast<int32_t>(added));
+}
+
+uint32_t settle_all(View& view, const Backlog& backlog) {
+  uint32_t status = ROV_OK;
+  const Reference* from = backlog.begin();
+  while (from != backlog.end() && status == ROV_OK) {
+    const Reference* to = from;
+    while (to != backlog.end() && to->target == from->target) ++to;
+    status = settle_target(view, from, to);
+    from = to;
+  }
+  return status;
 }
 
 bool leads_to(const Link& link, uint32_t target) {
@@ -112,11 +130,39 @@ uint32_t remove_link(View& view, NodeView node, uint32_t at) {
   return ROV_OK;
 }
 
+// Puts a link in the place of another one in its field.
+uint32_t replace_link(View& view, uint32_t owner, uint32_t at, const Link& link) {
+  NodeView node;
+  uint32_t status = edit_settle(view);
+  if (status == ROV_OK) status = lookup_owner(view, owner, &node);
+  if (status != ROV_OK) return status;
+  const Link old = read_link(node, at);
+  status = overwrite_link(view, node, at, link);
+  // Targets that stay keep their entry; drop_targets finds the link that leads there now.
+  return status == ROV_OK ? drop_targets(view, owner, old) : status;
+}
+
 bool has_field(const NodeView& node, uint32_t at, uint32_t field) {
   return at < node.links && node.field_at(at) == field;
 }
 
 }  // namespace
+
+uint32_t edit_settle(View& view) {
+  Backlog& backlog = view.edits->backlog;
+  if (backlog.failure != 0) {
+    return fail_text(backlog.failure,
+                     "the write session failed before, while it noted what its links lead to (%s): "
+                     "begin it again",
+                     rov_status_name(backlog.failure));
+  }
+  if (backlog.empty()) return ROV_OK;
+  Backlog taken;
+  taken.take(backlog);
+  taken.sort();
+  backlog.failure = settle_all(view, taken);
+  return backlog.failure;
+}
 
 uint32_t edit_link_put(View& view, uint32_t owner, const Link& link) {
   NodeView node;
@@ -127,10 +173,7 @@ uint32_t edit_link_put(View& view, uint32_t owner, const Link& link) {
   if (status != ROV_OK) return status;
   const uint32_t at = find_link(node, link.field);
   if (has_field(node, at, link.field)) {
-    const Link old = read_link(node, at);
-    status = overwrite_link(view, node, at, link);
-    // Targets that stay keep their entry; drop_targets finds the link that leads there now.
-    if (status == ROV_OK) status = drop_targets(view, owner, old);
+    status = replace_link(view, owner, at, link);
   } else {
     status = insert_link(view, node, at, link);
   }
@@ -141,7 +184,8 @@ uint32_t edit_link_put(View& view, uint32_t owner, const Link& link) {
 
 uint32_t edit_link_del(View& view, uint32_t owner, uint32_t field) {
   NodeView node;
-  uint32_t status = lookup_owner(view, owner, &node);
+  uint32_t status = edit_settle(view);
+  if (status == ROV_OK) status = lookup_owner(view, owner, &node);
   if (status != ROV_OK) return status;
   const uint32_t at = find_link(node, field);
   if (!has_field(node, at, field)) return fail(ROV_ERR_NO_LINK, Note::kNoLink, owner, field);

@@ -154,6 +154,23 @@ uint32_t remove_found(View& view, uint32_t node, const Home& home) {
   return status == ROV_OK && count == 1 ? tidy(view, node) : status;
 }
 
+// All chunks of a node that has none yet.
+uint32_t write_chunks(View& view, const Reference* from, const Reference* to) {
+  bool first = true;
+  while (from < to) {
+    const uint32_t left = static_cast<uint32_t>(to - from);
+    const uint32_t count = left < kChunkMax ? left : kChunkMax;
+    const Key key = pair_key(from->target, first ? 0 : from->owner);
+    uint8_t* value = view_replace(view, kTable, key, chunk_bytes(count), chunk_bytes(count));
+    if (value == nullptr) return ROV_ERR_NO_MEM;
+    chunk_fill(value, from, count);
+    chunk_set_more(value, first && left > count);
+    first = false;
+    from += count;
+  }
+  return ROV_OK;
+}
+
 }  // namespace
 
 uint32_t referrer_add(View& view, uint32_t node, Referrer referrer, bool* added) {
@@ -170,6 +187,23 @@ uint32_t referrer_add(View& view, uint32_t node, Referrer referrer, bool* added)
     status = new_chunk(view, node, 0, referrer);
   }
   *added = status == ROV_OK;
+  return status;
+}
+
+uint32_t referrers_add(View& view, const Reference* from, const Reference* to, uint32_t* added) {
+  const uint32_t node = from->target;
+  Record record;
+  uint32_t status = view_get(view, kTable, pair_key(node, 0), &record);
+  if (status == ROV_ERR_NO_ITEM) {
+    *added = static_cast<uint32_t>(to - from);
+    return write_chunks(view, from, to);
+  }
+  *added = 0;
+  for (; from < to && status == ROV_OK; ++from) {
+    bool is_new = false;
+    status = referrer_add(view, node, {from->owner, static_cast<uint16_t>(from->field)}, &is_new);
+    *added += is_new ? 1 : 0;
+  }
   return status;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/nodes.h"
 
+#include "platform/edit.h"
 #include "platform/error.h"
 #include "platform/private.h"
 #include "platform/store.h"
@@ -44,14 +45,16 @@ uint32_t node_parms(View& view, rov_node_parms_t* parms) {
 }
 
 uint32_t node_parms_of(View& view, uint32_t node, rov_node_parms_t* parms) {
-  const uint32_t status = view_find_node(view, node);
+  const uint32_t status = find_settled_node(view, node);
   return status == ROV_OK ? node_parms(view, parms) : status;
 }
 
 uint32_t node_after(View& view, uint32_t after) {
   view.node.node = 0;
   Record record;
-  uint32_t status = ROV_ERR_NO_ITEM;
+  uint32_t status = settle_edits(view);
+  if (status != ROV_OK) return status;
+  status = ROV_ERR_NO_ITEM;
   Key from = node_key(after);
   if (key_after(Table::kNodes, from, &from)) status = view_ge(view, Table::kNodes, from, &record);
   if (status == ROV_ERR_NO_ITEM) return fail(status, Note::kNoMoreNodes, after);

@@ -12,6 +12,7 @@ namespace rov {
 namespace {
 
 constexpr uint32_t kFirstCells = 64;
+constexpr uint32_t kNeighbours = 8;
 
 // The key's first eight bytes as a number: its order is that of the keys, as far as it goes.
 uint64_t prefix_of(Bytes key) {
@@ -55,14 +56,16 @@ uint32_t mixed(uint32_t hash) {
   return hash ^ hash >> 16;
 }
 
-// A node and the first chunk of its referrers, which are mostly looked for together, come into
-// neighbouring cells.
+// Nodes that lie close together are mostly looked for one after the other, and a node together with
+// the first chunk of its referrers: they come into neighbouring cells.
+uint32_t hash_of_node(uint32_t node, uint32_t second, uint32_t table) {
+  return mixed(node / kNeighbours + 0x9e3779b1U * second) + node % kNeighbours * 2 + table;
+}
+
 uint32_t hash_of(Table table, Bytes key) {
   const auto number = static_cast<uint32_t>(table);
-  if (key.len == 4) return mixed(load_be32(key.data)) + number;
-  if (key.len == 8) {
-    return mixed(load_be32(key.data) + 0x9e3779b1U * load_be32(key.data + 4)) + number;
-  }
+  if (key.len == 4) return hash_of_node(load_be32(key.data), 0, number);
+  if (key.len == 8) return hash_of_node(load_be32(key.data), load_be32(key.data + 4), number);
   return mixed(crc32c(number, key.data, key.len));
 }
 
@@ -303,7 +306,7 @@ bool Overlay::erase(Table table, Bytes key) {
   Edit* edit = lookup(table, key, hash);
   if (edit == nullptr) edit = insert(table, key, hash, 0);
   if (edit == nullptr) return false;
-  erased_ = true;
+  erased_ |= 1U << static_cast<uint32_t>(table);
   edit->value = nullptr;
   edit->len = 0;
   edit->room = 0;

@@ -11,6 +11,7 @@
 #define PLATFORM_OVERLAY_H
 
 #include "platform/arena.h"
+#include "platform/backlog.h"
 #include "platform/bytes.h"
 
 namespace rov {
@@ -59,10 +60,13 @@ class Overlay {
   Edit* first(Table table) const { return in_order(table).head[0]; }
 
   bool empty() const { return entries_ == 0; }
-  // Whether any key was ever marked as deleted.
-  bool erased() const { return erased_; }
+  // Whether any key of the table was ever marked as deleted.
+  bool erased(Table table) const { return (erased_ >> static_cast<uint32_t>(table) & 1) != 0; }
   // Bytes of all keys and values that were put.
   size_t bytes() const { return bytes_; }
+
+  // References that are to be noted yet. Kept for those who edit links; they are in no table.
+  Backlog backlog;
 
  private:
   struct List {
@@ -97,7 +101,7 @@ class Overlay {
   uint32_t entries_ = 0;
   uint32_t random_ = 0x9e3779b9;
   size_t bytes_ = 0;
-  bool erased_ = false;
+  uint32_t erased_ = 0;  // a bit for each table
 };
 
 }  // namespace rov

@@ -25,6 +25,15 @@ void chunk_start(uint8_t* value) {
   memset(value, 0, kChunkHead);
 }
 
+void chunk_fill(uint8_t* value, const Reference* from, uint32_t count) {
+  chunk_start(value);
+  set_count(value, count);
+  for (uint32_t at = 0; at < count; ++at) {
+    store(ids_of(value) + size_t{4} * at, from[at].owner);
+    store(fields_of(value, count) + size_t{2} * at, static_cast<uint16_t>(from[at].field));
+  }
+}
+
 void chunk_set_more(uint8_t* value, bool more) {
   store<uint16_t>(value + 6, more ? 1 : 0);
 }

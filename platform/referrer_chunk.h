@@ -2,6 +2,7 @@
 #ifndef PLATFORM_REFERRER_CHUNK_H
 #define PLATFORM_REFERRER_CHUNK_H
 
+#include "platform/backlog.h"
 #include "platform/keys.h"
 
 namespace rov {
@@ -13,6 +14,8 @@ struct Referrer {
 
 // Each works on a value with room for what it leaves behind.
 void chunk_start(uint8_t* value);
+// A chunk of references to one target, in the order of their owners.
+void chunk_fill(uint8_t* value, const Reference* from, uint32_t count);
 void chunk_set_more(uint8_t* value, bool more);
 void chunk_insert(uint8_t* value, uint32_t at, Referrer referrer);
 void chunk_remove(uint8_t* value, uint32_t at);

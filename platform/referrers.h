@@ -22,6 +22,10 @@ uint32_t referrers_count(View& view, uint32_t node, uint32_t* count);
 // *added: it was no referrer before.
 uint32_t referrer_add(View& view, uint32_t node, Referrer referrer, bool* added);
 
+// Same for all references of [from, to), which are to one node, sorted and distinct. *added: how
+// many were no referrers before.
+uint32_t referrers_add(View& view, const Reference* from, const Reference* to, uint32_t* added);
+
 // Sets the field of a referrer, whatever it was.
 uint32_t referrer_set_field(View& view, uint32_t node, Referrer referrer);
 

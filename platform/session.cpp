@@ -137,7 +137,7 @@ uint32_t take_writer(uint32_t handle, Session** session) {
 
 // Pointer values on nodes that are gone go, too.
 void drop_pointers(Env* env, const Overlay& edits) {
-  if (!edits.erased()) return;
+  if (!edits.erased(Table::kNodes)) return;
   for (const Overlay::Edit* edit = edits.first(Table::kNodes); edit != nullptr;
        edit = edit->next[0]) {
     if (edit->value == nullptr) env->pointers.drop_node(load_be32(edit->key().data));

@@ -180,11 +180,11 @@ TEST(Overlay, KeysInAnyOrderComeIntoOrder) {
 TEST(Overlay, SaysWhetherAnythingWasErased) {
   Overlay overlay;
   put(overlay, Table::kNodes, "k", "v");
-  EXPECT_FALSE(overlay.erased());
+  EXPECT_FALSE(overlay.erased(Table::kNodes));
   ASSERT_TRUE(overlay.erase(Table::kNodes, bytes("k")));
-  EXPECT_TRUE(overlay.erased());
+  EXPECT_TRUE(overlay.erased(Table::kNodes));
   put(overlay, Table::kNodes, "k", "v");
-  EXPECT_TRUE(overlay.erased());
+  EXPECT_TRUE(overlay.erased(Table::kNodes));
 }
 
 }  // namespace
