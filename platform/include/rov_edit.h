@@ -55,7 +55,9 @@ uint32_t rov_edit_node_put(uint32_t ses, const rov_edit_node_t* node);
 uint32_t rov_edit_node_del(uint32_t ses, rov_node_id_t id);
 /* Stores a link of node link->owner under link->field, replacing one in that field; the owner must
  * exist, `node` (not all zero) and `node2` (all zero for none) need not. Writes the back-references
- * of both. Reserved members are not looked at. */
+ * of both, not before somebody asks for them or commits: what fails then (no memory, a damaged
+ * target) is that call's status, and the session can't be committed any more. Reserved members are
+ * not looked at. */
 uint32_t rov_edit_link_put(uint32_t ses, const rov_link_t* link);
 /* Removes the link in that field. */
 uint32_t rov_edit_link_del(uint32_t ses, rov_node_id_t owner, uint32_t field);

@@ -159,6 +159,38 @@ TEST_F(DamageTest, AnEditThatMeetsDamageLosesItsSession) {
   commit(writer);
 }
 
+TEST_F(DamageTest, ALinkToADamagedTargetLosesItsSession) {
+  damage("referrers", key_bytes(rov::pair_key(0x1234, 0)), [](Bytes& value) { value[8] ^= 1; });
+  uint32_t writer = begin();
+  ASSERT_OK(put_node(writer, 7, {}));
+  ASSERT_OK(put_link(writer, 7, 9, 0x1234));
+  EXPECT_STATUS(rov_edit_commit(writer), ROV_ERR_CORRUPT);
+  rov_node_parms_t parms;
+  EXPECT_STATUS(rov_node_parms_get(read(), id(7), &parms), ROV_ERR_NO_ITEM);
+  // Who asks before that is told the node, and then why nothing more comes of it.
+  writer = begin();
+  ASSERT_OK(put_node(writer, 7, {}));
+  ASSERT_OK(put_link(writer, 7, 9, 0x1234));
+  EXPECT_STATUS(rov_node_parms_get(writer, id(7), &parms), ROV_ERR_CORRUPT);
+  expect_named("0x00001234");
+  EXPECT_STATUS(rov_node_next(writer, id(7), &parms), ROV_ERR_CORRUPT);
+  expect_named("begin it again");
+  EXPECT_STATUS(rov_edit_link_del(writer, id(7), 9), ROV_ERR_CORRUPT);
+  EXPECT_STATUS(put_link(writer, 7, 9, 7), ROV_ERR_CORRUPT);
+  EXPECT_STATUS(rov_edit_commit(writer), ROV_ERR_CORRUPT);
+  EXPECT_STATUS(rov_node_parms_get(read(), id(7), &parms), ROV_ERR_NO_ITEM);
+}
+
+TEST_F(DamageTest, ADamagedTargetLosesTheSessionOfALinkToIt) {
+  damage("nodes", node_key(0x1234), [](Bytes& value) { value[30] ^= 1; });
+  const uint32_t writer = begin();
+  ASSERT_OK(put_node(writer, 7, {}));
+  ASSERT_OK(put_link(writer, 7, 9, 0x1234));
+  EXPECT_STATUS(rov_edit_commit(writer), ROV_ERR_CORRUPT);
+  rov_node_parms_t parms;
+  EXPECT_STATUS(rov_node_parms_get(read(), id(7), &parms), ROV_ERR_NO_ITEM);
+}
+
 TEST_F(DamageTest, AWriterThatTakesNoLockIsNoticed) {
   const uint32_t writer = begin();
   ASSERT_OK(put_node(writer, 7, {}));
