@@ -1,7 +1,9 @@
 // Gates, handles and pointer values.
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <set>
 #include <thread>
@@ -183,6 +185,58 @@ TEST(Pointers, CanBeReadWhileTheTableGrows) {
   }
   next.store(kNodes + 1);
   reader.join();
+}
+
+// Keeps the calling thread on that one of the processors that it may use.
+void stay_on(uint32_t which) {
+  cpu_set_t all;
+  std::vector<int> usable;
+  if (sched_getaffinity(0, sizeof all, &all) != 0) return;
+  for (int at = 0; at < CPU_SETSIZE; ++at) {
+    if (CPU_ISSET(at, &all)) usable.push_back(at);
+  }
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(usable[which % usable.size()], &one);
+  sched_setaffinity(0, sizeof one, &one);
+}
+
+// Node 2 and this one begin their search at the same cell of a table of 64.
+constexpr uint32_t kSamePlace = 10;
+
+// A reader asks for a node that has no value while the cell where its search ends becomes another
+// node's. Each table gives one chance to take that one's value for its own. Both threads come to it
+// at the same time, and to as many as half a second allows.
+TEST(Pointers, NoOneElsesValueIsRead) {
+  constexpr uint32_t kTables = 3000;
+  std::vector<rov::PointerTable> tables(kTables);
+  for (rov::PointerTable& table : tables) ASSERT_TRUE(table.set(1, 1, 1));
+  std::atomic<uint32_t> reads{0};   // how many the reader has come to
+  std::atomic<uint32_t> writes{0};  // how many have been written to
+  uint32_t wrong = 0;
+  std::thread reader([&] {
+    stay_on(0);
+    for (uint32_t at = 0; at < kTables; ++at) {
+      reads.store(at + 1);
+      while (writes.load() <= at) {
+        for (int n = 0; n < 200; ++n) wrong += tables[at].get(1, kSamePlace) != 0 ? 1 : 0;
+        std::this_thread::yield();
+      }
+    }
+  });
+  std::thread writer([&] {
+    stay_on(1);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+    for (uint32_t at = 0; at < kTables && std::chrono::steady_clock::now() < end; ++at) {
+      while (reads.load() <= at) std::this_thread::yield();
+      if (!tables[at].set(1, 2, 2)) abort();
+      writes.store(at + 1);
+    }
+    writes.store(kTables);
+  });
+  reader.join();
+  writer.join();
+  EXPECT_EQ(wrong, 0U);
 }
 
 }  // namespace
