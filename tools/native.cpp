@@ -4,6 +4,7 @@
 
 #include "rov_edit.h"
 #include "schema/rows.h"
+#include "tools/database.h"
 #include "tools/dsetname.h"
 #include "tools/json_text.h"
 #include "tools/json_value.h"
@@ -75,12 +76,6 @@ RawContents read_raw(const json& body) {
   return raw;
 }
 
-void read_clients(const json& clients, Node& node) {
-  for (const auto& [client, data] : clients.items()) {
-    node.clients.push_back({static_cast<uint32_t>(*parse_number(client)), bytes_from_json(data)});
-  }
-}
-
 // The checksum covers all bytes in front of its line.
 bool is_checksum_right(const std::string& text, const json& checksum) {
   const size_t line = text.rfind("\n\"checksum\"");
@@ -115,7 +110,7 @@ class Reader {
     if (value.contains("links")) read_links(value["links"], pointer_to(path, "links"), node);
     if (value.contains("dset")) node.dset = dset_from_json(value["dset"]);
     if (value.contains("priv")) node.priv = bytes_from_json(value["priv"]);
-    if (value.contains("private")) read_clients(value["private"], node);
+    if (value.contains("private")) read_clients(value, pointer_to(path, "private"), node);
     return node;
   }
 
@@ -148,6 +143,29 @@ class Reader {
       }
       node.links.push_back(read_link(field, value));
     }
+  }
+
+  // So may one client, and this tool's data have a member of their own.
+  void read_clients(const json& value, const std::string& path, Node& node) {
+    for (const auto& [name, data] : value["private"].items()) {
+      const auto client = static_cast<uint32_t>(*parse_number(name));
+      const bool again =
+          std::any_of(node.clients.begin(), node.clients.end(),
+                      [client](const ClientData& other) { return other.client == client; });
+      if (again) {
+        refuse_client(pointer_to(path, name), client, "under another spelling");
+      } else if (client == client_id && value.contains("priv")) {
+        refuse_client(pointer_to(path, name), client, "in the member priv");
+      } else {
+        node.clients.push_back({client, bytes_from_json(data)});
+      }
+    }
+  }
+
+  void refuse_client(const std::string& path, uint32_t client, const std::string& where) {
+    problems_.push_back({{file_, 0, path},
+                         "is the private data of client " + hex_number(client, 8) +
+                             ", which this node has already " + where + "; remove one of the two"});
   }
 
   const std::string& file_;

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "schema/rows.h"
+#include "tools/database.h"
 #include "tools/support.h"
 
 namespace {
@@ -132,6 +133,26 @@ TEST(ReadNative, refuses_one_link_under_two_names) {
   EXPECT_THAT(brief(problems),
               ElementsAre("2 /nodes/0/links/ln_301: is the link ln_301, which this node has "
                           "already under another spelling; remove one of the two"));
+}
+
+TEST(ReadNative, refuses_one_client_twice) {
+  const auto problems = problems_of([] {
+    read(R"({"id": 1, "type": "Def", "private": {"0x2": "61", "0x02": "62"}},
+            {"id": 2, "type": "Def", "priv": "61",
+             "private": {"0x71696d63": "62"}})");
+  });
+  EXPECT_THAT(brief(problems),
+              ElementsAre("1 /nodes/0/private/0x2: is the private data of client 0x00000002, which "
+                          "this node has already under another spelling; remove one of the two",
+                          "3 /nodes/1/private/0x71696d63: is the private data of client "
+                          "0x71696d63, which this node has already in the member priv; remove one "
+                          "of the two"));
+}
+
+TEST(ReadNative, takes_its_own_private_data_as_a_clients) {
+  const Node node = read_one(R"("type": "Def", "private": {"0x71696d63": "62"})");
+  ASSERT_EQ(node.clients.size(), 1u);
+  EXPECT_EQ(node.clients[0].client, qimctl::client_id);
 }
 
 TEST(ReadNative, reads_private_data_and_comments) {
