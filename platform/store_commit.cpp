@@ -3,6 +3,8 @@
 // When the map turns out to be too small, the engine's transaction is lost; the edits are still
 // there, so the map is made larger and they are applied again.
 #include <lmdb.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 #include <cerrno>
@@ -152,11 +154,21 @@ void make_room_ahead(Env* env, const Overlay& edits) {
   if (size > current) map_resize(env, size);
 }
 
-uint32_t write_failed(int error, const Env* env) {
-  // The engine calls a short write an I/O error; a full disk is the usual reason.
+// The engine calls a short write an I/O error; a full disk is the usual reason, or a file that the
+// process may not make larger.
+int cause_of_short_write(const Env* env) {
+  struct stat file;
+  struct rlimit limit;
+  if (fstatat(env->directory, "data.mdb", &file, 0) == 0 && getrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+      limit.rlim_cur != RLIM_INFINITY && static_cast<rlim_t>(file.st_size) >= limit.rlim_cur) {
+    return EFBIG;
+  }
   struct statvfs disk;
-  if (error == EIO && statvfs(env->path, &disk) == 0 && disk.f_bavail == 0) error = ENOSPC;
-  return engine_fail(error, env, "commit");
+  return statvfs(env->path, &disk) == 0 && disk.f_bavail == 0 ? ENOSPC : EIO;
+}
+
+uint32_t write_failed(int error, const Env* env) {
+  return engine_fail(error == EIO ? cause_of_short_write(env) : error, env, "commit");
 }
 
 uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {

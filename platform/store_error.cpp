@@ -1,5 +1,6 @@
 // Errors of the engine and of the system as statuses of the database.
 #include <lmdb.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 
@@ -36,7 +37,7 @@ constexpr Row kRows[] = {
     {ENOMEM, ROV_ERR_NO_MEM, "free memory and try again"},
     {ENOSPC, ROV_ERR_FULL, "free space on the file system and try again; nothing was lost"},
     {EDQUOT, ROV_ERR_FULL, "free space within the quota and try again; nothing was lost"},
-    {EFBIG, ROV_ERR_FULL, "raise the limit of file sizes and try again; nothing was lost"},
+    {EFBIG, ROV_ERR_FULL, "use a file system that takes larger files; nothing was lost"},
     {EACCES, ROV_ERR_OPEN, "check the permissions of the directory and its files"},
     {EPERM, ROV_ERR_OPEN, "check the permissions of the directory and its files"},
     {EROFS, ROV_ERR_OPEN, "the file system is read-only: open the database with ROV_DB_RDONLY"},
@@ -66,11 +67,25 @@ const Row& row_of(int error) {
   return kOther;
 }
 
+// The limit that a process is given, in bytes; 0 = none.
+unsigned long long file_size_limit() {
+  struct rlimit limit;
+  if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return 0;
+  return limit.rlim_cur;
+}
+
 }  // namespace
 
 uint32_t engine_fail_at(int error, const char* path, const char* doing) {
   if (error == 0) return ROV_OK;
   if (error == MDB_MAP_RESIZED) return kMapResized;
+  const unsigned long long limit = error == EFBIG ? file_size_limit() : 0;
+  if (limit != 0) {
+    return fail_text(ROV_ERR_FULL,
+                     "cannot %s in database %s: %s; raise the limit of file sizes, which is %llu "
+                     "bytes for this process, and try again; nothing was lost",
+                     doing, path, mdb_strerror(error), limit);
+  }
   const Row& row = row_of(error);
   return fail_text(row.status, "cannot %s in database %s: %s; %s", doing, path, mdb_strerror(error),
                    row.advice);

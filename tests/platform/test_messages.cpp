@@ -16,7 +16,7 @@ namespace {
 
 using namespace testing_rov;
 
-bool says(const char* words) {
+bool says(const std::string& words) {
   const bool found = std::string(rov_err_message()).find(words) != std::string::npos;
   EXPECT_TRUE(found) << "'" << words << "' is not in: " << rov_err_message();
   return found;
@@ -47,19 +47,25 @@ class MessagesTest : public DatabaseTest {
   }
 };
 
-TEST_F(MessagesTest, AFullDisk) {
+// Where the limit lies in a page, or in what is written at once, a write is cut short there.
+TEST_F(MessagesTest, AFileThatMayNotGrow) {
   close();
-  in_child([&] {
-    uint32_t db = 0;
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit = {4 << 20, 4 << 20};
-    if (open_database(path(), 0, kClient, &db) != ROV_OK) return false;
-    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return false;
-    // A write that was cut short says no more than that.
-    const uint32_t status = fill(db);
-    if (status == ROV_ERR_IO) return says("the file system's free space; nothing");
-    return status == ROV_ERR_FULL && says("raise the limit of file sizes");
-  });
+  for (const rlim_t bytes : {3U << 20, (3U << 20) + 4096 * 5, (3U << 20) + 1000, (4U << 20) - 1}) {
+    in_child([&] {
+      uint32_t db = 0;
+      signal(SIGXFSZ, SIG_IGN);
+      const rlimit limit = {bytes, bytes};
+      if (open_database(path(), 0, kClient, &db) != ROV_OK) return false;
+      if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return false;
+      return fill(db) == ROV_ERR_FULL &&
+             says("raise the limit of file sizes, which is " + std::to_string(bytes) + " bytes");
+    });
+  }
+}
+
+TEST_F(MessagesTest, AFullDisk) {
+  EXPECT_EQ(rov::engine_fail_at(EFBIG, "p", "commit"), uint32_t{ROV_ERR_FULL});
+  EXPECT_TRUE(says("a file system that takes larger files"));
   EXPECT_EQ(rov::engine_fail_at(ENOSPC, "p", "commit"), uint32_t{ROV_ERR_FULL});
   EXPECT_TRUE(says("free space on the file system"));
   EXPECT_EQ(rov::engine_fail_at(EDQUOT, "p", "commit"), uint32_t{ROV_ERR_FULL});
