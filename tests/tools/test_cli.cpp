@@ -1,6 +1,10 @@
 // The command line itself: what is wrong with it, help, exit codes.
 
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
 
 #include "tools/cli.h"
 #include "tools/support.h"
@@ -9,6 +13,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using tools_test::Outcome;
 using tools_test::run_qimctl;
 
@@ -115,6 +120,56 @@ TEST(CommandLine, fails_when_its_output_can_not_be_written) {
   const Outcome outcome = run_qimctl({"--db", dir / "db", "list"}, {}, "/dev/full");
   EXPECT_EQ(outcome.code, qimctl::exit_output);
   EXPECT_THAT(outcome.err, HasSubstr("cannot write the output"));
+}
+
+// Runs the tool in a shell after `before`, with what it complains in the file `err`.
+int run_after(const std::string& before, const std::string& arguments, const std::string& err) {
+  signal(SIGXFSZ, SIG_DFL);  // which whoever runs tests may ignore, and children would, too
+  const char* emulator = getenv("QIM_EMULATOR");
+  const char* build = getenv("QIM_BUILD_DIR");
+  const std::string tool = std::string(emulator == nullptr ? "" : emulator) + " " +
+                           (build == nullptr ? "." : build) + "/bin/qimctl " + arguments;
+  const int status = system(("exec 2>" + err + "; " + before + "; exec " + tool).c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// The first files that are opened get the numbers of streams that are closed.
+TEST(CommandLine, prints_into_no_file_of_the_database) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "db";
+  const auto example = tools_test::source_dir() / "examples" / "edge-router.rfc8519.json";
+  ASSERT_EQ(run_qimctl({"--db", db, "import", "--lossy", example}).code, 0);
+  const std::string dumped = run_qimctl({"--db", db, "dump"}).out;
+  for (const char* closed : {"exec >&-", "exec <&- >&-"}) {
+    EXPECT_EQ(run_after(closed, "--db " + db + " dump", dir / "err"), qimctl::exit_output);
+    EXPECT_THAT(tools_test::read_text(dir / "err"), HasSubstr("cannot write the output: Bad file"));
+    for (const auto& file : std::filesystem::directory_iterator(db)) {
+      EXPECT_THAT(tools_test::read_text(file.path()), Not(HasSubstr("qim-policy")))
+          << file.path() << " after " << closed;
+    }
+  }
+  EXPECT_EQ(run_qimctl({"--db", db, "dump"}).out, dumped);
+}
+
+// A write that begins behind the limit is refused with a signal, one that ends there is cut short.
+TEST(CommandLine, names_the_limit_of_file_sizes) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "db";
+  const auto examples = tools_test::source_dir() / "examples";
+  ASSERT_EQ(run_qimctl({"--db", db, "import", examples / "edge-all-types.json"}).code, 0);
+  const std::string before = run_qimctl({"--db", db, "dump"}).out;
+  const std::string import =
+      "--db " + db + " import --lossy " + (examples / "edge-router.rfc8519.json").string();
+  // What is counted for coverage must not be cut.
+  const std::string counts = "export GCOV_PREFIX=" + (dir / "counts").string() + "; ";
+  for (const int blocks : {1, 200}) {
+    const std::string limit = counts + "ulimit -f " + std::to_string(blocks);
+    EXPECT_EQ(run_after(limit, import, dir / "err"), qimctl::exit_database);
+    EXPECT_THAT(tools_test::read_text(dir / "err"),
+                HasSubstr("limit of file sizes, which is " + std::to_string(blocks * 512)));
+    EXPECT_EQ(run_qimctl({"--db", db, "dump"}).out, before);
+  }
+  EXPECT_EQ(run_after(":", import + " >/dev/null", dir / "err"), qimctl::exit_ok);
 }
 
 }  // namespace
