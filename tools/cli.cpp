@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <iostream>
+#include <sstream>
 
 #include "rov.h"
 #include "tools/import.h"
@@ -71,7 +73,7 @@ class Commands {
       app_.parse(argc, argv);
       if (app_.get_subcommands().empty()) throw CLI::RequiredError("A subcommand");
     } catch (const CLI::ParseError& error) {
-      return app_.exit(error) == 0 ? exit_ok : exit_usage;
+      return explain(error);
     }
     const int code = action_();
     flush_output();
@@ -79,6 +81,15 @@ class Commands {
   }
 
  private:
+  // Help is output, anything else a complaint.
+  int explain(const CLI::ParseError& error) const {
+    std::ostringstream help;
+    const bool is_help = app_.exit(error, help, std::cerr) == 0;
+    print(help.str());
+    flush_output();
+    return is_help ? exit_ok : exit_usage;
+  }
+
   void add_import() {
     CLI::App* command = app_.add_subcommand("import", "Import policy files, all or nothing");
     const std::map<std::string, Format> formats{{"native", Format::native},

@@ -1,6 +1,9 @@
 // The tool without memory, and with a system that refuses what it asks: an exit code and a message,
 // nothing done by halves, and no wrong answer.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <set>
 #include <sstream>
@@ -132,6 +135,52 @@ TEST_F(ToolFaults, RefusedCallsAreNamedAndNothingIsDoneByHalves) {
   }
   fault::announce("system calls of the tool", 0, tried, "runs with refused ones");
   EXPECT_GE(injected_, tried);
+}
+
+void into_a_full_device() {
+  const int file = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  if (file < 0 || dup2(file, STDOUT_FILENO) < 0) abort();
+}
+
+void into_a_broken_pipe() {
+  int ends[2];
+  signal(SIGPIPE, SIG_IGN);
+  if (pipe2(ends, O_CLOEXEC) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) abort();
+  close(ends[0]);
+}
+
+struct LostOutput {
+  void (*redirect)();
+  const char* cause;
+};
+
+// Only where something would have been printed.
+TEST_F(ToolFaults, OutputThatCanNotBeWrittenIsAFailure) {
+  uint32_t lost = 0;
+  for (const Command& command : fault::all_commands()) {
+    const bool prints = !undisturbed(command).run.out.empty();
+    for (const LostOutput& way : {LostOutput{into_a_full_device, "No space left"},
+                                  LostOutput{into_a_broken_pipe, "Broken pipe"}}) {
+      SCOPED_TRACE(text_of(command) + ": " + way.cause);
+      const fault::Run run = runs_.run_after(way.redirect, command);
+      EXPECT_EQ(run.code, prints ? int{qimctl::exit_output} : int{qimctl::exit_ok});
+      const bool named = run.err.find("cannot write the output") != std::string::npos &&
+                         run.err.find(way.cause) != std::string::npos;
+      EXPECT_EQ(named, prints) << run.err;
+      lost += named ? 1 : 0;
+    }
+  }
+  EXPECT_GT(lost, fault::all_commands().size());
+}
+
+// The work of a command that writes is done before its output.
+TEST_F(ToolFaults, WhatWasToBeStoredIsStoredAllTheSame) {
+  for (const Command& command : fault::all_commands()) {
+    if (command.needs == Needs::kDatabase) continue;
+    const Undisturbed clean = undisturbed(command);
+    runs_.run_after(into_a_full_device, command);
+    EXPECT_EQ(runs_.contents(), clean.after) << text_of(command);
+  }
 }
 
 }  // namespace

@@ -100,12 +100,26 @@ std::string ToolRuns::file_of(const std::string& word) const {
   return word[0] == '@' ? examples_ + word.substr(1) : word;
 }
 
-Run ToolRuns::run_again(const Command& command, const interpose::Plan* plan) {
+std::vector<std::string> ToolRuns::words_of(const Command& command) const {
   std::vector<std::string> words = {"qimctl", "--db", used_};
-  for (const std::string& word : command.words) {
-    words.push_back(file_of(word));
-  }
+  for (const std::string& word : command.words) words.push_back(file_of(word));
+  return words;
+}
+
+Run ToolRuns::run_again(const Command& command, const interpose::Plan* plan) {
+  const std::vector<std::string> words = words_of(command);
   return run_forked([&] { return run_tool(words); }, plan);
+}
+
+Run ToolRuns::run_after(const std::function<void()>& first, const Command& command) {
+  prepare(command.needs);
+  const std::vector<std::string> words = words_of(command);
+  return run_forked(
+      [&] {
+        first();
+        return run_tool(words);
+      },
+      nullptr);
 }
 
 std::string ToolRuns::contents() {

@@ -2,6 +2,7 @@
 #ifndef TESTS_FAULT_TOOL_RUNS_H
 #define TESTS_FAULT_TOOL_RUNS_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,12 +34,15 @@ class ToolRuns {
   Run run(const Command& command, const interpose::Plan* plan);
   // Runs one on what the last run left.
   Run run_again(const Command& command, const interpose::Plan* plan);
+  // Runs one whose process does something else first.
+  Run run_after(const std::function<void()>& first, const Command& command);
   // What the database of the last run holds, as text. "" when there is none.
   std::string contents();
 
  private:
   void prepare(Needs needs);
   std::string file_of(const std::string& word) const;
+  std::vector<std::string> words_of(const Command& command) const;
 
   testing_rov::TemporaryDirectory directory_;
   std::string examples_;
