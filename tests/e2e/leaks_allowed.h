@@ -1,7 +1,15 @@
 // Memory that may stay allocated for good: what is taken while one of these lives is not reported.
 #pragma once
 
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__)
+#define QIM_LEAKS_ARE_REPORTED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QIM_LEAKS_ARE_REPORTED
+#endif
+#endif
+
+#ifdef QIM_LEAKS_ARE_REPORTED
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -9,7 +17,7 @@ namespace e2e {
 
 class LeaksAllowed {
  public:
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QIM_LEAKS_ARE_REPORTED
   LeaksAllowed() {
     __lsan_disable();
   }

@@ -26,10 +26,13 @@ class Reader {
 
   uint64_t digest() const { return digest_; }
   const std::string& message() const { return message_; }
+  uint32_t status() const { return status_; }
+  uint64_t nodes() const { return nodes_; }
 
  private:
   bool ends(uint32_t status, uint32_t expected) {
     if (status == expected) return true;
+    status_ = status;
     message_ = std::string(rov_status_name(status)) + ": " + rov_err_message();
     return false;
   }
@@ -48,6 +51,7 @@ class Reader {
         rov_node_data_get(ses_, parms.id, parms.tlv_len, tlv.data(), parms.dset_len, dset.data(),
                           parms.priv_len, priv.data());
     if (!ends(status, ROV_OK)) return false;
+    ++nodes_;
     add(parms.id.word, sizeof parms.id.word);
     add(parms.flags);
     for (const auto* part : {&tlv, &dset, &priv}) {
@@ -95,6 +99,8 @@ class Reader {
   uint32_t ses_;
   uint64_t digest_ = 0xcbf29ce484222325;
   std::string message_;
+  uint32_t status_ = ROV_OK;
+  uint64_t nodes_ = 0;
 };
 
 }  // namespace
@@ -102,13 +108,16 @@ class Reader {
 Contents read_contents(uint32_t db) {
   Contents contents;
   uint32_t ses = 0;
-  if (rov_ses_open_ro(db, &ses) != ROV_OK) {
+  contents.status = rov_ses_open_ro(db, &ses);
+  if (contents.status != ROV_OK) {
     contents.message = rov_err_message();
     return contents;
   }
   Reader reader(ses);
   contents.good = reader.read();
   contents.message = reader.message();
+  contents.status = reader.status();
+  contents.nodes = reader.nodes();
   contents.digest = reader.digest();
   rov_ses_close(ses);
   return contents;

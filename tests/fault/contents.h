@@ -10,6 +10,8 @@ namespace fault {
 struct Contents {
   bool good = false;    // everything could be read
   std::string message;  // what failed
+  uint32_t status = 0;  // with what
+  uint64_t nodes = 0;
   uint64_t digest =
       0;  // of every node with its parts, links and referrers, and of the data sets in order
 };

@@ -1,13 +1,8 @@
 // Command lines, one word a line, in a directory of their own with a database that has the
 // examples.
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <vector>
 
+#include "tests/fuzz/place.h"
 #include "tests/fuzz/targets.h"
 #include "tools/cli.h"
 
@@ -16,44 +11,28 @@ namespace {
 
 namespace fs = std::filesystem;
 
-int run(const std::vector<std::string>& words) {
-  std::vector<const char*> argv;
-  for (const std::string& word : words) argv.push_back(word.c_str());
-  return qimctl::run(static_cast<int>(argv.size()), argv.data());
-}
-
-// The place goes away with the process.
-class Place {
+// A place to run commands in.
+class Room {
  public:
-  Place() {
-    const char* source = getenv("QIM_SOURCE_DIR");
-    const fs::path examples = fs::absolute(source == nullptr ? "." : source) / "examples";
-    std::string name = (fs::temp_directory_path() / "fuzz-XXXXXX").string();
-    require(mkdtemp(name.data()) != nullptr, "there is a temporary directory");
-    path_ = name;
-    before_ = fs::current_path();
-    fs::copy(examples / "edge-all-types.json", path_ / "policy.json");
-    fs::current_path(path_);
-    require(run({"qimctl", "import", "policy.json"}) == qimctl::exit_ok, "the examples import");
-    fs::current_path(before_);
+  Room() : before_(fs::current_path()) {
+    fs::copy(example("edge-all-types.json"), place_.path() / "policy.json");
+    enter();
+    require(run_tool({"import", "policy.json"}) == qimctl::exit_ok, "the examples import");
+    leave();
   }
-  ~Place() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  void enter() const { fs::current_path(path_); }
+  void enter() const { fs::current_path(place_.path()); }
   void leave() const { fs::current_path(before_); }
 
  private:
-  fs::path path_;
+  Place place_;
   fs::path before_;
 };
 
 // Words that lead out of the place are not for here.
 std::vector<std::string> words_of(const uint8_t* bytes, size_t size) {
-  std::vector<std::string> words = {"qimctl"};
+  std::vector<std::string> words;
   std::string word;
-  for (size_t n = 0; n < size && words.size() < 30; ++n) {
+  for (size_t n = 0; n < size && words.size() < 29; ++n) {
     const char letter = static_cast<char>(bytes[n]);
     if (letter == '\n') {
       words.push_back(word);
@@ -69,16 +48,16 @@ std::vector<std::string> words_of(const uint8_t* bytes, size_t size) {
 }  // namespace
 
 void command(const uint8_t* bytes, size_t size) {
-  static const Place place;
+  static const Room room;
   std::vector<std::string> words = words_of(bytes, size);
   // Nothing comes that could be waited for.
   if (std::find(words.begin(), words.end(), "watch") != words.end()) {
     words.insert(words.end(), {"--timeout", "0"});
   }
-  place.enter();
-  const int code = run(words);
-  place.leave();
-  require(code >= 0 && code <= qimctl::exit_output, "there is such an exit code");
+  room.enter();
+  const int code = run_tool(words);
+  room.leave();
+  require(code >= 0 && code <= qimctl::exit_defects, "there is such an exit code");
 }
 
 }  // namespace fuzz

@@ -14,6 +14,8 @@ void dsetname(const uint8_t* bytes, size_t size);
 void native(const uint8_t* bytes, size_t size);
 void rfc8519(const uint8_t* bytes, size_t size);
 void command(const uint8_t* bytes, size_t size);
+void image(const uint8_t* bytes, size_t size);
+void dump(const uint8_t* bytes, size_t size);
 
 // Ends the process when a promise does not hold.
 void require(bool holds, const char* promise);
