@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <regex>
+#include <unordered_map>
 
 namespace qimctl {
 
@@ -39,6 +40,13 @@ bool properties_met(const json& properties, const json& value) {
   return true;
 }
 
+// Compiling an expression costs a thousand times what a search with it does; a schema has few.
+const std::regex& compiled(const std::string& pattern) {
+  static std::unordered_map<std::string, std::regex> all;
+  const auto at = all.find(pattern);
+  return at != all.end() ? at->second : all.emplace(pattern, pattern).first->second;
+}
+
 }  // namespace
 
 const json* member_schema(const json& schema, const std::string& member) {
@@ -47,7 +55,7 @@ const json* member_schema(const json& schema, const std::string& member) {
   const auto patterns = schema.find("patternProperties");
   if (patterns == schema.end()) return nullptr;
   for (const auto& [pattern, inner] : patterns->items()) {
-    if (std::regex_search(member, std::regex(pattern))) return &inner;
+    if (std::regex_search(member, compiled(pattern))) return &inner;
   }
   return nullptr;
 }

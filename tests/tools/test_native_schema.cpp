@@ -167,6 +167,17 @@ TEST(NativeSchema, names_links_by_slot_or_code) {
   EXPECT_EQ(problems_with(R"({"id": 1, "type": "Def", "links": {"ln_301": 0}})").size(), 1u);
 }
 
+TEST(NativeSchema, names_private_data_by_client) {
+  const std::string expected = "expected an object whose members are named by clients";
+  for (const char* client : {"7", "0x", "0x123456789", "0xg", "x0x1", ""}) {
+    const std::string node = R"({"id": 1, "type": "Def", "private": {"0x7": "00", ")" +
+                             std::string(client) + R"(": "00"}})";
+    EXPECT_THAT(problems_with(node), ElementsAre(testing::HasSubstr(expected))) << client;
+  }
+  EXPECT_THAT(problems_with(R"({"id": 1, "type": "Def", "private": {"0x7": 7}})"),
+              ElementsAre(testing::HasSubstr("/nodes/0/private/0x7: is 7; expected")));
+}
+
 TEST(NativeSchema, keeps_data_set_names_to_the_types_that_have_them) {
   const std::string dset = R"("dset": {"dest": {"fmt": 1}})";
   for (const char* type : {"Filter", "Action", "Ifelse", "Hfilter", "Haction", "Police", "Group",
