@@ -31,15 +31,22 @@ void give_first(uint32_t count, const mem_request_t* requests) {
   }
 }
 
-}  // namespace
-
-extern "C" uint32_t mem_zalloc(uint32_t size, rov_mem_ctx_t* pool, void** out) {
-  if (out == nullptr) return ROV_ERR_INVALID;
+[[gnu::noinline]] uint32_t take_with(uint32_t size, const rov_mem_ctx_t* pool, void** out) {
   *out = nullptr;
   if (!knows(pool)) return ROV_ERR_INVALID;
   if (size == 0) return ROV_OK;
   *out = mem::take(size, limit_of(pool));
   return *out != nullptr ? ROV_OK : ROV_ERR_NO_MEM;
+}
+
+}  // namespace
+
+extern "C" uint32_t mem_zalloc(uint32_t size, rov_mem_ctx_t* pool, void** out) {
+  if (out == nullptr) return ROV_ERR_INVALID;
+  void* block = mem::take_at_hand(size, pool);
+  if (block == nullptr) return take_with(size, pool, out);
+  *out = block;
+  return ROV_OK;
 }
 
 extern "C" uint32_t mem_alloc_ary(uint32_t count, const mem_request_t* requests,

@@ -25,13 +25,11 @@ inline constexpr size_t kAlign = 16;
 
 struct alignas(kAlign) Head {
   uint32_t size;  // bytes asked for
-  uint32_t bin;   // index of the size class, kNoBin for a block of the C library's own
+  uint32_t bin;   // index of the size class
   uintptr_t tag;  // tag_of(head) while the block is live, 0 after
 };
 static_assert(sizeof(Head) == kAlign, "a block must stay as aligned as its head");
 static_assert(alignof(std::max_align_t) <= kAlign, "a block must suit every object");
-
-inline constexpr uint32_t kNoBin = 0xffffffff;
 
 inline void* block_of(Head* head) {
   return head + 1;

@@ -28,11 +28,11 @@ constexpr std::array<uint32_t, kBins> make_bin_sizes() {
 inline constexpr std::array<uint32_t, kBins> kBinSize = make_bin_sizes();
 static_assert(kBinSize.back() == kMaxPooled);
 
-constexpr std::array<uint8_t, kMaxPooled / kStep + 1> make_bin_index() {
-  std::array<uint8_t, kMaxPooled / kStep + 1> index{};
+constexpr std::array<uint8_t, kMaxPooled / kStep> make_bin_index() {
+  std::array<uint8_t, kMaxPooled / kStep> index{};
   size_t bin = 0;
   for (uint32_t steps = 0; steps < index.size(); ++steps) {
-    if (steps * kStep > kBinSize[bin]) ++bin;
+    if ((steps + 1) * kStep > kBinSize[bin]) ++bin;
     index[steps] = static_cast<uint8_t>(bin);
   }
   return index;
@@ -42,7 +42,7 @@ inline constexpr auto kBinIndex = make_bin_index();
 
 // The class for `size` bytes, 1 to kMaxPooled.
 inline uint32_t bin_of(uint32_t size) {
-  return kBinIndex[(size + kStep - 1) / kStep];
+  return kBinIndex[(size - 1) / kStep];
 }
 
 }  // namespace mem

@@ -17,7 +17,7 @@ inline constexpr uint32_t kMaxDepth = 8;    // records within one another, the o
 inline constexpr uint32_t kMaxFields = 64;  // of a table
 inline constexpr uint32_t kMaxFieldId = 0xffff;
 
-// One level of records, while it lives.
+// While it lives, records that are coded lie within one more record.
 class Level {
  public:
   Level() { ++depth_; }
@@ -25,7 +25,8 @@ class Level {
   Level(const Level&) = delete;
   Level& operator=(const Level&) = delete;
 
-  bool too_deep() const { return depth_ > kMaxDepth; }
+  // Whether a record would be nested too deep.
+  static bool is_last() { return depth_ >= kMaxDepth; }
 
  private:
   static constinit thread_local uint32_t depth_ __attribute__((tls_model("initial-exec")));
@@ -75,10 +76,19 @@ inline bool is_sound(const tlvo_field_t& field, const tlvo_table_t& table) {
 // Decodes the attributes in `len` bytes at `tlva` into `record`.
 uint32_t decode_record(void* record, const void* tlva, uint32_t len, const tlvo_table_t* table);
 
-// Encodes `record` into at most `room` bytes at `tlva`; *len receives the bytes and *count the
-// attributes written.
-uint32_t encode_record(void* tlva, uint32_t room, const tlvo_table_t* table, const void* record,
-                       uint32_t* len, uint32_t* count);
+// The end of what was encoded, and how that went.
+struct Encoded {
+  uint8_t* end;
+  size_t status;
+};
+
+inline Encoded failed(uint32_t status) {
+  return {nullptr, status};
+}
+
+// Encodes `record` at `at`, not beyond `end`.
+Encoded encode_record(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
+                      const void* record);
 
 // Reports an argument, counted from 1, that is missing or out of its range: ROV_ERR_INVALID.
 uint32_t missing(uint32_t argument);

@@ -1,8 +1,10 @@
 #include <cinttypes>
 #include <cstddef>
+#include <cstring>
 
 #include "platform/error.h"
 #include "platform/tlv_codec.h"
+#include "platform/tlv_plan.h"
 
 namespace tlv {
 namespace {
@@ -57,7 +59,7 @@ struct List {
 // Whether the attribute at `at` is one of that field's, whole and without padding.
 inline bool is_whole(const uint8_t* at, const uint8_t* end, const tlvo_table_t& table,
                      const tlvo_field_t& field) {
-  const auto left = static_cast<size_t>(end - at);
+  const auto left = bytes_between(at, end);
   if (left < kHeadBytes) return false;
   const uint32_t len = rov::load_be32(at + 4);
   return rov::load_be32(at) == tag_of(table.struct_id, field.id) && len % 4 == 0 &&
@@ -77,6 +79,7 @@ inline uint32_t take_elements(Place* place, const uint8_t* end, void* record,
                               const tlvo_table_t& table, List* list) {
   do {
     const uint32_t len = rov::load_be32(place->at + 4);
+    const Level level;
     const uint32_t status = list->field->decode(record, place->at + kHeadBytes, len, &list->iter);
     if (status != ROV_OK) return status;
     place->at += kHeadBytes + len;
@@ -87,6 +90,7 @@ inline uint32_t take_elements(Place* place, const uint8_t* end, void* record,
 // Decodes an embedded record or a value.
 inline uint32_t take_nested(const tlvo_field_t& field, uint8_t* record, const uint8_t* value,
                             uint32_t len) {
+  const Level level;
   if (field.kind == TLVO_KIND_RECORD) {
     return decode_record(record + field.position, value, len, field.record);
   }
@@ -208,6 +212,7 @@ class Decoder {
     while (list < lists_ && list_[list].field != &field) ++list;
     if (list == kMaxLists) return refuse(ROV_ERR_TLV_TABLE, attribute);
     if (list == lists_) list_[lists_++] = List{&field, nullptr};
+    const Level level;
     return field.decode(record_, attribute.value(), attribute.len, &list_[list].iter);
   }
 
@@ -237,8 +242,8 @@ class Decoder {
 
 // Decodes what follows the fields that were taken up to `place`: as mostly, the list that the table
 // has next and nothing more, or anything.
-[[gnu::noinline]] uint32_t decode_rest(void* record, const uint8_t* begin, const uint8_t* end,
-                                       const tlvo_table_t& table, Place place) {
+uint32_t decode_rest(void* record, const uint8_t* begin, const uint8_t* end,
+                     const tlvo_table_t& table, Place place) {
   List list{nullptr, nullptr};
   const tlvo_field_t& field = *place.next;
   if (field.kind == TLVO_KIND_LIST && is_whole(place.at, end, table, field) &&
@@ -250,25 +255,123 @@ class Decoder {
   return Decoder(record, begin, end, table, list).run(place);
 }
 
-}  // namespace
+// Takes integers for as long as they are what the plan expects, up to *step; returns where it
+// stopped.
+inline const uint8_t* take_planned(const Step** step, const uint8_t* at, uint8_t* record) {
+  const Step* next = *step;
+  for (Follow follow = next->follow; is_integer(follow); follow = (++next)->follow) {
+    if (rov::load<uint64_t>(at) != next->head) break;
+    if (follow == Follow::kInt4) {
+      copy_int<uint32_t>(record + next->position, at + kHeadBytes);
+      at += kHeadBytes + 4;
+    } else {
+      copy_int<uint64_t>(record + next->position, at + kHeadBytes);
+      at += kHeadBytes + 8;
+    }
+  }
+  *step = next;
+  return at;
+}
 
-uint32_t decode_record(void* record, const void* tlva, uint32_t len, const tlvo_table_t* table) {
-  const Level level;
-  if (level.too_deep() || table == nullptr) return refuse_record(table);
-  const auto* begin = static_cast<const uint8_t*>(tlva);
-  const uint8_t* end = begin + len;
+// Decodes what follows the fields that were taken up to `place`, by a table without a plan or data
+// that the plan does not expect.
+[[gnu::noinline]] uint32_t decode_fields(void* record, const uint8_t* begin, const uint8_t* end,
+                                         const tlvo_table_t& table, Place place) {
   auto* bytes = static_cast<uint8_t*>(record);
-  Place place{begin, fields_of(table)};
   while (true) {
-    place = take_integers(place, end, bytes, *table);
+    place = take_integers(place, end, bytes, table);
     if (place.at == end) return ROV_OK;
-    if (!is_expected(place, end, *table)) return decode_rest(record, begin, end, *table, place);
+    if (!is_expected(place, end, table)) return decode_rest(record, begin, end, table, place);
     const uint32_t nested = rov::load_be32(place.at + 4);
     const uint32_t status = take_nested(*place.next, bytes, place.at + kHeadBytes, nested);
     if (status != ROV_OK) return status;
     place.at += kHeadBytes + nested;
     ++place.next;
   }
+}
+
+// Whether an attribute of the step's field lies at `at`, whole and without padding.
+inline bool is_at(const uint8_t* at, const uint8_t* end, const Step* step) {
+  const auto left = bytes_between(at, end);
+  if (left < kHeadBytes || std::memcmp(at, &step->head, 4) != 0) return false;
+  const uint32_t len = rov::load_be32(at + 4);
+  return len % 4 == 0 && len <= left - kHeadBytes;
+}
+
+// Decodes what the data have beyond what the plan expects.
+[[gnu::noinline]] uint32_t leave_plan(void* record, const uint8_t* begin, const uint8_t* end,
+                                      const uint8_t* at, const Step* step) {
+  return decode_fields(record, begin, end, *step->table, Place{at, step->field});
+}
+
+// Decodes the elements of the list that the plan has next, and what follows them: as mostly,
+// nothing.
+[[gnu::noinline]] uint32_t decode_list(void* record, const uint8_t* begin, const uint8_t* end,
+                                       const uint8_t* at, const Step* step) {
+  void* iter = nullptr;
+  do {
+    const uint8_t* const value = at + kHeadBytes;
+    const uint32_t len = rov::load_be32(at + 4);
+    at = value + len;
+    const Level level;
+    const uint32_t status = step->field->decode(record, value, len, &iter);
+    if (status != ROV_OK || at == end) return status;
+  } while (is_at(at, end, step));
+  const List list{step->field, iter};
+  return Decoder(record, begin, end, *step->table, list).run(Place{at, step->field + 1});
+}
+
+inline uint32_t decode_nested(void* record, const uint8_t* value, uint32_t len, const Step* step) {
+  const Level level;
+  if (step->follow == Follow::kRecord) {
+    auto* const field = static_cast<uint8_t*>(record) + step->position;
+    return decode_record(field, value, len, step->field->record);
+  }
+  void* iter = nullptr;
+  return step->field->decode(record, value, len, &iter);
+}
+
+// Decodes for as long as the data are what the plan expects, field by field in the table's order,
+// and leaves the rest to those who take anything.
+[[gnu::noinline]] uint32_t decode_planned(void* record, const uint8_t* begin, const uint8_t* end,
+                                          const Step* step) {
+  const uint8_t* at = begin;
+  while (true) {
+    if (bytes_between(at, end) < step->run) break;
+    at = take_planned(&step, at, static_cast<uint8_t*>(record));
+    if (at == end) return ROV_OK;
+    if (!is_called(step->follow) || !is_at(at, end, step)) break;
+    if (step->follow == Follow::kList) return decode_list(record, begin, end, at, step);
+    const uint8_t* const value = at + kHeadBytes;
+    const uint32_t len = rov::load_be32(at + 4);
+    at = value + len;
+    const uint32_t status = decode_nested(record, value, len, step);
+    if (status != ROV_OK || at == end) return status;
+    ++step;
+  }
+  return leave_plan(record, begin, end, at, step);
+}
+
+[[gnu::noinline]] uint32_t decode_unplanned(void* record, const uint8_t* begin, const uint8_t* end,
+                                            const tlvo_table_t* table) {
+  const Step* step = make_plan(table);
+  if (step != nullptr) return decode_planned(record, begin, end, step);
+  return decode_fields(record, begin, end, *table, Place{begin, fields_of(table)});
+}
+
+}  // namespace
+
+uint32_t decode_record(void* record, const void* tlva, uint32_t len, const tlvo_table_t* table) {
+  if (Level::is_last() || table == nullptr) return refuse_record(table);
+  const auto* begin = static_cast<const uint8_t*>(tlva);
+  const auto* end = begin + len;
+  const Step* step = ready_plan(table);
+  if (step == nullptr) return decode_unplanned(record, begin, end, table);
+  if (step->whole != len) return decode_planned(record, begin, end, step);
+  // As many integers as the table has, and no record within this one.
+  const uint8_t* at = take_planned(&step, begin, static_cast<uint8_t*>(record));
+  if (at == end) return ROV_OK;
+  return leave_plan(record, begin, end, at, step);
 }
 
 }  // namespace tlv

@@ -1,8 +1,10 @@
 #include <cinttypes>
 #include <cstddef>
+#include <cstring>
 
 #include "platform/error.h"
 #include "platform/tlv_codec.h"
+#include "platform/tlv_plan.h"
 
 namespace tlv {
 namespace {
@@ -10,10 +12,9 @@ namespace {
 // The part of the output buffer that is left.
 struct Writer {
   uint8_t* at;
-  uint8_t* const end;
-  uint32_t count = 0;  // attributes written
+  const uint8_t* end;
 
-  size_t left() const { return static_cast<size_t>(end - at); }
+  size_t left() const { return bytes_between(at, end); }
   uint32_t room_for_value() const {
     return left() < kHeadBytes ? 0 : static_cast<uint32_t>(left() - kHeadBytes);
   }
@@ -24,11 +25,10 @@ struct Writer {
   // without room.
   bool finish(uint32_t tag, uint32_t len) {
     if (!has_room(len)) return false;
-    rov::store(at, swap_be(uint64_t{tag} << 32 | len));
+    rov::store(at, head_of(tag, len));
     uint8_t* const next = at + kHeadBytes + padded(len);
     for (uint8_t* pad = at + kHeadBytes + len; pad != next; ++pad) *pad = 0;
     at = next;
-    ++count;
     return true;
   }
 };
@@ -40,7 +40,6 @@ struct Writer {
                                                                const tlvo_field_t* field,
                                                                const tlvo_field_t* stop,
                                                                const uint8_t* record) {
-  const tlvo_field_t* const first = field;
   const uint64_t struct_tag = uint64_t{table.struct_id} << 48;
   uint8_t* at = out->at;
   for (; field->kind == TLVO_KIND_INT && field != stop && has_place(*field, table); ++field) {
@@ -59,8 +58,14 @@ struct Writer {
     }
   }
   out->at = at;
-  out->count += static_cast<uint32_t>(field - first);
   return field;
+}
+
+// Says which field can't be encoded.
+[[gnu::cold, gnu::noinline]] uint32_t refuse(uint32_t status, const tlvo_table_t& table,
+                                             const tlvo_field_t& field) {
+  return rov::fail_text(status, "TLV data of %s, field %" PRIu32 ": %s", name_of(table), field.id,
+                        rov_status_text(status));
 }
 
 // Puts what is no common integer.
@@ -102,11 +107,10 @@ class Encoder {
 
   uint32_t put_record(const tlvo_field_t& field) {
     if (!out_.has_room(0)) return refuse(ROV_ERR_TLV_ROOM, field);
-    uint32_t len = 0;
-    uint32_t count = 0;
-    const uint32_t status = encode_record(out_.value(), out_.room_for_value(), field.record,
-                                          record_ + field.position, &len, &count);
-    return status == ROV_OK ? finish(field, len) : status;
+    const Encoded inner =
+        encode_record(out_.value(), out_.end, field.record, record_ + field.position);
+    if (inner.status != ROV_OK) return static_cast<uint32_t>(inner.status);
+    return finish(field, static_cast<uint32_t>(inner.end - out_.value()));
   }
 
   uint32_t put_value(const tlvo_field_t& field) {
@@ -154,10 +158,8 @@ class Encoder {
     return ROV_OK;
   }
 
-  // Says which field can't be encoded.
-  [[gnu::cold, gnu::noinline]] uint32_t refuse(uint32_t status, const tlvo_field_t& field) const {
-    return rov::fail_text(status, "TLV data of %s, field %" PRIu32 ": %s", name_of(table_),
-                          field.id, rov_status_text(status));
+  uint32_t refuse(uint32_t status, const tlvo_field_t& field) const {
+    return tlv::refuse(status, table_, field);
   }
 
   Writer& out_;
@@ -166,27 +168,174 @@ class Encoder {
   const uint8_t* record_;
 };
 
-}  // namespace
-
-uint32_t encode_record(void* tlva, uint32_t room, const tlvo_table_t* table, const void* record,
-                       uint32_t* len, uint32_t* count) {
+// Puts the fields from `field` on, each as its descriptor says.
+[[gnu::noinline]] Encoded encode_fields(Writer out, const tlvo_table_t& table,
+                                        const tlvo_field_t* field, const uint8_t* record) {
   const Level level;
-  if (level.too_deep() || table == nullptr) return refuse_record(table);
-  auto* const begin = static_cast<uint8_t*>(tlva);
-  Writer out{begin, begin + room};
-  const auto* from = static_cast<const uint8_t*>(record);
-  const tlvo_field_t* const stop = fields_of(table) + kMaxFields;
-  const tlvo_field_t* field = fields_of(table);
+  const tlvo_field_t* const stop = fields_of(&table) + kMaxFields;
   while (true) {
-    field = put_integers(&out, *table, field, stop, from);
-    if (is_end(*field)) break;
-    const uint32_t status = Encoder(&out, *table, record).take(*field);
-    if (status != ROV_OK) return status;
+    field = put_integers(&out, table, field, stop, record);
+    if (is_end(*field)) return {out.at, ROV_OK};
+    const uint32_t status = Encoder(&out, table, record).take(*field);
+    if (status != ROV_OK) return failed(status);
     ++field;
   }
-  *len = static_cast<uint32_t>(out.at - begin);
-  *count = out.count;
-  return ROV_OK;
+}
+
+// Puts the integers that the plan has next. The caller has made sure of the room.
+inline uint8_t* put_run(const Step** step, uint8_t* at, const uint8_t* record) {
+  const Step* next = *step;
+  for (Follow follow = next->follow; is_integer(follow); follow = (++next)->follow) {
+    rov::store(at, next->head);
+    if (follow == Follow::kInt4) {
+      copy_int<uint32_t>(at + kHeadBytes, record + next->position);
+      at += kHeadBytes + 4;
+    } else {
+      copy_int<uint64_t>(at + kHeadBytes, record + next->position);
+      at += kHeadBytes + 8;
+    }
+  }
+  *step = next;
+  return at;
+}
+
+// What a callback is asked for a value, and what it answers.
+struct Value {
+  void* iter = nullptr;
+  uint32_t len = 0;
+  uint32_t done = 0;
+};
+
+// Has a callback put the value of the attribute at `at`, which has room for a head.
+inline uint32_t put_value(uint8_t* at, const uint8_t* end, const Step* step, const uint8_t* record,
+                          Value* value) {
+  value->len = static_cast<uint32_t>(bytes_between(at, end)) - kHeadBytes;
+  return step->field->encode(record, &value->iter, at + kHeadBytes, &value->len, &value->done);
+}
+
+// Puts the head of the attribute at `at`, whose value is there, and padding; returns the end of it,
+// nullptr without the room.
+inline uint8_t* close(uint8_t* at, const uint8_t* end, const Step* step, uint32_t len) {
+  if (padded(len) > bytes_between(at, end) - kHeadBytes) return nullptr;
+  rov::store(at, step->head | swap_be(uint64_t{len}));
+  at += kHeadBytes + len;
+  for (; len % 4 != 0; ++len) *at++ = 0;
+  return at;
+}
+
+// Of a value that its callback says to be longer than there was room for it, or for its padding.
+[[gnu::cold, gnu::noinline]] Encoded refuse_value(const uint8_t* at, const uint8_t* end,
+                                                  const Step* step, uint32_t len) {
+  const bool beyond = len > bytes_between(at, end) - kHeadBytes;
+  const uint32_t status = beyond ? ROV_ERR_TLV_TABLE : ROV_ERR_TLV_ROOM;
+  return failed(refuse(status, *step->table, *step->field));
+}
+
+// Puts the elements of a list.
+[[gnu::noinline]] Encoded put_list(uint8_t* at, const uint8_t* end, const Step* step,
+                                   const uint8_t* record) {
+  const Level level;
+  if (step->field->count(record) == 0) return {at, ROV_OK};
+  Value value;
+  do {
+    if (bytes_between(at, end) < kHeadBytes) {
+      return failed(refuse(ROV_ERR_TLV_ROOM, *step->table, *step->field));
+    }
+    const uint32_t status = put_value(at, end, step, record, &value);
+    if (status != ROV_OK) return failed(status);
+    uint8_t* const next = close(at, end, step, value.len);
+    if (next == nullptr) return refuse_value(at, end, step, value.len);
+    at = next;
+  } while (value.done == 0);
+  return {at, ROV_OK};
+}
+
+// Puts an embedded record, for which there is room for a head.
+inline Encoded put_record(uint8_t* at, const uint8_t* end, const Step* step,
+                          const uint8_t* record) {
+  const Level level;
+  const Encoded inner =
+      encode_record(at + kHeadBytes, end, step->field->record, record + step->position);
+  if (inner.status != ROV_OK) return inner;
+  const auto len = static_cast<uint32_t>(inner.end - at) - kHeadBytes;
+  uint8_t* const next = close(at, end, step, len);
+  return next != nullptr ? Encoded{next, ROV_OK} : refuse_value(at, end, step, len);
+}
+
+// Puts a value, for which there is room for a head.
+inline Encoded put_single(uint8_t* at, const uint8_t* end, const Step* step,
+                          const uint8_t* record) {
+  const Level level;
+  Value value;
+  const uint32_t status = put_value(at, end, step, record, &value);
+  if (status != ROV_OK) return failed(status);
+  // A value of no bytes has no attribute: decoding nothing gives the same record.
+  if (value.len == 0) return {at, ROV_OK};
+  uint8_t* const next = close(at, end, step, value.len);
+  return next != nullptr ? Encoded{next, ROV_OK} : refuse_value(at, end, step, value.len);
+}
+
+// Puts the fields that the plan has from `step` on.
+[[gnu::noinline]] Encoded encode_steps(uint8_t* at, const uint8_t* end, const Step* step,
+                                       const uint8_t* record) {
+  for (;; ++step) {
+    if (bytes_between(at, end) < step->run) break;
+    at = put_run(&step, at, record);
+    if (step->follow == Follow::kEnd) return {at, ROV_OK};
+    if (!is_called(step->follow) || bytes_between(at, end) < kHeadBytes) break;
+    Encoded field{};
+    if (step->follow == Follow::kRecord) {
+      field = put_record(at, end, step, record);
+    } else if (step->follow == Follow::kList) {
+      field = put_list(at, end, step, record);
+    } else {
+      field = put_single(at, end, step, record);
+    }
+    if (field.status != ROV_OK) return field;
+    at = field.end;
+  }
+  return encode_fields({at, end}, *step->table, step->field, record);
+}
+
+// Puts what most plans are: integers, then a value.
+[[gnu::noinline]] Encoded encode_planned(uint8_t* at, const uint8_t* end, const Step* step,
+                                         const uint8_t* record) {
+  if (bytes_between(at, end) < step->run) {
+    return encode_fields({at, end}, *step->table, step->field, record);
+  }
+  at = put_run(&step, at, record);
+  if (step->follow != Follow::kValue || bytes_between(at, end) < kHeadBytes) {
+    return encode_steps(at, end, step, record);
+  }
+  const Encoded field = put_single(at, end, step, record);
+  if (field.status != ROV_OK) return field;
+  ++step;
+  if (step->follow == Follow::kEnd) return field;
+  return encode_steps(field.end, end, step, record);
+}
+
+[[gnu::cold, gnu::noinline]] Encoded refuse_deep(const tlvo_table_t* table) {
+  return failed(refuse_record(table));
+}
+
+[[gnu::noinline]] Encoded encode_unplanned(uint8_t* at, const uint8_t* end,
+                                           const tlvo_table_t* table, const uint8_t* record) {
+  const Step* step = make_plan(table);
+  if (step != nullptr) return encode_planned(at, end, step, record);
+  return encode_fields({at, end}, *table, fields_of(table), record);
+}
+
+}  // namespace
+
+Encoded encode_record(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
+                      const void* record) {
+  if (Level::is_last() || table == nullptr) return refuse_deep(table);
+  const auto* const from = static_cast<const uint8_t*>(record);
+  const Step* step = ready_plan(table);
+  if (step == nullptr) return encode_unplanned(at, end, table, from);
+  if (step->whole > bytes_between(at, end)) return encode_planned(at, end, step, from);
+  // Nothing but integers, and no record within this one.
+  return {put_run(&step, at, from), ROV_OK};
 }
 
 }  // namespace tlv

@@ -23,6 +23,8 @@ class Journal {
   // Bytes of those blocks.
   uint64_t bytes() const;
 
+  // Whether there is a journal on the thread.
+  static bool is_kept() { return journals_ != 0; }
   // Makes room for one more entry, so that enter() can't fail. False when there is no memory. Does
   // nothing on a thread without a journal.
   static bool reserve() { return journals_ == 0 || reserve_one(); }

@@ -36,24 +36,26 @@ void* last_of(const tlvo_list_t& list, const void* record) {
   return last;
 }
 
-uint32_t make_element(const tlvo_list_t& list, void* record, void** element) {
-  if (!tlv::Journal::reserve()) {
-    return rov::fail(ROV_ERR_NO_MEM, rov::Note::kNoMemory, list.element->record_size);
-  }
-  uint32_t size = 0;
-  const uint32_t status = list.alloc(record, element, const_cast<tlvo_list_t*>(&list), &size);
-  if (status != ROV_OK) return status;
-  if (*element == nullptr) return refuse_list();
-  tlv::Journal::enter(*element, size);
-  return ROV_OK;
-}
-
 // Appends `element` after `tail`, or as the first one, and counts it.
 void append(const tlvo_list_t& list, void* record, void* tail, void* element) {
   tlv::store_pointer(tail != nullptr ? list.link->head(tail) : list.head(record), element);
   if (list.aux == nullptr) return;
   void* counter = list.aux(record);
   rov::store(counter, rov::load<uint32_t>(counter) + 1);
+}
+
+// An element in *element, which the thread's journal knows if there is one.
+uint32_t make_element(const tlvo_list_t& list, void* record, void** element) {
+  const bool entered = tlv::Journal::is_kept();
+  if (entered && !tlv::Journal::reserve()) {
+    return rov::fail(ROV_ERR_NO_MEM, rov::Note::kNoMemory, list.element->record_size);
+  }
+  uint32_t size = 0;
+  const uint32_t status = list.alloc(record, element, const_cast<tlvo_list_t*>(&list), &size);
+  if (status != ROV_OK) return status;
+  if (*element == nullptr) return refuse_list();
+  if (entered) tlv::Journal::enter(*element, size);
+  return ROV_OK;
 }
 
 }  // namespace
@@ -72,9 +74,10 @@ extern "C" uint32_t rov_tlv_from_listel(const tlvo_list_t* list, const void* rec
     *done = 1;
     return ROV_OK;
   }
-  uint32_t count = 0;
-  const uint32_t status = tlv::encode_record(out, *len, list->element, element, len, &count);
-  if (status != ROV_OK) return status;
+  auto* const begin = static_cast<uint8_t*>(out);
+  const tlv::Encoded written = tlv::encode_record(begin, begin + *len, list->element, element);
+  if (written.status != ROV_OK) return static_cast<uint32_t>(written.status);
+  *len = static_cast<uint32_t>(written.end - begin);
   *iter = after(*list, element);
   *done = *iter == nullptr ? 1 : 0;
   return ROV_OK;

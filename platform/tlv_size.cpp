@@ -25,8 +25,8 @@ uint64_t field_size(const tlvo_field_t& field, const uint8_t* record) {
 }  // namespace
 
 uint32_t encoded_size(const tlvo_table_t* table, const void* record) {
+  if (Level::is_last() || table == nullptr) return TLVO_SIZE_FAILED;
   const Level level;
-  if (level.too_deep() || table == nullptr) return TLVO_SIZE_FAILED;
   uint64_t sum = 0;
   const tlvo_field_t* field = fields_of(table);
   for (uint32_t i = 0; i < kMaxFields; ++i, ++field) {

@@ -36,13 +36,11 @@ extern "C" uint32_t rov_tlva_from_union(uint32_t type, const tlvo_union_t* membe
     return rov::fail(ROV_ERR_TLV_ROOM, rov::Note::kBuffer, *len, kDiscriminatorBytes);
   }
   rov::store_be32(out, type);
-  uint32_t member_len = 0;
-  uint32_t count = 0;
-  const uint32_t status =
-      tlv::encode_record(static_cast<uint8_t*>(out) + kDiscriminatorBytes,
-                         *len - kDiscriminatorBytes, member->table, body, &member_len, &count);
-  if (status == ROV_OK) *len = kDiscriminatorBytes + member_len;
-  return status;
+  auto* const begin = static_cast<uint8_t*>(out);
+  const tlv::Encoded written =
+      tlv::encode_record(begin + kDiscriminatorBytes, begin + *len, member->table, body);
+  if (written.status == ROV_OK) *len = static_cast<uint32_t>(written.end - begin);
+  return static_cast<uint32_t>(written.status);
 }
 
 extern "C" uint32_t rov_tlva_to_union(uint32_t len, const void* value, const tlvo_union_t* members,

@@ -5,6 +5,7 @@
 #ifndef PLATFORM_TLV_WIRE_H
 #define PLATFORM_TLV_WIRE_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/bytes.h"
@@ -13,6 +14,10 @@ namespace tlv {
 
 inline constexpr uint32_t kHeadBytes = 8;
 inline constexpr uint32_t kDiscriminatorBytes = 4;
+
+inline size_t bytes_between(const uint8_t* from, const uint8_t* to) {
+  return static_cast<size_t>(to - from);
+}
 
 // 64 bits wide, because the longest values would wrap a 32-bit sum.
 inline constexpr uint64_t padded(uint64_t len) {
@@ -35,6 +40,11 @@ inline constexpr uint32_t swap_be(uint32_t value) {
 }
 inline constexpr uint64_t swap_be(uint64_t value) {
   return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? __builtin_bswap64(value) : value;
+}
+
+// An attribute's head, as a word of data.
+inline constexpr uint64_t head_of(uint32_t tag, uint32_t len) {
+  return swap_be(uint64_t{tag} << 32 | len);
 }
 
 // Copies an integer between host and network order; neither address need be aligned.

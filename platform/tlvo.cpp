@@ -44,6 +44,13 @@ uint32_t decoded_bytes(const void* tlva, uint32_t len, const tlvo_table_t& table
   return status;
 }
 
+// Of whole attributes.
+uint32_t count_attributes(const uint8_t* at, const uint8_t* end) {
+  uint32_t count = 0;
+  for (; at != end; ++count) at += tlv::kHeadBytes + tlv::padded(rov::load_be32(at + 4));
+  return count;
+}
+
 }  // namespace
 
 extern "C" uint32_t tlvo_dec_tlva_to_struct(void** record, const void* tlva, uint32_t len,
@@ -76,17 +83,16 @@ extern "C" uint32_t tlvo_dec_tlva_to_struct_size(uint32_t* size, const void* tlv
 extern "C" uint32_t tlvo_enc_struct_to_tlva(void* tlva, uint32_t room, const tlvo_table_t* table,
                                             const void* record, uint32_t* len, uint32_t* count,
                                             uint32_t flags) {
-  uint32_t written = 0;
-  uint32_t attributes = 0;
   if (len != nullptr) *len = 0;
   if (count != nullptr) *count = 0;
   if (tlva == nullptr && room > 0) return missing(1);
   if (record == nullptr) return missing(4);
   if (flags != 0) return missing(7);
-  const uint32_t status = tlv::encode_record(tlva, room, table, record, &written, &attributes);
-  if (status != ROV_OK) return status;
-  if (len != nullptr) *len = written;
-  if (count != nullptr) *count = attributes;
+  auto* const begin = static_cast<uint8_t*>(tlva);
+  const tlv::Encoded written = tlv::encode_record(begin, begin + room, table, record);
+  if (written.status != ROV_OK) return static_cast<uint32_t>(written.status);
+  if (len != nullptr) *len = static_cast<uint32_t>(written.end - begin);
+  if (count != nullptr) *count = count_attributes(begin, written.end);
   return ROV_OK;
 }
 

@@ -21,7 +21,8 @@
  *  3. A table is trusted to end; otherwise what it says is checked as it is used:
  *     ROV_ERR_TLV_TABLE for a missing table, an unknown kind, a width that no integer has, a field
  *     beyond its record, an embedded record larger than its field, a missing callback, a field id
- *     above 0xffff, more than 64 fields, or more than 8 lists in one record. Tables are constant.
+ *     above 0xffff, more than 64 fields, or more than 8 lists in one record. Tables are constant. A
+ *     shared object that has tables in memory that is only read stays loaded once they are used.
  *  4. Records that are encoded are trusted: their pointers and lengths are followed, lists to their
  *     end.
  *  5. Statuses of callbacks pass unchanged.

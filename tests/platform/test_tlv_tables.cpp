@@ -42,11 +42,11 @@ std::vector<tlvo_field_t> unsound_fields() {
   fields.push_back(int_field(1, 4, 0xfffffffe));
   fields.push_back(int_field(0x10001, 4, 0));
 
-  fields.push_back(record_field(1, 0, &ints_table.head));
+  fields.push_back(record_field(1, 0, sizeof(Ints), &ints_table.head));
   fields.back().record = nullptr;
-  fields.push_back(record_field(1, 0, &ints_table.head));
+  fields.push_back(record_field(1, 0, sizeof(Ints), &ints_table.head));
   fields.back().width -= 1;
-  fields.push_back(record_field(1, 65 - sizeof(Ints), &ints_table.head));
+  fields.push_back(record_field(1, 65 - sizeof(Ints), sizeof(Ints), &ints_table.head));
 
   const tlvo_field_t value = value_field(1, 0, no_encode, no_decode, no_bytes);
   const tlvo_field_t list = list_field(1, no_bytes, no_encode, no_decode, no_bytes);
@@ -230,7 +230,7 @@ class Nest {
   explicit Nest(size_t levels) : tables_(levels) {
     for (size_t i = levels; i-- > 0;) {
       const tlvo_field_t field =
-          i + 1 == levels ? int_field(1, 4, 0) : record_field(1, 0, &tables_[i + 1].head);
+          i + 1 == levels ? int_field(1, 4, 0) : record_field(1, 0, 4, &tables_[i + 1].head);
       tables_[i] = {table_head("nest", 0x40, 4), {field, end_field()}};
       tlva_ = i + 1 == levels ? Builder().int32(0x400001, 42).bytes()
                               : Builder().attribute(0x400001, tlva_).bytes();
@@ -283,7 +283,7 @@ extern const Table<1> tree_table;
 const tlvo_list_t tree_link = {tree_next, tree_alloc, &tree_table.head, nullptr, nullptr};
 const tlvo_list_t tree_list = {tree_children, tree_alloc, &tree_table.head, &tree_link, nullptr};
 
-const Table<1> tree_table = {
+constinit const Table<1> tree_table = {
     table_head("tree", 0x41, sizeof(Tree)),
     {list_field(
          1, [](const void* tree) { return rov_tlv_listptr_nels(&tree_list, tree); },

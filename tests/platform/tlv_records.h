@@ -7,25 +7,10 @@
 #include <string>
 
 #include "rov.h"
+#include "tests/platform/tlv_tables.h"
 #include "tlvo.h"
 
 namespace tlv_test {
-
-// A table as a client lays it out: the head, the fields and the terminator behind one another.
-template <size_t kFields>
-struct Table {
-  tlvo_table_t head;
-  tlvo_field_t field[kFields + 1];
-};
-
-tlvo_table_t table_head(const char* name, uint32_t struct_id, size_t record_size);
-tlvo_field_t int_field(uint32_t id, size_t width, size_t position);
-tlvo_field_t record_field(uint32_t id, size_t position, const tlvo_table_t* record);
-tlvo_field_t value_field(uint32_t id, size_t position, tlvo_encode_fn encode, tlvo_decode_fn decode,
-                         tlvo_size_fn size);
-tlvo_field_t list_field(uint32_t id, tlvo_count_fn count, tlvo_encode_fn encode,
-                        tlvo_decode_fn decode, tlvo_size_fn size);
-tlvo_field_t end_field();
 
 // Integers of every width; the table's order is not that of the ids. Struct id 0x21.
 struct Ints {
@@ -69,14 +54,44 @@ struct Any {
       [64];  // field 3: Ints (1), Outer (2), Item (3), Owner (4), nothing (5 to 10)
 };
 
-extern const Table<4> ints_table;
-extern const Table<3> outer_table;
-extern const Table<2> item_table;
-extern const Table<3> owner_table;
-extern const Table<0> empty_table;
-extern const Table<3> any_table;
-extern const tlvo_union_t any_members[TLVO_UNION_MEMBERS];
-extern const tlvo_list_t items_list;
+// The tables of these records and what their callbacks go by.
+struct Tables {
+  Table<4> ints;
+  Table<3> outer;
+  Table<2> item;
+  Table<3> owner;
+  Table<0> empty;
+  Table<3> any;
+  tlvo_list_t item_link;
+  tlvo_list_t items;
+  tlvo_list_t others;
+  tlvo_union_t members[TLVO_UNION_MEMBERS];
+};
+
+// In memory that is only read, so that the codec makes plans of them.
+extern const Tables constant_tables;
+// The same in memory that could change: the codec follows them field by field.
+extern Tables writable_tables;
+
+// Has the callbacks go by those tables.
+bool use_tables(const Tables& tables);
+
+// The tests are built once for each.
+#ifdef TLV_TESTS_WITHOUT_PLANS
+inline const Tables& tables = writable_tables;
+#else
+inline const Tables& tables = constant_tables;
+#endif
+inline const bool tables_are_used = use_tables(tables);
+
+inline const Table<4>& ints_table = tables.ints;
+inline const Table<3>& outer_table = tables.outer;
+inline const Table<2>& item_table = tables.item;
+inline const Table<3>& owner_table = tables.owner;
+inline const Table<0>& empty_table = tables.empty;
+inline const Table<3>& any_table = tables.any;
+inline const tlvo_union_t (&any_members)[TLVO_UNION_MEMBERS] = tables.members;
+inline const tlvo_list_t& items_list = tables.items;
 
 // Decoded records are given back with these, whole or as a failed decode left them.
 void release(Item* item);
