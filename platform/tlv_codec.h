@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "platform/bytes.h"
+#include "platform/tlv_plan.h"
 #include "platform/tlv_wire.h"
 #include "rov.h"
 #include "tlvo.h"
@@ -73,8 +74,22 @@ inline bool is_sound(const tlvo_field_t& field, const tlvo_table_t& table) {
   }
 }
 
+// By a plan; by one that is made first, or without one, or not at all; and of an array as long as a
+// plan of integers has it.
+uint32_t decode_planned(void* record, const uint8_t* begin, const uint8_t* end, const Step* step);
+uint32_t decode_unplanned(void* record, const uint8_t* begin, const uint8_t* end,
+                          const tlvo_table_t* table);
+uint32_t decode_run(void* record, const uint8_t* begin, const uint8_t* end, const Step* step);
+
 // Decodes the attributes in `len` bytes at `tlva` into `record`.
-uint32_t decode_record(void* record, const void* tlva, uint32_t len, const tlvo_table_t* table);
+inline uint32_t decode_record(void* record, const void* tlva, uint32_t len,
+                              const tlvo_table_t* table) {
+  const auto* const begin = static_cast<const uint8_t*>(tlva);
+  const Step* const step = Level::is_last() || table == nullptr ? nullptr : ready_plan(table);
+  if (step == nullptr) return decode_unplanned(record, begin, begin + len, table);
+  if (step->whole == len) return decode_run(record, begin, begin + len, step);
+  return decode_planned(record, begin, begin + len, step);
+}
 
 // The end of what was encoded, and how that went.
 struct Encoded {
@@ -86,9 +101,20 @@ inline Encoded failed(uint32_t status) {
   return {nullptr, status};
 }
 
+// As those of decoding; the last one with the room that a plan of integers takes.
+Encoded encode_planned(uint8_t* at, const uint8_t* end, const Step* step, const void* record);
+Encoded encode_unplanned(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
+                         const void* record);
+Encoded encode_run(uint8_t* at, const Step* step, const void* record);
+
 // Encodes `record` at `at`, not beyond `end`.
-Encoded encode_record(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
-                      const void* record);
+inline Encoded encode_record(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
+                             const void* record) {
+  const Step* const step = Level::is_last() || table == nullptr ? nullptr : ready_plan(table);
+  if (step == nullptr) return encode_unplanned(at, end, table, record);
+  if (step->whole <= bytes_between(at, end)) return encode_run(at, step, record);
+  return encode_planned(at, end, step, record);
+}
 
 // Reports an argument, counted from 1, that is missing or out of its range: ROV_ERR_INVALID.
 uint32_t missing(uint32_t argument);

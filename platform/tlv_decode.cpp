@@ -331,10 +331,11 @@ inline uint32_t decode_nested(void* record, const uint8_t* value, uint32_t len, 
   return step->field->decode(record, value, len, &iter);
 }
 
+}  // namespace
+
 // Decodes for as long as the data are what the plan expects, field by field in the table's order,
 // and leaves the rest to those who take anything.
-[[gnu::noinline]] uint32_t decode_planned(void* record, const uint8_t* begin, const uint8_t* end,
-                                          const Step* step) {
+uint32_t decode_planned(void* record, const uint8_t* begin, const uint8_t* end, const Step* step) {
   const uint8_t* at = begin;
   while (true) {
     if (bytes_between(at, end) < step->run) break;
@@ -352,23 +353,15 @@ inline uint32_t decode_nested(void* record, const uint8_t* value, uint32_t len, 
   return leave_plan(record, begin, end, at, step);
 }
 
-[[gnu::noinline]] uint32_t decode_unplanned(void* record, const uint8_t* begin, const uint8_t* end,
-                                            const tlvo_table_t* table) {
+uint32_t decode_unplanned(void* record, const uint8_t* begin, const uint8_t* end,
+                          const tlvo_table_t* table) {
+  if (Level::is_last() || table == nullptr) return refuse_record(table);
   const Step* step = make_plan(table);
   if (step != nullptr) return decode_planned(record, begin, end, step);
   return decode_fields(record, begin, end, *table, Place{begin, fields_of(table)});
 }
 
-}  // namespace
-
-uint32_t decode_record(void* record, const void* tlva, uint32_t len, const tlvo_table_t* table) {
-  if (Level::is_last() || table == nullptr) return refuse_record(table);
-  const auto* begin = static_cast<const uint8_t*>(tlva);
-  const auto* end = begin + len;
-  const Step* step = ready_plan(table);
-  if (step == nullptr) return decode_unplanned(record, begin, end, table);
-  if (step->whole != len) return decode_planned(record, begin, end, step);
-  // As many integers as the table has, and no record within this one.
+uint32_t decode_run(void* record, const uint8_t* begin, const uint8_t* end, const Step* step) {
   const uint8_t* at = take_planned(&step, begin, static_cast<uint8_t*>(record));
   if (at == end) return ROV_OK;
   return leave_plan(record, begin, end, at, step);

@@ -297,45 +297,35 @@ inline Encoded put_single(uint8_t* at, const uint8_t* end, const Step* step,
   return encode_fields({at, end}, *step->table, step->field, record);
 }
 
-// Puts what most plans are: integers, then a value.
-[[gnu::noinline]] Encoded encode_planned(uint8_t* at, const uint8_t* end, const Step* step,
-                                         const uint8_t* record) {
+}  // namespace
+
+// Most plans are integers, then a value.
+Encoded encode_planned(uint8_t* at, const uint8_t* end, const Step* step, const void* record) {
+  const auto* const from = static_cast<const uint8_t*>(record);
   if (bytes_between(at, end) < step->run) {
-    return encode_fields({at, end}, *step->table, step->field, record);
+    return encode_fields({at, end}, *step->table, step->field, from);
   }
-  at = put_run(&step, at, record);
+  at = put_run(&step, at, from);
   if (step->follow != Follow::kValue || bytes_between(at, end) < kHeadBytes) {
-    return encode_steps(at, end, step, record);
+    return encode_steps(at, end, step, from);
   }
-  const Encoded field = put_single(at, end, step, record);
+  const Encoded field = put_single(at, end, step, from);
   if (field.status != ROV_OK) return field;
   ++step;
   if (step->follow == Follow::kEnd) return field;
-  return encode_steps(field.end, end, step, record);
+  return encode_steps(field.end, end, step, from);
 }
 
-[[gnu::cold, gnu::noinline]] Encoded refuse_deep(const tlvo_table_t* table) {
-  return failed(refuse_record(table));
-}
-
-[[gnu::noinline]] Encoded encode_unplanned(uint8_t* at, const uint8_t* end,
-                                           const tlvo_table_t* table, const uint8_t* record) {
+Encoded encode_unplanned(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
+                         const void* record) {
+  if (Level::is_last() || table == nullptr) return failed(refuse_record(table));
   const Step* step = make_plan(table);
   if (step != nullptr) return encode_planned(at, end, step, record);
-  return encode_fields({at, end}, *table, fields_of(table), record);
+  return encode_fields({at, end}, *table, fields_of(table), static_cast<const uint8_t*>(record));
 }
 
-}  // namespace
-
-Encoded encode_record(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
-                      const void* record) {
-  if (Level::is_last() || table == nullptr) return refuse_deep(table);
-  const auto* const from = static_cast<const uint8_t*>(record);
-  const Step* step = ready_plan(table);
-  if (step == nullptr) return encode_unplanned(at, end, table, from);
-  if (step->whole > bytes_between(at, end)) return encode_planned(at, end, step, from);
-  // Nothing but integers, and no record within this one.
-  return {put_run(&step, at, from), ROV_OK};
+Encoded encode_run(uint8_t* at, const Step* step, const void* record) {
+  return {put_run(&step, at, static_cast<const uint8_t*>(record)), ROV_OK};
 }
 
 }  // namespace tlv

@@ -55,9 +55,9 @@ struct PlanSlot {
 
 extern constinit PlanSlot plan_slots[kPlanSlots];
 
+// Tables of one object lie near each other and are longer than what a slot stands for.
 inline uint32_t plan_slot_of(const tlvo_table_t* table) {
-  const auto address = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(table) / 4);
-  return address * 0x9e3779b1u / (UINT32_MAX / kPlanSlots + 1);
+  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(table) / 32 % kPlanSlots);
 }
 
 // The steps of a table's plan, one for each field and one for the end; nullptr when it has no plan,
