@@ -68,8 +68,10 @@ uint32_t set_length(View& view, const Key& key, uint32_t count) {
   return view_put(view, kTable, key, len, len) != nullptr ? ROV_OK : ROV_ERR_NO_MEM;
 }
 
-uint32_t new_chunk(View& view, uint32_t node, uint32_t lowest, Referrer referrer) {
-  uint8_t* value = view_replace(view, kTable, pair_key(node, lowest), chunk_bytes(1), room_for(1));
+// A chunk behind all others.
+uint32_t new_chunk(View& view, uint32_t node, Referrer referrer) {
+  const Key key = pair_key(node, referrer.node);
+  uint8_t* value = view_replace(view, kTable, key, chunk_bytes(1), room_for(1));
   if (value == nullptr) return ROV_ERR_NO_MEM;
   chunk_start(value);
   chunk_insert(value, 0, referrer);
@@ -110,7 +112,7 @@ uint32_t insert_new(View& view, uint32_t node, Home* home, Referrer referrer) {
   uint32_t status = ROV_OK;
   if (home->chunk.count == kChunkMax && home->at == kChunkMax) {
     // Referrers mostly come in ascending order: leave the full chunk full.
-    status = new_chunk(view, node, referrer.node, referrer);
+    status = new_chunk(view, node, referrer);
     return status == ROV_OK ? set_more(view, node, true) : status;
   }
   if (home->chunk.count == kChunkMax) {
@@ -154,6 +156,21 @@ uint32_t remove_found(View& view, uint32_t node, const Home& home) {
   return status == ROV_OK && count == 1 ? tidy(view, node) : status;
 }
 
+// Notes one referrer of a node that has some already.
+uint32_t add_one(View& view, uint32_t node, Referrer referrer, bool* added) {
+  Home home;
+  *added = false;
+  uint32_t status = find_home(view, node, referrer.node, &home);
+  if (status != ROV_OK) return status;
+  if (home.found) {
+    const uint16_t field = home.chunk.field(home.at);
+    return write_field(view, home, referrer.field < field ? referrer.field : field);
+  }
+  status = insert_new(view, node, &home, referrer);
+  *added = status == ROV_OK;
+  return status;
+}
+
 // All chunks of a node that has none yet.
 uint32_t write_chunks(View& view, const Reference* from, const Reference* to) {
   bool first = true;
@@ -173,23 +190,6 @@ uint32_t write_chunks(View& view, const Reference* from, const Reference* to) {
 
 }  // namespace
 
-uint32_t referrer_add(View& view, uint32_t node, Referrer referrer, bool* added) {
-  Home home;
-  *added = false;
-  uint32_t status = find_home(view, node, referrer.node, &home);
-  if (status == ROV_OK && home.found) {
-    const uint16_t field = home.chunk.field(home.at);
-    return write_field(view, home, referrer.field < field ? referrer.field : field);
-  }
-  if (status == ROV_OK) {
-    status = insert_new(view, node, &home, referrer);
-  } else if (status == ROV_ERR_NO_ITEM) {
-    status = new_chunk(view, node, 0, referrer);
-  }
-  *added = status == ROV_OK;
-  return status;
-}
-
 uint32_t referrers_add(View& view, const Reference* from, const Reference* to, uint32_t* added) {
   const uint32_t node = from->target;
   Record record;
@@ -201,7 +201,7 @@ uint32_t referrers_add(View& view, const Reference* from, const Reference* to, u
   *added = 0;
   for (; from < to && status == ROV_OK; ++from) {
     bool is_new = false;
-    status = referrer_add(view, node, {from->owner, static_cast<uint16_t>(from->field)}, &is_new);
+    status = add_one(view, node, {from->owner, static_cast<uint16_t>(from->field)}, &is_new);
     *added += is_new ? 1 : 0;
   }
   return status;

@@ -18,12 +18,8 @@ uint32_t referrers_all(View& view, uint32_t node, rov_node_id_t* out, uint32_t c
 // Number of referrers, counted from the records themselves.
 uint32_t referrers_count(View& view, uint32_t node, uint32_t* count);
 
-// Notes that `referrer` refers to `node` through `field`, beside what is noted of it already.
-// *added: it was no referrer before.
-uint32_t referrer_add(View& view, uint32_t node, Referrer referrer, bool* added);
-
-// Same for all references of [from, to), which are to one node, sorted and distinct. *added: how
-// many were no referrers before.
+// Notes the references of [from, to), which are to one node, sorted and distinct, beside what is
+// noted of it already. *added: how many of the owners were no referrers before.
 uint32_t referrers_add(View& view, const Reference* from, const Reference* to, uint32_t* added);
 
 // Sets the field of a referrer, whatever it was.

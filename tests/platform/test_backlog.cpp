@@ -125,6 +125,28 @@ TEST_F(SettleTest, ManyLinksOfSeveralSessionsAgreeWithAMap) {
   check(read());
 }
 
+// Chunks hold 160 referrers; the numbers go up to one that is full, over it, and into its middle.
+TEST_F(SettleTest, ChunksFillUpAndDivide) {
+  constexpr uint32_t kTarget = 1;
+  uint32_t writer = begin();
+  put_nodes(writer);
+  const auto link = [&](uint32_t owner) {
+    ASSERT_OK(put_link(writer, owner, 5, kTarget));
+    links_[{owner, 5}] = kTarget;
+  };
+  for (uint32_t owner = 10; owner < 170; ++owner) link(owner);
+  commit(writer);
+  writer = begin();
+  for (uint32_t owner = 200; owner < 203; ++owner) link(owner);
+  check(writer);
+  commit(writer);
+  writer = begin();
+  link(5);
+  check(writer);
+  commit(writer);
+  check(read());
+}
+
 TEST_F(SettleTest, EveryQuestionForReferrersSeesLinksThatWereJustMade) {
   const uint32_t writer = begin();
   for (const uint32_t node : {1U, 2U, 3U}) ASSERT_OK(put_node(writer, node, {}, name("set")));
