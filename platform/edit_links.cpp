@@ -173,6 +173,9 @@ uint32_t edit_link_put(View& view, uint32_t owner, const Link& link) {
   if (status != ROV_OK) return status;
   const uint32_t at = find_link(node, link.field);
   if (has_field(node, at, link.field)) {
+    const Link old = read_link(node, at);
+    const bool same_targets = old.node == link.node && old.node2 == link.node2;
+    if (same_targets) return overwrite_link(view, node, at, link);
     status = replace_link(view, owner, at, link);
   } else {
     status = insert_link(view, node, at, link);

@@ -136,6 +136,28 @@ TEST_F(EditTest, ASecondNodeMayComeLaterAndGoAgain) {
   }
 }
 
+TEST_F(EditTest, ALinkMayChangeAndKeepItsTargets) {
+  uint32_t writer = begin();
+  for (uint32_t node = 1; node <= 3; ++node) ASSERT_OK(put_node(writer, node, {}));
+  ASSERT_OK(put_link(writer, 1, 0x10, 2, 3, 4, 5));
+  ASSERT_OK(put_link(writer, 1, 0x10, 2, 3, 6, 7));
+  commit(writer);
+  for (const uint32_t val : {6U, 8U}) {
+    const uint32_t ses = read();
+    rov_link_t link;
+    EXPECT_OK(rov_node_link_get(ses, id(1), 0x10, &link));
+    const rov_link_t expected = make_link(1, 0x10, 2, 3, val, 7);
+    EXPECT_EQ(memcmp(&link, &expected, sizeof link), 0) << val;
+    EXPECT_EQ(parms_of(ses, 1).links, 1U);
+    EXPECT_EQ(referrers_of(ses, 2), (Refs{{1, 0x10}}));
+    EXPECT_EQ(referrers_of(ses, 3), (Refs{{1, 0x10}}));
+    EXPECT_OK(rov_ses_close(ses));
+    writer = begin();
+    ASSERT_OK(put_link(writer, 1, 0x10, 2, 3, 8, 7));
+    commit(writer);
+  }
+}
+
 TEST_F(EditTest, ANodeHasALinkForEveryFieldCode) {
   constexpr uint32_t kCodes = 0x10000;
   uint32_t writer = begin();
