@@ -156,17 +156,14 @@ uint32_t remove_found(View& view, uint32_t node, const Home& home) {
   return status == ROV_OK && count == 1 ? tidy(view, node) : status;
 }
 
-// Notes one referrer of a node that has some already.
-uint32_t add_one(View& view, uint32_t node, Referrer referrer, bool* added) {
-  Home home;
+// Notes a referrer in the chunk to which it belongs.
+uint32_t add_at(View& view, uint32_t node, Home* home, Referrer referrer, bool* added) {
   *added = false;
-  uint32_t status = find_home(view, node, referrer.node, &home);
-  if (status != ROV_OK) return status;
-  if (home.found) {
-    const uint16_t field = home.chunk.field(home.at);
-    return write_field(view, home, referrer.field < field ? referrer.field : field);
+  if (home->found) {
+    const uint16_t field = home->chunk.field(home->at);
+    return write_field(view, *home, referrer.field < field ? referrer.field : field);
   }
-  status = insert_new(view, node, &home, referrer);
+  const uint32_t status = insert_new(view, node, home, referrer);
   *added = status == ROV_OK;
   return status;
 }
@@ -192,17 +189,20 @@ uint32_t write_chunks(View& view, const Reference* from, const Reference* to) {
 
 uint32_t referrers_add(View& view, const Reference* from, const Reference* to, uint32_t* added) {
   const uint32_t node = from->target;
-  Record record;
-  uint32_t status = view_get(view, kTable, pair_key(node, 0), &record);
+  Home home;
+  uint32_t status = find_home(view, node, from->owner, &home);
   if (status == ROV_ERR_NO_ITEM) {
     *added = static_cast<uint32_t>(to - from);
     return write_chunks(view, from, to);
   }
   *added = 0;
-  for (; from < to && status == ROV_OK; ++from) {
+  while (status == ROV_OK) {
     bool is_new = false;
-    status = add_one(view, node, {from->owner, static_cast<uint16_t>(from->field)}, &is_new);
+    const Referrer referrer = {from->owner, static_cast<uint16_t>(from->field)};
+    status = add_at(view, node, &home, referrer, &is_new);
     *added += is_new ? 1 : 0;
+    if (++from == to || status != ROV_OK) break;
+    status = find_home(view, node, from->owner, &home);
   }
   return status;
 }
