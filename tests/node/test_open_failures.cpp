@@ -211,14 +211,22 @@ TEST_F(NodeOpenFailure, another_type_frees_the_four_blocks_and_leaves_what_the_d
 
 // ---- Freeing ---------------------------------------------------------------------------------
 
-TEST_F(NodeOpenFailure, failed_free_after_a_failure_keeps_the_first_status_and_frees_the_rest) {
+TEST_F(NodeOpenFailure,
+       failed_free_after_a_failure_is_reported_keeps_the_status_and_frees_the_rest) {
+  constexpr std::int32_t kLines[] = {574, 579, 585, 590};
   make_node();
-  for (unsigned nth = 1; nth <= 4; ++nth) {
-    SCOPED_TRACE(nth);
+  Texts reports;
+  unsigned nth = 0;
+  for (const std::int32_t line : kLines) {
+    SCOPED_TRACE(line);
+    ++nth;
     fake::clear_calls();
     fake::fail("rov_node_data_get", kFailure);
     fake::fail("mem_free", kOtherFailure, nth);
     expect_failure(kFailure);
+    reports.push_back(report(kFailure, kOpen, 524));
+    reports.push_back(report(kOtherFailure, kOpen, line));
+    EXPECT_EQ(fake::report_texts(), reports);
     EXPECT_EQ(fake::count("mem_free"), 4u);
     EXPECT_EQ(fake::live_blocks(), nth);
   }
