@@ -281,6 +281,17 @@ TEST_F(CriteriaGet, criterion_fits_only_with_its_arguments_and_the_gap_behind_th
   }
 }
 
+// Where addresses have 32 bits these arguments would end at the beginning of memory, before the
+// buffer's end.
+TEST_F(CriteriaGet, arguments_that_end_beyond_the_last_address_do_not_fit) {
+  alignas(8) std::uint8_t buffer[72] = {};
+  const auto args = reinterpret_cast<std::uintptr_t>(buffer) + sizeof(qim_criterion_t);
+  const std::uint32_t length = 64 - static_cast<std::uint32_t>(args);
+  decode_claiming({length, 0xffffffc0 - length});
+  EXPECT_EQ(qim_filter_criteria_get(kSes, kNode, sizeof buffer, buffer), kInternal);
+  EXPECT_EQ(reports_of(kCriteriaGet).back(), (Place{kInternal, 240}));
+}
+
 TEST_F(CriteriaGet, failing_close_is_ignored) {
   put(kTwo);
   Buffer buffer(100);
