@@ -86,20 +86,17 @@ inline uint32_t decode_record(void* record, const void* tlva, uint32_t len,
                               const tlvo_table_t* table) {
   const auto* const begin = static_cast<const uint8_t*>(tlva);
   const Step* const step = Level::is_last() || table == nullptr ? nullptr : ready_plan(table);
-  if (step == nullptr) return decode_unplanned(record, begin, begin + len, table);
+  if (step == nullptr) [[unlikely]]
+    return decode_unplanned(record, begin, begin + len, table);
   if (step->whole == len) return decode_run(record, begin, begin + len, step);
   return decode_planned(record, begin, begin + len, step);
 }
 
-// The end of what was encoded, and how that went.
+// The end of what was encoded, and how that went; after a failure only the latter counts.
 struct Encoded {
   uint8_t* end;
   size_t status;
 };
-
-inline Encoded failed(uint32_t status) {
-  return {nullptr, status};
-}
 
 // As those of decoding; the last one with the room that a plan of integers takes.
 Encoded encode_planned(uint8_t* at, const uint8_t* end, const Step* step, const void* record);
@@ -111,7 +108,8 @@ Encoded encode_run(uint8_t* at, const Step* step, const void* record);
 inline Encoded encode_record(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
                              const void* record) {
   const Step* const step = Level::is_last() || table == nullptr ? nullptr : ready_plan(table);
-  if (step == nullptr) return encode_unplanned(at, end, table, record);
+  if (step == nullptr) [[unlikely]]
+    return encode_unplanned(at, end, table, record);
   if (step->whole <= bytes_between(at, end)) return encode_run(at, step, record);
   return encode_planned(at, end, step, record);
 }

@@ -177,7 +177,7 @@ class Encoder {
     field = put_integers(&out, table, field, stop, record);
     if (is_end(*field)) return {out.at, ROV_OK};
     const uint32_t status = Encoder(&out, table, record).take(*field);
-    if (status != ROV_OK) return failed(status);
+    if (status != ROV_OK) return {out.at, status};
     ++field;
   }
 }
@@ -187,7 +187,7 @@ inline uint8_t* put_run(const Step** step, uint8_t* at, const uint8_t* record) {
   const Step* next = *step;
   for (Follow follow = next->follow; is_integer(follow); follow = (++next)->follow) {
     rov::store(at, next->head);
-    if (follow == Follow::kInt4) {
+    if (follow == Follow::kInt4) [[likely]] {
       copy_int<uint32_t>(at + kHeadBytes, record + next->position);
       at += kHeadBytes + 4;
     } else {
@@ -216,19 +216,22 @@ inline uint32_t put_value(uint8_t* at, const uint8_t* end, const Step* step, con
 // Puts the head of the attribute at `at`, whose value is there, and padding; returns the end of it,
 // nullptr without the room.
 inline uint8_t* close(uint8_t* at, const uint8_t* end, const Step* step, uint32_t len) {
-  if (padded(len) > bytes_between(at, end) - kHeadBytes) return nullptr;
+  if (padded(len) > bytes_between(at, end) - kHeadBytes) [[unlikely]]
+    return nullptr;
   rov::store(at, step->head | swap_be(uint64_t{len}));
   at += kHeadBytes + len;
-  for (; len % 4 != 0; ++len) *at++ = 0;
+  if (len % 4 != 0) [[unlikely]] {
+    for (; len % 4 != 0; ++len) *at++ = 0;
+  }
   return at;
 }
 
 // Of a value that its callback says to be longer than there was room for it, or for its padding.
-[[gnu::cold, gnu::noinline]] Encoded refuse_value(const uint8_t* at, const uint8_t* end,
-                                                  const Step* step, uint32_t len) {
+[[gnu::cold, gnu::noinline]] Encoded refuse_value(uint8_t* at, const uint8_t* end, const Step* step,
+                                                  uint32_t len) {
   const bool beyond = len > bytes_between(at, end) - kHeadBytes;
   const uint32_t status = beyond ? ROV_ERR_TLV_TABLE : ROV_ERR_TLV_ROOM;
-  return failed(refuse(status, *step->table, *step->field));
+  return {at, refuse(status, *step->table, *step->field)};
 }
 
 // Puts the elements of a list.
@@ -238,13 +241,15 @@ inline uint8_t* close(uint8_t* at, const uint8_t* end, const Step* step, uint32_
   if (step->field->count(record) == 0) return {at, ROV_OK};
   Value value;
   do {
-    if (bytes_between(at, end) < kHeadBytes) {
-      return failed(refuse(ROV_ERR_TLV_ROOM, *step->table, *step->field));
+    if (bytes_between(at, end) < kHeadBytes) [[unlikely]] {
+      return {at, refuse(ROV_ERR_TLV_ROOM, *step->table, *step->field)};
     }
     const uint32_t status = put_value(at, end, step, record, &value);
-    if (status != ROV_OK) return failed(status);
+    if (status != ROV_OK) [[unlikely]]
+      return {at, status};
     uint8_t* const next = close(at, end, step, value.len);
-    if (next == nullptr) return refuse_value(at, end, step, value.len);
+    if (next == nullptr) [[unlikely]]
+      return refuse_value(at, end, step, value.len);
     at = next;
   } while (value.done == 0);
   return {at, ROV_OK};
@@ -256,10 +261,13 @@ inline Encoded put_record(uint8_t* at, const uint8_t* end, const Step* step,
   const Level level;
   const Encoded inner =
       encode_record(at + kHeadBytes, end, step->field->record, record + step->position);
-  if (inner.status != ROV_OK) return inner;
+  if (inner.status != ROV_OK) [[unlikely]]
+    return inner;
   const auto len = static_cast<uint32_t>(inner.end - at) - kHeadBytes;
   uint8_t* const next = close(at, end, step, len);
-  return next != nullptr ? Encoded{next, ROV_OK} : refuse_value(at, end, step, len);
+  if (next == nullptr) [[unlikely]]
+    return refuse_value(at, end, step, len);
+  return {next, ROV_OK};
 }
 
 // Puts a value, for which there is room for a head.
@@ -268,21 +276,27 @@ inline Encoded put_single(uint8_t* at, const uint8_t* end, const Step* step,
   const Level level;
   Value value;
   const uint32_t status = put_value(at, end, step, record, &value);
-  if (status != ROV_OK) return failed(status);
+  if (status != ROV_OK) [[unlikely]]
+    return {at, status};
   // A value of no bytes has no attribute: decoding nothing gives the same record.
-  if (value.len == 0) return {at, ROV_OK};
+  if (value.len == 0) [[unlikely]]
+    return {at, ROV_OK};
   uint8_t* const next = close(at, end, step, value.len);
-  return next != nullptr ? Encoded{next, ROV_OK} : refuse_value(at, end, step, value.len);
+  if (next == nullptr) [[unlikely]]
+    return refuse_value(at, end, step, value.len);
+  return {next, ROV_OK};
 }
 
 // Puts the fields that the plan has from `step` on.
 [[gnu::noinline]] Encoded encode_steps(uint8_t* at, const uint8_t* end, const Step* step,
                                        const uint8_t* record) {
   for (;; ++step) {
-    if (bytes_between(at, end) < step->run) break;
+    if (bytes_between(at, end) < step->run) [[unlikely]]
+      break;
     at = put_run(&step, at, record);
     if (step->follow == Follow::kEnd) return {at, ROV_OK};
-    if (!is_called(step->follow) || bytes_between(at, end) < kHeadBytes) break;
+    if (!is_called(step->follow) || bytes_between(at, end) < kHeadBytes) [[unlikely]]
+      break;
     Encoded field{};
     if (step->follow == Follow::kRecord) {
       field = put_record(at, end, step, record);
@@ -291,7 +305,8 @@ inline Encoded put_single(uint8_t* at, const uint8_t* end, const Step* step,
     } else {
       field = put_single(at, end, step, record);
     }
-    if (field.status != ROV_OK) return field;
+    if (field.status != ROV_OK) [[unlikely]]
+      return field;
     at = field.end;
   }
   return encode_fields({at, end}, *step->table, step->field, record);
@@ -302,23 +317,25 @@ inline Encoded put_single(uint8_t* at, const uint8_t* end, const Step* step,
 // Most plans are integers, then a value.
 Encoded encode_planned(uint8_t* at, const uint8_t* end, const Step* step, const void* record) {
   const auto* const from = static_cast<const uint8_t*>(record);
-  if (bytes_between(at, end) < step->run) {
+  if (bytes_between(at, end) < step->run) [[unlikely]] {
     return encode_fields({at, end}, *step->table, step->field, from);
   }
   at = put_run(&step, at, from);
-  if (step->follow != Follow::kValue || bytes_between(at, end) < kHeadBytes) {
+  if (step->follow != Follow::kValue || bytes_between(at, end) < kHeadBytes) [[unlikely]] {
     return encode_steps(at, end, step, from);
   }
   const Encoded field = put_single(at, end, step, from);
-  if (field.status != ROV_OK) return field;
+  if (field.status != ROV_OK) [[unlikely]]
+    return field;
   ++step;
-  if (step->follow == Follow::kEnd) return field;
+  if (step->follow == Follow::kEnd) [[likely]]
+    return field;
   return encode_steps(field.end, end, step, from);
 }
 
 Encoded encode_unplanned(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
                          const void* record) {
-  if (Level::is_last() || table == nullptr) return failed(refuse_record(table));
+  if (Level::is_last() || table == nullptr) return {at, refuse_record(table)};
   const Step* step = make_plan(table);
   if (step != nullptr) return encode_planned(at, end, step, record);
   return encode_fields({at, end}, *table, fields_of(table), static_cast<const uint8_t*>(record));
