@@ -34,7 +34,7 @@ bool strip(Session& session, Holdings* holdings) {
   Gate& gate = slot_of(session.handle).gate;
   bool taken = false;
   pthread_mutex_lock(&env->mutex);  // whoever stops gates holds it
-  const bool stopped = !env->dead.load() && gate.live.load() == session.handle;
+  const bool stopped = env->life.load() != Life::kNoMap && gate.live.load() == session.handle;
   if (stopped) gate_hold(gate);
   if (stopped && gate.live.load() == kGateHeld) {
     gate_barrier();

@@ -44,22 +44,35 @@ namespace rov {
 // its gate, calls store_adopt_map and tries again.
 constexpr uint32_t kMapResized = 0x4117ff01;
 
+// Whether an environment can be used.
+enum class Life : uint8_t {
+  kAlive,
+  kDying,    // damage was found, and what it was is being noted
+  kDamaged,  // the file was damaged while it was open (store_guard.h)
+  kNoMap     // the map is gone
+};
+
 struct Env {
   MDB_env* engine = nullptr;
   unsigned tables[kTables] = {};
+  uint32_t page_size = 0;  // of the engine's pages
+  uint32_t page_mask = 0;  // for an address's offset from the page that it is on
   dev_t device = 0;
   ino_t inode = 0;
   int directory = -1;  // as long as it is open, no other directory has its numbers
   char* path = nullptr;
   uint32_t users = 0;  // database handles; under the registry's lock
   bool read_only = false;
-  std::atomic<bool> dead{false};  // the map is gone: nothing can be read any more
+  bool keeps_lock = false;  // the dead engine still holds its lock for writers
+  std::atomic<Life> life{Life::kAlive};
+  char damage[200] = {};  // what was found, when kDamaged
   size_t map_limit = 0;
   int lock_file = -1;
   pthread_mutex_t reserve_mutex;  // held by who changes the reservation in the lock file
 
   // Held by whoever commits or changes the map. Taken before `mutex`.
   pthread_mutex_t commit_lock;
+  uint64_t file_bytes = 0;  // under it: length of the data file when it was looked at last
 
   pthread_mutex_t mutex;
   // Under `mutex`:

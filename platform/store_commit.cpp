@@ -10,7 +10,7 @@
 #include <cerrno>
 
 #include "platform/error.h"
-#include "platform/store_engine.h"
+#include "platform/store_guard.h"
 #include "rov.h"
 
 namespace rov {
@@ -41,20 +41,22 @@ void seal(const Overlay::Edit* edit) {
 // leaves full pages behind.
 class TableWriter {
  public:
-  TableWriter(MDB_txn* txn, unsigned number, Table table)
-      : txn_(txn), number_(number), table_(table) {}
+  TableWriter(const Env* env, MDB_txn* txn, Table table)
+      : env_(env), txn_(txn), number_(env->tables[static_cast<uint32_t>(table)]), table_(table) {}
   ~TableWriter() {
-    if (cursor_ != nullptr) mdb_cursor_close(cursor_);
+    // A dead engine's transaction keeps its cursors.
+    if (cursor_ != nullptr && !is_dead(env_)) mdb_cursor_close(cursor_);
   }
   TableWriter(const TableWriter&) = delete;
   TableWriter& operator=(const TableWriter&) = delete;
 
   int open() {
-    int error = mdb_cursor_open(txn_, number_, &cursor_);
-    if (error != 0) return error;
-    MDB_val last;
+    MDB_val last = {};
     MDB_val value;
-    error = mdb_cursor_get(cursor_, &last, &value, MDB_LAST);
+    const int error = guarded(env_, [&] {
+      const int opened = mdb_cursor_open(txn_, number_, &cursor_);
+      return opened != 0 ? opened : mdb_cursor_get(cursor_, &last, &value, MDB_LAST);
+    });
     if (error == MDB_NOTFOUND) append_ = true;
     if (error == 0 && last.mv_size <= kMaxKey) {
       memcpy(last_, last.mv_data, last.mv_size);
@@ -67,7 +69,7 @@ class TableWriter {
     EngineKey key;
     set_key(table_, edit, &key);
     if (edit->value == nullptr) {
-      const int error = mdb_del(txn_, number_, &key.val, nullptr);
+      const int error = guarded(env_, [&] { return mdb_del(txn_, number_, &key.val, nullptr); });
       return error == MDB_NOTFOUND ? 0 : error;
     }
     if (!append_ && last_len_ > 0) {
@@ -76,10 +78,12 @@ class TableWriter {
     }
     seal(edit);
     MDB_val value = {edit->len, edit->value};
-    return mdb_cursor_put(cursor_, &key.val, &value, append_ ? MDB_APPEND : 0U);
+    const unsigned flags = append_ ? MDB_APPEND : 0U;
+    return guarded(env_, [&] { return mdb_cursor_put(cursor_, &key.val, &value, flags); });
   }
 
  private:
+  const Env* env_;
   MDB_txn* txn_;
   unsigned number_;
   Table table_;
@@ -89,10 +93,10 @@ class TableWriter {
   size_t last_len_ = 0;
 };
 
-int apply_table(MDB_txn* txn, unsigned number, Table table, const Overlay& edits) {
+int apply_table(const Env* env, MDB_txn* txn, Table table, const Overlay& edits) {
   const Overlay::Edit* edit = edits.first(table);
   if (edit == nullptr) return 0;
-  TableWriter writer(txn, number, table);
+  TableWriter writer(env, txn, table);
   int error = writer.open();
   for (; edit != nullptr && error == 0; edit = edit->next[0]) error = writer.write(edit);
   return error;
@@ -105,21 +109,31 @@ struct Outcome {
   uint64_t revision = 0;
 };
 
+// Leaves a transaction that must not be touched again (store_guard.h), with its pages and cursors.
+// Its lock is the robust one that the thread took since `before`; given back, other processes can
+// write.
+void abandon(Env* env, const pthread_mutex_t* before) {
+  pthread_mutex_t* lock = newest_robust_lock();
+  env->keeps_lock = lock == nullptr || lock == before || pthread_mutex_unlock(lock) != 0;
+}
+
 Outcome attempt_commit(Env* env, const Overlay& edits, uint64_t base) {
   Outcome outcome;
   MDB_txn* txn = nullptr;
+  const pthread_mutex_t* lock_before = newest_robust_lock();
   outcome.error = mdb_txn_begin(env->engine, nullptr, 0, &txn);
   if (outcome.error != 0) return outcome;
   outcome.revision = mdb_txn_id(txn);
   outcome.moved = outcome.revision != base + 1;
   for (uint32_t i = 0; i < kTables && outcome.error == 0 && !outcome.moved; ++i) {
-    outcome.error = apply_table(txn, env->tables[i], static_cast<Table>(i), edits);
+    outcome.error = apply_table(env, txn, static_cast<Table>(i), edits);
   }
-  if (outcome.error != 0 || outcome.moved) {
+  if (outcome.error == 0 && !outcome.moved) {
+    outcome.error = guarded(env, [&] { return mdb_txn_commit(txn); });
+  } else if (outcome.error != kEngineDead) {
     mdb_txn_abort(txn);
-  } else {
-    outcome.error = mdb_txn_commit(txn);
   }
+  if (outcome.error == kEngineDead) abandon(env, lock_before);
   return outcome;
 }
 
@@ -172,9 +186,10 @@ uint32_t write_failed(int error, const Env* env) {
 }
 
 uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {
-  make_room_ahead(env, edits);
+  if (!is_dead(env)) make_room_ahead(env, edits);
   bool checked_readers = false;
   for (;;) {
+    if (is_dead(env)) return dead_env(env);
     const Outcome outcome = attempt_commit(env, edits, base);
     if (outcome.moved) {
       return fail_text(
@@ -214,7 +229,6 @@ void check_readers_now_and_then(Env* env) {
 uint32_t store_commit(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {
   if (revision != nullptr) *revision = base;
   if (edits.empty()) return ROV_OK;
-  if (env->dead.load(std::memory_order_relaxed)) return dead_env(env);
   pthread_mutex_lock(&env->commit_lock);
   const uint32_t status = commit_locked(env, edits, base, revision);
   pthread_mutex_unlock(&env->commit_lock);

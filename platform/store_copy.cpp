@@ -5,7 +5,7 @@
 #include <cerrno>
 
 #include "platform/error.h"
-#include "platform/store_engine.h"
+#include "platform/store_guard.h"
 #include "rov.h"
 
 namespace rov {
@@ -15,9 +15,8 @@ constexpr int kAttempts = 100;
 
 // The engine reads through the map, so the map must not change meanwhile.
 uint32_t copy_once(Env* env, int file) {
-  if (env->dead.load(std::memory_order_relaxed)) return dead_env(env);
   pthread_mutex_lock(&env->commit_lock);
-  int error = mdb_env_copyfd(env->engine, file);
+  int error = is_dead(env) ? kEngineDead : mdb_env_copyfd(env->engine, file);
   if (error == MDB_READERS_FULL) {
     store_check_readers(env);
     error = mdb_env_copyfd(env->engine, file);

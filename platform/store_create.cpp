@@ -36,8 +36,7 @@ int make_engine_file(const char* place) {
   error = mdb_env_set_maxdbs(engine, kTables);
   if (error == 0) error = mdb_env_set_mapsize(engine, kMapStart);
   if (error == 0) error = mdb_env_open(engine, place, MDB_NOTLS, 0664);
-  unsigned tables[kTables];
-  if (error == 0) error = tables_open(engine, tables, true);
+  if (error == 0) error = tables_make(engine);
   if (error == 0) error = mdb_env_sync(engine, 1);
   mdb_env_close(engine);
   return error;

@@ -11,6 +11,18 @@ namespace rov {
 uint32_t engine_fail(int error, const Env* env, const char* doing);
 uint32_t engine_fail_at(int error, const char* path, const char* doing);
 
+// ---- store_guard.cpp ----------------------------------------------------------------------------
+
+inline bool is_dead(const Env* env) {
+  return env->life.load(std::memory_order_relaxed) != Life::kAlive;
+}
+// Notes why the environment can't be used any more.
+uint32_t dead_env(const Env* env);
+// Looks at the length of the data file, which never shrinks, and at the number of pages that the
+// engine takes it to have: before either is built upon, for a call of the system is all it costs.
+// ROV_ERR_CORRUPT, and the environment is dead. With the commit lock.
+uint32_t check_length(Env* env);
+
 // ---- store_format.cpp: the file that says what wrote the database -------------------------------
 
 // Checks directory/format: ROV_OK, ROV_ERR_NO_ITEM when there is none, or the status that says in
@@ -38,8 +50,10 @@ uint32_t store_prepare(const char* path, bool create, int* directory);
 
 // ---- store_tables.cpp ---------------------------------------------------------------------------
 
-// Opens the tables in `env`; makes them when `create`.
-int tables_open(MDB_env* engine, unsigned* tables, bool create);
+// Opens the tables of an environment that has them.
+int tables_open(Env* env);
+// Makes them in a new one.
+int tables_make(MDB_env* engine);
 
 // ---- store_verify.cpp ---------------------------------------------------------------------------
 
@@ -98,8 +112,6 @@ void snapshot_delete(Snapshot* snapshot);
 inline void snapshot_moved(Snapshot* snapshot) {
   if (++snapshot->epoch == 0) snapshot->epoch = 1;
 }
-// Notes that the environment's map is gone.
-uint32_t dead_env(const Env* env);
 
 }  // namespace rov
 

@@ -5,7 +5,7 @@
 #include <cerrno>
 
 #include "platform/error.h"
-#include "platform/store_engine.h"
+#include "platform/store_guard.h"
 #include "rov.h"
 
 namespace rov {
@@ -21,6 +21,14 @@ constexpr Row kRows[] = {
     {MDB_PAGE_NOTFOUND, ROV_ERR_CORRUPT, "restore the database from a dump"},
     {MDB_CORRUPTED, ROV_ERR_CORRUPT, "restore the database from a dump"},
     {MDB_CURSOR_FULL, ROV_ERR_CORRUPT, "restore the database from a dump"},
+    {MDB_PAGE_FULL, ROV_ERR_CORRUPT, "restore the database from a dump"},
+    // Of a key that it found: those that it is given are short.
+    {MDB_BAD_VALSIZE, ROV_ERR_CORRUPT, "restore the database from a dump"},
+    // What the engine says of a transaction in which it found damage before.
+    {MDB_BAD_TXN, ROV_ERR_CORRUPT,
+     "the session met a damaged page before: look at the database with qimctl check, and restore "
+     "it "
+     "from a dump"},
     {MDB_INCOMPATIBLE, ROV_ERR_CORRUPT, "restore the database from a dump"},
     {MDB_PANIC, ROV_ERR_IO,
      "an earlier write failed half-way: close the database in this process and "
@@ -33,7 +41,6 @@ constexpr Row kRows[] = {
     {MDB_MAP_FULL, ROV_ERR_FULL, "raise ROV_MAP_MAX"},
     {MDB_READERS_FULL, ROV_ERR_BUSY, "close sessions that are no longer needed, in all processes"},
     {MDB_TXN_FULL, ROV_ERR_LENGTH, "the transaction is too large: commit in smaller steps"},
-    {MDB_BAD_VALSIZE, ROV_ERR_LENGTH, "a record is too large for the storage engine"},
     {ENOMEM, ROV_ERR_NO_MEM, "free memory and try again"},
     {ENOSPC, ROV_ERR_FULL, "free space on the file system and try again; nothing was lost"},
     {EDQUOT, ROV_ERR_FULL, "free space within the quota and try again; nothing was lost"},
@@ -92,6 +99,7 @@ uint32_t engine_fail_at(int error, const char* path, const char* doing) {
 }
 
 uint32_t engine_fail(int error, const Env* env, const char* doing) {
+  if (error == kEngineDead) return dead_env(env);
   return engine_fail_at(error, env->path, doing);
 }
 

@@ -87,6 +87,8 @@ void resume_snapshots(Env* env) {
 }
 
 uint32_t map_resize(Env* env, size_t size) {
+  const uint32_t status = check_length(env);
+  if (status != ROV_OK) return status;
   if (!has_room(size)) {
     return fail_text(
         ROV_ERR_FULL,
@@ -101,7 +103,7 @@ uint32_t map_resize(Env* env, size_t size) {
     resume_snapshots(env);
   } else {
     // The old map is gone and there is no new one.
-    env->dead.store(true);
+    env->life.store(Life::kNoMap);
     for (Snapshot* s = env->open; s != nullptr; s = s->next) s->gate->stuck.store(1);
   }
   pthread_mutex_unlock(&env->mutex);
@@ -112,8 +114,8 @@ uint32_t store_adopt_map(Env* env) {
   pthread_mutex_lock(&env->commit_lock);
   const size_t current = map_size(env);
   const size_t used = map_used(env);
-  uint32_t status = ROV_OK;
-  if (used > current) status = map_resize(env, map_size_for(current, used));
+  uint32_t status = is_dead(env) ? dead_env(env) : check_length(env);
+  if (status == ROV_OK && used > current) status = map_resize(env, map_size_for(current, used));
   pthread_mutex_unlock(&env->commit_lock);
   return status;
 }

@@ -12,7 +12,7 @@
 
 #include "platform/error.h"
 #include "platform/handle.h"
-#include "platform/store_engine.h"
+#include "platform/store_guard.h"
 #include "rov.h"
 
 namespace rov {
@@ -78,7 +78,8 @@ Env* env_new(const char* path, uint32_t flags) {
 }
 
 void env_delete(Env* env) {
-  if (env->engine != nullptr) mdb_env_close(env->engine);
+  // The system has a lock that is held in a list of the thread's, so it can't be unmapped.
+  if (env->engine != nullptr && !env->keeps_lock) mdb_env_close(env->engine);
   if (env->lock_file >= 0) close(env->lock_file);
   if (env->directory >= 0) close(env->directory);
   pthread_cond_destroy(&env->writer_gone);
@@ -89,15 +90,25 @@ void env_delete(Env* env) {
   delete env;
 }
 
+void set_page_size(Env* env) {
+  MDB_stat stat;
+  mdb_env_stat(env->engine, &stat);
+  env->page_size = stat.ms_psize;
+  const auto aligned = static_cast<uint32_t>(sysconf(_SC_PAGESIZE));
+  env->page_mask = (aligned < env->page_size ? aligned : env->page_size) - 1;
+}
+
 uint32_t open_engine(Env* env) {
   int error = mdb_env_create(&env->engine);
+  if (error == 0) guard_engine(env);
   if (error == 0) error = mdb_env_set_maxdbs(env->engine, kTables);
   if (error == 0) error = mdb_env_set_maxreaders(env->engine, kMaxReaders);
   const unsigned flags = MDB_NOTLS | (env->read_only ? MDB_RDONLY : 0U);
   if (error == 0) error = mdb_env_open(env->engine, env->path, flags, 0664);
   if (error != 0) return engine_fail(error, env, "open the data file");
   store_check_readers(env);
-  error = tables_open(env->engine, env->tables, false);
+  set_page_size(env);
+  error = tables_open(env);
   return engine_fail(error, env, "open the tables");
 }
 

@@ -6,7 +6,8 @@
 
 #include "platform/crc32c.h"
 #include "platform/error.h"
-#include "platform/store_engine.h"
+#include "platform/store_guard.h"
+#include "platform/verify_layout.h"
 #include "rov.h"
 
 namespace rov {
@@ -47,22 +48,37 @@ uint32_t corrupt(Table table, Bytes key) {
               key.len >= 4 ? load_be32(key.data + key.len - 4) : 0);
 }
 
-uint32_t check_record(Table table, const Record& record) {
+// A damaged entry can say that its key or value goes on beyond its page, and beyond the file.
+bool is_on_page(const Env* env, Bytes bytes) {
+  const auto at = reinterpret_cast<uintptr_t>(bytes.data);
+  return bytes.len <= env->page_size - (at & env->page_mask);
+}
+
+// A value that is longer has pages of its own, behind one head.
+bool has_pages(const Env* env, Bytes value) {
+  if ((reinterpret_cast<uintptr_t>(value.data) & env->page_mask) != kPageHead) return false;
+  const uint8_t* page = value.data - kPageHead;
+  return (page_flags(page) & kOverflowPage) != 0 &&
+         pages_for(value.len, env->page_size) <= overflow_pages(page);
+}
+
+uint32_t check_record(const Env* env, Table table, const Record& record) {
   const Bytes value = record.value;
+  if (!is_on_page(env, value) && !has_pages(env, value)) return corrupt(table, record.key);
   if (value.len >= 4 && load<uint32_t>(value.data) == record_crc(record.key, value)) return ROV_OK;
   return corrupt(table, record.key);
 }
 
 uint32_t fill_record(Snapshot* snapshot, Table table, MDB_val key, MDB_val value, Record* out) {
   out->value = {static_cast<const uint8_t*>(value.mv_data), static_cast<uint32_t>(value.mv_size)};
+  out->key = {static_cast<const uint8_t*>(key.mv_data), static_cast<uint32_t>(key.mv_size)};
+  if (!is_on_page(snapshot->env, out->key)) return corrupt(table, {});
   if (table == Table::kNodes) {
     if (key.mv_size != 4) return corrupt(table, {});
     store_be32(snapshot->node_key, load<uint32_t>(key.mv_data));
     out->key = {snapshot->node_key, 4};
-  } else {
-    out->key = {static_cast<const uint8_t*>(key.mv_data), static_cast<uint32_t>(key.mv_size)};
   }
-  return check_record(table, *out);
+  return check_record(snapshot->env, table, *out);
 }
 
 int cursor_of(Snapshot* snapshot, Table table, MDB_cursor** out) {
@@ -79,9 +95,52 @@ int cursor_of(Snapshot* snapshot, Table table, MDB_cursor** out) {
   return error;
 }
 
+// The last record whose key is not above `wanted`.
+int find_le(Snapshot* snapshot, Table table, const MDB_val& wanted, MDB_val* found,
+            MDB_val* value) {
+  MDB_cursor* cursor = nullptr;
+  int error = cursor_of(snapshot, table, &cursor);
+  if (error != 0) return error;
+  *found = wanted;
+  error = mdb_cursor_get(cursor, found, value, MDB_SET_RANGE);
+  if (error == MDB_NOTFOUND) return mdb_cursor_get(cursor, found, value, MDB_LAST);
+  if (error != 0) return error;
+  const unsigned number = snapshot->env->tables[static_cast<uint32_t>(table)];
+  if (mdb_cmp(snapshot->txn, number, found, &wanted) == 0) return 0;
+  return mdb_cursor_get(cursor, found, value, MDB_PREV);
+}
+
+// A call of the engine that reads.
+template <class Call>
+int read_guarded(Snapshot* snapshot, Call call) {
+  const int error = guarded(snapshot->env, call);
+  // What was found before is not to be answered any more, either.
+  if (error == kEngineDead) [[unlikely]]
+    snapshot_moved(snapshot);
+  return error;
+}
+
 uint32_t read_fail(int error, const Snapshot* snapshot) {
   return error == MDB_NOTFOUND ? uint32_t{ROV_ERR_NO_ITEM}
                                : engine_fail(error, snapshot->env, "read a record");
+}
+
+// Apart from snapshot_get, which needs no room on the stack without this.
+[[gnu::noinline]] uint32_t get_stored(Snapshot* snapshot, Table table, Bytes key, Record* out) {
+  uint32_t native = 0;
+  MDB_val wanted = engine_key(table, key, &native);
+  MDB_val value;
+  const unsigned number = snapshot->env->tables[static_cast<uint32_t>(table)];
+  const int error =
+      read_guarded(snapshot, [&] { return mdb_get(snapshot->txn, number, &wanted, &value); });
+  if (error != 0) return read_fail(error, snapshot);
+  out->key = key;
+  out->value = {static_cast<const uint8_t*>(value.mv_data), static_cast<uint32_t>(value.mv_size)};
+  const uint32_t status = check_record(snapshot->env, table, *out);
+  if (status == ROV_OK && table == Table::kNodes) {
+    snapshot->hints[native % kHints] = {native, snapshot->epoch, out->value.data, out->value.len};
+  }
+  return status;
 }
 
 // ---- Taking and giving back ---------------------------------------------------------------------
@@ -181,7 +240,7 @@ void snapshot_delete(Snapshot* snapshot) {
 uint32_t snapshot_open(Env* env, Gate* gate, Snapshot** out) {
   uint32_t status = kMapResized;
   for (int attempt = 0; attempt < kMapAttempts && status == kMapResized; ++attempt) {
-    if (env->dead.load(std::memory_order_relaxed)) return dead_env(env);
+    if (is_dead(env)) return dead_env(env);
     pthread_mutex_lock(&env->mutex);
     status = open_attempt(env, gate, out);
     pthread_mutex_unlock(&env->mutex);
@@ -208,7 +267,7 @@ uint32_t snapshot_renew(Snapshot* snapshot) {
     mdb_txn_reset(snapshot->txn);
     snapshot->revision = 0;
   }
-  const int error = begin(snapshot);
+  const int error = is_dead(snapshot->env) ? kEngineDead : begin(snapshot);
   return engine_fail(error, snapshot->env, "move to the newest commit");
 }
 
@@ -218,45 +277,27 @@ uint64_t store_revision(const Env* env) {
   return info.me_last_txnid;
 }
 
-uint32_t dead_env(const Env* env) {
-  return fail_text(
-      ROV_ERR_IO,
-      "the memory map of database %s was lost in this process: close the database and open "
-      "it again",
-      env->path);
-}
-
 uint32_t snapshot_get(Snapshot* snapshot, Table table, Bytes key, Record* out) {
-  out->key = key;
-  Hint* hint = nullptr;
-  uint32_t native = 0;
-  MDB_val wanted = engine_key(table, key, &native);
   if (table == Table::kNodes) {
-    hint = &snapshot->hints[native % kHints];
-    if (hint->node == native && hint->epoch == snapshot->epoch) {
-      out->value = {hint->value, hint->len};
+    const uint32_t native = load_be32(key.data);
+    const Hint& hint = snapshot->hints[native % kHints];
+    if (hint.node == native && hint.epoch == snapshot->epoch) {
+      *out = {key, {hint.value, hint.len}};
       return ROV_OK;
     }
   }
-  MDB_val value;
-  const unsigned number = snapshot->env->tables[static_cast<uint32_t>(table)];
-  const int error = mdb_get(snapshot->txn, number, &wanted, &value);
-  if (error != 0) return read_fail(error, snapshot);
-  out->value = {static_cast<const uint8_t*>(value.mv_data), static_cast<uint32_t>(value.mv_size)};
-  const uint32_t status = check_record(table, *out);
-  if (status == ROV_OK && hint != nullptr) {
-    *hint = {native, snapshot->epoch, out->value.data, out->value.len};
-  }
-  return status;
+  return get_stored(snapshot, table, key, out);
 }
 
 uint32_t snapshot_ge(Snapshot* snapshot, Table table, Bytes key, Record* out) {
   uint32_t native = 0;
   MDB_val found = engine_key(table, key, &native);
   MDB_val value;
-  MDB_cursor* cursor = nullptr;
-  int error = cursor_of(snapshot, table, &cursor);
-  if (error == 0) error = mdb_cursor_get(cursor, &found, &value, MDB_SET_RANGE);
+  const int error = read_guarded(snapshot, [&] {
+    MDB_cursor* cursor = nullptr;
+    const int opened = cursor_of(snapshot, table, &cursor);
+    return opened != 0 ? opened : mdb_cursor_get(cursor, &found, &value, MDB_SET_RANGE);
+  });
   if (error != 0) return read_fail(error, snapshot);
   return fill_record(snapshot, table, found, value, out);
 }
@@ -264,21 +305,10 @@ uint32_t snapshot_ge(Snapshot* snapshot, Table table, Bytes key, Record* out) {
 uint32_t snapshot_le(Snapshot* snapshot, Table table, Bytes key, Record* out) {
   uint32_t native = 0;
   const MDB_val wanted = engine_key(table, key, &native);
-  MDB_val found = wanted;
+  MDB_val found;
   MDB_val value;
-  MDB_cursor* cursor = nullptr;
-  int error = cursor_of(snapshot, table, &cursor);
-  if (error != 0) return read_fail(error, snapshot);
-  error = mdb_cursor_get(cursor, &found, &value, MDB_SET_RANGE);
-  if (error == MDB_NOTFOUND) {
-    error = mdb_cursor_get(cursor, &found, &value, MDB_LAST);
-  } else if (error == 0) {
-    MDB_val asked = wanted;
-    const unsigned number = snapshot->env->tables[static_cast<uint32_t>(table)];
-    if (mdb_cmp(snapshot->txn, number, &found, &asked) != 0) {
-      error = mdb_cursor_get(cursor, &found, &value, MDB_PREV);
-    }
-  }
+  const int error =
+      read_guarded(snapshot, [&] { return find_le(snapshot, table, wanted, &found, &value); });
   if (error != 0) return read_fail(error, snapshot);
   return fill_record(snapshot, table, found, value, out);
 }
@@ -286,7 +316,7 @@ uint32_t snapshot_le(Snapshot* snapshot, Table table, Bytes key, Record* out) {
 uint32_t snapshot_count(Snapshot* snapshot, Table table, uint32_t* count) {
   MDB_stat stat;
   const unsigned number = snapshot->env->tables[static_cast<uint32_t>(table)];
-  const int error = mdb_stat(snapshot->txn, number, &stat);
+  const int error = read_guarded(snapshot, [&] { return mdb_stat(snapshot->txn, number, &stat); });
   if (error != 0) return engine_fail(error, snapshot->env, "count records");
   *count = static_cast<uint32_t>(stat.ms_entries);
   return ROV_OK;

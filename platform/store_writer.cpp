@@ -115,19 +115,20 @@ uint32_t take_file_lock(Env* env, int64_t deadline, uint32_t retry_ms) {
 // behind the data file, so that snapshots would still begin on the commit before. Beginning a
 // transaction of the engine repairs that.
 uint32_t settle(Env* env) {
-  if (env->dead.load(std::memory_order_relaxed)) return dead_env(env);
   pthread_mutex_lock(&env->commit_lock);
-  MDB_txn* txn = nullptr;
-  int error = mdb_txn_begin(env->engine, nullptr, 0, &txn);
-  while (error == MDB_MAP_RESIZED) {
-    const uint32_t status = map_resize(env, map_size_for(map_size(env), map_used(env)));
-    if (status != ROV_OK) break;
-    error = mdb_txn_begin(env->engine, nullptr, 0, &txn);
+  uint32_t status = is_dead(env) ? dead_env(env) : check_length(env);
+  while (status == ROV_OK) {
+    MDB_txn* txn = nullptr;
+    const int error = mdb_txn_begin(env->engine, nullptr, 0, &txn);
+    if (error != MDB_MAP_RESIZED) {
+      if (error == 0) mdb_txn_abort(txn);
+      status = engine_fail(error, env, "begin a write session");
+      break;
+    }
+    status = map_resize(env, map_size_for(map_size(env), map_used(env)));
   }
-  if (error == 0) mdb_txn_abort(txn);
   pthread_mutex_unlock(&env->commit_lock);
-  return error == MDB_MAP_RESIZED ? uint32_t{ROV_ERR_FULL}
-                                  : engine_fail(error, env, "begin a write session");
+  return status;
 }
 
 }  // namespace

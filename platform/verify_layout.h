@@ -127,6 +127,11 @@ inline Entry read_entry(const uint8_t* at) {
   if constexpr (kWord > 4) child |= static_cast<Word>(uint64_t{flags} << 32);
   return {size, flags, {at + kEntryHead, key_len}, at + kEntryHead + key_len, child};
 }
+// Whether a file of that length can have so many pages. What is beyond its end is free, and the list
+// of free pages is in the file.
+inline bool can_have_pages(uint64_t bytes, uint32_t page_size, Word last_page) {
+  return last_page <= bytes / page_size + bytes / kWord;
+}
 // Pages that an overflow value of so many bytes needs.
 inline uint64_t pages_for(uint64_t size, uint32_t page_size) {
   return (kPageHead - 1 + size) / page_size + 1;

@@ -45,10 +45,9 @@ uint32_t Pages::measure() {
 uint32_t Pages::set_extent(uint32_t page_size, Word last_page) {
   page_size_ = page_size;
   last_page_ = last_page;
-  const uint64_t there = bytes_ / page_size;
-  if (last_page > there + bytes_ / kWord) {
+  if (!can_have_pages(bytes_, page_size, last_page)) {
     return damaged(0, "the meta page counts %llu pages, the file has %llu", Number{last_page} + 1,
-                   Number{there});
+                   Number{bytes_ / page_size});
   }
   const size_t room = last_page / 8 + 1;
   claimed_ = static_cast<uint8_t*>(calloc(room, 1));

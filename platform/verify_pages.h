@@ -17,8 +17,7 @@ class Pages {
   uint32_t measure();
   uint64_t file_bytes() const { return bytes_; }
 
-  // Says how long a page is and which is the last. That must be possible in a file of this length:
-  // what is beyond its end is free, and the list of free pages is in the file.
+  // Says how long a page is and which is the last. That must be possible in a file of this length.
   uint32_t set_extent(uint32_t page_size, Word last_page);
   uint32_t page_size() const { return page_size_; }
   Word last_page() const { return last_page_; }

@@ -4,7 +4,8 @@
  * Conventions
  *  1. Every function returns a status unless it says otherwise: ROV_OK or one of ROV_ERR_*. Beside
  *     those that it names, one that reads the store can return a "status of the store": CORRUPT
- *     (naming the record), IO, NO_MEM or GENERIC; one that writes, also FULL. rov_err_message
+ *     (naming the record, or what else is damaged: the process may then be done with the database
+ *     until it has closed it), IO, NO_MEM or GENERIC; one that writes, also FULL. rov_err_message
  *     (rov_edit.h) has the failure in words. On failure an output is left as it was unless the
  *     function says that it clears it.
  *  2. Handles (library, database, session, snapshot) are 32-bit numbers, never pointers, never 0. A
