@@ -87,7 +87,7 @@ void sweep_all(const Steps& steps, uint32_t most, uint32_t most_if_slow) {
   uint32_t injected = 0;
   for (const CallFault& fault : fault::call_faults()) {
     const uint32_t calls = clean.counts.calls[fault.call];
-    const uint32_t here = sweep(fault, steps, calls, fault::scaled(most, most_if_slow));
+    const uint32_t here = sweep(fault, steps, calls, fault::scaled_processes(most, most_if_slow));
     printf("%s: %u calls, %u faults\n", text_of(fault).c_str(), calls, here);
     EXPECT_TRUE(calls == 0 || here > 0) << text_of(fault);
     injected += here;

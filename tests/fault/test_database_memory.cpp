@@ -93,7 +93,8 @@ void sweep(const char* name, Work work, const Steps& steps, uint32_t most, uint3
   ASSERT_EQ(clean.code, int{kGood}) << clean.err;
   const uint32_t requests = clean.counts.calls[kMemory];
   uint32_t injected = 0;
-  const std::vector<uint32_t> points = fault::points(requests, fault::scaled(most, most_if_slow));
+  const std::vector<uint32_t> points =
+      fault::points(requests, fault::scaled_processes(most, most_if_slow));
   fault::announce(name, 0, requests, "requests for memory");
   for (const uint32_t at : points) {
     for (const uint32_t until : {at + 1, interpose::kForever}) {

@@ -245,7 +245,8 @@ class KillTest : public DatabaseTest {
 };
 
 TEST_F(KillTest, NothingIsTornOrLostAndNobodyWaits) {
-  const uint32_t rounds = fault::scaled(sizeof(void*) == 8 ? 2000 : 500);
+  const uint32_t all = sizeof(void*) == 8 ? 2000 : 500;
+  const uint32_t rounds = fault::scaled_processes(all, all);
   fault::announce("kill -9", fault::seed_or(31), rounds, "rounds");
   auto longest = Clock::duration::zero();
   for (uint32_t round = 0; round < rounds && !HasFailure(); ++round) {
