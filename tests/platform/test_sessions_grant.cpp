@@ -190,8 +190,10 @@ TEST_F(GrantTest, ItEndsByItself) {
 TEST_F(GrantTest, ADamagedOneIsNone) {
   ASSERT_OK(rov_db_ses_lock_grant(db_, user_of(kOther, getpid())));
   std::fstream file(path() + "/writer.lock", std::ios::in | std::ios::out | std::ios::binary);
+  file.seekg(9);
+  const int byte = file.get();
   file.seekp(9);
-  file.put('\x55');
+  file.put(static_cast<char>(byte ^ 0x55));
   // Closing the file here would give up the locks of this process, of which there are none now.
   file.close();
   EXPECT_OK(try_write(db_));
