@@ -11,8 +11,6 @@
 namespace rov {
 namespace {
 
-constexpr int kAttempts = 100;
-
 // The engine reads through the map, so the map must not change meanwhile.
 uint32_t copy_once(Env* env, int file) {
   pthread_mutex_lock(&env->commit_lock);
@@ -28,16 +26,8 @@ uint32_t copy_once(Env* env, int file) {
 }  // namespace
 
 uint32_t store_copy(Env* env, int file) {
-  uint32_t status = copy_once(env, file);
-  for (int attempt = 1; attempt < kAttempts && status == kMapResized; ++attempt) {
-    status = store_adopt_map(env);
-    if (status == ROV_OK) status = copy_once(env, file);
-  }
-  if (status == kMapResized) {
-    return fail_text(ROV_ERR_BUSY,
-                     "database %s grows faster than this process can follow: try again", env->path);
-  }
-  if (status == ROV_OK && fsync(file) != 0) status = engine_fail(errno, env, "sync the copy");
+  const uint32_t status = follow_growth(env, [&] { return copy_once(env, file); });
+  if (status == ROV_OK && fsync(file) != 0) return engine_fail(errno, env, "sync the copy");
   return status;
 }
 

@@ -3,6 +3,7 @@
 #define PLATFORM_STORE_ENGINE_H
 
 #include "platform/store.h"
+#include "rov.h"
 
 namespace rov {
 
@@ -96,6 +97,20 @@ uint32_t map_resize(Env* env, size_t size);
 // Stops all snapshots' gates and lets them go on. Under env->mutex.
 void hold_snapshots(Env* env);
 void resume_snapshots(Env* env);
+// Notes that the map could not be made large enough in time.
+uint32_t grows_too_fast(const Env* env);
+// Attempts something, again with a larger map as long as it gives kMapResized: another process made
+// the file grow. The caller is outside every gate.
+template <class Attempt>
+uint32_t follow_growth(Env* env, Attempt attempt) {
+  constexpr int kAttempts = 100;
+  uint32_t status = attempt();
+  for (int n = 1; n < kAttempts && status == kMapResized; ++n) {
+    status = store_adopt_map(env);
+    if (status == ROV_OK) status = attempt();
+  }
+  return status == kMapResized ? grows_too_fast(env) : status;
+}
 
 // ---- store_writer.cpp, store_reserve.cpp --------------------------------------------------------
 

@@ -110,6 +110,11 @@ uint32_t map_resize(Env* env, size_t size) {
   return engine_fail(error, env, "change the memory map");
 }
 
+uint32_t grows_too_fast(const Env* env) {
+  return fail_text(ROV_ERR_BUSY, "database %s grows faster than this process can follow: try again",
+                   env->path);
+}
+
 uint32_t store_adopt_map(Env* env) {
   pthread_mutex_lock(&env->commit_lock);
   const size_t current = map_size(env);

@@ -108,8 +108,7 @@ uint32_t open_engine(Env* env) {
   if (error != 0) return engine_fail(error, env, "open the data file");
   store_check_readers(env);
   set_page_size(env);
-  error = tables_open(env);
-  return engine_fail(error, env, "open the tables");
+  return follow_growth(env, [&] { return engine_fail(tables_open(env), env, "open the tables"); });
 }
 
 // Verified first, and by one process at a time.

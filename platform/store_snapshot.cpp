@@ -14,7 +14,6 @@ namespace rov {
 namespace {
 
 constexpr uint32_t kMaxSpares = 16;
-constexpr int kMapAttempts = 100;
 
 // ---- Keys and records ---------------------------------------------------------------------------
 
@@ -238,18 +237,13 @@ void snapshot_delete(Snapshot* snapshot) {
 }
 
 uint32_t snapshot_open(Env* env, Gate* gate, Snapshot** out) {
-  uint32_t status = kMapResized;
-  for (int attempt = 0; attempt < kMapAttempts && status == kMapResized; ++attempt) {
+  return follow_growth(env, [&] {
     if (is_dead(env)) return dead_env(env);
     pthread_mutex_lock(&env->mutex);
-    status = open_attempt(env, gate, out);
+    const uint32_t status = open_attempt(env, gate, out);
     pthread_mutex_unlock(&env->mutex);
-    if (status != kMapResized) return status;
-    const uint32_t adopted = store_adopt_map(env);
-    if (adopted != ROV_OK) return adopted;
-  }
-  return fail_text(ROV_ERR_BUSY, "database %s grows faster than this process can follow: try again",
-                   env->path);
+    return status;
+  });
 }
 
 void snapshot_close(Snapshot* snapshot) {

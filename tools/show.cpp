@@ -1,5 +1,6 @@
 #include "tools/show.h"
 
+#include "rov.h"
 #include "tools/names.h"
 #include "tools/node_image.h"
 #include "tools/node_json.h"
@@ -16,7 +17,10 @@ using nlohmann::ordered_json;
 std::string target_text(const ReadSession& session, uint32_t id) {
   qim_node_t record;
   const uint32_t status = qim_node_read(session.handle(), id, 0, &record);
-  return node_id_text(id) + " " + (status == 0 ? node_type_name(record.type) : "(missing)");
+  if (status == ROV_ERR_NO_ITEM) return node_id_text(id) + " (missing)";
+  if (is_about_contents(status)) return node_id_text(id) + " (undecodable)";
+  require(status, "read node " + node_id_text(id));
+  return node_id_text(id) + " " + node_type_name(record.type);
 }
 
 ordered_json describe_links(const ReadSession& session, const std::vector<qim_link_t>& links) {

@@ -43,10 +43,12 @@ bool is_of_link(const rov_change_t& change) {
   return change.kind == ROV_CHANGE_LINK_PUT || change.kind == ROV_CHANGE_LINK_DEL;
 }
 
-// Of a node that is gone only the name tells what it was.
+// Of a node that is gone, or not understood, only the name tells what it was.
 std::string node_text(const ReadSession& session, uint32_t id) {
   qim_node_t record;
-  if (qim_node_read(session.handle(), id, 0, &record) != 0) return node_id_text(id);
+  const uint32_t status = qim_node_read(session.handle(), id, 0, &record);
+  if (status == ROV_ERR_NO_ITEM || is_about_contents(status)) return node_id_text(id);
+  require(status, "read node " + node_id_text(id));
   return node_id_text(id) + " " + node_type_name(record.type);
 }
 

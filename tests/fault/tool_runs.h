@@ -4,26 +4,12 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "tests/fault/forked_run.h"
+#include "tests/fault/tool_commands.h"
 #include "tests/platform/database_fixture.h"
 
 namespace fault {
-
-enum class Needs { kDatabase, kCopy, kNoDatabase };
-
-struct Command {
-  std::vector<std::string>
-      words;    // "@" in front of one: a file of examples/; "@@": a file made for this
-  Needs needs;  // kDatabase: it writes nothing
-};
-
-// Every command, and those that touch the database in different ways.
-const std::vector<Command>& all_commands();
-const std::vector<Command>& database_commands();
-
-std::string text_of(const Command& command);
 
 // A database with the examples, and a place for copies of it.
 class ToolRuns {
@@ -41,11 +27,8 @@ class ToolRuns {
 
  private:
   void prepare(Needs needs);
-  std::string file_of(const std::string& word) const;
-  std::vector<std::string> words_of(const Command& command) const;
 
   testing_rov::TemporaryDirectory directory_;
-  std::string examples_;
   std::string database_;
   std::string copy_;
   std::string used_;

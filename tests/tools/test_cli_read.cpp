@@ -4,7 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "rov_edit.h"
 #include "tools/cli.h"
+#include "tools/database.h"
 #include "tools/example_database.h"
 #include "tools/native.h"
 #include "tools/support.h"
@@ -16,6 +18,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 using tools_test::Outcome;
+using tools_test::run_qimctl;
 
 class Read : public tools_test::ExampleDatabase {};
 
@@ -147,6 +150,25 @@ TEST_F(Read, cuts_a_tree_at_a_depth) {
   EXPECT_EQ(output({"tree", "0x04100090", "--depth", "0"}),
             "0x04100090 Edest  \"ge-0/0/0\", interface 287454020 vrf 16909060 vlan 100 vdc 1, "
             "type 5, in  (deeper: see --depth)\n");
+}
+
+// A node that can't be made sense of is not missing.
+TEST(Show, tells_what_its_links_lead_to) {
+  const tools_test::TempDir dir;
+  const std::string database = dir / "db";
+  tools_test::write_text(dir / "nodes.json", R"({"format": "qim-policy", "version": 1, "nodes": [
+    {"id": 1, "type": "Group", "links": {"0x8001": 2, "0x8002": {"node": 3, "node2": 4}}},
+    {"id": 2, "type": "Action"}, {"id": 4, "type": "Action"}, {"id": 3, "type": "Raw", "body": {"tlv": "0001000200000fff"}}]})");
+  ASSERT_EQ(run_qimctl({"--db", database, "import", dir / "nodes.json"}).code, 0);
+  {
+    const qimctl::Database opened(database, qimctl::OpenMode::read);
+    qimctl::WriteSession session(opened);
+    ASSERT_EQ(rov_edit_node_del(session.handle(), qimctl::database_id(4)), uint32_t{ROV_OK});
+    session.commit();
+  }
+  const std::string out = run_qimctl({"--db", database, "show", "1"}).out;
+  EXPECT_THAT(out, HasSubstr("-> 0x00000002 Action\n"));
+  EXPECT_THAT(out, HasSubstr("-> 0x00000003 (undecodable), node2 0x00000004 (missing)\n"));
 }
 
 }  // namespace
