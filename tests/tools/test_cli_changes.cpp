@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 
+#include "rov_edit.h"
 #include "tools/cli.h"
+#include "tools/database.h"
 #include "tools/support.h"
 
 namespace {
@@ -85,6 +88,52 @@ TEST_F(Changes, are_watched_as_another_process_makes_them) {
             "revision 3  node put  0x00000002 Action\n"
             "revision 4  node put  0x00000003 Action\n"
             "revision 4  node put  0x00000004 Action\n");
+}
+
+// Commits one edit.
+template <typename Edit>
+void commit(const qimctl::Database& database, Edit edit) {
+  qimctl::WriteSession session(database);
+  ASSERT_EQ(edit(session.handle()), uint32_t{ROV_OK}) << rov_err_message();
+  session.commit();
+}
+
+TEST_F(Changes, are_watched_whatever_their_kind) {
+  tools_test::write_text(
+      dir_ / "named.json",
+      R"({"format": "qim-policy", "version": 1, "nodes": [{"id": 2, "type": "Dset",
+    "dset": {"dest": {"fmt": "interface", "ifix": 7}, "type": 5}}]})");
+  ASSERT_EQ(run({"import", dir_ / "named.json"}).code, 0);
+  {
+    const qimctl::Database database(dir_ / "db", qimctl::OpenMode::read);
+    const rov_node_id_t owner = qimctl::database_id(1);
+    rov_link_t link{};
+    link.owner = owner;
+    link.field = 0x141;
+    link.node = qimctl::database_id(9);
+    commit(database, [&](uint32_t ses) { return rov_edit_link_put(ses, &link); });
+    commit(database, [&](uint32_t ses) { return rov_edit_link_del(ses, owner, 0x141); });
+    commit(database, [](uint32_t ses) { return rov_edit_node_del(ses, qimctl::database_id(2)); });
+    ASSERT_EQ(rov_db_priv_post(database.handle(), 77, 3, "abc"), uint32_t{ROV_OK});
+  }
+  const std::string name = "interface 7 vrf 0 vlan 0 vdc 0, type 5, out";
+  EXPECT_EQ(output({"watch", "--from", "2", "--timeout", "0"}),
+            "revision 3  node put  0x00000002  " + name +
+                "\nrevision 4  link put  0x00000001 Action  ln_141\n"
+                "revision 5  link deleted  0x00000001 Action  ln_141\n"
+                "revision 6  node deleted  0x00000002  " +
+                name + "\nrevision 7  posted  private data 77\n");
+  std::vector<json> changes;
+  std::istringstream lines(output({"watch", "--from", "2", "--timeout", "0", "--json"}));
+  for (std::string line; std::getline(lines, line);) changes.push_back(json::parse(line));
+  ASSERT_EQ(changes.size(), 5u);
+  EXPECT_EQ(changes[0]["dset"], "010000000700000000000000000000000000000500");
+  EXPECT_FALSE(changes[0].contains("field"));
+  EXPECT_EQ(changes[1]["field"], "ln_141");
+  EXPECT_EQ(changes[2]["field"], "ln_141");
+  EXPECT_EQ(changes[3]["node"], "0x00000002");
+  EXPECT_EQ(changes[4]["key"], 77);
+  EXPECT_FALSE(changes[4].contains("node"));
 }
 
 // One commit with more changes than the database tells.
