@@ -86,8 +86,7 @@ inline uint32_t decode_record(void* record, const void* tlva, uint32_t len,
                               const tlvo_table_t* table) {
   const auto* const begin = static_cast<const uint8_t*>(tlva);
   const Step* const step = Level::is_last() || table == nullptr ? nullptr : ready_plan(table);
-  if (step == nullptr) [[unlikely]]
-    return decode_unplanned(record, begin, begin + len, table);
+  if (step == nullptr) return decode_unplanned(record, begin, begin + len, table);
   if (step->whole == len) return decode_run(record, begin, begin + len, step);
   return decode_planned(record, begin, begin + len, step);
 }
