@@ -61,7 +61,7 @@ class Editor {
   // False for what needs an image that is larger.
   bool edit(Input& input, Damage* damage) {
     if (image_.size() < page_size_) return false;
-    const uint32_t kind = input.byte() % std::size(kEdits);
+    const uint32_t kind = input.byte() % uint32_t{std::size(kEdits)};
     (this->*kEdits[kind])(input);
     if (kind >= kFirstMending && kind <= kLastMending) damage->mended = true;
     return true;
