@@ -1,6 +1,7 @@
 // Tables that the codec follows by a plan, beside the same tables without one.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <thread>
@@ -244,6 +245,125 @@ TEST(TlvPlans, DamagedDataAreRefusedAlike) {
     if (random.below(3) == 0) tlva.resize(random.below(static_cast<uint32_t>(tlva.size())));
     expect_alike(tlva);
   }
+}
+
+// ---- Runs of integers, alone and embedded ----
+
+struct Rate {
+  uint32_t unit;
+  uint32_t gap;
+  uint64_t rate;
+  uint32_t burst_unit;
+  uint32_t gap2;
+  uint64_t burst;
+};
+
+struct Rates {
+  uint32_t flags;
+  uint32_t gap;
+  Rate first;
+  Rate second;
+};
+
+constexpr Table<4> make_rate_table() {
+  return {table_head("rate", 0x67, sizeof(Rate)),
+          {int_field(1, 4, offsetof(Rate, unit)), int_field(2, 8, offsetof(Rate, rate)),
+           int_field(3, 4, offsetof(Rate, burst_unit)), int_field(4, 8, offsetof(Rate, burst)),
+           end_field()}};
+}
+
+constexpr Table<3> make_rates_table(const tlvo_table_t* rate) {
+  return {table_head("rates", 0x68, sizeof(Rates)),
+          {record_field(1, offsetof(Rates, first), sizeof(Rate), rate),
+           record_field(2, offsetof(Rates, second), sizeof(Rate), rate),
+           int_field(3, 4, offsetof(Rates, flags)), end_field()}};
+}
+
+constinit const Table<4> rate_table = make_rate_table();
+constinit const Table<3> rates_table = make_rates_table(&rate_table.head);
+constinit Table<4> writable_rate_table = make_rate_table();
+constinit Table<3> writable_rates_table = make_rates_table(&writable_rate_table.head);
+
+template <typename Record>
+std::string trace_plain(const tlvo_table_t* table, const Bytes& tlva) {
+  Record record{};
+  uint32_t status = decode(&record, tlva, table);
+  std::string text = std::to_string(status) + " " + hex(&record, sizeof record);
+  if (status != ROV_OK) text += rov_err_message();
+  for (uint32_t room = 0; room <= tlvo_enc_struct_to_tlva_size(table, &record) + 4; ++room) {
+    Bytes out(room + 1, 0xee);
+    uint32_t len = 1;
+    status = tlvo_enc_struct_to_tlva(out.data(), room, table, &record, &len, nullptr, 0);
+    text += "\n" + std::to_string(status) + " " + hex(out.data(), len);
+    if (status != ROV_OK) text += rov_err_message();
+    if (out[room] != 0xee) text += " beyond its room";
+  }
+  return text;
+}
+
+TEST(TlvPlans, RunsOfIntegersAreCodedAlikeWithAndWithoutOne) {
+  const Builder rate = Builder()
+                           .int32(0x670001, 1)
+                           .int64(0x670002, 1ull << 40)
+                           .int32(0x670003, 3)
+                           .int64(0x670004, 4);
+  const Bytes rates =
+      Builder().attribute(0x680001, rate).attribute(0x680002, rate).int32(0x680003, 5).bytes();
+  const auto expect_rates_alike = [](const Bytes& tlva) {
+    ASSERT_EQ(trace_plain<Rates>(&rates_table.head, tlva),
+              trace_plain<Rates>(&writable_rates_table.head, tlva));
+    ASSERT_EQ(trace_plain<Rate>(&rate_table.head, tlva),
+              trace_plain<Rate>(&writable_rate_table.head, tlva));
+  };
+  for (const Bytes& whole : {rates, rate.bytes()}) {
+    for (size_t at = 0; at <= whole.size(); ++at) {
+      expect_rates_alike(Bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(at)));
+      if (at == whole.size()) break;
+      Bytes damaged = whole;
+      damaged[at] ^= 2;
+      expect_rates_alike(damaged);
+    }
+  }
+  EXPECT_NE(tlv::ready_plan(&rates_table.head), nullptr);
+  EXPECT_EQ(tlv::ready_plan(&writable_rates_table.head), nullptr);
+}
+
+// Values between integers: of the record's first byte as many bytes as it says.
+uint32_t put_bytes(const void* record, void**, void* out, uint32_t* len, uint32_t* done) {
+  const uint8_t count = *static_cast<const uint8_t*>(record);
+  return rov_cpy_fld_to_tlv("0123456789", count, out, len, done);
+}
+uint32_t take_bytes(void* record, const void*, uint32_t len, void**) {
+  *static_cast<uint8_t*>(record) = static_cast<uint8_t>(len);
+  return ROV_OK;
+}
+uint32_t count_bytes(const void* record) {
+  return *static_cast<const uint8_t*>(record);
+}
+
+constexpr Table<4> make_mixed_table() {
+  return {table_head("mixed", 0x69, 12),
+          {value_field(1, 0, put_bytes, take_bytes, count_bytes), int_field(2, 4, 4),
+           value_field(3, 0, put_bytes, take_bytes, count_bytes), int_field(4, 4, 8), end_field()}};
+}
+
+constinit const Table<4> mixed_table = make_mixed_table();
+constinit Table<4> writable_mixed_table = make_mixed_table();
+
+TEST(TlvPlans, ValuesBetweenIntegersAreCodedAlikeWithAndWithoutOne) {
+  using Mixed = std::array<uint8_t, 12>;
+  for (uint32_t count = 0; count <= 10; ++count) {
+    const Bytes value(count, 'x');
+    const Bytes tlva = Builder()
+                           .attribute(0x690001, value)
+                           .int32(0x690002, 2)
+                           .attribute(0x690003, value)
+                           .int32(0x690004, 4)
+                           .bytes();
+    EXPECT_EQ(trace_plain<Mixed>(&mixed_table.head, tlva),
+              trace_plain<Mixed>(&writable_mixed_table.head, tlva));
+  }
+  EXPECT_NE(tlv::ready_plan(&mixed_table.head), nullptr);
 }
 
 // ---- Callbacks that misbehave, with a plan ----
