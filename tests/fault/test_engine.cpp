@@ -65,7 +65,7 @@ TEST_F(FailingEngine, FailsWhatIsDoneAndNothingElse) {
   PlatformTour tour(directory_.file("db"));
   for (const PlatformTour::Step& step : PlatformTour::steps()) {
     tour.close();
-    sweep(tour, step, fault::scaled(5, 2));
+    sweep(tour, step, fault::scaled(5, 1));
   }
   sweep(tour, PlatformTour::watching().back(), 2);
   fault::announce("the engine", 0, injected_, "faults");
@@ -124,7 +124,7 @@ TEST_F(FailingEngine, FailsEditsAndLosesTheirSession) {
     ASSERT_OK(rov_edit_begin(db, &ses));
     const Counts clean = fault::count_calls(nullptr, [&] { ASSERT_OK(edit.make(ses)); });
     ASSERT_OK(rov_edit_abandon(ses));
-    fault::each_point(clean, fault::scaled(20, 3), Sealed::kToo, [&](const Plan& plan) {
+    fault::each_point(clean, fault::scaled(20, 2), Sealed::kToo, [&](const Plan& plan) {
       ASSERT_OK(rov_edit_begin(db, &ses));
       uint32_t status = ROV_OK;
       injected_ += fault::count_calls(&plan, [&] { status = edit.make(ses); }).injected;
