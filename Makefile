@@ -8,7 +8,7 @@ PRESETS := native i386 powerpc asan tsan clang
 .DEFAULT_GOAL := native
 MAKEFLAGS += --no-print-directory
 .PHONY: $(PRESETS) demo check coverage fuzz soak bench format lint install clean help
-.PHONY: $(PRESETS:%=check-%)
+.PHONY: $(PRESETS:%=check-%) check-coverage
 
 $(PRESETS):
 	@cmake --preset $@ $(if $(V),,--log-level=NOTICE)
@@ -22,7 +22,7 @@ demo:
 check:
 	@scripts/check
 
-$(PRESETS:%=check-%): check-%:
+$(PRESETS:%=check-%) check-coverage: check-%:
 	@scripts/check $*
 
 coverage:
