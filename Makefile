@@ -58,7 +58,7 @@ help:
 	@echo 'make                    build for this machine into build/native'
 	@echo 'make <preset>           build one of: $(PRESETS)'
 	@echo 'make demo               set up, build, and show the tool at work'
-	@echo 'make check              everything: lint, all builds, all tests'
+	@echo 'make check              everything: lint, all builds, all tests, what they reach'
 	@echo 'make check-<preset>     the tests of one preset'
 	@echo 'make coverage           which lines and branches the tests reach'
 	@echo 'make soak               the fault sweeps with a hundred times their counts, for hours'
