@@ -15,8 +15,13 @@ function(qim_include_root target scope)
     file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${path} ${root}/${path} SYMBOLIC)
   endforeach()
   target_include_directories(${target} ${scope} ${root})
-  # Debug information, counters and messages tell where the files are, not how they were found.
-  target_compile_options(${target} ${scope} -ffile-prefix-map=${root}/=${PROJECT_SOURCE_DIR}/)
+  if(QIM_COVERAGE)
+    # Counters tell where a file is, not how it was found, whether it was named from the top of the
+    # file system or from the folder in which compilers run.
+    foreach(found ${root} roots/${target})
+      target_compile_options(${target} ${scope} -ffile-prefix-map=${found}/=${PROJECT_SOURCE_DIR}/)
+    endforeach()
+  endif()
 endfunction()
 
 # The description of all layers, "<target> <folder> <used target>..." a line, for those who draw or
