@@ -193,6 +193,10 @@ uint32_t fail(uint32_t status, Note note, uint32_t a, uint32_t b) {
   return status;
 }
 
+uint32_t bad_argument(uint32_t number) {
+  return fail(ROV_ERR_INVALID, Note::kArgument, number);
+}
+
 uint32_t fail_text(uint32_t status, const char* format, ...) {
   Failure& f = next(status, Note::kText);
   va_list arguments;

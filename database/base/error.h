@@ -41,6 +41,9 @@ enum class Note : uint8_t {
 // Notes a failure and returns `status`.
 uint32_t fail(uint32_t status, Note note, uint32_t a = 0, uint32_t b = 0);
 
+// Notes that an argument, counted from 1, is missing or out of its range; ROV_ERR_INVALID.
+uint32_t bad_argument(uint32_t number);
+
 // Notes a failure with its sentence: what, where, what to do about it. Not for the read path.
 [[gnu::format(printf, 2, 3)]] uint32_t fail_text(uint32_t status, const char* format, ...);
 

@@ -1,26 +1,17 @@
 // C entries: the file of a database as a whole.
 #include "database/base/crc32c.h"
 #include "database/base/error.h"
-#include "database/graph/changes.h"
 #include "database/session/database.h"
 #include "rov_edit.h"
 
-namespace {
-
-uint32_t bad_argument(uint32_t number) {
-  return rov::fail(ROV_ERR_INVALID, rov::Note::kArgument, number);
-}
-
-}  // namespace
+using rov::bad_argument;
 
 uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report) {
   if (report == nullptr) return bad_argument(2);
   const rov::DatabasePin pin(db, rov::DatabasePin::Of::kAny);
   if (pin.status() != ROV_OK) return pin.status();
-  const rov::WriterWait wait = {pin->library->wait_ms.load(), pin->library->retry_ms.load(),
-                                nullptr, rov::user_number(pin->client)};
   rov::VerifyReport found;
-  const uint32_t status = rov::store_verify(pin->env, wait, &found);
+  const uint32_t status = rov::database_verify(*pin.get(), &found);
   if (status != ROV_OK) return status;
   *report = {};
   report->revision = found.revision;

@@ -7,15 +7,11 @@
 
 namespace {
 
+using rov::bad_argument;
+using rov::Database;
 using rov::DatabasePin;
-using rov::fail;
 using rov::fail_text;
 using rov::Library;
-using rov::Note;
-
-uint32_t bad_argument(uint32_t number) {
-  return fail(ROV_ERR_INVALID, Note::kArgument, number);
-}
 
 uint32_t check_block(const rov_parms_t* parms) {
   if (parms == nullptr) return ROV_OK;
@@ -121,16 +117,7 @@ uint32_t rov_db_reg_node_id_cnv(uint32_t db, rov_node_id_cnv_fn to, rov_node_id_
 
 uint32_t rov_reg_show_output(uint32_t db, const rov_show_t* show) {
   if (show == nullptr) return bad_argument(2);
-  DatabasePin pin(db);
-  if (pin.status() != ROV_OK) return pin.status();
-  uint32_t at = 0;
-  while (at < pin->show_count && pin->shows[at]->selector != show->selector) ++at;
-  if (at == rov::kMaxShows) {
-    return fail_text(ROV_ERR_FULL, "at most %u show records can be registered", rov::kMaxShows);
-  }
-  pin->shows[at] = show;
-  if (at == pin->show_count) ++pin->show_count;
-  return ROV_OK;
+  return rov::with_database(db, [=](Database& of) { return rov::database_add_show(of, show); });
 }
 
 uint32_t rov_reg_extract_pinst(uint32_t db, rov_extract_pinst_fn extract) {
@@ -155,13 +142,7 @@ uint32_t rov_ses_open_ro(uint32_t db, uint32_t* ses_out) {
 }
 
 uint32_t rov_ses_timeout(uint32_t ses) {
-  uint32_t status = ROV_OK;
-  {
-    const rov::Access access(ses);
-    status = access.status();
-  }
-  rov::idle_expire();
-  return status;
+  return rov::session_touch(ses);
 }
 
 uint32_t rov_db_ses_exists(uint32_t db, uint32_t ses, uint32_t* exists) {
@@ -173,9 +154,8 @@ uint32_t rov_db_ses_exists(uint32_t db, uint32_t ses, uint32_t* exists) {
 }
 
 uint32_t rov_db_ses_lock_grant(uint32_t db, uint64_t user) {
-  const DatabasePin pin(db);
-  if (pin.status() != ROV_OK) return pin.status();
-  return rov::writer_reserve(pin->env, user, ROV_GRANT_SECONDS);
+  return rov::with_database(
+      db, [=](Database& of) { return rov::writer_reserve(of.env, user, ROV_GRANT_SECONDS); });
 }
 
 uint32_t rov_ses_close(uint32_t ses) {
@@ -184,12 +164,5 @@ uint32_t rov_ses_close(uint32_t ses) {
 
 uint32_t rov_ses_orig_handle(uint32_t ses, uint32_t* base_out) {
   if (base_out == nullptr) return bad_argument(2);
-  const uint32_t live = rov::as_kind(ses, rov::Kind::kSession);
-  const bool session =
-      rov::kind_of(ses) == rov::Kind::kSession || rov::kind_of(ses) == rov::Kind::kBase;
-  if (!session) return fail(ROV_ERR_HANDLE, Note::kHandle, ses);
-  rov::Access access(live);
-  if (access.failed()) return access.status();
-  *base_out = rov::as_kind(ses, rov::Kind::kBase);
-  return ROV_OK;
+  return rov::session_base(ses, base_out);
 }

@@ -164,14 +164,14 @@ uint32_t show(const DatabasePin& db, const rov_show_req_t& req) {
     case ROV_SHOW_DATABASE:
       return show_database(out, db, registered);
     default:
-      return fail(ROV_ERR_INVALID, Note::kArgument, 2);
+      return rov::bad_argument(2);
   }
 }
 
 }  // namespace
 
 uint32_t rov_db_show_internal(uint32_t db, const rov_show_req_t* req) {
-  if (req == nullptr || req->out == nullptr) return fail(ROV_ERR_INVALID, Note::kArgument, 2);
+  if (req == nullptr || req->out == nullptr) return rov::bad_argument(2);
   const DatabasePin pin(db);
   if (pin.status() != ROV_OK) return pin.status();
   if (req->ses != 0) return show(pin, *req);

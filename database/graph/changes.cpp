@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "database/base/error.h"
+#include "database/graph/edit.h"
 #include "database/store/store.h"
 #include "rov.h"
 
@@ -137,12 +138,7 @@ uint32_t user_put(View& view, const Author& author) {
   return ROV_OK;
 }
 
-}  // namespace
-
-uint64_t user_number(uint32_t client) {
-  return uint64_t{client} << 32 | static_cast<uint32_t>(getpid());
-}
-
+// Takes a node's data-set name into a change, where the node is there and has one.
 uint32_t change_name(View& view, uint32_t node, Change* change) {
   if (view.changes >= kMaxChangesPerCommit) return ROV_OK;  // it will not be logged by itself
   const uint32_t status = view_seek_node(view, node);
@@ -153,12 +149,57 @@ uint32_t change_name(View& view, uint32_t node, Change* change) {
   return ROV_OK;
 }
 
+uint32_t log_link(View& view, uint32_t kind, uint32_t owner, uint32_t field) {
+  Change change;
+  change.kind = kind;
+  change.node = owner;
+  change.field = field;
+  const uint32_t status = change_name(view, owner, &change);
+  return status == ROV_OK ? change_log(view, change) : status;
+}
+
+}  // namespace
+
+uint64_t user_number(uint32_t client) {
+  return uint64_t{client} << 32 | static_cast<uint32_t>(getpid());
+}
+
 uint32_t change_log(View& view, Change change) {
   if (view.changes++ >= kMaxChangesPerCommit) return ROV_OK;
   change.revision = revision_of(view);
   change.number = view.changes - 1;
   change.user = user_number(view.client);
   return change_put(view, change);
+}
+
+uint32_t logged_node_put(View& view, const rov_edit_node_t& node) {
+  const uint32_t status = edit_node_put(view, node);
+  if (status != ROV_OK) return status;
+  Change change;
+  change.kind = ROV_CHANGE_NODE_PUT;
+  change.node = number_of(node.id);
+  change.dset_len = node.dset_len;
+  if (node.dset_len != 0) memcpy(change.dset, node.dset, node.dset_len);
+  return change_log(view, change);
+}
+
+uint32_t logged_node_del(View& view, uint32_t node) {
+  Change change;
+  change.kind = ROV_CHANGE_NODE_DEL;
+  change.node = node;
+  uint32_t status = change_name(view, node, &change);  // as long as it has one
+  if (status == ROV_OK) status = edit_node_del(view, node);
+  return status == ROV_OK ? change_log(view, change) : status;
+}
+
+uint32_t logged_link_put(View& view, uint32_t owner, const Link& link) {
+  const uint32_t status = edit_link_put(view, owner, link);
+  return status == ROV_OK ? log_link(view, ROV_CHANGE_LINK_PUT, owner, link.field) : status;
+}
+
+uint32_t logged_link_del(View& view, uint32_t owner, uint32_t field) {
+  const uint32_t status = edit_link_del(view, owner, field);
+  return status == ROV_OK ? log_link(view, ROV_CHANGE_LINK_DEL, owner, field) : status;
 }
 
 uint32_t changes_seal(View& view, const Author& author) {

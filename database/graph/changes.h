@@ -4,6 +4,7 @@
 #define DATABASE_GRAPH_CHANGES_H
 
 #include "database/graph/view.h"
+#include "rov_edit.h"
 
 namespace rov {
 
@@ -33,8 +34,13 @@ struct Author {
 // The number of a client in this process.
 uint64_t user_number(uint32_t client);
 
-// Takes a node's data-set name into a change, where the node is there and has one.
-uint32_t change_name(View& view, uint32_t node, Change* change);
+// The edits (edit.h) with the change that is logged of each: whatever follows a database learns of
+// what was written through these only.
+uint32_t logged_node_put(View& view, const rov_edit_node_t& node);
+uint32_t logged_node_del(View& view, uint32_t node);
+uint32_t logged_link_put(View& view, uint32_t owner, const Link& link);
+uint32_t logged_link_del(View& view, uint32_t owner, uint32_t field);
+
 // Logs a change of a write session's view; revision, number and user are filled in.
 uint32_t change_log(View& view, Change change);
 // Before the commit: logs who commits, and prunes the log.

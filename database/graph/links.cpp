@@ -1,3 +1,4 @@
+// Links of a node, read.
 #include "database/graph/links.h"
 
 #include "database/base/error.h"

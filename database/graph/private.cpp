@@ -1,7 +1,9 @@
+// Private data of nodes: one record for each node and client.
 #include "database/graph/private.h"
 
 #include "database/base/error.h"
 #include "database/graph/edit.h"
+#include "database/store/store.h"
 #include "rov.h"
 
 namespace rov {
@@ -38,6 +40,48 @@ uint32_t private_set(View& view, uint32_t node, const void* data, uint32_t len) 
   if (value == nullptr) return ROV_ERR_NO_MEM;
   memcpy(value + 4, data, len);
   return had ? uint32_t{ROV_OK} : edit_clients(view, node, 1);
+}
+
+uint32_t private_set_for(View& view, uint32_t client, uint32_t node, const void* data,
+                         uint32_t len) {
+  const uint32_t own = view.client;
+  view.client = client;
+  const uint32_t status = private_set(view, node, data, len);
+  view.client = own;
+  return status;
+}
+
+uint32_t private_nth(View& view, uint32_t node, uint32_t n, PrivateEntry* entry) {
+  uint32_t status = view_find_node(view, node);
+  if (status != ROV_OK) return status;
+  Record record;
+  Key key = pair_key(node, 0);
+  for (uint32_t at = 0;; ++at) {
+    status = view_ge(view, Table::kPrivate, key, &record);
+    if (status != ROV_OK && status != ROV_ERR_NO_ITEM) return status;
+    if (status != ROV_OK || load_be32(record.key.data) != node) break;
+    if (at == n) {
+      *entry = {load_be32(record.key.data + 4), {record.value.data + 4, record.value.len - 4}};
+      return ROV_OK;
+    }
+    if (!key_after(Table::kPrivate, record.key, &key)) break;
+  }
+  return fail(ROV_ERR_NO_VALUE, Note::kNoPrivate, n);
+}
+
+uint32_t private_pointer_set(View& view, uint32_t node, void* pointer) {
+  const uint32_t status = view_find_node(view, node);
+  if (status != ROV_OK) return status;
+  const auto value = reinterpret_cast<uintptr_t>(pointer);
+  if (view.snapshot->env->pointers.set(view.client, node, value)) return ROV_OK;
+  return fail(ROV_ERR_NO_MEM, Note::kNoMemory);
+}
+
+uint32_t private_pointer_get(View& view, uint32_t node, void** pointer) {
+  const uint32_t status = view_find_node(view, node);
+  if (status != ROV_OK) return status;
+  *pointer = reinterpret_cast<void*>(view.snapshot->env->pointers.get(view.client, node));
+  return ROV_OK;
 }
 
 uint32_t private_drop(View& view, uint32_t node) {

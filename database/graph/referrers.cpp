@@ -1,6 +1,8 @@
+// The nodes that refer to a node, read: a walk over the chunks in which they are kept.
 #include "database/graph/referrers.h"
 
 #include "database/base/error.h"
+#include "database/graph/edit.h"
 #include "rov.h"
 
 namespace rov {
@@ -75,6 +77,20 @@ uint32_t referrer_at(View& view, uint32_t node, uint32_t index, Referrer* out) {
   }
   const uint32_t at = index - place.start;
   *out = {place.chunk.id(at), place.chunk.field(at)};
+  return ROV_OK;
+}
+
+uint32_t referrer_get(View& view, uint32_t node, uint32_t index, uint32_t* total, uint32_t* field,
+                      rov_node_id_t* ref) {
+  uint32_t status = find_settled_node(view, node);
+  if (status != ROV_OK) return status;
+  Referrer referrer;
+  status = referrer_at(view, node, index, &referrer);
+  if (status == ROV_ERR_NO_ITEM) return fail(status, Note::kNoReferrer, node, index);
+  if (status != ROV_OK) return status;
+  if (total != nullptr) *total = view.node.refs;
+  if (field != nullptr) *field = referrer.field;
+  if (ref != nullptr) *ref = id_of(referrer.node);
   return ROV_OK;
 }
 

@@ -11,6 +11,10 @@ namespace rov {
 // the last. Asking for one after the other costs one step each.
 uint32_t referrer_at(View& view, uint32_t node, uint32_t index, Referrer* out);
 
+// The same of a node that must be there, for whom any of the answers may be NULL; noted.
+uint32_t referrer_get(View& view, uint32_t node, uint32_t index, uint32_t* total, uint32_t* field,
+                      rov_node_id_t* ref);
+
 // Writes the first `count` referrers as identifiers; *filled of them, when there are fewer.
 uint32_t referrers_all(View& view, uint32_t node, rov_node_id_t* out, uint32_t count,
                        uint32_t* filled);

@@ -61,6 +61,9 @@ inline uint32_t number_of(const rov_node_id_t& id) {
   if ((id.word[1] | id.word[2] | id.word[3]) != 0) return 0;
   return load_be32(id.word);
 }
+inline bool is_zero(const rov_node_id_t& id) {
+  return (id.word[0] | id.word[1] | id.word[2] | id.word[3]) == 0;
+}
 inline rov_node_id_t id_of(uint32_t number) {
   rov_node_id_t id = {};
   store_be32(id.word, number);

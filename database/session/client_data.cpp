@@ -1,3 +1,4 @@
+// What clients keep on the database and on their sessions: records of one table, by owner and key.
 #include "database/session/client_data.h"
 
 #include <unistd.h>
@@ -5,8 +6,8 @@
 #include "database/base/error.h"
 #include "database/base/process.h"
 #include "database/handle/handle.h"
+#include "database/session/transact.h"
 #include "database/store/store.h"
-#include "rov.h"
 
 namespace rov {
 namespace {
@@ -89,6 +90,34 @@ uint32_t no_value(uint32_t key) {
   return fail(ROV_ERR_NO_VALUE, Note::kNoPrivate, key);
 }
 
+Bytes bytes_of(const rov_priv_t& priv) {
+  return {static_cast<const uint8_t*>(priv.data), priv.len};
+}
+
+// Copies data into the caller's room; the length is told in any case.
+uint32_t give(Bytes data, rov_priv_t* priv) {
+  const uint32_t room = priv->len;
+  priv->len = data.len;
+  if (room < data.len) return fail(ROV_ERR_LENGTH, Note::kBuffer, room, data.len);
+  if (data.len != 0) memcpy(priv->data, data.data, data.len);
+  return ROV_OK;
+}
+
+// Hands out what dead sessions left under the first key above `after`.
+uint32_t take_over(View& view, const DataOwner& to, uint32_t after, bool keep, rov_priv_t* priv) {
+  DataOwner from = {};
+  uint32_t key = 0;
+  Bytes data;
+  uint32_t status = client_data_left(view, to.client, after, &from, &key);
+  if (status == ROV_OK) status = client_data_get(view, from, key, &data);
+  if (status != ROV_OK) return status;
+  priv->key = key;
+  status = give(data, priv);
+  if (status != ROV_OK || keep) return status;
+  status = client_data_put(view, to, key, bytes_of(*priv));
+  return status == ROV_OK ? client_data_del_left(view, to.client, key) : status;
+}
+
 }  // namespace
 
 DataOwner session_owner(uint32_t client, uint32_t session) {
@@ -168,6 +197,60 @@ uint32_t client_data_del_left(View& view, uint32_t client, uint32_t key) {
     if (entry.key.key != key) return uint32_t{ROV_OK};
     return view_erase(view, Table::kClients, client_key(entry.key));
   });
+}
+
+uint32_t data_place_of_database(uint32_t db, DataPlace* place) {
+  const DatabasePin pin(db);
+  if (pin.status() != ROV_OK) return pin.status();
+  *place = {db, {pin->client, 0, 0}};
+  return ROV_OK;
+}
+
+uint32_t data_place_of_session(uint32_t ses, DataPlace* place) {
+  Access access(ses);
+  if (access.failed()) return access.status();
+  const Session& session = access.session();
+  *place = {session.db->handle, session_owner(access.view().client, session.handle)};
+  return ROV_OK;
+}
+
+uint32_t data_write(const DataPlace& place, const rov_priv_t& priv) {
+  return with_writer(place.db, [&](View& view) {
+    return client_data_put(view, place.owner, priv.key, bytes_of(priv));
+  });
+}
+
+uint32_t data_read(const DataPlace& place, rov_priv_t* priv) {
+  return with_newest(place.db, [&](View& view) {
+    Bytes data;
+    const uint32_t status = client_data_get(view, place.owner, priv->key, &data);
+    return status == ROV_OK ? give(data, priv) : status;
+  });
+}
+
+uint32_t data_delete(const DataPlace& place, uint32_t key) {
+  return with_writer(place.db, [&](View& view) { return client_data_del(view, place.owner, key); });
+}
+
+uint32_t data_delete_all(const DataPlace& place) {
+  return with_writer(place.db, [&](View& view) { return client_data_del_all(view, place.owner); });
+}
+
+uint32_t data_read_next(const DataPlace& place, uint32_t after, rov_priv_t* priv) {
+  return with_newest(place.db, [&](View& view) {
+    uint32_t key = 0;
+    Bytes data;
+    uint32_t status = client_data_next(view, place.owner, after, &key);
+    if (status == ROV_OK) status = client_data_get(view, place.owner, key, &data);
+    if (status != ROV_OK) return status;
+    priv->key = key;
+    return give(data, priv);
+  });
+}
+
+uint32_t data_recover(const DataPlace& place, uint32_t after, bool keep, rov_priv_t* priv) {
+  const auto work = [&](View& view) { return take_over(view, place.owner, after, keep, priv); };
+  return keep ? with_newest(place.db, work) : with_writer(place.db, work);
 }
 
 }  // namespace rov

@@ -3,6 +3,7 @@
 #define DATABASE_SESSION_CLIENT_DATA_H
 
 #include "database/graph/view.h"
+#include "rov.h"
 
 namespace rov {
 
@@ -32,6 +33,28 @@ uint32_t client_data_left(View& view, uint32_t client, uint32_t after, DataOwner
                           uint32_t* key);
 // Takes away what such sessions left under the key.
 uint32_t client_data_del_left(View& view, uint32_t client, uint32_t key);
+
+// ---- What calls do with them, each in a session of its own --------------------------------------
+
+// Whose data a call means, and where they are.
+struct DataPlace {
+  uint32_t db = 0;
+  DataOwner owner = {};
+};
+
+// Those on the database. Those of a session, whose base's handle means the session, too.
+uint32_t data_place_of_database(uint32_t db, DataPlace* place);
+uint32_t data_place_of_session(uint32_t ses, DataPlace* place);
+
+// Each as the C entry of that name says; arguments have been checked.
+uint32_t data_write(const DataPlace& place, const rov_priv_t& priv);
+uint32_t data_read(const DataPlace& place, rov_priv_t* priv);
+uint32_t data_delete(const DataPlace& place, uint32_t key);
+uint32_t data_delete_all(const DataPlace& place);
+// The data under the first key above `after`.
+uint32_t data_read_next(const DataPlace& place, uint32_t after, rov_priv_t* priv);
+// Hands out what dead sessions left, and makes it the session's own unless it is to stay.
+uint32_t data_recover(const DataPlace& place, uint32_t after, bool keep, rov_priv_t* priv);
 
 }  // namespace rov
 

@@ -1,3 +1,4 @@
+// Libraries, databases and snapshots: opening, closing, and who keeps them open.
 #include "database/session/database.h"
 
 #include <pthread.h>
@@ -8,6 +9,7 @@
 
 #include "database/base/error.h"
 #include "database/base/logger.h"
+#include "database/graph/changes.h"
 #include "database/handle/handle.h"
 #include "database/session/session.h"
 
@@ -16,6 +18,9 @@ namespace {
 
 constexpr uint32_t kDefaultWaitMs = 10000;
 constexpr uint32_t kDefaultRetryMs = 5;
+
+// How often a snapshot may be removed between being found and being opened.
+constexpr int kAttempts = 3;
 
 pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 Library* g_libraries = nullptr;
@@ -103,6 +108,24 @@ void set_parms(Database* db, const rov_parms_t& parms) {
   db->parms = parms;
   db->client = parms.p.init_id;
   db->parms.p.db_path = db->env->path;
+}
+
+uint32_t open_copy(const Database& of, const char* path, Database** out) {
+  Database* db = nullptr;
+  const uint32_t status = open_at(Kind::kSnapshot, of.handle, path, ROV_DB_RDONLY, &db);
+  if (status != ROV_OK) return status;
+  // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
+  db->library = of.library;
+  set_parms(db, of.parms);
+  db->a1 = of.a1;
+  db->a2 = of.a2;
+  db->a6 = of.a6;
+  db->ps_max_nodes = of.ps_max_nodes;
+  db->ps_max_bytes = of.ps_max_bytes;
+  db->id_to_client = of.id_to_client;
+  db->id_from_client = of.id_from_client;
+  *out = db;
+  return ROV_OK;
 }
 
 bool close_owned(uint32_t handle);
@@ -198,21 +221,35 @@ uint32_t database_open(Library* library, const rov_parms_t* parms, uint32_t flag
   return ROV_OK;
 }
 
-uint32_t database_open_snapshot(const Database& of, const char* path, Database** out) {
-  Database* db = nullptr;
-  const uint32_t status = open_at(Kind::kSnapshot, of.handle, path, ROV_DB_RDONLY, &db);
+uint32_t database_verify(const Database& db, VerifyReport* report) {
+  const WriterWait wait = {db.library->wait_ms.load(), db.library->retry_ms.load(), nullptr,
+                           user_number(db.client)};
+  return store_verify(db.env, wait, report);
+}
+
+uint32_t database_add_show(Database& db, const rov_show_t* show) {
+  uint32_t at = 0;
+  while (at < db.show_count && db.shows[at]->selector != show->selector) ++at;
+  if (at == kMaxShows) {
+    return fail_text(ROV_ERR_FULL, "at most %u show records can be registered", kMaxShows);
+  }
+  db.shows[at] = show;
+  if (at == db.show_count) ++db.show_count;
+  return ROV_OK;
+}
+
+uint32_t database_open_snapshot(const Database& of, const CopyName& name, uint32_t* handle) {
+  Database* snapshot = nullptr;
+  uint32_t status = ROV_ERR_OPEN;
+  for (int attempt = 0; attempt < kAttempts && status == ROV_ERR_OPEN; ++attempt) {
+    CopyPlace place;
+    status = copies_get(of.env, name, &place);
+    if (status != ROV_OK) return status;
+    status = open_copy(of, place.path, &snapshot);
+  }
   if (status != ROV_OK) return status;
-  // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
-  db->library = of.library;
-  set_parms(db, of.parms);
-  db->a1 = of.a1;
-  db->a2 = of.a2;
-  db->a6 = of.a6;
-  db->ps_max_nodes = of.ps_max_nodes;
-  db->ps_max_bytes = of.ps_max_bytes;
-  db->id_to_client = of.id_to_client;
-  db->id_from_client = of.id_from_client;
-  *out = db;
+  *handle = snapshot->handle;
+  handle_publish(snapshot->handle);
   return ROV_OK;
 }
 

@@ -11,13 +11,6 @@
 
 namespace rov {
 
-// How a writer waits for another one.
-struct LockSettings {
-  uint32_t wait_ms;
-  uint32_t retry_ms;
-  uint32_t holders;  // 0 = no limit
-};
-
 // One a process and client identity; never closed.
 struct Library {
   uint32_t handle = 0;
@@ -80,6 +73,14 @@ class DatabasePin {
   uint32_t status_;
 };
 
+// Runs `work` on a database in use; its status is the answer.
+template <class Work>
+uint32_t with_database(uint32_t handle, Work work,
+                       DatabasePin::Of of = DatabasePin::Of::kDatabase) {
+  const DatabasePin pin(handle, of);
+  return pin.status() == ROV_OK ? work(*pin.get()) : pin.status();
+}
+
 // The library of that handle; ROV_ERR_HANDLE, noted.
 uint32_t library_of(uint32_t handle, Library** out);
 // The library of that identity, made when there is none.
@@ -91,8 +92,15 @@ uint32_t database_open(Library* library, const rov_parms_t* parms, uint32_t flag
 // Closes the sessions and snapshots that were opened through it, too.
 uint32_t database_close(uint32_t handle);
 
-// A snapshot is a database of its own, with the settings of the one that it was opened through.
-uint32_t database_open_snapshot(const Database& of, const char* path, Database** out);
+// Verifies the database's file while nobody writes.
+uint32_t database_verify(const Database& db, VerifyReport* report);
+
+// Registers a show record in the place of the one with its selector. ROV_ERR_FULL, noted.
+uint32_t database_add_show(Database& db, const rov_show_t* show);
+
+// Opens the snapshot of that name, made of the newest commit when there was none. A snapshot is a
+// database of its own, with the settings of the one that it was opened through.
+uint32_t database_open_snapshot(const Database& of, const CopyName& name, uint32_t* handle);
 uint32_t database_close_snapshot(uint32_t handle);
 
 }  // namespace rov

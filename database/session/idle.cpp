@@ -1,3 +1,4 @@
+// Sessions that expire: the list of those with a limit, and what is taken from them.
 #include "database/session/idle.h"
 
 #include <pthread.h>

@@ -1,3 +1,4 @@
+// Sessions: opening, entering, committing and closing them, and moving one to a newer commit.
 #include "database/session/session.h"
 
 #include <sched.h>
@@ -275,6 +276,26 @@ uint32_t session_commit(uint32_t handle, uint64_t* revision) {
   dispose(session);
   idle_expire();
   return status;
+}
+
+uint32_t session_touch(uint32_t handle) {
+  uint32_t status = ROV_OK;
+  {
+    const Access access(handle);
+    status = access.status();
+  }
+  idle_expire();
+  return status;
+}
+
+uint32_t session_base(uint32_t handle, uint32_t* base) {
+  if (kind_of(handle) != Kind::kSession && kind_of(handle) != Kind::kBase) {
+    return bad_handle(handle);
+  }
+  const Access access(as_kind(handle, Kind::kSession));
+  if (access.failed()) return access.status();
+  *base = as_kind(handle, Kind::kBase);
+  return ROV_OK;
 }
 
 bool session_exists(uint32_t db, uint32_t handle) {

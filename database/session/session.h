@@ -107,6 +107,10 @@ bool session_exists(uint32_t db, uint32_t handle);
 // Commits a write session and closes it in any case. The new commit's number goes to *revision when
 // it is not NULL.
 uint32_t session_commit(uint32_t handle, uint64_t* revision);
+// A use of the session, for its idle limit.
+uint32_t session_touch(uint32_t handle);
+// The handle of the session's base.
+uint32_t session_base(uint32_t handle, uint32_t* base);
 // Ends a write session without writing.
 uint32_t session_abandon(uint32_t handle);
 
