@@ -27,9 +27,16 @@
  *  8. Layout. Byte positions are those of the device ABI (32-bit pointers); on 64-bit builds
  *     pointer members widen and what follows them moves. Alignment gaps are named members. The
  *     assertions below hold in every build.
- *  9. Reports. When bit 0 of the context's debug flags is set, a failure is reported where it is
- *     detected: one line, "ERROR STATUS: 0x%x (%.64s/%d)\n" with status, function and a fixed
- *     number, to the logger.
+ *  9. Reports. A report is one line, "ERROR STATUS: 0x%x (%.64s/%d)\n" with status, function and a
+ *     fixed number, to the logger. When bit 0 of the context's debug flags is set, a function
+ *     reports a failure that it detects, and so does every function that hands it on: one failure
+ *     makes several reports. Failures that a call then turns into success are reported too: a link
+ *     that a node lacks, a buffer too short for arguments. Most internal errors are reported
+ *     whatever the flags (QIM_ERR_INTERNAL), and so is a node of the wrong type, as one of them.
+ *     These functions report nothing: qim_lib_close, qim_lib_tls_init, qim_link_ptr, the codec, and
+ *     those that convert, set or compare, or only hand a call on to the database; nor do these
+ *     report some: qim_lib_init QIM_ERR_VDC_RANGE, qim_lib_defaults and the private data of nodes
+ *     the database's last answer, qim_pinst_edest_lookup that there are no referrers.
  *
  * qim_db.h, which this header includes, has the sessions, the database's own operations and the
  * diagnostics.
@@ -57,7 +64,8 @@ enum {
   QIM_ERR_GENERIC = 0x41160000,       /* a status that nothing set; no finished call returns it */
   QIM_ERR_NOT_SUPPORTED = 0x41160001, /* qim_upstream_ifelse_get, always */
   QIM_ERR_NODE_TYPE = 0x41160002,     /* the node's type is unknown, or not the one asked for */
-  QIM_ERR_INTERNAL = 0x41160003,      /* an internal inconsistency; always reported */
+  QIM_ERR_INTERNAL = 0x41160003,      /* an internal inconsistency; reported whatever the flags,
+                                         but on request only of criteria and of the node cache */
   QIM_ERR_THREAD = 0x41160004,        /* the thread's own context cannot be set up */
   QIM_ERR_INVALID = 0x41160005,       /* a bad argument: identifier 0, an unknown link code, ... */
   QIM_ERR_6 = 0x41160006,             /* not produced */
@@ -81,7 +89,7 @@ typedef struct qim_lib_ctx {
   uint32_t reserved0[3];   /* 112 */
   uint32_t init_flags;     /* 124: flags given to qim_lib_init */
   uint32_t reserved1;      /* 128 */
-  int32_t use_count;       /* 132: successful qim_lib_init calls not yet matched by qim_lib_close */
+  int32_t use_count;       /* 132: starts that were counted and not yet taken back */
 } qim_lib_ctx_t;
 ROV_ASSERT_SIZE(qim_lib_ctx_t, 136);
 ROV_ASSERT_AT(qim_lib_ctx_t, db_parms, 12);
@@ -95,7 +103,7 @@ ROV_ASSERT_AT(qim_lib_ctx_t, use_count, 132);
 
 /* qim_lib_init flags */
 #define QIM_INIT_AGAIN \
-  0x00000400u /* allows, in either call, a second initialisation of one context */
+  0x00000400u /* in a call's flags or the context's: a further start of the context is allowed */
 
 /* The calling thread's context: the process's, or after qim_lib_tls_init the thread's own. Never
  * NULL. Aborts the process in a thread that has none although per-thread contexts are on: that
@@ -103,10 +111,15 @@ ROV_ASSERT_AT(qim_lib_ctx_t, use_count, 132);
 qim_lib_ctx_t* qim_lib_get(void);
 
 /* Gives the calling thread a context of its own, a copy of the process's as it stands. From the
- * first call in any thread on, every thread that uses the library needs one, the first thread
- * included. A second call in a thread starts afresh; contexts are never freed. `unused` is
- * ignored.
- * Returns 0; QIM_ERR_THREAD; QIM_ERR_NO_MEM. */
+ * first call in any thread on, QIM_ERR_NO_MEM or not, every thread that uses the library needs one,
+ * the first thread included. `unused` is ignored.
+ * The copy carries the process's use_count: every thread can take back the process's start, and two
+ * threads that do close one database handle twice. Let one of them. What a thread starts itself is
+ * its own: contexts of other threads know nothing of it.
+ * A second call in a thread discards its context and the starts that it made there: qim_lib_close
+ * knows them no more, and their databases stay open until rov_db_close. Contexts are never freed.
+ * Returns 0; QIM_ERR_THREAD, in every thread for good when the process's key could not be created
+ * (the process's context then goes on serving); QIM_ERR_NO_MEM. */
 uint32_t qim_lib_tls_init(uint32_t unused);
 uint32_t qim_lib_tls_init_int(void);
 
@@ -123,16 +136,27 @@ uint32_t qim_lib_defaults(uint32_t id, uint32_t arg);
  *  parms       database parameters, or NULL for the defaults; `id` is written into
  *              parms->p.init_id
  *  flags       database open flags; QIM_INIT_AGAIN is the library's own
- *  rov_lib     a database-library handle to use, or 0 to start that library
- * Again in an initialised context: the same id, no difference in the flag bits 0x40000063, and
- * QIM_INIT_AGAIN in this call's flags or the first's. Each success needs one qim_lib_close.
- * Returns 0; QIM_ERR_INVALID; QIM_ERR_VDC_RANGE (the context then holds the new parameters, the
- * use is not counted); a database status. */
+ *  rov_lib     a database-library handle to use, or 0 to start that library; where the context has
+ *              one (qim_lib_defaults, an earlier start, also one that failed) that one, or 0
+ * Again in an initialised context: the same id, no difference between `flags` and the context's
+ * init_flags in the bits 0x40000063, and QIM_INIT_AGAIN in one of the two. If init_flags have it,
+ * the context is refreshed: db_parms become those of the database just opened, init_arg and
+ * init_flags those of this call. A logger and debug flags that were set through an earlier handle
+ * vanish unless `parms` has them, and so does QIM_INIT_AGAIN unless `flags` have it.
+ * Each success is counted in use_count and needs one qim_lib_close. One failure is counted, too: a
+ * start that refreshes nothing returns the status of its last registration with the database
+ * (rov_reg_dbg_dsetname_print) although all is ready. After any other failure a *db_out that is
+ * not 0 is a database that stays open, to be closed with rov_db_close; the context's rov_lib stays
+ * for the next start.
+ * Returns 0; QIM_ERR_INVALID; QIM_ERR_VDC_RANGE (the context then holds the new parameters and is
+ * initialised: another start with QIM_INIT_AGAIN and its qim_lib_close clear it); a database
+ * status. */
 uint32_t qim_lib_init(uint32_t a1, uint32_t a2, uint32_t id, uint32_t arg, rov_parms_t* parms,
                       uint32_t a6, uint32_t flags, uint32_t rov_lib, uint32_t* db_out);
 
-/* Takes back one qim_lib_init; the last one clears the context. `db` and `arg` go to the database.
- * Returns 0; QIM_ERR_NOT_INIT; a database status. */
+/* Takes back one qim_lib_init; the last one clears the context. `db` and `arg` go to the database:
+ * when it refuses to close, the start is taken back all the same.
+ * Returns 0; QIM_ERR_NOT_INIT, without asking the database; the database's status. */
 uint32_t qim_lib_close(uint32_t db, uint32_t arg);
 
 /* rov_lib_init_locks with the context's own database-library handle in place of `lib`. */
@@ -283,7 +307,8 @@ extern qim_dsetname_t qim_pinstflds_srv;
 extern qim_dsetname_t qim_pinstflds_gen;
 
 /* Convert a name in place to network order and back. An unknown format converts as an interface
- * name. */
+ * name. A name that is constant, or that somebody else uses meanwhile, is not for these, nor for
+ * the other functions that convert in place, those that restore it included: convert a copy. */
 void qim_dsetname_hton(qim_dsetname_t* name);
 void qim_dsetname_ntoh(qim_dsetname_t* name);
 /* Builds the name of an interface policy; vdc as in qim_if_policy_dest_set. */
@@ -291,11 +316,11 @@ void qim_dsetname_for_if_policy(uint32_t type, uint8_t dir, uint16_t vdc, uint32
                                 uint16_t vlan, uint32_t ifix, qim_dsetname_t* out);
 /* Builds a name from decoded fields. Bytes that the format does not use are 0 in it. */
 void qim_pinst_to_dsetname(const qim_pinst_fields_t* pinst, qim_dsetname_t* out);
-/* Decodes a name. `name` is converted to host order in place and left so; out->reserved is not
- * written. */
+/* Decodes a name. `name` is converted to host order in place and left so: no shared name.
+ * out->reserved is not written. */
 void qim_pinst_from_dsetname(qim_pinst_fields_t* out, qim_dsetname_t* name);
-/* Callback for the database: the policy type in a record's data-set name, which is left as it
- * was found. */
+/* Callback for the database: the policy type in a record's data-set name, which is converted in
+ * place for the call and restored. */
 uint32_t qim_extract_pinst_from_sub(const rov_sub_t* sub);
 
 /* ==== Links =================================================================================== */
@@ -339,7 +364,8 @@ typedef struct qim_criterion {
   struct qim_criterion* next; /*  0: NULL at the end */
   uint32_t type;              /*  4 */
   uint32_t args_len;          /*  8: bytes at args */
-  uint8_t* args;              /* 12: opaque arguments, NULL when args_len is 0 */
+  uint8_t* args;              /* 12: opaque arguments. args_len 0: NULL in an open node, not NULL
+                                 in what qim_filter_criteria_get builds */
 } qim_criterion_t;
 ROV_ASSERT_SIZE(qim_criterion_t, 16);
 ROV_ASSERT_AT(qim_criterion_t, args, 12);
@@ -447,8 +473,9 @@ ROV_ASSERT_AT(qim_def_t, args, 28);
 /* A policy instance, an enforcement destination, or a data-set node with a name. 48 bytes. */
 typedef struct qim_pinst {
   qim_pinst_fields_t fields; /*  0: from the node's data-set name */
-  uint32_t edests;           /* 24: referring nodes that are enforcement destinations */
-  uint32_t nonedests;        /* 28: referring nodes that are not: 0, every referrer counts as one */
+  uint32_t edests;           /* 24: enforcement destinations: refs, for every referrer counts as
+                                one; 0 for QIM_NODE_DSET */
+  uint32_t nonedests;        /* 28: referrers that are none: 0 */
   qim_link_t ln_2c1;         /* 32: of an enforcement destination, leads to its policy instance */
 } qim_pinst_t;
 ROV_ASSERT(size_qim_pinst, sizeof(qim_pinst_t) == 48);
@@ -485,8 +512,8 @@ ROV_ASSERT_SIZE(qim_node_t, 168);
 ROV_ASSERT_AT(qim_node_t, priv_buf, 32);
 ROV_ASSERT_AT(qim_node_t, body, 40);
 
-/* 1 or 0: is it a Filter or Hfilter / an Action, Haction or Police / either of the first two or
- * a Group of body type QIM_GROUP_IFELSE. */
+/* 1 or 0: is it a Filter or Hfilter / an Action, Haction or Police / a Filter, an Hfilter, or a
+ * Group of body type QIM_GROUP_IFELSE. */
 int qim_is_filterlist_type(const qim_node_t* node);
 int qim_is_actionlist_type(const qim_node_t* node);
 int qim_is_ifelse_filter_type(const qim_node_t* node);
@@ -494,20 +521,27 @@ int qim_is_ifelse_filter_type(const qim_node_t* node);
 /* ==== TLV codec =============================================================================== */
 
 /* Allocates `size` zeroed bytes from the context's pool into *out and the size into *out_size;
- * both are 0 on failure.
+ * both are 0 on failure. The block is the caller's, who frees it with
+ * mem_free(block, &ctx->db_parms.mem) of mem.h, ctx being that context; size 0 gives NULL.
  * Returns 0 or the allocator's status. */
 uint32_t qim_tlv_struct_alloc(uint32_t size, void** out, uint32_t* out_size);
 
 /* Every record kind K has a descriptor table qim_K_tbl (the head; the field descriptors follow
  * it) and four functions:
- *  qim_K_to_struct      decodes `len` bytes at `tlv` into the record at *record (flags:
- *                       TLVO_DEC_IN_PLACE = 1), or into a new one (flags 0). Returns 0 or a
- *                       database status. Lists and byte strings come from the context's pool and
- *                       are freed with mem_free.
+ *  qim_K_to_struct      decodes `len` bytes at `tlv`. Returns 0 or a database status. flags:
+ *                       TLVO_DEC_IN_PLACE = 1: into the record at *record, which must be zeroed:
+ *                       what has no attribute is not written, and lists are appended to. After a
+ *                       failure the record holds what decoding got to.
+ *                       0: into a new record at *record, NULL after a failure. It is of the
+ *                       process's own pool: mem_free(record, NULL).
+ *                       Either way what hangs in the record, list elements and byte strings, is
+ *                       the caller's, too. Each is freed by itself as a block of
+ *                       qim_tlv_struct_alloc is, before the record.
  *  qim_K_to_tlv         encodes a record into `room` bytes at `tlv`; *len receives the bytes,
  *                       *count the top-level attributes (either may be NULL); flags: 0. Returns
  *                       0 or a database status.
- *  qim_K_get_tlv_sz     the encoded size in bytes, 0xffffffff on failure.
+ *  qim_K_get_tlv_sz     the encoded size in bytes, 0xffffffff on failure. Of a record that encoding
+ *                       refuses it may be given all the same: arguments with a length and no bytes.
  *  qim_K_get_struct_sz  the bytes of the fixed record that `tlv` decodes into, 0xffffffff on
  *                       failure. */
 #define QIM_CODEC_KINDS(X) \
@@ -590,8 +624,8 @@ extern qim_node_cache_entry_t* node_cache_tail;
 
 /* Looks (ses, node_id) up; a hit moves to the head. *out is the entry or NULL. Returns 0. */
 uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id, qim_node_cache_entry_t** out);
-/* Puts an entry at the head, frees an older one under its key, and evicts from the tail. Returns
- * 0. */
+/* Puts an entry at the head, frees an older one under its key (`ses` and its node), and evicts from
+ * the tail what was opened through entry->ses. Returns 0. */
 uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib);
 /* Takes the entry out of the list without freeing it. out may be NULL. The entry's `next` keeps
  * its value, so the caller frees it with qim_lib_node_destroy. Returns 0. */
@@ -633,7 +667,7 @@ uint32_t qim_node_ref_get(uint32_t ses, qim_node_id_t node_id, uint32_t index, q
 /* All referrers of a node (an open node or a copy): node->refs identifiers in *refs, which the
  * caller frees with free(), and their number in *count. The number is that of the time the node was
  * read; what the database no longer holds comes back as 0. NULL and 0 without referrers and on
- * failure.
+ * failure; a logger that looks at them during the call may see an array still.
  * Returns 0; QIM_ERR_INVALID for a node of identifier 0; QIM_ERR_NO_MEM; a database status. */
 uint32_t qim_ref_get_all(uint32_t ses, const qim_node_t* node, qim_node_id_t** refs,
                          uint32_t* count);

@@ -17,7 +17,8 @@ extern "C" {
 
 /* ==== Sessions ================================================================================ */
 
-/* Opens a read-only session on the newest commit of database `db`: rov_ses_open_ro. */
+/* Opens a read-only session on the newest commit of database `db`: rov_ses_open_ro. It is closed
+ * with rov_ses_close (rov.h), the database's own function, for which clients link librovcommon. */
 uint32_t qim_ses_open_ro(uint32_t db, uint32_t* ses_out);
 /* The base session of `ses`, which sees the newest commit at every call: rov_ses_orig_handle. */
 uint32_t qim_ses_orig_handle(uint32_t ses, uint32_t* base_out);
@@ -53,7 +54,8 @@ uint32_t qim_db_snapshot(uint32_t db, const char* name, uint32_t* snapshot);
 uint32_t qim_db_uri_snapshot(uint32_t db, const char* uri, const char* name, uint32_t* snapshot);
 uint32_t qim_db_uri_rm(uint32_t db, const char* uri);
 
-/* Changes, and who made them. qim_msg_is_qim is rov_msg_is_rov. */
+/* Changes, and who made them. The node of a rov_change_t from qim_process_msg is in the database's
+ * form: qim_from_rov_node_id. qim_msg_is_qim is rov_msg_is_rov. */
 uint32_t qim_db_ntf(uint32_t db, rov_ntf_t* ntf);
 uint32_t qim_process_msg(uint32_t db, void* msg, uint32_t room, uint32_t* len);
 uint32_t qim_msg_is_qim(const void* msg);
@@ -70,10 +72,11 @@ uint32_t qim_err_retry_ok(uint32_t status, uint32_t tries);
 uint32_t qim_cl_err_retry_ok(uint32_t status, uint32_t tries);
 
 /* Registers the logger of the database and of this library's reports: the context keeps it even
- * when the database refuses it. NULL takes it away. In per-thread mode it is the calling
- * thread's. */
+ * when the database refuses it, until a start refreshes the context (qim_lib_init). NULL takes it
+ * away. In per-thread mode it is the calling thread's. */
 uint32_t qim_db_reg_logger(uint32_t db, rov_logger_fn logger, void* arg);
-/* Sets the debug flags of the database and, in the same way, of the context (QIM_DBG_*). */
+/* Sets the debug flags of the database and, in the same way and for as long, of the context
+ * (QIM_DBG_*). */
 uint32_t qim_db_debug(uint32_t db, uint32_t flags);
 /* The database's show of nodes, data sets and itself. */
 uint32_t qim_db_show_internal(uint32_t db, const rov_show_req_t* req);
