@@ -13,6 +13,7 @@ constexpr uint32_t kOptionalBit = 0x8000;
 constexpr uint32_t kCodeWidth = 16;
 
 void qim_link_from_rov(qim_link_t* link, const rov_link_t& from) {
+  // The owner is left out: the caller asked for a link of that node.
   link->node = qim_from_rov_node_id(&from.node);
   link->node2 = qim_from_rov_node_id(&from.node2);
   link->val = from.val;

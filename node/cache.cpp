@@ -78,6 +78,7 @@ qim_node_cache_entry_t* take_head() {
   return head;
 }
 
+// Clients hold the address of the record; the block around it is found by its place in there.
 qim_node_cache_entry_t* entry_of(qim_node_t* node) {
   return reinterpret_cast<qim_node_cache_entry_t*>(reinterpret_cast<char*>(node) -
                                                    offsetof(qim_node_cache_entry_t, node));
@@ -160,6 +161,8 @@ QIM_API uint32_t qim_node_cache_rm(uint32_t ses, qim_node_id_t node_id, qim_lib_
   return entry == nullptr ? 0 : qim_lib_node_destroy(entry, lib);
 }
 
+// Nothing is put in the old entry's place: the record is the client's copy and lacks what an open
+// node owns.
 QIM_API uint32_t qim_node_cache_replace(uint32_t ses, const qim_node_t* node, qim_lib_ctx_t* lib) {
   return qim_node_cache_rm(ses, node->id, lib);
 }
@@ -191,6 +194,8 @@ QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
   return status;
 }
 
+// Membership decides: a member has a successor or is the tail. An entry that was unlinked keeps its
+// stale successor and is taken for a member, so whoever unlinked it frees it by destroying it.
 QIM_API uint32_t qim_int_node_close(qim_node_t* node, qim_lib_ctx_t* lib) {
   qim_node_cache_entry_t* entry = entry_of(node);
   if (entry->next != nullptr || entry == node_cache_tail) {

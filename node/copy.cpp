@@ -1,3 +1,4 @@
+// Copies of nodes for clients: every value and no pointer, so that a copy outlives its open node.
 #include <string.h>
 
 #include <utility>

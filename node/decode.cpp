@@ -1,3 +1,5 @@
+// From a node's TLV to its record: the codec fills in what was stored, and the rest follows from
+// that, the links by the node's type, and the counts.
 #include "node/decode.h"
 
 #include "lib/report.h"

@@ -1,3 +1,7 @@
+// Freeing an open node with all that it owns.
+//
+// A node whose pointers and lengths disagree is not freed further: what they lead to cannot be
+// trusted, and memory that is lost does less harm than memory that is freed twice.
 #include "lib/export.h"
 #include "lib/report.h"
 #include "node/memory.h"
@@ -65,6 +69,7 @@ QIM_API uint32_t qim_lib_node_destroy(qim_node_cache_entry_t* entry, qim_lib_ctx
   if (status != 0) {
     return status;
   }
+  // Lengths from 2^31 on count as none: no database keeps private data of that size.
   if (static_cast<int32_t>(node.priv_len) > 0 && node.priv_buf != nullptr) {
     status = free_block(node.priv_buf, 682, lib);
     if (status != 0) {

@@ -10,6 +10,8 @@ namespace {
 
 constexpr const char* kArgGet = "qim_node_arg_get";
 
+// Both record kinds have a length and a pointer, but at different places: named by their positions,
+// they can be served by one function.
 template <class T>
 T member_at(const qim_node_t* node, size_t position) {
   T value;

@@ -32,6 +32,7 @@ uint32_t fail(const ReadAll& all, uint32_t status, int32_t line) {
   return status;
 }
 
+// Room is compared as signed: after the private data's alignment less than nothing may be left.
 bool fits(const ReadAll& all, uint32_t len) {
   return static_cast<int32_t>(len) <= all.left;
 }

@@ -1,3 +1,4 @@
+// What kind of node a record is, as evaluation asks: by its type, and for groups by their body's.
 #include "lib/export.h"
 #include "qim.h"
 
