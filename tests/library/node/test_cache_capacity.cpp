@@ -8,12 +8,12 @@ namespace {
 
 using fake::report;
 using node_test::kFailure;
+using node_test::kInternal;
 using node_test::kSes;
 
 using Texts = std::vector<std::string>;
 
 constexpr std::uint32_t kOther = kSes + 1;  // another session
-constexpr std::uint32_t kInternal = QIM_ERR_INTERNAL;
 
 class NodeCache : public node_test::CacheTest {
  protected:

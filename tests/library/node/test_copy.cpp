@@ -11,12 +11,11 @@ namespace {
 using fake::report;
 using node_test::Bytes;
 using node_test::bytes_of;
+using node_test::kInternal;
+using node_test::kNodeType;
 using node_test::kSes;
 
 using Texts = std::vector<std::string>;
-
-constexpr std::uint32_t kInternal = QIM_ERR_INTERNAL;
-constexpr std::uint32_t kNodeType = QIM_ERR_NODE_TYPE;
 
 // Inclusive positions in the body.
 struct Range {

@@ -16,12 +16,12 @@ using fake::report;
 using node_test::Bytes;
 using node_test::bytes_of;
 using node_test::kFailure;
+using node_test::kInternal;
 using node_test::kNode;
 using node_test::kSes;
 
 using Texts = std::vector<std::string>;
 
-constexpr std::uint32_t kInternal = QIM_ERR_INTERNAL;
 constexpr bool kSingle = false;
 constexpr bool kFull = true;
 

@@ -9,7 +9,9 @@ namespace {
 using fake::report;
 using node_test::Bytes;
 using node_test::kFailure;
+using node_test::kInternal;
 using node_test::kNode;
+using node_test::kNodeType;
 using node_test::kOtherFailure;
 using node_test::kSes;
 
@@ -19,8 +21,6 @@ using Texts = std::vector<std::string>;
 constexpr const char* kOpen = "qim_int_node_open";
 constexpr const char* kDecode = "qim_node_from_tlva";
 constexpr std::uint32_t kInvalid = QIM_ERR_INVALID;
-constexpr std::uint32_t kInternal = QIM_ERR_INTERNAL;
-constexpr std::uint32_t kNodeType = QIM_ERR_NODE_TYPE;
 
 class NodeOpenFailure : public node_test::NodeTest {
  protected:
