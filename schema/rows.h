@@ -2,9 +2,9 @@
 // one row here; the codec's descriptor tables, the link slots, the copiers, the show table,
 // printers and tests all walk these rows.
 //
-// A record's rows cover it without overlap, which is checked below: a member without a row, or a
-// row that does not fit its member, does not compile. The order of rows matters twice: fields stand
-// in a descriptor table, and links are resolved, in the order of their rows.
+// The rows of a record are its members, each once; schema/row_checks.h refuses to compile anything
+// else. The order of rows matters twice: fields stand in a descriptor table, and links are resolved,
+// in the order of their rows.
 #pragma once
 
 #include <stddef.h>
@@ -30,9 +30,11 @@ enum class Slot : uint8_t { none, single, full };
 struct Record;
 
 struct Row {
+  const char* of;     // the record's type, "qim_filter_t"; NULL for a row without a member
   const char* name;   // the member's name
   uint32_t position;  // byte position in the record
   uint32_t width;     // bytes
+  uint32_t align;     // bytes
   Coding coding = Coding::none;
   uint32_t tlv_id = 0;             // field id in TLV, where coding is not none
   const Record* record = nullptr;  // Coding::record and ::list: the record inside
@@ -59,14 +61,17 @@ struct Record {
 // Where a member stands. The macro is what the language leaves: no constant expression gives the
 // position of a member pointer's member.
 struct At {
+  const char* of;
   const char* name;
   uint32_t position;
   uint32_t width;
+  uint32_t align;
 };
-#define QIM_AT(T, member)                                                        \
-  ::qim::schema::At {                                                            \
-#member, static_cast < uint32_t>(offsetof(T, member)),                       \
-        static_cast < uint32_t>(sizeof(static_cast <const T*>(nullptr)->member)) \
+#define QIM_AT(T, member)                                                         \
+  ::qim::schema::At {                                                             \
+#T, #member, static_cast < uint32_t>(offsetof(T, member)),                    \
+        static_cast < uint32_t>(sizeof(static_cast <const T*>(nullptr)->member)), \
+        alignof(decltype(static_cast <const T*>(nullptr)->member))                \
   }
 
 namespace make {
@@ -82,7 +87,12 @@ constexpr uint16_t link_code(const char* name) {
 }
 
 constexpr Row plain(At at, bool copied) {
-  return {.name = at.name, .position = at.position, .width = at.width, .copied = copied};
+  return {.of = at.of,
+          .name = at.name,
+          .position = at.position,
+          .width = at.width,
+          .align = at.align,
+          .copied = copied};
 }
 
 // A value that the library fills itself and clients get.
@@ -168,9 +178,11 @@ constexpr Row value_shown(At at, uint32_t show_id) {
 
 // A show entry without a member: databases may hold the field, records do not.
 constexpr Row shown_only(const char* name, uint32_t show_id) {
-  return {.name = name,
+  return {.of = nullptr,
+          .name = name,
           .position = 0,
           .width = 0,
+          .align = 1,
           .show_id = show_id,
           .show_name = name,
           .show_kind = ROV_SHOW_INT};
@@ -360,57 +372,6 @@ constexpr const NodeType* node_type(uint32_t code) {
   return nullptr;
 }
 
-// ---- Checks
-// ------------------------------------------------------------------------------------------------
-
-namespace check {
-
-constexpr bool overlap(const Row& a, const Row& b) {
-  return a.position < b.position + b.width && b.position < a.position + a.width;
-}
-
-// On 64-bit builds the compiler may leave unnamed gaps before widened pointers; the device's layout
-// has none.
-constexpr bool covers(const Record& record) {
-  uint32_t bytes = 0;
-  for (const Row& row : record) {
-    bytes += row.width;
-    if (row.position + row.width > record.size) {
-      return false;
-    }
-    for (const Row& other : record) {
-      if (&other != &row && row.width != 0 && overlap(row, other)) {
-        return false;
-      }
-    }
-  }
-  return ROV_ILP32 ? bytes == record.size : bytes <= record.size;
-}
-
-// A slot is as wide as its form, and an integer as one of the codec's widths.
-constexpr bool widths(const Record& record) {
-  for (const Row& row : record) {
-    if (row.slot == Slot::single && row.width != sizeof(qim_node_id_t)) return false;
-    if (row.slot == Slot::full && row.width != sizeof(qim_link_t)) return false;
-    if (row.coding == Coding::integer && row.width != 4 && row.width != 8) return false;
-    if (row.coding == Coding::record && row.width != row.record->size) return false;
-    if ((row.coding == Coding::args || row.coding == Coding::list) && row.width != sizeof(void*)) {
-      return false;
-    }
-  }
-  return true;
-}
-
-constexpr bool all() {
-  for (const Record* record : records) {
-    if (!covers(*record) || !widths(*record)) {
-      return false;
-    }
-  }
-  return true;
-}
-static_assert(all(), "a record and its rows differ");
-
-}  // namespace check
-
 }  // namespace qim::schema
+
+#include "schema/row_checks.h"
