@@ -157,6 +157,20 @@ constexpr bool widths_fit(const Record& record) {
   return true;
 }
 
+// The member that an args row names as its length is one, and as wide as lengths are.
+constexpr bool lengths_fit(const Record& record) {
+  for (const Row& row : record) {
+    bool found = row.coding != Coding::args;
+    for (const Row& length : record) {
+      found = found || (length.position == row.length_at && length.width == sizeof(uint32_t));
+    }
+    if (!found) {
+      return false;
+    }
+  }
+  return true;
+}
+
 // ---- Numbers are given once ----
 
 // Does no number but 0 stand twice in that column?
@@ -188,6 +202,7 @@ constexpr bool show_ids_run(const Record& record) {
   static_assert(every_member_has_a_row<qim_##K##_t>(K), "a member of qim_" #K "_t has no row"); \
   static_assert(rows_cover(K), "the rows of qim_" #K "_t leave a gap, or overlap");             \
   static_assert(widths_fit(K), "a row of qim_" #K "_t does not fit the width of its member");   \
+  static_assert(lengths_fit(K), "the arguments of qim_" #K "_t name no length");                \
   static_assert(unique(K, &Row::tlv_id), "two rows of qim_" #K "_t have one TLV id");           \
   static_assert(unique(K, &Row::show_id), "two rows of qim_" #K "_t have one show id");         \
   static_assert(show_ids_run(K), "the show ids of qim_" #K "_t do not count up from 1");
@@ -216,20 +231,33 @@ static_assert(sizeof(records) / sizeof(records[0]) == QIM_CODEC_KINDS(QIM_COUNT_
 #undef QIM_COUNT_KIND
 
 constexpr bool type_codes_differ() {
-  uint64_t seen = 0;
-  bool differ = true;
-  const auto see = [&seen, &differ](const NodeType& type) {
-    differ = differ && type.code < 64 && ((seen >> type.code) & 1) == 0;
-    seen |= uint64_t{1} << (type.code & 63);
-  };
-  for (const NodeType& type : tlv_types) {
-    see(type);
+  size_t found = 0;
+  for (const NodeType* type : types_by_code.at) {
+    found += type != nullptr ? 1 : 0;
   }
-  for (const NodeType& type : dset_types) {
-    see(type);
-  }
-  return differ;
+  return found == sizeof(tlv_types) / sizeof(NodeType) + sizeof(dset_types) / sizeof(NodeType);
 }
-static_assert(type_codes_differ(), "two node types have one code, or one is above 63");
+static_assert(type_codes_differ(), "two node types have one code");
+
+// The show table finds their names by position.
+constexpr bool tlv_codes_run() {
+  for (uint32_t i = 0; i < sizeof(tlv_types) / sizeof(NodeType); i++) {
+    if (node_type(i + 1) == nullptr) {
+      return false;
+    }
+  }
+  return true;
+}
+static_assert(tlv_codes_run(), "the codes of the types that TLV carries do not count up from 1");
+
+constexpr bool types_have_one_family() {
+  for (const NodeType* type : types_by_code.at) {
+    if (type != nullptr && (type->family == 0 || (type->family & (type->family - 1)) != 0)) {
+      return false;
+    }
+  }
+  return true;
+}
+static_assert(types_have_one_family(), "a node type is of no family, or of several");
 
 }  // namespace qim::schema::check

@@ -6,7 +6,7 @@
 #   schema_rows_test.sh C++-COMPILER
 set -uo pipefail
 readonly root=$QIM_SOURCE_DIR cxx=$1
-rows=$(<"$root/schema/rows.h")
+rows=$(sed -z 's/,\n  */, /g' "$root/schema/rows.h") # a row may be broken into lines
 header=$(<"$root/include/qim.h")
 readonly rows header
 work=$(mktemp -d)
@@ -65,11 +65,11 @@ breach() { # <what> <text> <replacement> <message>
 every_row_is_needed() {
   local row record count=0
   while IFS= read -r row; do
-    record=$(sed -E 's/.*QIM_AT\(([a-z_]+),.*/\1/' <<<"$row")
+    record=$(sed -E 's/^[^(]*\(QIM_AT\(([a-z_]+),.*/\1/' <<<"$row")
     put "${rows/"$row"/}" "$header"
     refuses "no row '$row'" "a member of $record has no row"
     count=$((count + 1))
-  done < <(grep -oE 'make::[a-z_]+\(QIM_AT\([a-z_]+, [a-z0-9_]+\)[^()]*\),' <<<"$rows")
+  done < <(grep -oE 'make::[a-z_]+\(QIM_AT\([a-z_]+, [a-z0-9_]+\)(, QIM_AT\([a-z_, ]+\))?[^()]*\),' <<<"$rows")
   [ $count -gt 50 ] || { echo "schema_rows: only $count rows were found" && broken=1; }
 }
 
@@ -95,7 +95,7 @@ every_row_is_needed
 every_member_is_needed
 
 breach "a part of a member without a row" \
-  '    make::value(QIM_AT(qim_pinst_t, fields.dir)),' '' 'the rows of qim_pinst_t leave a gap'
+  'make::value(QIM_AT(qim_pinst_t, fields.dir)),' '' 'the rows of qim_pinst_t leave a gap'
 breach "a member with two rows" 'make::kept(QIM_AT(qim_filter_t, reserved)),' \
   'make::kept(QIM_AT(qim_filter_t, reserved)), make::kept(QIM_AT(qim_filter_t, reserved)),' \
   'the rows of qim_filter_t leave a gap, or overlap'
@@ -105,8 +105,8 @@ breach "a bare slot for a whole link" 'make::full(QIM_AT(qim_haction_t' \
   'make::single(QIM_AT(qim_haction_t' 'a row of qim_haction_t does not fit'
 breach "a whole slot for a bare link" 'make::single(QIM_AT(qim_police_t' \
   'make::full(QIM_AT(qim_police_t' 'a row of qim_police_t does not fit'
-breach "an integer as wide as a link" 'make::full(QIM_AT(qim_pinst_t, ln_2c1))' \
-  'make::integer(QIM_AT(qim_pinst_t, ln_2c1), 7)' 'a row of qim_pinst_t does not fit'
+breach "an integer as wide as a link" 'make::full(QIM_AT(qim_pinst_t, ln_2c1), family::policy |' \
+  'make::integer(QIM_AT(qim_pinst_t, ln_2c1),' 'a row of qim_pinst_t does not fit'
 breach "another record embedded" '1, action_bw)' '1, filter)' 'a row of qim_police_t does not fit'
 breach "a TLV id given twice" 'QIM_AT(qim_group_t, subtype), 2)' 'QIM_AT(qim_group_t, subtype), 1)' \
   'two rows of qim_group_t have one TLV id'
@@ -119,7 +119,13 @@ breach "a show id left out" 'make::shown_only("id", 3)' 'make::shown_only("id", 
 breach "a struct id given twice" 'make::record("haction", 6,' 'make::record("haction", 5,' \
   'two records have one struct id'
 breach "a record left out" '&node,' '' 'a record is missing'
-breach "a node type given twice" '{QIM_NODE_DEF,' '{QIM_NODE_GROUP,' 'two node types have one code'
+breach "arguments without a length" 'QIM_AT(qim_def_t, args_len), 2' 'QIM_AT(qim_def_t, args), 2' \
+  'the arguments of qim_def_t name no length'
+breach "a node type given twice" '.code = QIM_NODE_DEF,' '.code = QIM_NODE_GROUP,' \
+  'two node types have one code'
+breach "a hole in the codes of node types" '.code = QIM_NODE_POLICE,' '.code = 20,' \
+  'the codes of the types that TLV carries do not count up from 1'
+breach "a node type of no family" '.family = family::branches' '.family = 0' 'is of no family'
 
 echo "schema_rows: $tried breaches refused by ${compilers[*]}"
 [ $broken = 0 ]
