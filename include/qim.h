@@ -46,6 +46,7 @@
 #ifndef QIM_H
 #define QIM_H
 
+#include "qim_codes.h"
 #include "rov_types.h"
 
 #if defined(__GNUC__)
@@ -335,29 +336,10 @@ typedef struct qim_link {
 } qim_link_t;
 ROV_ASSERT(size_qim_link, sizeof(qim_link_t) == 16);
 
-/* Link kinds: which outgoing branch evaluation takes. */
-enum { QIM_LINK_TRUE = 1, QIM_LINK_FALSE = 2, QIM_LINK_NOMATCH = 3, QIM_LINK_NEXT = 4 };
-
 /* ==== Node records ============================================================================ */
 
-/* Node types */
-enum {
-  QIM_NODE_FILTER = 1,
-  QIM_NODE_ACTION = 2,
-  QIM_NODE_IFELSE = 3,
-  QIM_NODE_HFILTER = 4,
-  QIM_NODE_HACTION = 5,
-  QIM_NODE_POLICE = 6,
-  QIM_NODE_GROUP = 7,
-  QIM_NODE_PINST = 8,
-  QIM_NODE_DEF = 9,
-  QIM_NODE_EDEST = 10,
-  QIM_NODE_DSET = 32,       /* a data-set node with a data-set name */
-  QIM_NODE_DSET_NONAME = 33 /* a data-set node without one */
-};
-
 /* A slot `ln_XXX` holds the node's link of field code 0xXXX: a bare node identifier, or a whole
- * qim_link_t. All zero when the node has no such link. */
+ * qim_link_t. All zero when the node has no such link. QIM_LN_* names the codes. */
 
 /* A match criterion. 16 bytes. */
 typedef struct qim_criterion {
