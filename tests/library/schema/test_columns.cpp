@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "fake/fixture.h"
 #include "schema/rows.h"
+#include "tests/support/fake/fixture.h"
 
 namespace {
 
