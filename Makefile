@@ -7,12 +7,17 @@ PRESETS := native i386 powerpc asan tsan clang
 
 .DEFAULT_GOAL := native
 MAKEFLAGS += --no-print-directory
-.PHONY: $(PRESETS) demo check coverage fuzz soak bench format lint install clean help
+.PHONY: $(PRESETS) all demo check coverage fuzz soak bench format lint install clean help
 .PHONY: $(PRESETS:%=check-%) check-coverage
 
 $(PRESETS):
 	@cmake --preset $@ $(if $(V),,--log-level=NOTICE)
-	@cmake --build --preset $@ -j $(JOBS)
+	@cmake --build --preset $@ -j $(JOBS) --target products
+
+all:
+	@scripts/setup native
+	@cmake --preset native -DQIM_TESTS=ON -DQIM_BENCH=ON $(if $(V),,--log-level=NOTICE)
+	@cmake --build --preset native -j $(JOBS)
 
 demo:
 	@scripts/setup demo
@@ -55,8 +60,9 @@ clean:
 	rm -rf build
 
 help:
-	@echo 'make                    build for this machine into build/native'
-	@echo 'make <preset>           build one of: $(PRESETS)'
+	@echo 'make                    build the libraries and the tool for this machine into build/native'
+	@echo 'make all                the tests and the benchmarks, too'
+	@echo 'make <preset>           the libraries and the tool for one of: $(PRESETS)'
 	@echo 'make demo               set up, build, and show the tool at work'
 	@echo 'make check              everything: lint, all builds, all tests, what they reach'
 	@echo 'make check-<preset>     the tests of one preset'

@@ -33,7 +33,7 @@ constexpr const char* kUsage =
     "was\n"
     "built. --large adds a database of a million nodes, --smoke only shows that everything runs,\n"
     "--filter takes the workloads whose name contains the text. The table goes to the standard\n"
-    "output and, with results.json and reads.svg, into the folder of the report.\n";
+    "output and, with results.json, into the folder of the report; scripts/plot draws it.\n";
 
 // The text behind "--name=", NULL when the argument is another one.
 const char* value_of(const char* argument, const char* name) {

@@ -115,9 +115,6 @@ void Harness::run(const Workload& workload) {
   benchmark::RunSpecifiedBenchmarks(&collector, "all");
   benchmark::ClearRegisteredBenchmarks();
   for (Timing& timing : collector.finish()) {
-    if (workload.nodes != 0) {
-      results_.points.push_back({timing.side, workload.nodes, timing.quartile});
-    }
     results_.timings.push_back(std::move(timing));
   }
   const auto first = results_.timings.end() - static_cast<std::ptrdiff_t>(workload.sides.size());

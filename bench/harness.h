@@ -51,7 +51,6 @@ struct Workload {
   std::string name;
   std::vector<Side> sides;
   std::vector<Claim> claims;
-  uint32_t nodes = 0;  // not 0: the sides are points of the plot, at so many nodes
 };
 
 struct Row {
@@ -63,12 +62,6 @@ struct Row {
   bool met = true;
 };
 
-struct Point {
-  std::string series;
-  uint32_t nodes = 0;
-  double nanos = 0;
-};
-
 struct Timing {
   std::string workload;
   std::string side;
@@ -78,7 +71,6 @@ struct Timing {
 
 struct Results {
   std::vector<Row> rows;
-  std::vector<Point> points;
   std::vector<Timing> timings;
 };
 
@@ -99,11 +91,9 @@ class Harness {
   Results results_;
 };
 
-// Writes table.txt, results.json and reads.svg into the folder of the options; the table goes to
-// the standard output, too. False, with a message, when a file can't be written.
+// Writes table.txt and results.json into the folder of the options; the table goes to the standard
+// output, too. False, with a message, when a file can't be written.
 bool write_report(const Options& options, const Results& results);
-// The plot of time per read against number of nodes.
-std::string plot_of(const std::vector<Point>& points);
 
 }  // namespace bench
 

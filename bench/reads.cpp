@@ -82,8 +82,7 @@ void run_any(Harness& harness, uint32_t nodes, bool small) {
   Workload workload{
       name,
       {ours("qim_node_read", nodes, kBlock), floor_of(nodes, kBlock)},
-      {{"qim_node_read", "engine get + copy", small ? Rule::kShown : Rule::kAtMost, 1.35}},
-      nodes};
+      {{"qim_node_read", "engine get + copy", small ? Rule::kShown : Rule::kAtMost, 1.35}}};
   peers::add_lookups(nodes, &workload);
   harness.run(workload);
 }

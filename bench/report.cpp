@@ -100,8 +100,7 @@ bool write_report(const Options& options, const Results& results) {
   const std::string table = table_of(results);
   std::fputs(table.c_str(), stdout);
   return write_file(folder / "table.txt", table) &&
-         write_file(folder / "results.json", json_of(options, results).dump(2) + "\n") &&
-         write_file(folder / "reads.svg", plot_of(results.points));
+         write_file(folder / "results.json", json_of(options, results).dump(2) + "\n");
 }
 
 }  // namespace bench

@@ -1,7 +1,8 @@
 # Switches of the build and the flags they stand for.
 
 set(QIM_SANITIZE "" CACHE STRING "Sanitizers for everything built, as in -fsanitize=")
-option(QIM_TESTS "Build the tests" ON)
+option(QIM_TESTS "Build the tests" OFF)
+option(QIM_BENCH "Build the benchmarks" OFF)
 option(QIM_COVERAGE "Count executed lines and branches" OFF)
 option(QIM_FUZZ "Make everything ready for fuzzers, and build these" OFF)
 

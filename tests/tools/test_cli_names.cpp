@@ -22,7 +22,7 @@ std::string output(std::vector<std::string> arguments) {
   return outcome.out;
 }
 
-void expect_usage(std::vector<std::string> arguments, const std::string& complaint) {
+void expect_name_usage(std::vector<std::string> arguments, const std::string& complaint) {
   arguments.insert(arguments.begin(), "name");
   const Outcome outcome = run_qimctl(arguments);
   EXPECT_EQ(outcome.code, qimctl::exit_usage);
@@ -70,18 +70,18 @@ TEST(Name, must_have_21_bytes) {
   const std::string good = "011122334401020304006400010000000000000501";
   for (const std::string& wrong :
        {good + "00", good.substr(2), good.substr(1), "zz" + good.substr(2), std::string("5")}) {
-    expect_usage({"parse", wrong},
-                 "'" + wrong + "' is no data-set name: give 42 hexadecimal digits");
+    expect_name_usage({"parse", wrong},
+                      "'" + wrong + "' is no data-set name: give 42 hexadecimal digits");
   }
-  expect_usage({"parse"}, "HEX is required");
+  expect_name_usage({"parse"}, "HEX is required");
 }
 
 TEST(Name, must_be_of_a_destination) {
-  expect_usage({}, "A subcommand is required");
-  expect_usage({"build"}, "DESTINATION is required");
-  expect_usage({"build", "port", "1"}, "DESTINATION: not understood; give interface INDEX");
-  expect_usage({"build", "service", "9", "--dir", "up"}, "up");
-  expect_usage({"build", "service", "9", "--type", "4294967296"}, "4294967296");
+  expect_name_usage({}, "A subcommand is required");
+  expect_name_usage({"build"}, "DESTINATION is required");
+  expect_name_usage({"build", "port", "1"}, "DESTINATION: not understood; give interface INDEX");
+  expect_name_usage({"build", "service", "9", "--dir", "up"}, "up");
+  expect_name_usage({"build", "service", "9", "--type", "4294967296"}, "4294967296");
 }
 
 }  // namespace

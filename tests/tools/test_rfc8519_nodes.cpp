@@ -41,12 +41,12 @@ std::string attach(const std::string& interface, const std::string& ingress,
          R"(]}},"egress":{"acl-sets":{"acl-set":[)" + egress + "]}}}";
 }
 
-std::string points(const std::string& interfaces) {
+std::string referring(const std::string& interfaces) {
   return R"("attachment-points":{"interface":[)" + interfaces + "]}";
 }
 
 uint32_t action_of(const Policy& policy, const Node& filter) {
-  return by_id(policy, target(filter, qimctl::link_filter_true)).record.body.action.type;
+  return by_id(policy, target(filter, QIM_LN_FILTER_TRUE)).record.body.action.type;
 }
 
 TEST(Rfc8519Nodes, AnEmptyDocumentGivesNoNodes) {
@@ -137,7 +137,7 @@ TEST(Rfc8519Nodes, LoggingFollowsTheForwardingAction) {
   const Policy policy = read(
       document(lists(list("l", entry("a", "", R"("forwarding":"drop","logging":"log-syslog")")))));
   const Node& filter = *of_type(policy, QIM_NODE_FILTER).at(0);
-  const Node& drop = by_id(policy, target(filter, qimctl::link_filter_true));
+  const Node& drop = by_id(policy, target(filter, QIM_LN_FILTER_TRUE));
   EXPECT_EQ(drop.record.body.action.type, static_cast<uint32_t>(ActionType::drop));
   const Node& log = by_id(policy, target(drop, next_action));
   EXPECT_EQ(log.record.type, uint32_t{QIM_NODE_ACTION});
@@ -155,7 +155,7 @@ TEST(Rfc8519Nodes, EntriesOfAListShareTheirActions) {
             "," + list("m", entry("a", "", drop)))));
   const auto filters = of_type(policy, QIM_NODE_FILTER);
   ASSERT_EQ(filters.size(), 5u);
-  const auto action = [&](size_t i) { return target(*filters[i], qimctl::link_filter_true); };
+  const auto action = [&](size_t i) { return target(*filters[i], QIM_LN_FILTER_TRUE); };
   EXPECT_EQ(action(0), action(1));
   EXPECT_NE(action(0), action(2));
   EXPECT_EQ(target(by_id(policy, action(2)), next_action),
@@ -166,7 +166,7 @@ TEST(Rfc8519Nodes, EntriesOfAListShareTheirActions) {
 
 TEST(Rfc8519Nodes, AnAttachmentIsAnInstanceAndADestination) {
   const Policy policy =
-      read(document(lists(list("l", "")) + "," + points(attach("te0/1", R"({"name":"l"})"))));
+      read(document(lists(list("l", "")) + "," + referring(attach("te0/1", R"({"name":"l"})"))));
   ASSERT_EQ(policy.nodes.size(), 4u);
   const Node& group = policy.nodes[0];
   const Node& instance = policy.nodes[2];
@@ -196,7 +196,7 @@ TEST(Rfc8519Nodes, AnAttachmentIsAnInstanceAndADestination) {
 
 TEST(Rfc8519Nodes, StoredNamesAreInNetworkOrder) {
   const Policy policy =
-      read(document(lists(list("l", "")) + "," + points(attach("one", "", R"({"name":"l"})"))));
+      read(document(lists(list("l", "")) + "," + referring(attach("one", "", R"({"name":"l"})"))));
   const Node& destination = *of_type(policy, QIM_NODE_EDEST).at(0);
   const auto* bytes = reinterpret_cast<const uint8_t*>(&*destination.dset);
   const std::vector<uint8_t> name(bytes, bytes + sizeof(qim_dsetname_t));
@@ -208,8 +208,8 @@ TEST(Rfc8519Nodes, StoredNamesAreInNetworkOrder) {
 TEST(Rfc8519Nodes, InterfacesShareTheInstanceOfADirection) {
   const Policy policy =
       read(document(lists(list("l", "")) + "," +
-                    points(attach("a", R"({"name":"l"})", R"({"name":"l"})") + "," +
-                           attach("b", R"({"name":"l"})") + "," + attach("c", "", ""))));
+                    referring(attach("a", R"({"name":"l"})", R"({"name":"l"})") + "," +
+                              attach("b", R"({"name":"l"})") + "," + attach("c", "", ""))));
   const auto instances = of_type(policy, QIM_NODE_PINST);
   const auto destinations = of_type(policy, QIM_NODE_EDEST);
   ASSERT_EQ(instances.size(), 2u);
@@ -223,9 +223,9 @@ TEST(Rfc8519Nodes, InterfacesShareTheInstanceOfADirection) {
 }
 
 TEST(Rfc8519Nodes, ListsOfOneInterfaceKeepTheirOrderAsStages) {
-  const Policy policy = read(document(
-      lists(list("l", "") + "," + list("m", "")) + "," +
-      points(attach("a", R"({"name":"m"},{"name":"l"})") + "," + attach("b", R"({"name":"l"})"))));
+  const Policy policy = read(document(lists(list("l", "") + "," + list("m", "")) + "," +
+                                      referring(attach("a", R"({"name":"m"},{"name":"l"})") + "," +
+                                                attach("b", R"({"name":"l"})"))));
   const auto destinations = of_type(policy, QIM_NODE_EDEST);
   ASSERT_EQ(destinations.size(), 3u);
   std::set<std::string> seen;
@@ -242,8 +242,8 @@ TEST(Rfc8519Nodes, ListsOfOneInterfaceKeepTheirOrderAsStages) {
 TEST(Rfc8519Nodes, NoTwoNodesHaveTheSameDataSetName) {
   const Policy policy =
       read(document(lists(list("l", "") + "," + list("m", "")) + "," +
-                    points(attach("a", R"({"name":"m"},{"name":"l"})", R"({"name":"l"})") + "," +
-                           attach("b", R"({"name":"l"},{"name":"m"})", R"({"name":"m"})"))));
+                    referring(attach("a", R"({"name":"m"},{"name":"l"})", R"({"name":"l"})") + "," +
+                              attach("b", R"({"name":"l"},{"name":"m"})", R"({"name":"m"})"))));
   std::set<std::vector<uint8_t>> names;
   size_t named = 0;
   for (const Node& node : policy.nodes) {
@@ -264,13 +264,13 @@ TEST(Rfc8519Nodes, MoreStagesThanANameCanTellAreRefused) {
     all += (i == 0 ? "" : ",") + name;
     sets += (i == 0 ? "" : ",") + name;
   }
-  rfc8519_test::expect_problem(document(lists(all) + "," + points(attach("a", sets))),
+  rfc8519_test::expect_problem(document(lists(all) + "," + referring(attach("a", sets))),
                                "/acl-set/65535/name", "more than 65535 access lists");
 }
 
 TEST(Rfc8519Nodes, AllNodesOfAListCarryItsGroupsIdentifierAsGroupNumber) {
-  const Policy policy =
-      read(document(lists(list("l", entry("a"))) + "," + points(attach("i", R"({"name":"l"})"))));
+  const Policy policy = read(
+      document(lists(list("l", entry("a"))) + "," + referring(attach("i", R"({"name":"l"})"))));
   ASSERT_EQ(policy.nodes.size(), 6u);
   for (const Node& node : policy.nodes) {
     EXPECT_EQ(node.record.group, policy.nodes[0].id);
@@ -296,7 +296,7 @@ TEST(Rfc8519Nodes, IdentifiersDependOnTheNamesOfListsAlone) {
 TEST(Rfc8519Nodes, IdentifiersOfAListAreConsecutiveWithBit31Set) {
   const Policy policy = read(
       document(lists(list("l", entry("a", "", R"("forwarding":"drop","logging":"log-syslog")"))) +
-               "," + points(attach("i", R"({"name":"l"})"))));
+               "," + referring(attach("i", R"({"name":"l"})"))));
   ASSERT_EQ(policy.nodes.size(), 7u);
   for (size_t i = 0; i < policy.nodes.size(); i++) {
     EXPECT_EQ(policy.nodes[i].id, policy.nodes[0].id + i);
@@ -305,7 +305,7 @@ TEST(Rfc8519Nodes, IdentifiersOfAListAreConsecutiveWithBit31Set) {
 }
 
 TEST(Rfc8519Nodes, FiltersComeLastSoThatAShorterListLeavesNoNamesBehind) {
-  const std::string where = points(attach("i", R"({"name":"l"})"));
+  const std::string where = referring(attach("i", R"({"name":"l"})"));
   const Policy longer =
       read(document(lists(list("l", entry("a") + "," + entry("b"))) + "," + where));
   const Policy shorter = read(document(lists(list("l", entry("a"))) + "," + where));

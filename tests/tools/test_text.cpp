@@ -67,11 +67,15 @@ TEST(ProgressBar, fills_from_left_to_right) {
 }
 
 TEST(Progress, is_drawn_now_and_then_and_wiped_out_in_the_end) {
+  using Clock = std::chrono::steady_clock;
   testing::internal::CaptureStderr();
   {
+    const auto begin = Clock::now();
     qimctl::Progress progress("nodes", 2, true);
     progress.step();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "too early";
+    const std::string first = testing::internal::GetCapturedStderr();
+    const bool early = Clock::now() - begin < std::chrono::milliseconds(100);
+    EXPECT_TRUE(first.empty() || !early) << first;
     testing::internal::CaptureStderr();
     std::this_thread::sleep_for(std::chrono::milliseconds(110));
     progress.step();

@@ -20,6 +20,9 @@ inline constexpr std::uint32_t kNode = 0x00300007;
 inline constexpr std::uint32_t kFailure = 0x41170047;
 inline constexpr std::uint32_t kOtherFailure = 0x41170044;
 
+inline constexpr std::uint32_t kInternal = QIM_ERR_INTERNAL;
+inline constexpr std::uint32_t kNodeType = QIM_ERR_NODE_TYPE;
+
 // A data-set name that counts up from `first`; its format byte is an interface's.
 Bytes name_bytes(std::uint8_t first = 2);
 

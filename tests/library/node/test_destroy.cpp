@@ -8,12 +8,12 @@ namespace {
 
 using fake::report;
 using node_test::kFailure;
+using node_test::kInternal;
 
 using Blocks = std::vector<void*>;
 using Texts = std::vector<std::string>;
 
 constexpr const char* kDestroy = "qim_lib_node_destroy";
-constexpr std::uint32_t kInternal = QIM_ERR_INTERNAL;
 
 class NodeDestroy : public node_test::NodeTest {
  protected:

@@ -9,7 +9,9 @@ namespace {
 using fake::report;
 using node_test::Bytes;
 using node_test::kFailure;
+using node_test::kInternal;
 using node_test::kNode;
+using node_test::kNodeType;
 using node_test::kOtherFailure;
 using node_test::kSes;
 
@@ -19,8 +21,6 @@ using Texts = std::vector<std::string>;
 constexpr const char* kOpen = "qim_int_node_open";
 constexpr const char* kDecode = "qim_node_from_tlva";
 constexpr std::uint32_t kInvalid = QIM_ERR_INVALID;
-constexpr std::uint32_t kInternal = QIM_ERR_INTERNAL;
-constexpr std::uint32_t kNodeType = QIM_ERR_NODE_TYPE;
 
 class NodeOpenFailure : public node_test::NodeTest {
  protected:
@@ -147,7 +147,8 @@ TEST_F(NodeOpenFailure, truncated_tlv_gives_the_codec_status) {
 // ---- Types -----------------------------------------------------------------------------------
 
 TEST_F(NodeOpenFailure, tlv_types_outside_1_to_10_are_refused) {
-  for (const std::uint32_t type : {0u, 11u, 31u, 32u, 33u, 34u, 0x80000001u, 0xffffffffu}) {
+  for (const std::uint32_t type :
+       {0u, TLVO_UNION_MEMBERS + 1u, 31u, 32u, 33u, 34u, 0x80000001u, 0xffffffffu}) {
     SCOPED_TRACE(type);
     const std::size_t reports = fake::reports().size();
     fake::node(kNode).body(type, fake::Tlv());
@@ -174,7 +175,7 @@ TEST_F(NodeOpenFailure, empty_tlv_has_type_0) {
 
 TEST_F(NodeOpenFailure, unknown_type_is_reported_whatever_the_debug_bit) {
   report_only_unconditionally();
-  fake::node(kNode).body(11, fake::Tlv());
+  fake::node(kNode).body(TLVO_UNION_MEMBERS + 1, fake::Tlv());
   expect_failure(kNodeType);
   EXPECT_EQ(fake::report_texts(), (Texts{report(kInternal, kDecode, 361)}));
   EXPECT_EQ(fake::count("rov_dbg_abort_chk"), 1u);

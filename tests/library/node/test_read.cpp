@@ -15,7 +15,9 @@ using fake::report;
 using node_test::Bytes;
 using node_test::bytes_of;
 using node_test::kFailure;
+using node_test::kInternal;
 using node_test::kNode;
+using node_test::kNodeType;
 using node_test::kOtherFailure;
 using node_test::kSes;
 using node_test::Sample;
@@ -23,9 +25,7 @@ using node_test::Sample;
 using Texts = std::vector<std::string>;
 
 constexpr const char* kRead = "qim_node_read_int";
-constexpr std::uint32_t kInternal = QIM_ERR_INTERNAL;
 constexpr std::uint32_t kInvalid = QIM_ERR_INVALID;
-constexpr std::uint32_t kNodeType = QIM_ERR_NODE_TYPE;
 
 class NodeRead : public node_test::CacheTest {
  protected:

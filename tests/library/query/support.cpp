@@ -78,6 +78,12 @@ qim_policy_dest_t of_format(std::uint8_t format) {
   return dest;
 }
 
+Bytes counting(std::size_t length) {
+  Bytes bytes(length);
+  for (std::size_t i = 0; i < length; ++i) bytes[i] = static_cast<std::uint8_t>(0x40 + i);
+  return bytes;
+}
+
 Bytes name_of(const qim_policy_dest_t& dest, std::uint32_t type, std::uint8_t dir) {
   Bytes name(21);
   const auto put = [&name](std::size_t at, std::uint32_t value, std::uint32_t width) {

@@ -29,6 +29,9 @@ inline constexpr std::uint32_t kInvalid = 0x41160005;
 inline constexpr std::uint32_t kBufSmall = 0x4116000d;
 inline constexpr std::uint32_t kNoMem = 0x41160010;
 
+// Bytes that count up.
+Bytes counting(std::size_t length);
+
 // A report: its status and line.
 struct Place {
   std::uint32_t status;

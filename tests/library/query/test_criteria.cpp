@@ -12,20 +12,14 @@ using fake::any;
 using fake::call;
 using namespace query_test;
 
-constexpr qim_node_id_t kNode = 0x08300040;
+constexpr qim_node_id_t kFilter = 0x08300040;
 constexpr const char* kCriteriaGet = "qim_filter_criteria_get";
 
 using Criteria = std::vector<fake::Criterion>;
 
-Bytes counting(std::size_t length) {
-  Bytes bytes(length);
-  for (std::size_t i = 0; i < length; ++i) bytes[i] = static_cast<std::uint8_t>(0x40 + i);
-  return bytes;
-}
-
 void put(const Criteria& criteria) {
-  fake::remove_node(kNode);
-  fake::node(kNode).filter({.match = 1, .criteria = criteria}).link(0x081, 9);
+  fake::remove_node(kFilter);
+  fake::node(kFilter).filter({.match = 1, .criteria = criteria}).link(0x081, 9);
 }
 
 std::uint32_t bytes_needed(const Criteria& criteria) {
@@ -63,7 +57,7 @@ Bytes image_of(const Criteria& criteria, const Buffer& at, std::uint8_t* start) 
 class CriteriaGet : public QueryTest {
  protected:
   static std::uint32_t get(Buffer& buffer) {
-    return qim_filter_criteria_get(kSes, kNode, buffer.size(), buffer.data());
+    return qim_filter_criteria_get(kSes, kFilter, buffer.size(), buffer.data());
   }
   static void expect_image(const Criteria& criteria, Buffer& buffer) {
     EXPECT_EQ(buffer.bytes(), image_of(criteria, buffer, buffer.data()));
@@ -72,7 +66,7 @@ class CriteriaGet : public QueryTest {
   // Lets the decoder build a filter whose criteria claim these numbers of argument bytes. Each has
   // an argument buffer of 8 bytes.
   static void decode_claiming(const std::vector<std::uint32_t>& lengths) {
-    fake::node(kNode).filter({}).link(0x081, 9);
+    fake::node(kFilter).filter({}).link(0x081, 9);
     fake::script("tlvo_dec_tlva_to_struct", [lengths](const fake::Call& made) {
       qim_node_t& node = **made.pointer<qim_node_t*>(0);
       node.type = QIM_NODE_FILTER;
@@ -167,15 +161,15 @@ TEST_F(CriteriaGet, filter_without_criteria_zeroes_the_buffer) {
 
 TEST_F(CriteriaGet, filter_without_criteria_needs_no_buffer) {
   put({});
-  EXPECT_EQ(qim_filter_criteria_get(kSes, kNode, 0, nullptr), 0u);
+  EXPECT_EQ(qim_filter_criteria_get(kSes, kFilter, 0, nullptr), 0u);
   EXPECT_EQ(fake::reports().size(), 0u);
 }
 
 TEST_F(CriteriaGet, opens_the_node_through_the_session_and_closes_it) {
   put(kTwo);
   Buffer buffer(100);
-  EXPECT_EQ(qim_filter_criteria_get(0xf0000001, kNode, 100, buffer.data()), 0u);
-  EXPECT_EQ(fake::calls()[0], call("rov_node_parms_get", 0xf0000001, fake::id(kNode), any));
+  EXPECT_EQ(qim_filter_criteria_get(0xf0000001, kFilter, 100, buffer.data()), 0u);
+  EXPECT_EQ(fake::calls()[0], call("rov_node_parms_get", 0xf0000001, fake::id(kFilter), any));
   EXPECT_EQ(fake::count("rov_node_parms_get"), 1u);
 }
 
@@ -185,7 +179,7 @@ TEST_F(CriteriaGet, failing_open_is_returned_and_reported_at_line_209) {
   Buffer buffer(100);
   EXPECT_EQ(get(buffer), kNoItem);
   EXPECT_EQ(qim_filter_criteria_get(kSes, 0, 100, buffer.data()), kInvalid);
-  fake::node(kNode).hfilter({}).link(0x081, 9).link(0x102, 9);
+  fake::node(kFilter).hfilter({}).link(0x081, 9).link(0x102, 9);
   EXPECT_EQ(get(buffer), kNodeType);
   EXPECT_TRUE(buffer.untouched());
   EXPECT_EQ(reports_of(kCriteriaGet), (Places{{kNoItem, 209}, {kInvalid, 209}, {kNodeType, 209}}));
@@ -195,7 +189,7 @@ TEST_F(CriteriaGet, buffer_shorter_than_the_total_fails_at_line_214_untouched) {
   put(kTwo);
   Buffer buffer(bytes_needed(kTwo) - 1);
   EXPECT_EQ(get(buffer), kBufSmall);
-  EXPECT_EQ(qim_filter_criteria_get(kSes, kNode, 0, buffer.data()), kBufSmall);
+  EXPECT_EQ(qim_filter_criteria_get(kSes, kFilter, 0, buffer.data()), kBufSmall);
   EXPECT_TRUE(buffer.untouched());
   EXPECT_EQ(fake::live_blocks(), 0u);
   EXPECT_EQ(reports_of(kCriteriaGet), (Places{{kBufSmall, 214}, {kBufSmall, 214}}));
@@ -288,7 +282,7 @@ TEST_F(CriteriaGet, arguments_that_end_beyond_the_last_address_do_not_fit) {
   const auto args = reinterpret_cast<std::uintptr_t>(buffer) + sizeof(qim_criterion_t);
   const std::uint32_t length = 64 - static_cast<std::uint32_t>(args);
   decode_claiming({length, 0xffffffc0 - length});
-  EXPECT_EQ(qim_filter_criteria_get(kSes, kNode, sizeof buffer, buffer), kInternal);
+  EXPECT_EQ(qim_filter_criteria_get(kSes, kFilter, sizeof buffer, buffer), kInternal);
   EXPECT_EQ(reports_of(kCriteriaGet).back(), (Place{kInternal, 240}));
 }
 
@@ -317,7 +311,7 @@ TEST_F(CriteriaGet, reports_under_the_debug_bit_only) {
   EXPECT_EQ(get(buffer), kNoItem);
   put(kTwo);
   EXPECT_EQ(get(buffer), kInvalid);
-  EXPECT_EQ(qim_filter_criteria_get(kSes, kNode, 0, buffer.data()), kBufSmall);
+  EXPECT_EQ(qim_filter_criteria_get(kSes, kFilter, 0, buffer.data()), kBufSmall);
   decode_claiming({0xffffffe0});
   Buffer aligned(72);
   EXPECT_EQ(get(aligned), kInternal);

@@ -11,28 +11,22 @@ using fake::any;
 using fake::call;
 using namespace query_test;
 
-constexpr qim_node_id_t kNode = 0x08300050;
+constexpr qim_node_id_t kRead = 0x08300050;
 constexpr const char* kReadAll = "qim_node_readall";
 
 const Bytes kPriv = {0xa1, 0xa2, 0xa3, 0xa4, 0xa5};
 
-Bytes counting(std::size_t length) {
-  Bytes bytes(length);
-  for (std::size_t i = 0; i < length; ++i) bytes[i] = static_cast<std::uint8_t>(0x40 + i);
-  return bytes;
-}
-
 void put_action(const Bytes& args, const Bytes& priv = {}) {
-  fake::remove_node(kNode);
-  fake::node(kNode).action({.type = 1, .args = args}).link(0x141, 9).priv(priv);
+  fake::remove_node(kRead);
+  fake::node(kRead).action({.type = 1, .args = args}).link(0x141, 9).priv(priv);
 }
 void put_def(const Bytes& args, const Bytes& priv = {}) {
-  fake::remove_node(kNode);
-  fake::node(kNode).def({.type = 1, .args = args}).link(0x301, 9).link(0x302, 9).priv(priv);
+  fake::remove_node(kRead);
+  fake::node(kRead).def({.type = 1, .args = args}).link(0x301, 9).link(0x302, 9).priv(priv);
 }
 void put_filter(const std::vector<fake::Criterion>& criteria, const Bytes& priv = {}) {
-  fake::remove_node(kNode);
-  fake::node(kNode).filter({.match = 1, .criteria = criteria}).link(0x081, 9).priv(priv);
+  fake::remove_node(kRead);
+  fake::node(kRead).filter({.match = 1, .criteria = criteria}).link(0x081, 9).priv(priv);
 }
 
 class ReadAll : public QueryTest {
@@ -46,13 +40,13 @@ class ReadAll : public QueryTest {
     return read(buffer, static_cast<std::int32_t>(buffer.size()), type);
   }
   std::uint32_t read(Buffer& buffer, std::int32_t length, std::int32_t type) {
-    return qim_node_readall(kSes, kNode, type, &out_, length, buffer.data());
+    return qim_node_readall(kSes, kRead, type, &out_, length, buffer.data());
   }
 
   // The record is what reading the node gives, but for these pointers.
   void expect_record(const void* priv, const void* variable) {
     qim_node_t expected;
-    ASSERT_EQ(qim_node_read(kSes, kNode, 0, &expected), 0u);
+    ASSERT_EQ(qim_node_read(kSes, kRead, 0, &expected), 0u);
     expected.priv_buf = static_cast<std::uint8_t*>(const_cast<void*>(priv));
     auto* const bytes = static_cast<std::uint8_t*>(const_cast<void*>(variable));
     if (expected.type == QIM_NODE_FILTER) {
@@ -123,8 +117,8 @@ TEST_F(ReadAll, criteria_take_all_that_remains_of_the_buffer) {
 }
 
 TEST_F(ReadAll, private_data_alone) {
-  fake::node(kNode).ifelse().priv(kPriv);
-  for (std::uint16_t field = 0x241; field <= 0x244; ++field) fake::node(kNode).link(field, 9);
+  fake::node(kRead).ifelse().priv(kPriv);
+  for (std::uint16_t field = 0x241; field <= 0x244; ++field) fake::node(kRead).link(field, 9);
   Buffer buffer(5);
   EXPECT_EQ(read(buffer), 0u);
   EXPECT_EQ(buffer.bytes(), kPriv);
@@ -143,11 +137,11 @@ TEST_F(ReadAll, types_without_variable_parts_need_no_buffer) {
       [](fake::Node& node) { node.data_set(); },
       [](fake::Node& node) { node.data_set().dset_name(name_of(at_interface(5))); }};
   for (const auto& kind : kinds) {
-    fake::remove_node(kNode);
-    kind(fake::node(kNode));
+    fake::remove_node(kRead);
+    kind(fake::node(kRead));
     fake::clear_calls();
     spoil(out_);
-    EXPECT_EQ(qim_node_readall(kSes, kNode, 0, &out_, 0, nullptr), 0u);
+    EXPECT_EQ(qim_node_readall(kSes, kRead, 0, &out_, 0, nullptr), 0u);
     EXPECT_EQ(fake::count("rov_node_parms_get"), 1u) << "the read is all";
     expect_record(nullptr, nullptr);
   }
@@ -155,7 +149,7 @@ TEST_F(ReadAll, types_without_variable_parts_need_no_buffer) {
 
 TEST_F(ReadAll, filter_without_criteria_has_no_head_and_nothing_more_is_called) {
   put_filter({});
-  EXPECT_EQ(qim_node_readall(kSes, kNode, 0, &out_, 0, nullptr), 0u);
+  EXPECT_EQ(qim_node_readall(kSes, kRead, 0, &out_, 0, nullptr), 0u);
   EXPECT_EQ(out_.body.filter.crit, nullptr);
   EXPECT_EQ(fake::count("rov_node_parms_get"), 1u);
 }
@@ -165,7 +159,7 @@ TEST_F(ReadAll, action_and_def_without_arguments_have_no_pointer_and_nothing_mor
     put({}, {});
     fake::clear_calls();
     spoil(out_);
-    EXPECT_EQ(qim_node_readall(kSes, kNode, 0, &out_, 0, nullptr), 0u);
+    EXPECT_EQ(qim_node_readall(kSes, kRead, 0, &out_, 0, nullptr), 0u);
     EXPECT_EQ(fake::count("rov_node_parms_get"), 1u);
     expect_record(nullptr, nullptr);
   }
@@ -195,14 +189,14 @@ TEST_F(ReadAll, private_data_makes_a_misaligned_buffer_good_for_criteria) {
 TEST_F(ReadAll, reads_the_record_then_the_private_data_then_the_variable_part) {
   put_action(counting(20), kPriv);
   Buffer buffer(32);
-  EXPECT_EQ(qim_node_readall(0xf0000001, kNode, QIM_NODE_ACTION, &out_, 32, buffer.data()), 0u);
+  EXPECT_EQ(qim_node_readall(0xf0000001, kRead, QIM_NODE_ACTION, &out_, 32, buffer.data()), 0u);
   const fake::Calls reads = fake::calls_of("rov_node_data_get");
   ASSERT_EQ(reads.size(), 3u);
-  EXPECT_EQ(reads[1], call("rov_node_data_get", 0xf0000001, fake::id(kNode), 0, nullptr, 0, nullptr,
+  EXPECT_EQ(reads[1], call("rov_node_data_get", 0xf0000001, fake::id(kRead), 0, nullptr, 0, nullptr,
                            5, buffer.data()));
   EXPECT_EQ(fake::calls_of("rov_node_parms_get"),
-            (fake::Calls{call("rov_node_parms_get", 0xf0000001, fake::id(kNode), any),
-                         call("rov_node_parms_get", 0xf0000001, fake::id(kNode), any)}));
+            (fake::Calls{call("rov_node_parms_get", 0xf0000001, fake::id(kRead), any),
+                         call("rov_node_parms_get", 0xf0000001, fake::id(kRead), any)}));
 }
 
 TEST_F(ReadAll, hands_the_expected_type_to_the_read) {
@@ -218,7 +212,7 @@ TEST_F(ReadAll, hands_the_expected_type_to_the_read) {
 TEST_F(ReadAll, does_not_detect_a_node_that_changes_between_the_reads) {
   put_action(counting(3), kPriv);
   fake::script("rov_node_data_get", [](const fake::Call& made) {
-    const fake::Node& node = *fake::find_node(kNode);
+    const fake::Node& node = *fake::find_node(kRead);
     const Bytes tlv = node.tlv_bytes();
     if (made.u32(5) != 0) std::memcpy(made.pointer<void>(6), tlv.data(), tlv.size());
     if (made.u32(9) != 0) std::memcpy(made.pointer<void>(10), kPriv.data(), kPriv.size());
@@ -310,7 +304,7 @@ class ReadAllHugeLength : public ReadAll {
   static void claim_private_data(std::uint32_t length) {
     fake::script("rov_node_parms_get", [length](const fake::Call& made) {
       auto& parms = *made.pointer<rov_node_parms_t>(5);
-      parms = fake::find_node(kNode)->parms();
+      parms = fake::find_node(kRead)->parms();
       parms.priv_len = length;
       return 0u;
     });
@@ -323,7 +317,7 @@ class ReadAllHugeLength : public ReadAll {
       return 0u;
     });
     fake::script("rov_node_data_get", [](const fake::Call& made) {
-      const Bytes tlv = fake::find_node(kNode)->tlv_bytes();
+      const Bytes tlv = fake::find_node(kRead)->tlv_bytes();
       if (made.u32(5) != 0) std::memcpy(made.pointer<void>(6), tlv.data(), tlv.size());
       return 0u;
     });
@@ -349,7 +343,7 @@ TEST_F(ReadAllHugeLength, of_private_data_leaves_no_room_for_arguments) {
 }
 
 TEST_F(ReadAllHugeLength, of_criteria_passes_here_and_fails_where_they_are_fetched) {
-  fake::node(kNode).filter({}).link(0x081, 9);
+  fake::node(kRead).filter({}).link(0x081, 9);
   fake::script("tlvo_dec_tlva_to_struct", [](const fake::Call& made) {
     qim_node_t& node = **made.pointer<qim_node_t*>(0);
     node.type = QIM_NODE_FILTER;
@@ -390,7 +384,7 @@ TEST_F(ReadAll, failing_close_of_the_read_is_a_failing_read) {
   EXPECT_EQ(read(buffer), kFailure);
   EXPECT_TRUE(buffer.untouched());
   EXPECT_EQ(reports_of(kReadAll), (Places{{kFailure, 495}}));
-  EXPECT_EQ(out_.id, kNode) << "what the read wrote stays";
+  EXPECT_EQ(out_.id, kRead) << "what the read wrote stays";
   expect_left(1);
 }
 

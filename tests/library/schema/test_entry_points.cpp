@@ -12,7 +12,7 @@ namespace {
 using fake::call;
 
 // The functions of one record kind with the record's type taken away.
-struct Kind {
+struct RecordKind {
   const char* name;
   const tlvo_table_t* table;
   std::uint32_t (*to_struct)(void** record, const void* tlv, std::uint32_t len,
@@ -22,12 +22,12 @@ struct Kind {
   std::uint32_t (*get_tlv_sz)(const void* record);
   std::uint32_t (*get_struct_sz)(const void* tlv);
 };
-void PrintTo(const Kind& kind, std::ostream* os) {
+void PrintTo(const RecordKind& kind, std::ostream* os) {
   *os << kind.name;
 }
 
 #define KIND(K)                                                                          \
-  Kind {                                                                                 \
+  RecordKind {                                                                           \
 #K,                                                                                    \
        &qim_##K##_tbl,                                                                        \
        [](void** record, const void* tlv, std::uint32_t len, std::uint32_t flags) {           \
@@ -44,7 +44,7 @@ void PrintTo(const Kind& kind, std::ostream* os) {
        [](const void* tlv) { return qim_##K##_get_struct_sz(tlv); } \
   }
 
-class EntryPoints : public testing::TestWithParam<Kind> {
+class EntryPoints : public testing::TestWithParam<RecordKind> {
  protected:
   void SetUp() override {
     fake::reset();
@@ -61,7 +61,7 @@ class EntryPoints : public testing::TestWithParam<Kind> {
     fake::script(function, [word](const fake::Call&) { return word; });
   }
 
-  const Kind& kind_ = GetParam();
+  const RecordKind& kind_ = GetParam();
   std::uint8_t buffer_[8] = {};
   std::uint32_t word_[2] = {};
 };

@@ -1,4 +1,5 @@
 #include "tests/system/e2e/operations.h"
+#include "tests/support/pace.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -91,8 +92,7 @@ std::int64_t StopWatch::elapsed() const {
 }
 
 std::int64_t soon() {
-  const char* const emulator = std::getenv("QIM_EMULATOR");
-  return emulator != nullptr && *emulator != '\0' ? 8000 : 1000;
+  return pace::at_once().count();
 }
 
 }  // namespace e2e

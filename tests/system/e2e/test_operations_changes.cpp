@@ -6,6 +6,7 @@
 #include <memory>
 #include <thread>
 
+#include "tests/support/pace.h"
 #include "tests/system/e2e/operations.h"
 #include "tests/system/e2e/peer.h"
 
@@ -19,7 +20,7 @@ using e2e::kNode;
 using e2e::ok;
 using e2e::Peer;
 
-constexpr std::uint32_t kStranger = kClient + 1;
+constexpr std::uint32_t kNobody = kClient + 1;
 constexpr std::uint32_t kAllKinds = 0xffffffff;
 constexpr std::uint16_t kField = 0x281;
 
@@ -68,7 +69,7 @@ class Watcher {
   }
   // The next ones, which must be there soon.
   std::vector<rov_change_t> wait() const {
-    EXPECT_TRUE(readable(fd_, static_cast<int>(e2e::soon())));
+    EXPECT_TRUE(readable(fd_, static_cast<int>(pace::patience_ms())));
     return take();
   }
 
@@ -163,7 +164,7 @@ TEST_F(OperationsChanges, a_watcher_that_sleeps_in_its_poll_is_woken) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     writer.step();
   });
-  EXPECT_TRUE(readable(watcher.fd(), 10000));
+  EXPECT_TRUE(readable(watcher.fd(), static_cast<int>(pace::patience_ms())));
   later.join();
   EXPECT_EQ(told(watcher.take()), (std::vector<What>{{ROV_CHANGE_NODE_PUT, kNode, 0}}));
   writer.step();
@@ -264,7 +265,7 @@ TEST_F(OperationsChanges, a_post_reaches_the_clients_other_processes_alone) {
   const auto watch = [&] { theirs = std::make_unique<Watcher>(other_->db()); };
   const auto expect_nothing = [&] { EXPECT_EQ(told(theirs->take()), std::vector<What>{}); };
   Peer poster({come(), watch, post, expect_nothing, leave()});
-  Peer stranger({come(kStranger), watch, expect_nothing, leave()});
+  Peer stranger({come(kNobody), watch, expect_nothing, leave()});
   for (Peer* const peer : {&poster, &poster, &stranger, &stranger}) peer->step();
   const Client client(database());
   const Watcher watcher(client.db());
@@ -296,16 +297,16 @@ TEST_F(OperationsChanges, tell_the_user_and_the_group_that_committed) {
     EXPECT_TRUE(ok(qim_db_usr_group(other_->db(), 0x77)));
     e2e::commit_value(other_->db(), 1);
   };
-  Peer writer({come(kStranger), write, leave()});
+  Peer writer({come(kNobody), write, leave()});
   writer.step();
   const Client client(database());
   const Watcher watcher(client.db());
   writer.step();
   const std::uint64_t user = joined(watcher.wait().at(0).user);
-  EXPECT_EQ(user, std::uint64_t{kStranger} << 32 | static_cast<std::uint32_t>(writer.process()));
+  EXPECT_EQ(user, std::uint64_t{kNobody} << 32 | static_cast<std::uint32_t>(writer.process()));
   rov_usr_t info{};
   ASSERT_TRUE(ok(qim_usr_id_info(client.db(), user, &info)));
-  EXPECT_EQ(info.client, kStranger);
+  EXPECT_EQ(info.client, kNobody);
   EXPECT_EQ(info.pid, static_cast<std::uint32_t>(writer.process()));
   EXPECT_EQ(info.uid, getuid());
   EXPECT_EQ(info.group, 0x77u);

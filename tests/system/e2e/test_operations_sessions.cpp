@@ -7,6 +7,7 @@
 #include <memory>
 #include <thread>
 
+#include "tests/support/pace.h"
 #include "tests/system/e2e/operations.h"
 #include "tests/system/e2e/peer.h"
 
@@ -87,12 +88,12 @@ void expect_expired(std::uint32_t ses) {
 
 TEST_F(OperationsSessions, an_idle_session_expires_with_a_status_of_its_own) {
   e2e::in_process([this] {
-    EXPECT_TRUE(ok(qim_lib_defaults(kClient, 1)));
+    EXPECT_TRUE(ok(qim_lib_defaults(kClient, pace::factor())));
     const Client client(database());
     e2e::commit_value(client.db(), 1);
     const std::uint32_t ses = client.open_session();
     const std::uint32_t base = base_of(ses);
-    std::this_thread::sleep_for(1200ms);
+    std::this_thread::sleep_for(pace::paced(1200ms));
     expect_expired(ses);
     expect_expired(base);
     EXPECT_EQ(exists(client.db(), ses), 0u);
@@ -105,13 +106,13 @@ TEST_F(OperationsSessions, an_idle_session_expires_with_a_status_of_its_own) {
 
 TEST_F(OperationsSessions, renewing_keeps_a_session_and_asking_whether_it_exists_does_not) {
   e2e::in_process([this] {
-    EXPECT_TRUE(ok(qim_lib_defaults(kClient, 1)));
+    EXPECT_TRUE(ok(qim_lib_defaults(kClient, pace::factor())));
     const Client client(database());
     e2e::commit_value(client.db(), 1);
     const std::uint32_t renewed = client.open_session();
     const std::uint32_t asked = client.open_session();
     for (int i = 0; i < 6; ++i) {
-      std::this_thread::sleep_for(250ms);
+      std::this_thread::sleep_for(pace::paced(250ms));
       EXPECT_TRUE(ok(qim_ses_timeout(renewed)));
       exists(client.db(), asked);
     }
@@ -129,13 +130,13 @@ TEST_F(OperationsSessions, an_expired_write_is_refused_and_somebody_else_writes)
   std::unique_ptr<Client> client;
   std::uint32_t writer = 0;
   Peer sleeper({[&] {
-                  EXPECT_TRUE(ok(qim_lib_defaults(kClient, 1)));
+                  EXPECT_TRUE(ok(qim_lib_defaults(kClient, pace::factor())));
                   client = std::make_unique<Client>(database());
                   EXPECT_TRUE(ok(rov_edit_begin(client->db(), &writer)));
                   e2e::put_value(writer, e2e::kNode, 1);
                 },
                 [&] {
-                  std::this_thread::sleep_for(1200ms);
+                  std::this_thread::sleep_for(pace::paced(1200ms));
                   EXPECT_TRUE(ok(rov_ses_close(client->open_session())));
                 },
                 [&] {
@@ -223,7 +224,7 @@ TEST_F(OperationsGrants, it_ends_with_the_users_process) {
   EXPECT_TRUE(gives(ROV_ERR_BUSY, try_write()));
   chosen_.kill();
   const e2e::StopWatch watch;
-  e2e::wait_for_writers(5000);
+  e2e::wait_for_writers(pace::patience_ms());
   EXPECT_TRUE(ok(try_write()));
   EXPECT_LT(watch.elapsed(), e2e::soon());
   EXPECT_TRUE(gives(ROV_ERR_NO_ITEM,

@@ -12,8 +12,6 @@
 namespace fault {
 namespace {
 
-constexpr unsigned kSeconds = 20;
-
 const interpose::Plan* g_plan = nullptr;  // of this process
 
 // Seen by both processes.
@@ -46,7 +44,7 @@ std::string contents(int file) {
                                 int out, int err) {
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
-  alarm(kSeconds * (emulated() ? 10U : 1U));
+  alarm(pace::patience_ms() / 1000);
   g_plan = plan;
   const int code = work();
   undisturb();

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/support/pace.h"
+
 namespace fault {
 
 // What the environment variable QIM_SOAK multiplies counts by; 1 without it.
@@ -16,17 +18,8 @@ inline uint32_t soak() {
   return static_cast<uint32_t>(std::clamp(factor, 1UL, 10000UL));
 }
 
-// Is there something between the program and the machine that makes it many times slower?
-inline bool emulated() {
-  const char* emulator = getenv("QIM_EMULATOR");
-  return emulator != nullptr && *emulator != '\0';
-}
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#else
-inline constexpr bool kSanitized = false;
-#endif
+using pace::emulated;
+using pace::kSanitized;
 
 // Are lines and branches counted? Then every process ends by writing its counts, which takes longer
 // than what most did before.

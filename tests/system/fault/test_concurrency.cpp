@@ -115,6 +115,13 @@ bool write_next(uint32_t db, Shared& shared) {
 }
 
 bool write_on(uint32_t db, Shared& shared, uint32_t target) {
+  // Whose turn it is among writers that always want one is the machine's choice: on a busy one a
+  // writer may have to wait long, but never for ever.
+  uint32_t lib = 0;
+  if (rov_lib_init(7, &lib) != ROV_OK ||
+      rov_lib_init_locks(lib, pace::patience_ms(), 1, 0, 0) != ROV_OK) {
+    return complain("no library", 0, 0);
+  }
   while (shared.ready < kReaders) std::this_thread::yield();
   return two_threads(shared, [&](uint32_t) {
     while (shared.goes_on(target)) {
