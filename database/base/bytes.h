@@ -1,6 +1,5 @@
 // Views of bytes, and integers read from and written to any address.
-#ifndef DATABASE_BASE_BYTES_H
-#define DATABASE_BASE_BYTES_H
+#pragma once
 
 #include <cstdint>
 #include <cstring>
@@ -50,5 +49,3 @@ inline int compare(Bytes a, Bytes b) {
 }
 
 }  // namespace rov
-
-#endif

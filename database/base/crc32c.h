@@ -3,8 +3,7 @@
 // Polynomial 0x1EDC6F41, here in its reflected form 0x82F63B78; initial value and final inversion
 // all ones. Source: RFC 3720, 12.1, test vectors in B.4. The result is a number, the same on every
 // byte order.
-#ifndef DATABASE_BASE_CRC32C_H
-#define DATABASE_BASE_CRC32C_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -15,5 +14,3 @@ uint32_t crc32c(uint32_t crc, const void* data, size_t len);
 
 // The same computed from tables on every processor; crc32c falls back to it.
 uint32_t crc32c_by_table(uint32_t crc, const void* data, size_t len);
-
-#endif

@@ -1,9 +1,8 @@
-// The calling thread's last failure, in words.
+// The calling thread's last failure, in words, and the operating system's errors as failures.
 //
 // Many failures are ordinary answers (a node without that link, say) and happen on the read path.
 // So a failure only notes what happened; the sentence is made when somebody asks for it.
-#ifndef DATABASE_BASE_ERROR_H
-#define DATABASE_BASE_ERROR_H
+#pragma once
 
 #include <cstdint>
 
@@ -47,6 +46,10 @@ uint32_t bad_argument(uint32_t number);
 // Notes a failure with its sentence: what, where, what to do about it. Not for the read path.
 [[gnu::format(printf, 2, 3)]] uint32_t fail_text(uint32_t status, const char* format, ...);
 
-}  // namespace rov
+// Notes an error and returns the status that stands for it; 0 is ROV_OK. `path`: of the database.
+// `doing` completes the sentence "cannot ...".
+uint32_t system_fail(int error, const char* path, const char* doing);
+// Same, of an error with a text of its own.
+uint32_t system_fail(int error, const char* text, const char* path, const char* doing);
 
-#endif
+}  // namespace rov

@@ -1,6 +1,5 @@
 // The loggers that clients registered, and which failures they get.
-#ifndef DATABASE_BASE_LOGGER_H
-#define DATABASE_BASE_LOGGER_H
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -32,5 +31,3 @@ void logger_forget(uint32_t db);
 bool abort_wanted();
 
 }  // namespace rov
-
-#endif

@@ -1,6 +1,5 @@
 // The tables of the store, as its layers and as the engine know them.
-#ifndef DATABASE_BASE_TABLES_H
-#define DATABASE_BASE_TABLES_H
+#pragma once
 
 #include <cstdint>
 
@@ -21,5 +20,3 @@ constexpr TableRow kTableRows[kTables] = {
     {"clients", false}, {"changes", false},   {"users", false}};
 
 }  // namespace rov
-
-#endif

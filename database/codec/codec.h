@@ -1,8 +1,7 @@
 // The codec's inside: what the entry points (tlvo.h) and the helpers of field callbacks (rov.h) are
 // made of. Records nest through callbacks, which can't hand a depth on: each thread counts the
 // levels it is in.
-#ifndef DATABASE_CODEC_CODEC_H
-#define DATABASE_CODEC_CODEC_H
+#pragma once
 
 #include <cstdint>
 
@@ -13,6 +12,47 @@
 #include "tlvo.h"
 
 namespace tlv {
+
+// ---- Journals -----------------------------------------------------------------------------------
+//
+// What a decode allocated, so that it can be given back or added up.
+//
+// A decoded record owns memory that only its callbacks can reach. Where the codec itself makes the
+// record, nobody else could free what a failed decode leaves; and how much memory a decoded record
+// takes is known to nobody but who allocates it. The helpers of field callbacks therefore enter
+// their blocks here while a Journal lives on the thread.
+
+class Journal {
+ public:
+  Journal();
+  ~Journal();
+  Journal(const Journal&) = delete;
+  Journal& operator=(const Journal&) = delete;
+
+  // Gives back the blocks that were entered since this journal began.
+  void undo();
+  // Bytes of those blocks.
+  uint64_t bytes() const;
+
+  // Whether there is a journal on the thread.
+  static bool is_kept() { return journals_ != 0; }
+  // Makes room for one more entry, so that enter() can't fail. False when there is no memory. Does
+  // nothing on a thread without a journal.
+  static bool reserve() { return journals_ == 0 || reserve_one(); }
+  static void enter(void* block, uint32_t size) {
+    if (journals_ != 0) enter_one(block, size);
+  }
+
+ private:
+  static bool reserve_one();
+  static void enter_one(void* block, uint32_t size);
+
+  // Those of the thread lie within one another.
+  static constinit thread_local uint32_t journals_ __attribute__((tls_model("initial-exec")));
+  uint32_t begin_;
+};
+
+// ---- Coding -------------------------------------------------------------------------------------
 
 inline constexpr uint32_t kMaxDepth = 8;    // records within one another, the outermost included
 inline constexpr uint32_t kMaxFields = 64;  // of a table
@@ -113,9 +153,6 @@ inline Encoded encode_record(uint8_t* at, const uint8_t* end, const tlvo_table_t
   return encode_planned(at, end, step, record);
 }
 
-// Reports an argument, counted from 1, that is missing or out of its range: ROV_ERR_INVALID.
-uint32_t missing(uint32_t argument);
-
 // Reports a record that is nested too deep, or has no table, and returns the status of that.
 uint32_t refuse_record(const tlvo_table_t* table);
 
@@ -131,5 +168,3 @@ inline void store_pointer(void* to, void* pointer) {
 }
 
 }  // namespace tlv
-
-#endif

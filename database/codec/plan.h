@@ -5,10 +5,10 @@
 // another table or other fields: those in the read-only parts of the program and of shared objects,
 // which then stay loaded. Every other table is followed field by field, checked as it is used.
 // Either way the result is the same. Plans are never given up; there are as many as have room.
-#ifndef DATABASE_CODEC_PLAN_H
-#define DATABASE_CODEC_PLAN_H
+#pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "rov_types.h"
@@ -77,4 +77,10 @@ const Step* make_plan(const tlvo_table_t* table);
 
 }  // namespace tlv
 
-#endif
+namespace rov {
+
+// Whether the `len` bytes at `data` lie in a part of the program, or of a shared object, that is
+// only read once the object is loaded. If so, the object stays loaded until the process ends.
+bool stays_constant(const void* data, size_t len);
+
+}  // namespace rov

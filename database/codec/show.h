@@ -1,6 +1,5 @@
 // Rendering nodes, data sets and the database as text for people, by what clients registered.
-#ifndef DATABASE_CODEC_SHOW_H
-#define DATABASE_CODEC_SHOW_H
+#pragma once
 
 #include "rov_types.h"
 
@@ -34,5 +33,3 @@ uint32_t show_tlv(ShowText& out, const rov_show_t* table, uint32_t level, const 
                   uint32_t len);
 
 }  // namespace rov
-
-#endif

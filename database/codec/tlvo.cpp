@@ -1,11 +1,97 @@
-#include "tlvo.h"
+// C entries: decoding into records, encoding and sizes; what a decode allocated; and refusals.
+#include <cinttypes>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 
 #include "database/base/error.h"
 #include "database/codec/codec.h"
-#include "database/codec/journal.h"
 #include "mem.h"
+#include "tlvo.h"
 
-using tlv::missing;
+namespace tlv {
+
+// ---- Journals -----------------------------------------------------------------------------------
+
+namespace {
+
+struct Entry {
+  void* block;
+  uint32_t size;
+};
+
+// All journals of a thread share them.
+struct Entries {
+  Entry* entry = nullptr;
+  uint32_t count = 0;
+  uint32_t room = 0;
+};
+
+constexpr uint32_t kFirstRoom = 16;
+constexpr size_t kMostEntries =
+    SIZE_MAX / 2 / sizeof(Entry) < UINT32_MAX / 2 ? SIZE_MAX / 2 / sizeof(Entry) : UINT32_MAX / 2;
+
+constinit thread_local Entries entries __attribute__((tls_model("initial-exec")));
+
+}  // namespace
+
+constinit thread_local uint32_t Journal::journals_ = 0;
+
+Journal::Journal() : begin_(entries.count) {
+  ++journals_;
+}
+
+Journal::~Journal() {
+  if (--journals_ > 0) return;
+  std::free(entries.entry);
+  entries = Entries{};
+}
+
+void Journal::undo() {
+  while (entries.count > begin_) mem_free(entries.entry[--entries.count].block, nullptr);
+}
+
+uint64_t Journal::bytes() const {
+  uint64_t sum = 0;
+  for (uint32_t i = begin_; i < entries.count; ++i) sum += entries.entry[i].size;
+  return sum;
+}
+
+bool Journal::reserve_one() {
+  if (entries.count < entries.room) return true;
+  const size_t room = entries.room == 0 ? kFirstRoom : size_t{entries.room} * 2;
+  if (room > kMostEntries) return false;
+  void* grown = std::realloc(entries.entry, room * sizeof(Entry));
+  if (grown == nullptr) return false;
+  entries.entry = static_cast<Entry*>(grown);
+  entries.room = static_cast<uint32_t>(room);
+  return true;
+}
+
+void Journal::enter_one(void* block, uint32_t size) {
+  entries.entry[entries.count++] = Entry{block, size};
+}
+
+// ---- Refusals -----------------------------------------------------------------------------------
+
+constinit thread_local uint32_t Level::depth_ = 0;
+
+uint32_t refuse_record(const tlvo_table_t* table) {
+  if (table == nullptr) {
+    return rov::fail_text(ROV_ERR_TLV_TABLE,
+                          "a descriptor table is missing: give one for every record");
+  }
+  return rov::fail_text(ROV_ERR_TLV_DEPTH,
+                        "a record of %s is nested deeper than %" PRIu32
+                        " records: flatten the data",
+                        name_of(*table), kMaxDepth);
+}
+
+}  // namespace tlv
+
+// ---- Entries ------------------------------------------------------------------------------------
+
+using rov::bad_argument;
 
 namespace {
 
@@ -55,18 +141,18 @@ uint32_t count_attributes(const uint8_t* at, const uint8_t* end) {
 
 extern "C" uint32_t tlvo_dec_tlva_to_struct(void** record, const void* tlva, uint32_t len,
                                             const tlvo_table_t* table, uint32_t flags) {
-  if (record == nullptr) return missing(1);
-  if (tlva == nullptr && len > 0) return missing(2);
-  if ((flags & ~uint32_t{TLVO_DEC_IN_PLACE}) != 0) return missing(5);
+  if (record == nullptr) return bad_argument(1);
+  if (tlva == nullptr && len > 0) return bad_argument(2);
+  if ((flags & ~uint32_t{TLVO_DEC_IN_PLACE}) != 0) return bad_argument(5);
   if ((flags & TLVO_DEC_IN_PLACE) == 0) return decode_new(record, tlva, len, table);
-  if (*record == nullptr) return missing(1);
+  if (*record == nullptr) return bad_argument(1);
   return tlv::decode_record(*record, tlva, len, table);
 }
 
 extern "C" uint32_t tlvo_dec_tlva_to_struct_size(uint32_t* size, const void* tlva, uint32_t len,
                                                  const tlvo_table_t* table) {
-  if (size == nullptr) return missing(1);
-  if (tlva == nullptr && len > 0) return missing(2);
+  if (size == nullptr) return bad_argument(1);
+  if (tlva == nullptr && len > 0) return bad_argument(2);
   if (table == nullptr) return tlv::refuse_record(table);
   uint64_t bytes = table->record_size;
   if (len > 0) {
@@ -85,9 +171,9 @@ extern "C" uint32_t tlvo_enc_struct_to_tlva(void* tlva, uint32_t room, const tlv
                                             uint32_t flags) {
   if (len != nullptr) *len = 0;
   if (count != nullptr) *count = 0;
-  if (tlva == nullptr && room > 0) return missing(1);
-  if (record == nullptr) return missing(4);
-  if (flags != 0) return missing(7);
+  if (tlva == nullptr && room > 0) return bad_argument(1);
+  if (record == nullptr) return bad_argument(4);
+  if (flags != 0) return bad_argument(7);
   auto* const begin = static_cast<uint8_t*>(tlva);
   const tlv::Encoded written = tlv::encode_record(begin, begin + room, table, record);
   if (written.status != ROV_OK) return static_cast<uint32_t>(written.status);

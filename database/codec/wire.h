@@ -2,8 +2,7 @@
 //
 // An attribute is a head of two 32-bit words, the tag (struct id << 16 | field id) and the value's
 // length in bytes, and the value, padded with zero bytes to a multiple of 4.
-#ifndef DATABASE_CODEC_WIRE_H
-#define DATABASE_CODEC_WIRE_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -78,5 +77,3 @@ inline bool copy_int(void* to, const void* from, uint32_t width) {
 }
 
 }  // namespace tlv
-
-#endif

@@ -1,6 +1,5 @@
 // Checks of arguments that several C entries make.
-#ifndef DATABASE_ENTRY_CHECK_H
-#define DATABASE_ENTRY_CHECK_H
+#pragma once
 
 #include "database/base/error.h"
 #include "database/record/keys.h"
@@ -15,5 +14,3 @@ inline uint32_t check_private_length(uint32_t len) {
 }
 
 }  // namespace rov
-
-#endif

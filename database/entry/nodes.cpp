@@ -4,7 +4,6 @@
 #include "database/base/error.h"
 #include "database/graph/datasets.h"
 #include "database/graph/edit.h"
-#include "database/graph/links.h"
 #include "database/graph/referrers.h"
 #include "database/session/publication.h"
 #include "database/session/session.h"

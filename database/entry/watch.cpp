@@ -1,5 +1,5 @@
 // C entries: notifications of changes, posted private data, users.
-#include "database/session/watch.h"
+#include "database/session/database.h"
 
 #include <cstring>
 

@@ -14,8 +14,7 @@
 //
 // W is the word of the process that wrote the file, numbers are in its byte order; the format file
 // has told before that both are this process's own. The pad of the first tree is the page size.
-#ifndef DATABASE_FILE_LAYOUT_H
-#define DATABASE_FILE_LAYOUT_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -138,5 +137,3 @@ inline uint64_t pages_for(uint64_t size, uint32_t page_size) {
 }
 
 }  // namespace rov
-
-#endif

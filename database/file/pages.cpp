@@ -9,7 +9,6 @@
 #include <cstdlib>
 
 #include "database/base/error.h"
-#include "database/base/system_error.h"
 #include "rov.h"
 
 namespace rov {

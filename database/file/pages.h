@@ -1,6 +1,5 @@
 // The pages of a data file while it is being verified: reading them, and who uses which.
-#ifndef DATABASE_FILE_PAGES_H
-#define DATABASE_FILE_PAGES_H
+#pragma once
 
 #include "database/file/layout.h"
 
@@ -48,5 +47,3 @@ class Pages {
 };
 
 }  // namespace rov
-
-#endif

@@ -1,6 +1,5 @@
 // Walking a tree of the data file, checking everything that the engine relies on.
-#ifndef DATABASE_FILE_TREE_H
-#define DATABASE_FILE_TREE_H
+#pragma once
 
 #include "database/file/pages.h"
 
@@ -71,5 +70,3 @@ class TreeWalk {
 };
 
 }  // namespace rov
-
-#endif

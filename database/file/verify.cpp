@@ -1,3 +1,4 @@
+// Verifying a data file: its meta pages, its trees, and that every page belongs to somebody.
 #include "database/file/verify.h"
 
 #include <cstdio>
@@ -5,12 +6,140 @@
 
 #include "database/base/error.h"
 #include "database/base/tables.h"
-#include "database/file/free_pages.h"
-#include "database/file/records.h"
+#include "database/file/tree.h"
+#include "database/record/keys.h"
 #include "rov.h"
 
 namespace rov {
 namespace {
+
+// ---- Free pages ---------------------------------------------------------------------------------
+
+// The list of free pages: a tree whose keys are commits and whose values are the pages that each
+// set free.
+class FreeCheck final : public EntryVisitor {
+ public:
+  FreeCheck(Pages& pages, Word revision) : pages_(pages), revision_(revision) {}
+  uint32_t visit(const Place& place, Bytes key, Bytes value) override;
+  // Every commit frees pages, namely those that it wrote anew; only a file that was just made or
+  // compacted has no list. `meta`: the page that says which commit this is.
+  uint32_t check_newest(Word meta) const;
+  uint64_t pages() const { return count_; }
+
+ private:
+  Pages& pages_;
+  Word revision_;
+  Word newest_ = 0;
+  uint64_t count_ = 0;
+};
+
+uint32_t FreeCheck::visit(const Place& place, Bytes key, Bytes value) {
+  const Word commit = load<Word>(key.data);
+  if (commit == 0 || commit > revision_) {
+    return pages_.damaged(place.page,
+                          "entry %u lists free pages of commit %llu, which is not there",
+                          place.index, static_cast<unsigned long long>(commit));
+  }
+  newest_ = commit;
+  // A word that counts, then the pages, the highest first. What follows is room that was not
+  // needed.
+  const uint32_t room = value.len / kWord;
+  const Word count = room == 0 ? 0 : load<Word>(value.data);
+  if (room == 0 || value.len % kWord != 0 || count >= room) {
+    return pages_.damaged(place.page, "entry %u, a list of free pages, contradicts itself",
+                          place.index);
+  }
+  Word above = kNoPage;
+  for (Word i = 1; i <= count; ++i) {
+    const Word page = load<Word>(value.data + i * kWord);
+    if (page >= above) {
+      return pages_.damaged(place.page, "entry %u lists free pages out of order", place.index);
+    }
+    const uint32_t status = pages_.claim(page, 1, place.page, "the list of free pages");
+    if (status != ROV_OK) return status;
+    above = page;
+  }
+  count_ += count;
+  return ROV_OK;
+}
+
+uint32_t FreeCheck::check_newest(Word meta) const {
+  if (newest_ == 0 || newest_ == revision_) return ROV_OK;
+  return pages_.damaged(meta, "it says commit %llu, its list of free pages commit %llu",
+                        static_cast<unsigned long long>(revision_),
+                        static_cast<unsigned long long>(newest_));
+}
+
+// ---- Records ------------------------------------------------------------------------------------
+
+// The records of one table: their keys, checksums and shapes.
+class RecordCheck final : public EntryVisitor {
+ public:
+  RecordCheck(const Pages& pages, Table table) : pages_(pages), table_(table) {}
+  uint32_t visit(const Place& place, Bytes key, Bytes value) override;
+
+ private:
+  uint32_t broken(const Place& place, Bytes key, const char* what) const;
+
+  const Pages& pages_;
+  Table table_;
+};
+
+bool is_key_length(Table table, uint32_t len) {
+  switch (table) {
+    case Table::kNodes:
+      return len == 4;
+    case Table::kReferrers:
+    case Table::kPrivate:
+    case Table::kUsers:
+      return len == 8;
+    case Table::kDataSets:
+      return len == kNamedKeyBytes || len == kUnnamedKeyBytes;
+    case Table::kClients:
+      return len == kClientKeyBytes;
+    case Table::kChanges:
+      break;
+  }
+  return len == kChangeKeyBytes;
+}
+
+bool has_shape(Table table, Bytes key, Bytes value) {
+  if (table == Table::kNodes) {
+    NodeView node;
+    return parse_node(load_be32(key.data), value, &node);
+  }
+  if (table == Table::kReferrers) {
+    Chunk chunk;
+    return parse_chunk(value, &chunk);
+  }
+  return true;
+}
+
+uint32_t RecordCheck::broken(const Place& place, Bytes key, const char* what) const {
+  const char* name = kTableRows[static_cast<uint32_t>(table_)].name;
+  if (key.len < 4) {
+    return pages_.damaged(place.page, "entry %u, a record of table %s, %s", place.index, name,
+                          what);
+  }
+  // The first word of most keys is a node; that of data sets ends with it.
+  const uint8_t* word = table_ == Table::kDataSets ? key.data + key.len - 4 : key.data;
+  return pages_.damaged(place.page, "entry %u, the record of 0x%08x in table %s, %s", place.index,
+                        static_cast<unsigned>(load_be32(word)), name, what);
+}
+
+uint32_t RecordCheck::visit(const Place& place, Bytes key, Bytes value) {
+  uint8_t node[4];
+  if (!is_key_length(table_, key.len)) return broken(place, {}, "has a key of the wrong length");
+  if (table_ == Table::kNodes) {
+    store_be32(node, load<uint32_t>(key.data));
+    key = {node, sizeof node};
+  }
+  if (value.len < 4 || load<uint32_t>(value.data) != record_crc(key, value)) {
+    return broken(place, key, "does not match its checksum");
+  }
+  if (!has_shape(table_, key, value)) return broken(place, key, "contradicts itself");
+  return ROV_OK;
+}
 
 // No map is larger, so a damaged size would only end in a system error that says nothing.
 constexpr uint64_t kLargestMap = kWord > 4 ? uint64_t{1} << 46 : uint64_t{3} << 30;

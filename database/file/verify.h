@@ -6,8 +6,7 @@
 // its newest meta page describes, and nothing that the engine follows in it leads astray.
 //
 // Nobody may write to the file meanwhile.
-#ifndef DATABASE_FILE_VERIFY_H
-#define DATABASE_FILE_VERIFY_H
+#pragma once
 
 #include "database/base/tables.h"
 
@@ -29,5 +28,3 @@ struct VerifyReport {
 uint32_t verify_data(int file, const char* path, VerifyReport* report);
 
 }  // namespace rov
-
-#endif

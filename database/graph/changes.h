@@ -1,7 +1,6 @@
 // The change log: what each commit changed and who committed, kept in the store with the changes
 // themselves.
-#ifndef DATABASE_GRAPH_CHANGES_H
-#define DATABASE_GRAPH_CHANGES_H
+#pragma once
 
 #include "database/graph/view.h"
 #include "rov_edit.h"
@@ -55,5 +54,3 @@ uint32_t changes_pruned(View& view, uint64_t* revision);
 uint32_t user_get(View& view, uint64_t user, rov_usr_t* info);
 
 }  // namespace rov
-
-#endif

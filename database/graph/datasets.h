@@ -1,6 +1,5 @@
 // Data sets: the nodes that have a data-set name or the flag ROV_NODE_DSET.
-#ifndef DATABASE_GRAPH_DATASETS_H
-#define DATABASE_GRAPH_DATASETS_H
+#pragma once
 
 #include "database/graph/view.h"
 
@@ -23,5 +22,3 @@ uint32_t dataset_of_node(View& view, uint32_t node, uint32_t selector, uint32_t*
 uint32_t dataset_index(View& view, const NodeView* before, const NodeView* after);
 
 }  // namespace rov
-
-#endif

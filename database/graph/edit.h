@@ -1,7 +1,6 @@
 // Changing nodes and links, and with them what is derived: back-references, their number in the
 // target, and the index of data sets.
-#ifndef DATABASE_GRAPH_EDIT_H
-#define DATABASE_GRAPH_EDIT_H
+#pragma once
 
 #include "database/graph/view.h"
 #include "rov.h"
@@ -36,5 +35,3 @@ uint8_t* own_node(View& view, const NodeView& node, uint32_t more);
 uint32_t edit_clients(View& view, uint32_t node, int32_t change);
 
 }  // namespace rov
-
-#endif

@@ -1,6 +1,5 @@
-// Reading nodes: their parameters and their data.
-#ifndef DATABASE_GRAPH_NODES_H
-#define DATABASE_GRAPH_NODES_H
+// Reading nodes: their parameters, their data and their links.
+#pragma once
 
 #include "database/graph/view.h"
 
@@ -26,6 +25,10 @@ struct Want {
 uint32_t node_data(View& view, uint32_t number, const Want& tlv, const Want& dset,
                    const Want& priv);
 
-}  // namespace rov
+// Each gives the public record of a link of the node. ROV_ERR_NO_ITEM or ROV_ERR_NO_LINK, noted.
+uint32_t link_of_field(View& view, uint32_t node, uint32_t field, rov_link_t* out);
+uint32_t link_number(View& view, uint32_t node, uint32_t number, rov_link_t* out);
+// The first link whose field agrees with `wanted` in the low `width` bits, 1 to 32.
+uint32_t link_matching(View& view, uint32_t node, uint32_t wanted, uint32_t width, rov_link_t* out);
 
-#endif
+}  // namespace rov

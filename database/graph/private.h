@@ -1,6 +1,5 @@
 // Private data: bytes that a client keeps on a node. One client never sees another's.
-#ifndef DATABASE_GRAPH_PRIVATE_H
-#define DATABASE_GRAPH_PRIVATE_H
+#pragma once
 
 #include "database/graph/view.h"
 
@@ -32,5 +31,3 @@ uint32_t private_pointer_get(View& view, uint32_t node, void** pointer);
 uint32_t private_drop(View& view, uint32_t node);
 
 }  // namespace rov
-
-#endif

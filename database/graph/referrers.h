@@ -1,6 +1,5 @@
 // The nodes that refer to a node.
-#ifndef DATABASE_GRAPH_REFERRERS_H
-#define DATABASE_GRAPH_REFERRERS_H
+#pragma once
 
 #include "database/graph/view.h"
 #include "database/record/referrer_chunk.h"
@@ -33,5 +32,3 @@ uint32_t referrer_set_field(View& view, uint32_t node, Referrer referrer);
 uint32_t referrer_remove(View& view, uint32_t node, uint32_t referrer, bool* removed);
 
 }  // namespace rov
-
-#endif

@@ -1,7 +1,6 @@
 // What a session reads: a snapshot, with the session's own edits over it, and the places in it that
 // were looked at last.
-#ifndef DATABASE_GRAPH_VIEW_H
-#define DATABASE_GRAPH_VIEW_H
+#pragma once
 
 #include "database/graph/edits.h"
 #include "database/record/keys.h"
@@ -69,5 +68,3 @@ inline uint32_t view_find_node(View& view, uint32_t node) {
 }
 
 }  // namespace rov
-
-#endif

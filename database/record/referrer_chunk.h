@@ -1,11 +1,19 @@
-// Chunks of referrers as bytes: the value of a record of the referrers table, see keys.h.
-#ifndef DATABASE_RECORD_REFERRER_CHUNK_H
-#define DATABASE_RECORD_REFERRER_CHUNK_H
+// Referrers: a link seen from the node that it leads to, and chunks of referrers as bytes, the value
+// of a record of the referrers table (keys.h).
+#pragma once
+
+#include <cstdint>
 
 #include "database/record/keys.h"
-#include "database/record/reference.h"
 
 namespace rov {
+
+// `owner` has a link to `target` in that field.
+struct Reference {
+  uint32_t target;
+  uint32_t owner;
+  uint32_t field;
+};
 
 struct Referrer {
   uint32_t node;
@@ -26,5 +34,3 @@ void chunk_copy_from(uint8_t* value, const Chunk& chunk, uint32_t from);
 void chunk_keep(uint8_t* value, uint32_t count);
 
 }  // namespace rov
-
-#endif

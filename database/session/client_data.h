@@ -1,6 +1,5 @@
 // What a client keeps on the database or on its sessions, beside its private data on nodes.
-#ifndef DATABASE_SESSION_CLIENT_DATA_H
-#define DATABASE_SESSION_CLIENT_DATA_H
+#pragma once
 
 #include "database/graph/view.h"
 #include "rov.h"
@@ -57,5 +56,3 @@ uint32_t data_read_next(const DataPlace& place, uint32_t after, rov_priv_t* priv
 uint32_t data_recover(const DataPlace& place, uint32_t after, bool keep, rov_priv_t* priv);
 
 }  // namespace rov
-
-#endif

@@ -3,7 +3,7 @@
 
 #include <pthread.h>
 
-#include "database/base/clock.h"
+#include "database/base/process.h"
 #include "database/session/session.h"
 
 namespace rov {

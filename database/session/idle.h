@@ -6,8 +6,7 @@
 // another writer; no thread and no timer waits for it.
 //
 // Sessions without a limit pay one comparison a call for this.
-#ifndef DATABASE_SESSION_IDLE_H
-#define DATABASE_SESSION_IDLE_H
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -48,5 +47,3 @@ bool idle_has_expired(uint32_t handle);
 void idle_forget_all();
 
 }  // namespace rov
-
-#endif

@@ -1,6 +1,5 @@
 // Publications: a data set with all that it leads to as one flat block.
-#ifndef DATABASE_SESSION_PUBLICATION_H
-#define DATABASE_SESSION_PUBLICATION_H
+#pragma once
 
 #include <cstdint>
 
@@ -13,5 +12,3 @@ uint32_t publication_size(uint32_t ses, const uint8_t* dset_name, uint32_t* size
 uint32_t publication_write(uint32_t ses, const uint8_t* dset_name, uint8_t* out, uint32_t room);
 
 }  // namespace rov
-
-#endif

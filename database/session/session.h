@@ -1,6 +1,5 @@
 // Sessions: what their handles stand for, and how a call gets at one.
-#ifndef DATABASE_SESSION_SESSION_H
-#define DATABASE_SESSION_SESSION_H
+#pragma once
 
 #include "database/graph/view.h"
 #include "database/handle/handle.h"
@@ -123,5 +122,3 @@ bool session_close_from_outside(uint32_t handle);
 bool session_follow(uint32_t handle, uint64_t revision);
 
 }  // namespace rov
-
-#endif

@@ -1,6 +1,5 @@
 // Work that a call does in a session: in one that is open, or in one of the call's own.
-#ifndef DATABASE_SESSION_TRANSACT_H
-#define DATABASE_SESSION_TRANSACT_H
+#pragma once
 
 #include "database/session/session.h"
 
@@ -64,5 +63,3 @@ uint32_t session_set_private_for(uint32_t handle, uint32_t client, uint32_t node
                                  uint32_t len);
 
 }  // namespace rov
-
-#endif

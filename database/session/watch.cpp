@@ -1,5 +1,5 @@
 // Following a database's changes: registrations, what comes next, and posts to who follows.
-#include "database/session/watch.h"
+#include "database/session/database.h"
 
 #include <unistd.h>
 

@@ -1,10 +1,15 @@
-// Memory that is given back all at once.
-#ifndef DATABASE_STORE_ARENA_H
-#define DATABASE_STORE_ARENA_H
+// Memory for edits and hints: in large pieces, and an arena that is given back all at once.
+#pragma once
 
 #include <cstddef>
 
 namespace rov {
+
+// Memory in large pieces, given back with free(): where the system has large pages for it, looking here and there in it
+// costs fewer walks through the page tables.
+// NULL when there is none. Small sizes are malloc's and calloc's.
+void* large_memory(size_t size);
+void* zeroed_memory(size_t size);
 
 class Arena {
  public:
@@ -29,5 +34,3 @@ class Arena {
 };
 
 }  // namespace rov
-
-#endif

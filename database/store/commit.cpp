@@ -10,7 +10,7 @@
 #include <cerrno>
 
 #include "database/base/error.h"
-#include "database/record/checksum.h"
+#include "database/record/keys.h"
 #include "database/store/guard.h"
 #include "rov.h"
 

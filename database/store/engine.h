@@ -1,6 +1,5 @@
 // What the store*.cpp files share. They alone see the engine.
-#ifndef DATABASE_STORE_ENGINE_H
-#define DATABASE_STORE_ENGINE_H
+#pragma once
 
 #include "database/store/store.h"
 #include "rov.h"
@@ -129,5 +128,3 @@ inline void snapshot_moved(Snapshot* snapshot) {
 }
 
 }  // namespace rov
-
-#endif

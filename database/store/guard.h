@@ -7,8 +7,7 @@
 // What the call was about is left as it was at that moment. A reading transaction and its cursors
 // can be ended as ever. A writing one must not be touched again: the engine may have entered cursors
 // in it that lay on the part of the stack that is gone.
-#ifndef DATABASE_STORE_GUARD_H
-#define DATABASE_STORE_GUARD_H
+#pragma once
 
 #include "database/store/engine.h"
 
@@ -50,5 +49,3 @@ template <class Call>
 pthread_mutex_t* newest_robust_lock();
 
 }  // namespace rov
-
-#endif

@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "database/base/crc32c.h"
-#include "database/store/large_memory.h"
+#include "database/store/arena.h"
 
 namespace rov {
 namespace {

@@ -7,8 +7,7 @@
 // An entry whose key is not behind all others waits, without order, until somebody asks for the
 // order: a policy that is imported links to nodes far apart, and sorting what waits costs much less
 // than a search for each.
-#ifndef DATABASE_STORE_OVERLAY_H
-#define DATABASE_STORE_OVERLAY_H
+#pragma once
 
 #include "database/base/bytes.h"
 #include "database/base/tables.h"
@@ -98,5 +97,3 @@ class Overlay {
 };
 
 }  // namespace rov
-
-#endif

@@ -3,8 +3,7 @@
 // Looking one up takes no lock and, while nobody has set any, costs one load. Writers take turns. A
 // table that has grown too small is kept beside its successor until the end, for readers may be in
 // it; all old ones together are no larger than the current one.
-#ifndef DATABASE_STORE_POINTERS_H
-#define DATABASE_STORE_POINTERS_H
+#pragma once
 
 #include <pthread.h>
 
@@ -48,5 +47,3 @@ class PointerTable {
 };
 
 }  // namespace rov
-
-#endif

@@ -6,7 +6,7 @@
 
 #include "database/base/error.h"
 #include "database/file/layout.h"
-#include "database/record/checksum.h"
+#include "database/record/keys.h"
 #include "database/store/guard.h"
 #include "rov.h"
 

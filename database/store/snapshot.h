@@ -1,11 +1,10 @@
 // A snapshot of the store: one commit, and what a reader remembers of it.
-#ifndef DATABASE_STORE_SNAPSHOT_H
-#define DATABASE_STORE_SNAPSHOT_H
+#pragma once
 
 #include <cstdint>
 
 #include "database/base/bytes.h"
-#include "database/handle/gate.h"
+#include "database/handle/handle.h"
 #include "database/store/overlay.h"
 
 struct MDB_txn;
@@ -56,5 +55,3 @@ uint32_t snapshot_le(Snapshot* snapshot, Table table, Bytes key, Record* out);
 uint32_t snapshot_count(Snapshot* snapshot, Table table, uint32_t* count);
 
 }  // namespace rov
-
-#endif

@@ -17,8 +17,7 @@
 // What stays of a snapshot's engine transaction is pages numbers only: the engine adds them to the
 // base of the map at every access (0.9.24, mdb_page_get), so that it goes on reading the same
 // commit in a new map. Pointers into the old map are what must not survive; `epoch` tells.
-#ifndef DATABASE_STORE_STORE_H
-#define DATABASE_STORE_STORE_H
+#pragma once
 
 #include <pthread.h>
 #include <sys/types.h>
@@ -28,8 +27,8 @@
 
 #include "database/base/bytes.h"
 #include "database/file/verify.h"
-#include "database/handle/gate.h"
-#include "database/store/copy_name.h"
+#include "database/handle/handle.h"
+#include "database/store/copies.h"
 #include "database/store/overlay.h"
 #include "database/store/pointers.h"
 #include "database/store/snapshot.h"
@@ -162,5 +161,3 @@ void store_check_readers(Env* env);
 uint32_t store_readers(Env* env, void (*out)(const char* text, void* arg), void* arg);
 
 }  // namespace rov
-
-#endif

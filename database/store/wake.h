@@ -1,8 +1,7 @@
 // Waking whoever follows the changes of a database, in any process: a file in its directory that
 // every commit writes to, and inotify(7) on it. Nothing has to be registered with anybody, and a
 // process that dies leaves nothing behind.
-#ifndef DATABASE_STORE_WAKE_H
-#define DATABASE_STORE_WAKE_H
+#pragma once
 
 #include <cstdint>
 
@@ -35,5 +34,3 @@ uint64_t wake_revision(int directory);
 void wake_drain(int fd);
 
 }  // namespace rov
-
-#endif

@@ -5,7 +5,7 @@
 #include <iterator>
 
 #include "database/base/tables.h"
-#include "database/record/checksum.h"
+#include "database/record/keys.h"
 #include "database/store/store.h"
 
 namespace fuzz {

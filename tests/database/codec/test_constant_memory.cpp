@@ -1,4 +1,4 @@
-#include "database/codec/constant_memory.h"
+#include "database/codec/plan.h"
 
 #include <dlfcn.h>
 #include <gnu/libc-version.h>

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "database/graph/backlog.h"
+#include "database/graph/edits.h"
 #include "tests/database/database_fixture.h"
 #include "tests/database/random.h"
 

@@ -9,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "database/handle/gate.h"
 #include "database/handle/handle.h"
 #include "database/store/pointers.h"
 #include "rov.h"

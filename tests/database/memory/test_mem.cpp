@@ -4,8 +4,6 @@
 #include <numeric>
 #include <vector>
 
-#include "database/memory/block.h"
-#include "database/memory/classes.h"
 #include "database/memory/pool.h"
 #include "mem.h"
 #include "rov.h"

@@ -11,7 +11,6 @@
 #include <unordered_set>
 #include <vector>
 
-#include "database/memory/block.h"
 #include "database/memory/pool.h"
 #include "mem.h"
 #include "rov.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "database/store/large_memory.h"
+#include "database/store/arena.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <set>
 #include <thread>
 
-#include "database/store/copy_name.h"
+#include "database/store/copies.h"
 #include "tests/database/database_fixture.h"
 #include "tests/support/pace.h"
 

@@ -5,7 +5,6 @@
 #include <list>
 #include <vector>
 
-#include "database/record/checksum.h"
 #include "database/record/keys.h"
 #include "database/store/store.h"
 

@@ -9,7 +9,6 @@
 #include <regex>
 #include <set>
 
-#include "database/handle/gate.h"
 #include "database/handle/handle.h"
 #include "qim.h"
 #include "tests/database/database_fixture.h"

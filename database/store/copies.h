@@ -3,8 +3,7 @@
 // A copy is known by a path: a name, or a URI, a '/' and a name. In the file system it is one
 // directory, named by the path with every byte but letters, digits, '-', '_' and '.' written as '%'
 // and two hexadecimal digits, and a '.' at the beginning too: what begins with a '.' is no copy.
-#ifndef DATABASE_STORE_COPY_NAME_H
-#define DATABASE_STORE_COPY_NAME_H
+#pragma once
 
 #include <cstdint>
 
@@ -27,5 +26,3 @@ bool copy_path(const char* file, char (&path)[kCopyNameRoom]);
 bool copy_is_below(const char* file, const CopyName& name);
 
 }  // namespace rov
-
-#endif

@@ -1,7 +1,8 @@
-#include "database/graph/backlog.h"
-
+// The backlog of edited links: collected, and sorted by what they lead to.
 #include <algorithm>
 #include <cstdlib>
+
+#include "database/graph/edits.h"
 
 namespace rov {
 namespace {
