@@ -20,7 +20,7 @@ inline Int load(const void* from) {
   return value;
 }
 template <typename Int>
-inline void store(void* to, Int value) {
+inline void write_value(void* to, Int value) {
   memcpy(to, &value, sizeof value);
 }
 
@@ -33,11 +33,11 @@ inline uint32_t load_be32(const void* from) {
   return value;
 #endif
 }
-inline void store_be32(void* to, uint32_t value) {
+inline void write_be32(void* to, uint32_t value) {
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
   value = __builtin_bswap32(value);
 #endif
-  store(to, value);
+  write_value(to, value);
 }
 
 // Order of two byte strings as the store keeps them: byte by byte, a prefix before what it begins.

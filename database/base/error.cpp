@@ -42,147 +42,73 @@ Failure& next(uint32_t status, Note note) {
   return f;
 }
 
-// The sentences. %1$ and %2$ are the two numbers of the note.
-constexpr const char* kNoNode =
-    "node 0x%08" PRIx32
-    " is not in the database as this session sees it: check the identifier, or "
-    "open a new session to see later commits";
-constexpr const char* kNoLink = "node 0x%08" PRIx32 " has no link in field 0x%" PRIx32;
-constexpr const char* kNoReferrer = "node 0x%08" PRIx32 " has no referrer number %" PRIu32;
-constexpr const char* kNoDataSet = "the database has no data set number %" PRIu32;
-constexpr const char* kNoDataSetOf =
-    "node 0x%08" PRIx32 " and its referrers have no data set number %" PRIu32;
-constexpr const char* kNoMoreNodes = "no node follows node 0x%08" PRIx32;
-constexpr const char* kHandle =
-    "handle 0x%08" PRIx32
-    " names nothing open of the kind that is needed here: it was closed, or is "
-    "another kind of handle, or was never given out";
-constexpr const char* kReadOnly =
-    "session 0x%08" PRIx32
-    " cannot write: begin a write session with rov_edit_begin on a database "
-    "that was not opened read-only";
-constexpr const char* kArgument = "argument %" PRIu32 " is missing or out of its range";
-constexpr const char* kIdentifier =
-    "a node identifier must have a first word that is not zero, and zero in words 1 to 3; found "
-    "0x%08" PRIx32;
-constexpr const char* kBuffer =
-    "the buffer of %" PRIu32 " bytes is too small for %" PRIu32 " bytes: ask for the length first";
-constexpr const char* kNameLength = "a data-set name has 21 bytes, not %" PRIu32;
-constexpr const char* kNoMemory = "out of memory: %" PRIu32 " bytes were not to be had";
-constexpr const char* kBadNode = "the stored record of node 0x%08" PRIx32
-                                 " is damaged (its checksum or shape is wrong): restore "
-                                 "the database from a dump";
-constexpr const char* kBadReferrers = "the stored referrers of node 0x%08" PRIx32
-                                      " are damaged (checksum or shape is wrong): restore "
-                                      "the database from a dump";
-constexpr const char* kBadDataSet = "the stored data-set name of node 0x%08" PRIx32
-                                    " is damaged (checksum or shape is wrong): "
-                                    "restore the database from a dump";
-constexpr const char* kBadPrivate =
-    "the stored private data on node 0x%08" PRIx32 " of client 0x%" PRIx32
-    " is damaged (its checksum "
-    "is wrong): set it anew, or restore the database from a dump";
-constexpr const char* kBadClient =
-    "the stored private data of client 0x%" PRIx32 " under key %" PRIu32
-    " are damaged (checksum or shape is wrong): write them anew";
-constexpr const char* kBadChange =
-    "a record of the change log is damaged (checksum or shape is wrong): restore the database from "
-    "a dump";
-constexpr const char* kNoPrivate = "the client has no private data under key %" PRIu32 " there";
-constexpr const char* kExpired =
-    "session 0x%08" PRIx32 " was idle for too long and has expired: close it and open a new one";
+struct Sentence {
+  Note note;
+  const char* format;  // of the note's numbers, in their order
+};
 
-#define ROV_SAY0(format) snprintf(f.text, sizeof f.text, format)
-#define ROV_SAY1(format) snprintf(f.text, sizeof f.text, format, f.a)
-#define ROV_SAY2(format) snprintf(f.text, sizeof f.text, format, f.a, f.b)
+// In the order of the notes, so that a note is its sentence's place.
+constexpr Sentence kSentences[] = {
+    {Note::kNone, ""},
+    {Note::kNoNode, "node 0x%08" PRIx32
+                    " is not in the database as this session sees it: check the identifier, or "
+                    "open a new session to see later commits"},
+    {Note::kNoLink, "node 0x%08" PRIx32 " has no link in field 0x%" PRIx32},
+    {Note::kNoReferrer, "node 0x%08" PRIx32 " has no referrer number %" PRIu32},
+    {Note::kNoDataSet, "the database has no data set number %" PRIu32},
+    {Note::kNoDataSetName, "no data set of the database has that name"},
+    {Note::kNoDataSetOf, "node 0x%08" PRIx32 " and its referrers have no data set number %" PRIu32},
+    {Note::kNoMoreNodes, "no node follows node 0x%08" PRIx32},
+    {Note::kHandle, "handle 0x%08" PRIx32
+                    " names nothing open of the kind that is needed here: it was closed, or is "
+                    "another kind of handle, or was never given out"},
+    {Note::kReadOnly, "session 0x%08" PRIx32
+                      " cannot write: begin a write session with rov_edit_begin on a database that "
+                      "was not opened read-only"},
+    {Note::kArgument, "argument %" PRIu32 " is missing or out of its range"},
+    {Note::kIdentifier,
+     "a node identifier must have a first word that is not zero, and zero in words "
+     "1 to 3; found 0x%08" PRIx32},
+    {Note::kBuffer, "the buffer of %" PRIu32 " bytes is too small for %" PRIu32
+                    " bytes: ask for the length first"},
+    {Note::kNameLength, "a data-set name has 21 bytes, not %" PRIu32},
+    {Note::kNoMemory, "out of memory: %" PRIu32 " bytes were not to be had"},
+    {Note::kBadNode,
+     "the stored record of node 0x%08" PRIx32
+     " is damaged (its checksum or shape is wrong): restore the database from a dump"},
+    {Note::kBadReferrers,
+     "the stored referrers of node 0x%08" PRIx32
+     " are damaged (checksum or shape is wrong): restore the database from a dump"},
+    {Note::kBadDataSet,
+     "the stored data-set name of node 0x%08" PRIx32
+     " is damaged (checksum or shape is wrong): restore the database from a dump"},
+    {Note::kBadPrivate, "the stored private data on node 0x%08" PRIx32 " of client 0x%" PRIx32
+                        " is damaged (its checksum is wrong): set it anew, or restore the database "
+                        "from a dump"},
+    {Note::kBadClient, "the stored private data of client 0x%" PRIx32 " under key %" PRIu32
+                       " are damaged (checksum or shape is wrong): write them anew"},
+    {Note::kNoPrivate, "the client has no private data under key %" PRIu32 " there"},
+    {Note::kBadChange,
+     "a record of the change log is damaged (checksum or shape is wrong): restore "
+     "the database from a dump"},
+    {Note::kNoChange, "no change has come since the last one that was read"},
+    {Note::kExpired,
+     "session 0x%08" PRIx32 " was idle for too long and has expired: close it and open a new one"},
+};
 
-void word_lookup(Failure& f) {
-  switch (f.note) {
-    case Note::kNoNode:
-      ROV_SAY1(kNoNode);
-      break;
-    case Note::kNoLink:
-      ROV_SAY2(kNoLink);
-      break;
-    case Note::kNoReferrer:
-      ROV_SAY2(kNoReferrer);
-      break;
-    case Note::kNoDataSet:
-      ROV_SAY1(kNoDataSet);
-      break;
-    case Note::kNoDataSetName:
-      ROV_SAY0("no data set of the database has that name");
-      break;
-    case Note::kNoDataSetOf:
-      ROV_SAY2(kNoDataSetOf);
-      break;
-    case Note::kNoMoreNodes:
-      ROV_SAY1(kNoMoreNodes);
-      break;
-    default:
-      break;
+constexpr bool has_every_note() {
+  uint32_t at = 0;
+  for (const Sentence& sentence : kSentences) {
+    if (sentence.note != static_cast<Note>(at++)) return false;
   }
+  return static_cast<Note>(at) == Note::kText;
 }
+static_assert(has_every_note(), "a note has no sentence, or the sentences are out of order");
 
 void word(Failure& f) {
-  switch (f.note) {
-    case Note::kNone:
-      f.text[0] = '\0';
-      break;
-    case Note::kText:
-      break;
-    case Note::kHandle:
-      ROV_SAY1(kHandle);
-      break;
-    case Note::kReadOnly:
-      ROV_SAY1(kReadOnly);
-      break;
-    case Note::kArgument:
-      ROV_SAY1(kArgument);
-      break;
-    case Note::kIdentifier:
-      ROV_SAY1(kIdentifier);
-      break;
-    case Note::kBuffer:
-      ROV_SAY2(kBuffer);
-      break;
-    case Note::kNameLength:
-      ROV_SAY1(kNameLength);
-      break;
-    case Note::kNoMemory:
-      ROV_SAY1(kNoMemory);
-      break;
-    case Note::kBadNode:
-      ROV_SAY1(kBadNode);
-      break;
-    case Note::kBadReferrers:
-      ROV_SAY1(kBadReferrers);
-      break;
-    case Note::kBadDataSet:
-      ROV_SAY1(kBadDataSet);
-      break;
-    case Note::kBadPrivate:
-      ROV_SAY2(kBadPrivate);
-      break;
-    case Note::kBadClient:
-      ROV_SAY2(kBadClient);
-      break;
-    case Note::kNoChange:
-      ROV_SAY0("no change has come since the last one that was read");
-      break;
-    case Note::kBadChange:
-      ROV_SAY0(kBadChange);
-      break;
-    case Note::kNoPrivate:
-      ROV_SAY1(kNoPrivate);
-      break;
-    case Note::kExpired:
-      ROV_SAY1(kExpired);
-      break;
-    default:
-      word_lookup(f);
-      break;
-  }
+  if (f.note == Note::kText) return;
+  // Numbers that a sentence does not name are passed over.
+  snprintf(f.text, sizeof f.text, kSentences[static_cast<uint32_t>(f.note)].format, f.a, f.b);
 }
 
 }  // namespace

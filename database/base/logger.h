@@ -22,8 +22,8 @@ void log_failure(uint32_t status, const char* text);
 
 // The database's logger and debug flags; a NULL logger takes it away. ROV_ERR_FULL, noted, when the
 // process has too many databases with one.
-uint32_t logger_set(uint32_t db, rov_logger_fn logger, void* arg);
-uint32_t debug_set(uint32_t db, uint32_t flags);
+[[nodiscard]] uint32_t logger_set(uint32_t db, rov_logger_fn logger, void* arg);
+[[nodiscard]] uint32_t debug_set(uint32_t db, uint32_t flags);
 // The database is closed.
 void logger_forget(uint32_t db);
 

@@ -24,12 +24,12 @@ inline void copy_few(void* to, const void* from, uint32_t len) {
   const auto* const in = static_cast<const uint8_t*>(from);
   if (len >= 8) {
     const auto last = rov::load<uint64_t>(in + len - 8);
-    rov::store(out, rov::load<uint64_t>(in));
-    rov::store(out + len - 8, last);
+    rov::write_value(out, rov::load<uint64_t>(in));
+    rov::write_value(out + len - 8, last);
   } else if (len >= 4) {
     const auto last = rov::load<uint32_t>(in + len - 4);
-    rov::store(out, rov::load<uint32_t>(in));
-    rov::store(out + len - 4, last);
+    rov::write_value(out, rov::load<uint32_t>(in));
+    rov::write_value(out + len - 4, last);
   } else {
     const uint8_t middle = in[len / 2];
     const uint8_t last = in[len - 1];
@@ -117,7 +117,6 @@ extern "C" uint32_t rov_tlv_to_bufptr(void** buf, uint32_t* buf_len, rov_mem_ctx
 
 // ---- Unions -------------------------------------------------------------------------------------
 
-using rov::bad_argument;
 using tlv::kDiscriminatorBytes;
 
 namespace {
@@ -148,7 +147,7 @@ extern "C" uint32_t rov_tlva_from_union(uint32_t type, const tlvo_union_t* membe
   if (*len < kDiscriminatorBytes) {
     return rov::fail(ROV_ERR_TLV_ROOM, rov::Note::kBuffer, *len, kDiscriminatorBytes);
   }
-  rov::store_be32(out, type);
+  rov::write_be32(out, type);
   auto* const begin = static_cast<uint8_t*>(out);
   const tlv::Encoded written =
       tlv::encode_record(begin + kDiscriminatorBytes, begin + *len, member->table, body);
@@ -187,8 +186,6 @@ extern "C" uint32_t rov_tlva_union_siz(uint32_t type, const tlvo_union_t* member
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-using rov::bad_argument;
-
 namespace {
 
 bool is_sound(const tlvo_list_t* list) {
@@ -224,7 +221,7 @@ void append(const tlvo_list_t& list, void* record, void* tail, void* element) {
   tlv::store_pointer(tail != nullptr ? list.link->head(tail) : list.head(record), element);
   if (list.aux == nullptr) return;
   void* counter = list.aux(record);
-  rov::store(counter, rov::load<uint32_t>(counter) + 1);
+  rov::write_value(counter, rov::load<uint32_t>(counter) + 1);
 }
 
 // An element in *element, which the thread's journal knows if there is one.

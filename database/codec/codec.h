@@ -116,14 +116,16 @@ inline bool is_sound(const tlvo_field_t& field, const tlvo_table_t& table) {
 
 // By a plan; by one that is made first, or without one, or not at all; and of an array as long as a
 // plan of integers has it.
-uint32_t decode_planned(void* record, const uint8_t* begin, const uint8_t* end, const Step* step);
-uint32_t decode_unplanned(void* record, const uint8_t* begin, const uint8_t* end,
-                          const tlvo_table_t* table);
-uint32_t decode_run(void* record, const uint8_t* begin, const uint8_t* end, const Step* step);
+[[nodiscard]] uint32_t decode_planned(void* record, const uint8_t* begin, const uint8_t* end,
+                                      const Step* step);
+[[nodiscard]] uint32_t decode_unplanned(void* record, const uint8_t* begin, const uint8_t* end,
+                                        const tlvo_table_t* table);
+[[nodiscard]] uint32_t decode_run(void* record, const uint8_t* begin, const uint8_t* end,
+                                  const Step* step);
 
 // Decodes the attributes in `len` bytes at `tlva` into `record`.
-inline uint32_t decode_record(void* record, const void* tlva, uint32_t len,
-                              const tlvo_table_t* table) {
+[[nodiscard]] inline uint32_t decode_record(void* record, const void* tlva, uint32_t len,
+                                            const tlvo_table_t* table) {
   const auto* const begin = static_cast<const uint8_t*>(tlva);
   const Step* const step = Level::is_last() || table == nullptr ? nullptr : ready_plan(table);
   if (step == nullptr) return decode_unplanned(record, begin, begin + len, table);
@@ -154,17 +156,17 @@ inline Encoded encode_record(uint8_t* at, const uint8_t* end, const tlvo_table_t
 }
 
 // Reports a record that is nested too deep, or has no table, and returns the status of that.
-uint32_t refuse_record(const tlvo_table_t* table);
+[[nodiscard]] uint32_t refuse_record(const tlvo_table_t* table);
 
 // Bytes that encode_record would write, or TLVO_SIZE_FAILED.
-uint32_t encoded_size(const tlvo_table_t* table, const void* record);
+[[nodiscard]] uint32_t encoded_size(const tlvo_table_t* table, const void* record);
 
 // A pointer that lies in a record, whatever it points to and however the record is aligned.
 inline void* load_pointer(const void* from) {
   return rov::load<void*>(from);
 }
 inline void store_pointer(void* to, void* pointer) {
-  rov::store(to, pointer);
+  rov::write_value(to, pointer);
 }
 
 }  // namespace tlv

@@ -29,7 +29,7 @@ struct Writer {
   // without room.
   bool finish(uint32_t tag, uint32_t len) {
     if (!has_room(len)) return false;
-    rov::store(at, head_of(tag, len));
+    rov::write_value(at, head_of(tag, len));
     uint8_t* const next = at + kHeadBytes + padded(len);
     for (uint8_t* pad = at + kHeadBytes + len; pad != next; ++pad) *pad = 0;
     at = next;
@@ -50,11 +50,11 @@ struct Writer {
     const uint64_t head = struct_tag | uint64_t{field->id} << 32 | field->width;
     const auto left = static_cast<size_t>(out->end - at);
     if (field->width == 4 && left >= kHeadBytes + 4) {
-      rov::store(at, swap_be(head));
+      rov::write_value(at, swap_be(head));
       copy_int<uint32_t>(at + kHeadBytes, record + field->position);
       at += kHeadBytes + 4;
     } else if (field->width == 8 && left >= kHeadBytes + 8) {
-      rov::store(at, swap_be(head));
+      rov::write_value(at, swap_be(head));
       copy_int<uint64_t>(at + kHeadBytes, record + field->position);
       at += kHeadBytes + 8;
     } else {
@@ -190,7 +190,7 @@ class Encoder {
 inline uint8_t* put_run(const Step** step, uint8_t* at, const uint8_t* record) {
   const Step* next = *step;
   for (Follow follow = next->follow; is_integer(follow); follow = (++next)->follow) {
-    rov::store(at, next->head);
+    rov::write_value(at, next->head);
     if (follow == Follow::kInt4) [[likely]] {
       copy_int<uint32_t>(at + kHeadBytes, record + next->position);
       at += kHeadBytes + 4;
@@ -222,7 +222,7 @@ inline uint32_t put_value(uint8_t* at, const uint8_t* end, const Step* step, con
 inline uint8_t* close(uint8_t* at, const uint8_t* end, const Step* step, uint32_t len) {
   if (padded(len) > bytes_between(at, end) - kHeadBytes) [[unlikely]]
     return nullptr;
-  rov::store(at, step->head | swap_be(uint64_t{len}));
+  rov::write_value(at, step->head | swap_be(uint64_t{len}));
   at += kHeadBytes + len;
   if (len % 4 != 0) [[unlikely]] {
     for (; len % 4 != 0; ++len) *at++ = 0;

@@ -56,7 +56,7 @@ struct PlanSlot {
 extern constinit PlanSlot plan_slots[kPlanSlots];
 
 // Tables of one object lie near each other and are longer than what a slot stands for.
-inline uint32_t plan_slot_of(const tlvo_table_t* table) {
+[[nodiscard]] inline uint32_t plan_slot_of(const tlvo_table_t* table) {
   return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(table) / 32 % kPlanSlots);
 }
 

@@ -29,7 +29,7 @@ class ShowText {
 // Shows the attributes of `len` bytes of TLV data by an attribute table (NULL: all as raw bytes).
 // What cannot be read is said in its place and as status: ROV_ERR_TLV_TRUNCATED,
 // ROV_ERR_TLV_OVERLONG, ROV_ERR_TLV_DEPTH, ROV_ERR_TLV_WIDTH; the rest is shown as far as it goes.
-uint32_t show_tlv(ShowText& out, const rov_show_t* table, uint32_t level, const uint8_t* tlv,
-                  uint32_t len);
+[[nodiscard]] uint32_t show_tlv(ShowText& out, const rov_show_t* table, uint32_t level,
+                                const uint8_t* tlv, uint32_t len);
 
 }  // namespace rov

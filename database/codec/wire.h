@@ -49,7 +49,7 @@ inline constexpr uint64_t head_of(uint32_t tag, uint32_t len) {
 // Copies an integer between host and network order; neither address need be aligned.
 template <typename Int>
 inline void copy_int(void* to, const void* from) {
-  rov::store(to, swap_be(rov::load<Int>(from)));
+  rov::write_value(to, swap_be(rov::load<Int>(from)));
 }
 
 inline constexpr bool is_int_width(uint32_t width) {

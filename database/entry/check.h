@@ -8,7 +8,7 @@
 namespace rov {
 
 // Refuses more private data than a record may have.
-inline uint32_t check_private_length(uint32_t len) {
+[[nodiscard]] inline uint32_t check_private_length(uint32_t len) {
   if (len <= kMaxPrivate) return ROV_OK;
   return fail_text(ROV_ERR_LENGTH, "private data have at most %u bytes, not %u", kMaxPrivate, len);
 }

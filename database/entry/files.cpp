@@ -45,7 +45,6 @@ uint32_t rov_crc32c(uint32_t crc, const void* data, uint32_t len) {
 
 namespace {
 
-using rov::bad_argument;
 using rov::CopyName;
 using rov::Database;
 using rov::fail;

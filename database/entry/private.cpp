@@ -69,7 +69,6 @@ uint32_t rov_edit_priv_put(uint32_t ses, rov_node_id_t id, uint32_t client, cons
 
 namespace {
 
-using rov::bad_argument;
 using rov::DataPlace;
 
 uint32_t check_priv(const rov_priv_t* priv) {

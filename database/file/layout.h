@@ -96,13 +96,13 @@ inline Word page_number(const uint8_t* page) {
 inline uint16_t page_flags(const uint8_t* page) {
   return load<uint16_t>(page + kWord + 2);
 }
-inline uint32_t page_lower(const uint8_t* page) {
+[[nodiscard]] inline uint32_t page_lower(const uint8_t* page) {
   return load<uint16_t>(page + kWord + 4);
 }
-inline uint32_t page_upper(const uint8_t* page) {
+[[nodiscard]] inline uint32_t page_upper(const uint8_t* page) {
   return load<uint16_t>(page + kWord + 6);
 }
-inline uint32_t overflow_pages(const uint8_t* page) {
+[[nodiscard]] inline uint32_t overflow_pages(const uint8_t* page) {
   return load<uint32_t>(page + kWord + 4);
 }
 
@@ -115,7 +115,7 @@ struct Entry {
   Word child;
 };
 
-inline uint32_t entry_offset(const uint8_t* page, uint32_t index) {
+[[nodiscard]] inline uint32_t entry_offset(const uint8_t* page, uint32_t index) {
   return load<uint16_t>(page + kPageHead + size_t{2} * index);
 }
 inline Entry read_entry(const uint8_t* at) {

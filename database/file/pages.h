@@ -17,17 +17,17 @@ class Pages {
   uint64_t file_bytes() const { return bytes_; }
 
   // Says how long a page is and which is the last. That must be possible in a file of this length.
-  uint32_t set_extent(uint32_t page_size, Word last_page);
+  [[nodiscard]] uint32_t set_extent(uint32_t page_size, Word last_page);
   uint32_t page_size() const { return page_size_; }
   Word last_page() const { return last_page_; }
 
   // `len` bytes from there on. Less than that in the file is damage of `page`.
-  uint32_t read_at(Word page, uint64_t offset, uint8_t* to, size_t len) const;
-  uint32_t read(Word page, uint8_t* to) const;
+  [[nodiscard]] uint32_t read_at(Word page, uint64_t offset, uint8_t* to, size_t len) const;
+  [[nodiscard]] uint32_t read(Word page, uint8_t* to) const;
 
   // Takes pages for `user` ("table nodes"): they must lie in the file's extent and belong to nobody
   // yet. `from`: the page that names them.
-  uint32_t claim(Word page, uint64_t count, Word from, const char* user);
+  [[nodiscard]] uint32_t claim(Word page, uint64_t count, Word from, const char* user);
   // Every page belongs to somebody.
   uint32_t check_all_claimed() const;
 

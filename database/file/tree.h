@@ -19,7 +19,7 @@ class EntryVisitor {
   // What an entry's flags must be, apart from kOnOverflow.
   virtual uint16_t flags() const { return 0; }
   // One entry of a leaf, in key order. Its bytes are good during the call.
-  virtual uint32_t visit(const Place& place, Bytes key, Bytes value) = 0;
+  [[nodiscard]] virtual uint32_t visit(const Place& place, Bytes key, Bytes value) = 0;
 
  protected:
   ~EntryVisitor() = default;
@@ -35,7 +35,7 @@ class TreeWalk {
   TreeWalk& operator=(const TreeWalk&) = delete;
 
   // Checks the whole tree. `from`: the page that describes it.
-  uint32_t run(const Tree& tree, Word from);
+  [[nodiscard]] uint32_t run(const Tree& tree, Word from);
 
  private:
   // The keys below a page are not below `lower` and below `upper`, where there are such bounds.
@@ -44,17 +44,20 @@ class TreeWalk {
     Bytes upper;
   };
 
-  uint32_t check_empty(Word from) const;
-  uint32_t check_counts(Word from) const;
-  uint32_t walk(Word page, Word from, uint32_t level, const Bounds& bounds);
-  uint32_t walk_branch(Word page, const uint8_t* bytes, uint32_t count, uint32_t level,
-                       const Bounds& bounds);
-  uint32_t walk_leaf(Word page, const uint8_t* bytes, uint32_t count, const Bounds& bounds);
-  uint32_t visit_entry(const Place& place, const Entry& entry);
-  uint32_t read_overflow(const Place& place, const Entry& entry, Bytes* value);
-  uint32_t check_head(Word page, const uint8_t* bytes, uint32_t level, uint32_t* count) const;
-  uint32_t check_entries(Word page, const uint8_t* bytes, uint32_t count) const;
-  uint32_t check_order(const Place& place, Bytes before, Bytes key, bool may_be_equal) const;
+  [[nodiscard]] uint32_t check_empty(Word from) const;
+  [[nodiscard]] uint32_t check_counts(Word from) const;
+  [[nodiscard]] uint32_t walk(Word page, Word from, uint32_t level, const Bounds& bounds);
+  [[nodiscard]] uint32_t walk_branch(Word page, const uint8_t* bytes, uint32_t count,
+                                     uint32_t level, const Bounds& bounds);
+  [[nodiscard]] uint32_t walk_leaf(Word page, const uint8_t* bytes, uint32_t count,
+                                   const Bounds& bounds);
+  [[nodiscard]] uint32_t visit_entry(const Place& place, const Entry& entry);
+  [[nodiscard]] uint32_t read_overflow(const Place& place, const Entry& entry, Bytes* value);
+  [[nodiscard]] uint32_t check_head(Word page, const uint8_t* bytes, uint32_t level,
+                                    uint32_t* count) const;
+  [[nodiscard]] uint32_t check_entries(Word page, const uint8_t* bytes, uint32_t count) const;
+  [[nodiscard]] uint32_t check_order(const Place& place, Bytes before, Bytes key,
+                                     bool may_be_equal) const;
   int compare_keys(Bytes a, Bytes b) const;
   bool is_key(Bytes key) const;
 

@@ -131,7 +131,7 @@ uint32_t RecordCheck::visit(const Place& place, Bytes key, Bytes value) {
   uint8_t node[4];
   if (!is_key_length(table_, key.len)) return broken(place, {}, "has a key of the wrong length");
   if (table_ == Table::kNodes) {
-    store_be32(node, load<uint32_t>(key.data));
+    write_be32(node, load<uint32_t>(key.data));
     key = {node, sizeof node};
   }
   if (value.len < 4 || load<uint32_t>(value.data) != record_crc(key, value)) {

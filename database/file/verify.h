@@ -25,6 +25,6 @@ struct VerifyReport {
 // ROV_OK, or what is wrong, noted with page, offset and what to do: ROV_ERR_CORRUPT, ROV_ERR_FORMAT
 // for what is no file of the engine, ROV_ERR_IO, ROV_ERR_NO_MEM. path: of the database, for
 // messages. `report` may be NULL.
-uint32_t verify_data(int file, const char* path, VerifyReport* report);
+[[nodiscard]] uint32_t verify_data(int file, const char* path, VerifyReport* report);
 
 }  // namespace rov

@@ -45,8 +45,8 @@ uint32_t meta_get(View& view, Meta* meta) {
 uint32_t meta_put(View& view, const Meta& meta) {
   uint8_t* value = view_put(view, Table::kChanges, change_key(0, 0), kMetaBytes, kMetaBytes);
   if (value == nullptr) return ROV_ERR_NO_MEM;
-  store(value + 4, meta.count);
-  store(value + 8, meta.pruned);
+  write_value(value + 4, meta.count);
+  write_value(value + 8, meta.pruned);
   return ROV_OK;
 }
 
@@ -55,12 +55,12 @@ uint32_t change_put(View& view, const Change& change) {
   const Key key = change_key(change.revision, change.number);
   uint8_t* value = view_replace(view, Table::kChanges, key, len, len);
   if (value == nullptr) return ROV_ERR_NO_MEM;
-  store(value + 4, change.kind);
-  store(value + 8, change.field);
-  store(value + 12, change.node);
-  store(value + 16, change.user);
-  store(value + 24, change.dset_len);
-  store(value + 28, uint32_t{0});
+  write_value(value + 4, change.kind);
+  write_value(value + 8, change.field);
+  write_value(value + 12, change.node);
+  write_value(value + 16, change.user);
+  write_value(value + 24, change.dset_len);
+  write_value(value + 28, uint32_t{0});
   memcpy(value + kChangeHead, change.dset, change.dset_len);
   return ROV_OK;
 }
@@ -126,9 +126,9 @@ uint32_t user_put(View& view, const Author& author) {
   uint8_t* value = view_replace(view, Table::kUsers, key, kUserBytes, kUserBytes);
   if (value == nullptr) return ROV_ERR_NO_MEM;
   memset(value, 0, kUserBytes);
-  store(value + 4, static_cast<uint32_t>(getuid()));
-  store(value + 8, author.group);
-  store(value + 12, static_cast<uint64_t>(time(nullptr)));
+  write_value(value + 4, static_cast<uint32_t>(getuid()));
+  write_value(value + 8, author.group);
+  write_value(value + 12, static_cast<uint64_t>(time(nullptr)));
   passwd entry;
   passwd* found = nullptr;
   char names[1024];

@@ -35,22 +35,22 @@ uint64_t user_number(uint32_t client);
 
 // The edits (edit.h) with the change that is logged of each: whatever follows a database learns of
 // what was written through these only.
-uint32_t logged_node_put(View& view, const rov_edit_node_t& node);
-uint32_t logged_node_del(View& view, uint32_t node);
-uint32_t logged_link_put(View& view, uint32_t owner, const Link& link);
-uint32_t logged_link_del(View& view, uint32_t owner, uint32_t field);
+[[nodiscard]] uint32_t logged_node_put(View& view, const rov_edit_node_t& node);
+[[nodiscard]] uint32_t logged_node_del(View& view, uint32_t node);
+[[nodiscard]] uint32_t logged_link_put(View& view, uint32_t owner, const Link& link);
+[[nodiscard]] uint32_t logged_link_del(View& view, uint32_t owner, uint32_t field);
 
 // Logs a change of a write session's view; revision, number and user are filled in.
-uint32_t change_log(View& view, Change change);
+[[nodiscard]] uint32_t change_log(View& view, Change change);
 // Before the commit: logs who commits, and prunes the log.
-uint32_t changes_seal(View& view, const Author& author);
+[[nodiscard]] uint32_t changes_seal(View& view, const Author& author);
 
 // The first change behind (revision, number). ROV_ERR_NO_ITEM, not noted, when there is none yet.
-uint32_t change_after(View& view, uint64_t revision, uint32_t number, Change* change);
+[[nodiscard]] uint32_t change_after(View& view, uint64_t revision, uint32_t number, Change* change);
 // The newest commit whose changes are not all there any more.
-uint32_t changes_pruned(View& view, uint64_t* revision);
+[[nodiscard]] uint32_t changes_pruned(View& view, uint64_t* revision);
 
 // What is known of a user. ROV_ERR_NO_ITEM, not noted.
-uint32_t user_get(View& view, uint64_t user, rov_usr_t* info);
+[[nodiscard]] uint32_t user_get(View& view, uint64_t user, rov_usr_t* info);
 
 }  // namespace rov

@@ -8,21 +8,21 @@
 
 namespace rov {
 
-uint32_t edit_node_put(View& view, const rov_edit_node_t& from);
-uint32_t edit_node_del(View& view, uint32_t number);
-uint32_t edit_link_put(View& view, uint32_t owner, const Link& link);
-uint32_t edit_link_del(View& view, uint32_t owner, uint32_t field);
+[[nodiscard]] uint32_t edit_node_put(View& view, const rov_edit_node_t& from);
+[[nodiscard]] uint32_t edit_node_del(View& view, uint32_t number);
+[[nodiscard]] uint32_t edit_link_put(View& view, uint32_t owner, const Link& link);
+[[nodiscard]] uint32_t edit_link_del(View& view, uint32_t owner, uint32_t field);
 
 // Links note their targets in the edits' backlog only. This brings what is noted there into the
 // referrers of the targets, and their number into the targets themselves. Who asks for either in a
 // session with edits, or takes links away, calls it first; it forgets what was found before. A
 // failure leaves edits that must not be committed, and comes again at every later call.
-uint32_t edit_settle(View& view);
-inline uint32_t settle_edits(View& view) {
+[[nodiscard]] uint32_t edit_settle(View& view);
+[[nodiscard]] inline uint32_t settle_edits(View& view) {
   return view.edits == nullptr ? uint32_t{ROV_OK} : edit_settle(view);
 }
 // view_find_node for those who then ask for referrers or their number.
-inline uint32_t find_settled_node(View& view, uint32_t node) {
+[[nodiscard]] inline uint32_t find_settled_node(View& view, uint32_t node) {
   const uint32_t status = settle_edits(view);
   return status == ROV_OK ? view_find_node(view, node) : status;
 }
@@ -32,6 +32,6 @@ inline uint32_t find_settled_node(View& view, uint32_t node) {
 uint8_t* own_node(View& view, const NodeView& node, uint32_t more);
 
 // Changes the number of clients with private data.
-uint32_t edit_clients(View& view, uint32_t node, int32_t change);
+[[nodiscard]] uint32_t edit_clients(View& view, uint32_t node, int32_t change);
 
 }  // namespace rov

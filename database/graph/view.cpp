@@ -73,7 +73,7 @@ bool key_after(Table table, Bytes key, Key* after) {
     return true;
   }
   const uint32_t node = load_be32(key.data);
-  store_be32(after->bytes, node + 1);
+  write_be32(after->bytes, node + 1);
   return node != UINT32_MAX;
 }
 
@@ -136,7 +136,7 @@ uint32_t view_seek_node(View& view, uint32_t node) {
   return fail(ROV_ERR_CORRUPT, Note::kBadNode, node);
 }
 
-uint32_t view_missing_node(View& view, uint32_t node) {
+uint32_t view_find_slowly(View& view, uint32_t node) {
   const uint32_t status = view_seek_node(view, node);
   return status == ROV_ERR_NO_ITEM ? fail(status, Note::kNoNode, node) : status;
 }

@@ -41,11 +41,11 @@ void view_reset(View& view, Snapshot* snapshot, Edits* edits, uint32_t client);
 
 // A record as the view has it. ROV_ERR_NO_ITEM (without a note) when there is none. What comes back
 // is good until the view's next edit, or the snapshot moves.
-uint32_t view_get(View& view, Table table, Bytes key, Record* out);
+[[nodiscard]] uint32_t view_get(View& view, Table table, Bytes key, Record* out);
 // The first record not below `key`. The last one not above it, for tables whose keys have one
 // length.
-uint32_t view_ge(View& view, Table table, Bytes key, Record* out);
-uint32_t view_le(View& view, Table table, Bytes key, Record* out);
+[[nodiscard]] uint32_t view_ge(View& view, Table table, Bytes key, Record* out);
+[[nodiscard]] uint32_t view_le(View& view, Table table, Bytes key, Record* out);
 // The first key behind `key`. False when there can be none.
 bool key_after(Table table, Bytes key, Key* after);
 
@@ -53,18 +53,18 @@ bool key_after(Table table, Bytes key, Key* after);
 // noted.
 uint8_t* view_put(View& view, Table table, Bytes key, uint32_t len, uint32_t room);
 uint8_t* view_replace(View& view, Table table, Bytes key, uint32_t len, uint32_t room);
-uint32_t view_erase(View& view, Table table, Bytes key);
+[[nodiscard]] uint32_t view_erase(View& view, Table table, Bytes key);
 
 // Looks a node up, and remembers it. ROV_ERR_NO_ITEM without a note.
-uint32_t view_seek_node(View& view, uint32_t node);
+[[nodiscard]] uint32_t view_seek_node(View& view, uint32_t node);
 
 // The node in view.node. ROV_ERR_NO_ITEM, noted, when there is none.
-uint32_t view_missing_node(View& view, uint32_t node);
-inline uint32_t view_find_node(View& view, uint32_t node) {
+[[nodiscard]] uint32_t view_find_slowly(View& view, uint32_t node);
+[[nodiscard]] inline uint32_t view_find_node(View& view, uint32_t node) {
   if (view.node.node == node && node != 0 && view.node_epoch == view.snapshot->epoch) [[likely]] {
     return 0;
   }
-  return view_missing_node(view, node);
+  return view_find_slowly(view, node);
 }
 
 }  // namespace rov

@@ -106,14 +106,14 @@ inline Kind kind_of(uint32_t handle) {
   return static_cast<Kind>(handle >> kKindShift);
 }
 // The same slot and generation as another kind.
-inline uint32_t as_kind(uint32_t handle, Kind kind) {
+[[nodiscard]] inline uint32_t as_kind(uint32_t handle, Kind kind) {
   constexpr uint32_t kRest = (1U << kKindShift) - 1;
   return (handle & kRest) | (static_cast<uint32_t>(kind) << kKindShift);
 }
 
 // Takes a slot for `object`, opened through `owner`. The handle in *handle lets nobody in before
 // handle_publish. ROV_ERR_BUSY when all slots are taken.
-uint32_t handle_reserve(Kind kind, uint32_t owner, void* object, uint32_t* handle);
+[[nodiscard]] uint32_t handle_reserve(Kind kind, uint32_t owner, void* object, uint32_t* handle);
 inline void handle_publish(uint32_t handle) {
   slot_of(handle).gate.live.store(handle, std::memory_order_release);
 }
@@ -122,11 +122,11 @@ void handle_release(uint32_t handle);
 
 // Some handle that was opened through `owner` and is still there, 0 when there is none. kGateHeld:
 // there is one that somebody is opening or closing just now.
-uint32_t handle_owned_by(uint32_t owner);
+[[nodiscard]] uint32_t handle_owned_by(uint32_t owner);
 
 // What a live handle was opened through; 0 when it is not there. Unlike entering its gate this is
 // for any thread at any time.
-uint32_t handle_owner(uint32_t handle);
+[[nodiscard]] uint32_t handle_owner(uint32_t handle);
 
 // Takes a live handle's number away, so that nobody enters any more: true for one caller only. A
 // gate that is stopped is waited for.

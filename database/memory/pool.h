@@ -105,7 +105,7 @@ constexpr std::array<uint8_t, kMaxPooled / kStep> make_bin_index() {
 inline constexpr auto kBinIndex = make_bin_index();
 
 // The class for `size` bytes, 1 to kMaxPooled.
-inline uint32_t bin_of(uint32_t size) {
+[[nodiscard]] inline uint32_t bin_of(uint32_t size) {
   return kBinIndex[(size - 1) / kStep];
 }
 

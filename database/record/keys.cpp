@@ -37,13 +37,13 @@ void write_node_head(const NodeView& view, uint8_t* value) {
   const uint32_t form = (view.dset_len != 0 ? kNamed : 0U) | (marked ? kMarked : 0U) |
                         (view.link_len == kLinkBytes ? kPairs : 0U) |
                         (view.links > 0xffff ? kFull : 0U);
-  store<uint32_t>(value, 0);
-  store(value + 4, view.refs);
-  store(value + 8, static_cast<uint16_t>(view.links));
-  store(value + 10, static_cast<uint16_t>(form));
+  write_value<uint32_t>(value, 0);
+  write_value(value + 4, view.refs);
+  write_value(value + 8, static_cast<uint16_t>(view.links));
+  write_value(value + 10, static_cast<uint16_t>(form));
   if (!marked) return;
-  store(value + kNodeHead, view.flags);
-  store(value + kNodeHead + 4, view.clients);
+  write_value(value + kNodeHead, view.flags);
+  write_value(value + kNodeHead + 4, view.clients);
 }
 
 void write_node(const NodeView& view, uint8_t* value) {
@@ -60,11 +60,11 @@ void write_node(const NodeView& view, uint8_t* value) {
 }
 
 void write_link(const Link& link, uint32_t len, uint8_t* to) {
-  store(to, link.field);
-  store(to + 2, link.tag);
-  store(to + 4, link.node);
-  store(to + 8, link.val);
-  if (len == kLinkBytes) store(to + kShortLink, link.node2);
+  write_value(to, link.field);
+  write_value(to + 2, link.tag);
+  write_value(to + 4, link.node);
+  write_value(to + 8, link.val);
+  if (len == kLinkBytes) write_value(to + kShortLink, link.node2);
 }
 
 uint32_t find_link(const NodeView& view, uint32_t field) {

@@ -57,7 +57,7 @@ constexpr uint32_t kMaxClients = 0xffff;    // clients with private data on one 
 // ---- Identifiers --------------------------------------------------------------------------------
 
 // The node's number; 0 when the identifier can name no node.
-inline uint32_t number_of(const rov_node_id_t& id) {
+[[nodiscard]] inline uint32_t number_of(const rov_node_id_t& id) {
   if ((id.word[1] | id.word[2] | id.word[3]) != 0) return 0;
   return load_be32(id.word);
 }
@@ -66,7 +66,7 @@ inline bool is_zero(const rov_node_id_t& id) {
 }
 inline rov_node_id_t id_of(uint32_t number) {
   rov_node_id_t id = {};
-  store_be32(id.word, number);
+  write_be32(id.word, number);
   return id;
 }
 
@@ -82,15 +82,15 @@ struct Key {
 
 inline Key node_key(uint32_t node) {
   Key key;
-  store_be32(key.bytes, node);
+  write_be32(key.bytes, node);
   key.len = 4;
   return key;
 }
 // referrers: (node, lowest); private: (node, client).
 inline Key pair_key(uint32_t node, uint32_t second) {
   Key key;
-  store_be32(key.bytes, node);
-  store_be32(key.bytes + 4, second);
+  write_be32(key.bytes, node);
+  write_be32(key.bytes + 4, second);
   key.len = 8;
   return key;
 }
@@ -103,7 +103,7 @@ inline Key dset_key(const uint8_t* name, uint32_t node) {
     memcpy(key.bytes + 1, name, kNameBytes);
     key.len += kNameBytes;
   }
-  store_be32(key.bytes + key.len, node);
+  write_be32(key.bytes + key.len, node);
   key.len += 4;
   return key;
 }
@@ -116,16 +116,16 @@ struct ClientKey {
 constexpr uint32_t kClientKeyBytes = 16;
 inline Key client_key(const ClientKey& parts) {
   Key key;
-  store_be32(key.bytes, parts.client);
-  store_be32(key.bytes + 4, parts.process);
-  store_be32(key.bytes + 8, parts.session);
-  store_be32(key.bytes + 12, parts.key);
+  write_be32(key.bytes, parts.client);
+  write_be32(key.bytes + 4, parts.process);
+  write_be32(key.bytes + 8, parts.session);
+  write_be32(key.bytes + 12, parts.key);
   key.len = kClientKeyBytes;
   return key;
 }
-inline void store_be64(void* to, uint64_t value) {
-  store_be32(to, static_cast<uint32_t>(value >> 32));
-  store_be32(static_cast<uint8_t*>(to) + 4, static_cast<uint32_t>(value));
+inline void write_be64(void* to, uint64_t value) {
+  write_be32(to, static_cast<uint32_t>(value >> 32));
+  write_be32(static_cast<uint8_t*>(to) + 4, static_cast<uint32_t>(value));
 }
 inline uint64_t load_be64(const uint8_t* from) {
   return uint64_t{load_be32(from)} << 32 | load_be32(from + 4);
@@ -133,14 +133,14 @@ inline uint64_t load_be64(const uint8_t* from) {
 constexpr uint32_t kChangeKeyBytes = 12;
 inline Key change_key(uint64_t revision, uint32_t number) {
   Key key;
-  store_be64(key.bytes, revision);
-  store_be32(key.bytes + 8, number);
+  write_be64(key.bytes, revision);
+  write_be32(key.bytes + 8, number);
   key.len = kChangeKeyBytes;
   return key;
 }
 inline Key user_key(uint64_t user) {
   Key key;
-  store_be64(key.bytes, user);
+  write_be64(key.bytes, user);
   key.len = 8;
   return key;
 }
@@ -186,10 +186,10 @@ struct NodeView {
 // False when the value's lengths disagree.
 bool parse_node(uint32_t node, Bytes value, NodeView* view);
 // Bytes of the head of a value with these parts, and of all of it.
-inline uint32_t head_bytes(const NodeView& view) {
+[[nodiscard]] inline uint32_t head_bytes(const NodeView& view) {
   return (view.flags | view.clients) != 0 ? kNodeHead + kMarkBytes : kNodeHead;
 }
-inline uint32_t node_bytes(const NodeView& view) {
+[[nodiscard]] inline uint32_t node_bytes(const NodeView& view) {
   return head_bytes(view) + view.dset_len + view.tlv_len + view.links * view.link_len;
 }
 // Writes the head alone, or head, name, TLV data and links. `view` must not lie within `value`.
@@ -215,7 +215,7 @@ inline Link read_link(const NodeView& view, uint32_t at) {
 // Writes a link of `len` bytes, kShortLink or kLinkBytes.
 void write_link(const Link& link, uint32_t len, uint8_t* to);
 // Position of the first link whose field is not below `field`.
-uint32_t find_link(const NodeView& view, uint32_t field);
+[[nodiscard]] uint32_t find_link(const NodeView& view, uint32_t field);
 
 // ---- Referrers ----------------------------------------------------------------------------------
 
@@ -234,10 +234,10 @@ struct Chunk {
   uint32_t count = 0;
   bool more = false;
 
-  uint32_t id(uint32_t at) const { return load<uint32_t>(ids + size_t{4} * at); }
+  [[nodiscard]] uint32_t id(uint32_t at) const { return load<uint32_t>(ids + size_t{4} * at); }
   uint16_t field(uint32_t at) const { return load<uint16_t>(fields + size_t{2} * at); }
   // Position of the first referrer that is not below `node`.
-  uint32_t find(uint32_t node) const;
+  [[nodiscard]] uint32_t find(uint32_t node) const;
 };
 
 bool parse_chunk(Bytes value, Chunk* chunk);
@@ -245,7 +245,7 @@ bool parse_chunk(Bytes value, Chunk* chunk);
 // ---- Checksums ----------------------------------------------------------------------------------
 
 // Over the value's key and what follows its first four bytes.
-inline uint32_t record_crc(Bytes key, Bytes value) {
+[[nodiscard]] inline uint32_t record_crc(Bytes key, Bytes value) {
   // A node's number is seed enough, and saves a call on the read path.
   const uint32_t seed = key.len == 4 ? load_be32(key.data) : crc32c(0, key.data, key.len);
   return crc32c(seed, value.data + 4, value.len - 4);

@@ -8,7 +8,7 @@ uint32_t count_of(const uint8_t* value) {
 }
 
 void set_count(uint8_t* value, uint32_t count) {
-  store(value + 4, static_cast<uint16_t>(count));
+  write_value(value + 4, static_cast<uint16_t>(count));
 }
 
 // The fields lie behind the identifiers, so they move whenever there are more or fewer of these.
@@ -29,13 +29,13 @@ void chunk_fill(uint8_t* value, const Reference* from, uint32_t count) {
   chunk_start(value);
   set_count(value, count);
   for (uint32_t at = 0; at < count; ++at) {
-    store(ids_of(value) + size_t{4} * at, from[at].owner);
-    store(fields_of(value, count) + size_t{2} * at, static_cast<uint16_t>(from[at].field));
+    write_value(ids_of(value) + size_t{4} * at, from[at].owner);
+    write_value(fields_of(value, count) + size_t{2} * at, static_cast<uint16_t>(from[at].field));
   }
 }
 
 void chunk_set_more(uint8_t* value, bool more) {
-  store<uint16_t>(value + 6, more ? 1 : 0);
+  write_value<uint16_t>(value + 6, more ? 1 : 0);
 }
 
 void chunk_insert(uint8_t* value, uint32_t at, Referrer referrer) {
@@ -46,8 +46,8 @@ void chunk_insert(uint8_t* value, uint32_t at, Referrer referrer) {
   memmove(fields + size_t{2} * (at + 1), from + size_t{2} * at, size_t{2} * (count - at));
   memmove(fields, from, size_t{2} * at);
   memmove(ids + size_t{4} * (at + 1), ids + size_t{4} * at, size_t{4} * (count - at));
-  store(ids + size_t{4} * at, referrer.node);
-  store(fields + size_t{2} * at, referrer.field);
+  write_value(ids + size_t{4} * at, referrer.node);
+  write_value(fields + size_t{2} * at, referrer.field);
   set_count(value, count + 1);
 }
 
@@ -63,7 +63,7 @@ void chunk_remove(uint8_t* value, uint32_t at) {
 }
 
 void chunk_set_field(uint8_t* value, uint32_t at, uint16_t field) {
-  store(fields_of(value, count_of(value)) + size_t{2} * at, field);
+  write_value(fields_of(value, count_of(value)) + size_t{2} * at, field);
 }
 
 void chunk_copy_from(uint8_t* value, const Chunk& chunk, uint32_t from) {

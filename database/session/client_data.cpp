@@ -139,8 +139,8 @@ uint32_t client_data_put(View& view, const DataOwner& owner, uint32_t key, Bytes
   const uint32_t len = kHead + data.len;
   uint8_t* value = view_replace(view, Table::kClients, key_of(owner, key), len, len);
   if (value == nullptr) return ROV_ERR_NO_MEM;
-  store(value + kStampAt, view.snapshot->revision);
-  store(value + kStartAt, owner.process == 0 ? uint64_t{0} : process_start(owner.process));
+  write_value(value + kStampAt, view.snapshot->revision);
+  write_value(value + kStartAt, owner.process == 0 ? uint64_t{0} : process_start(owner.process));
   if (data.len != 0) memcpy(value + kHead, data.data, data.len);
   return ROV_OK;
 }

@@ -27,13 +27,13 @@ struct Watch {
 // Ends the registration, if there is one. Under the mutex, or when nobody else has the database.
 void watch_end(Watch& watch);
 // Registers the database for what *ntf asks for, or ends its registration.
-uint32_t watch_register(const DatabasePin& db, rov_ntf_t* ntf);
+[[nodiscard]] uint32_t watch_register(const DatabasePin& db, rov_ntf_t* ntf);
 // The next change that the registration asks for. ROV_ERR_NO_VALUE, noted, when there is none.
-uint32_t watch_next(const DatabasePin& db, rov_change_t* message);
+[[nodiscard]] uint32_t watch_next(const DatabasePin& db, rov_change_t* message);
 
 // Keeps data of the client under a key of its own, tells its other processes, and wakes whoever
 // follows the database.
-uint32_t watch_post(const DatabasePin& db, uint32_t key, Bytes data);
+[[nodiscard]] uint32_t watch_post(const DatabasePin& db, uint32_t key, Bytes data);
 
 // One a process and client identity; never closed.
 struct Library {
@@ -99,32 +99,34 @@ class DatabasePin {
 
 // Runs `work` on a database in use; its status is the answer.
 template <class Work>
-uint32_t with_database(uint32_t handle, Work work,
-                       DatabasePin::Of of = DatabasePin::Of::kDatabase) {
+[[nodiscard]] uint32_t with_database(uint32_t handle, Work work,
+                                     DatabasePin::Of of = DatabasePin::Of::kDatabase) {
   const DatabasePin pin(handle, of);
   return pin.status() == ROV_OK ? work(*pin.get()) : pin.status();
 }
 
 // The library of that handle; ROV_ERR_HANDLE, noted.
-uint32_t library_of(uint32_t handle, Library** out);
+[[nodiscard]] uint32_t library_of(uint32_t handle, Library** out);
 // The library of that identity, made when there is none.
-uint32_t library_for(uint32_t id, Library** out);
+[[nodiscard]] uint32_t library_for(uint32_t id, Library** out);
 // Gives a library its first settings back, and sets its idle limit.
 void library_reset(Library* library, uint32_t idle_seconds);
 
-uint32_t database_open(Library* library, const rov_parms_t* parms, uint32_t flags, Database** out);
+[[nodiscard]] uint32_t database_open(Library* library, const rov_parms_t* parms, uint32_t flags,
+                                     Database** out);
 // Closes the sessions and snapshots that were opened through it, too.
-uint32_t database_close(uint32_t handle);
+[[nodiscard]] uint32_t database_close(uint32_t handle);
 
 // Verifies the database's file while nobody writes.
-uint32_t database_verify(const Database& db, VerifyReport* report);
+[[nodiscard]] uint32_t database_verify(const Database& db, VerifyReport* report);
 
 // Registers a show record in the place of the one with its selector. ROV_ERR_FULL, noted.
-uint32_t database_add_show(Database& db, const rov_show_t* show);
+[[nodiscard]] uint32_t database_add_show(Database& db, const rov_show_t* show);
 
 // Opens the snapshot of that name, made of the newest commit when there was none. A snapshot is a
 // database of its own, with the settings of the one that it was opened through.
-uint32_t database_open_snapshot(const Database& of, const CopyName& name, uint32_t* handle);
-uint32_t database_close_snapshot(uint32_t handle);
+[[nodiscard]] uint32_t database_open_snapshot(const Database& of, const CopyName& name,
+                                              uint32_t* handle);
+[[nodiscard]] uint32_t database_close_snapshot(uint32_t handle);
 
 }  // namespace rov

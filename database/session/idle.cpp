@@ -34,7 +34,7 @@ bool strip(Session& session, Holdings* holdings) {
   Env* env = session.db->env;
   Gate& gate = slot_of(session.handle).gate;
   bool taken = false;
-  pthread_mutex_lock(&env->mutex);  // whoever stops gates holds it
+  pthread_mutex_lock(&env->use.lock);  // whoever stops gates holds it
   const bool stopped = env->life.load() != Life::kNoMap && gate.live.load() == session.handle;
   if (stopped) gate_hold(gate);
   if (stopped && gate.live.load() == kGateHeld) {
@@ -46,7 +46,7 @@ bool strip(Session& session, Holdings* holdings) {
     }
     gate_resume(gate);
   }
-  pthread_mutex_unlock(&env->mutex);
+  pthread_mutex_unlock(&env->use.lock);
   return taken;
 }
 

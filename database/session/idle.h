@@ -27,7 +27,7 @@ struct Idle {
 };
 
 // The limit that stands for that many seconds; 0 also where it is too long to matter.
-uint32_t idle_limit(uint32_t seconds);
+[[nodiscard]] uint32_t idle_limit(uint32_t seconds);
 
 // Begins and ends the watch over a session. Nothing happens where it has no limit.
 void idle_begin(Session* session);

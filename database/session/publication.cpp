@@ -120,7 +120,7 @@ void write_node(uint8_t* at, const rov_node_parms_t& parms) {
   const uint32_t words[] = {number_of(parms.id), parms.flags, parms.tlv_len, parms.dset_len,
                             parms.links};
   for (const uint32_t word : words) {
-    store_be32(at, word);
+    write_be32(at, word);
     at += sizeof word;
   }
 }
@@ -150,10 +150,10 @@ uint32_t add_links(Publication& pub, const rov_node_parms_t& parms) {
     }
     uint8_t* at = take(pub, kLinkBytes);
     if (at == nullptr) continue;
-    store_be32(at, uint32_t{link.field} << 16 | link.tag);
-    store_be32(at + 4, node);
-    store_be32(at + 8, link.val);
-    store_be32(at + 12, node2);
+    write_be32(at, uint32_t{link.field} << 16 | link.tag);
+    write_be32(at + 4, node);
+    write_be32(at + 8, link.val);
+    write_be32(at + 12, node2);
   }
   return ROV_OK;
 }
@@ -177,7 +177,7 @@ void write_head(const Publication& pub) {
   const uint32_t words[] = {kMagic, kVersion, pub.nodes, static_cast<uint32_t>(pub.bytes)};
   uint8_t* at = pub.out;
   for (const uint32_t word : words) {
-    store_be32(at, word);
+    write_be32(at, word);
     at += sizeof word;
   }
 }

@@ -11,10 +11,8 @@
 namespace rov {
 namespace {
 
-// Not a status of the database: a session's base has no snapshot yet.
-constexpr uint32_t kNoBase = 0x4117ff02;
-// Nor this: what was in the way is gone.
-constexpr uint32_t kAgain = 0x4117ff03;
+// What stands in the way of reading a session's base.
+enum class Obstacle : uint8_t { kNone, kNoSnapshot, kMapResized };
 
 uint32_t bad_handle(uint32_t handle) {
   return fail(ROV_ERR_HANDLE, Note::kHandle, handle);
@@ -25,16 +23,19 @@ uint32_t read_only(uint32_t handle) {
 }
 
 // The view of the newest commit. Where the session itself is on it and has no edits, that is the
-// session's own view, with what it remembers.
-uint32_t newest_view(Session& session, View** view) {
+// session's own view, with what it remembers. *status counts where nothing is in the way.
+Obstacle newest_view(Session& session, View** view, uint32_t* status) {
   View& own = session.view;
+  *status = ROV_OK;
   if (own.edits == nullptr && own.snapshot->revision == store_revision(session.db->env)) {
     *view = &own;
-    return ROV_OK;
+    return Obstacle::kNone;
   }
-  if (session.base.snapshot == nullptr) return kNoBase;
+  if (session.base.snapshot == nullptr) return Obstacle::kNoSnapshot;
   *view = &session.base;
-  return snapshot_renew(session.base.snapshot);
+  const Attempt renewed = snapshot_renew(session.base.snapshot);
+  *status = renewed.status;
+  return renewed.ending == Ending::kMapResized ? Obstacle::kMapResized : Obstacle::kNone;
 }
 
 // Gives the session of that slot a base. The caller is outside its gate.
@@ -147,15 +148,16 @@ void drop_pointers(Env* env, const Overlay& edits) {
 
 }  // namespace
 
-uint32_t Access::enter_base(uint32_t handle) {
-  const uint32_t status = newest_view(*session_, &view_);
-  if (status == ROV_OK) return ROV_OK;
+bool Access::enter_base(uint32_t handle, uint32_t* status) {
+  const Obstacle obstacle = newest_view(*session_, &view_, status);
+  if (obstacle == Obstacle::kNone && *status == ROV_OK) return true;
   Env* env = session_->db->env;
   gate_leave(slot_->gate);
-  uint32_t cured = status;
-  if (status == kMapResized) cured = store_adopt_map(env);
-  if (status == kNoBase) cured = add_base(*slot_, as_kind(handle, Kind::kSession), env);
-  return cured == ROV_OK ? kAgain : cured;
+  if (obstacle == Obstacle::kNone) return true;
+  *status = obstacle == Obstacle::kMapResized
+                ? store_adopt_map(env)
+                : add_base(*slot_, as_kind(handle, Kind::kSession), env);
+  return *status != ROV_OK;
 }
 
 uint32_t Access::renew(uint32_t handle) {
@@ -174,8 +176,7 @@ uint32_t Access::enter_slowly(uint32_t handle) {
       session_ = static_cast<Session*>(slot_->object);
       view_ = &session_->view;
       uint32_t status = session_->idle.limit == 0 ? uint32_t{ROV_OK} : renew(handle);
-      if (status == ROV_OK && base) status = enter_base(handle);
-      if (status != kAgain) return status;
+      if (status != ROV_OK || !base || enter_base(handle, &status)) return status;
       continue;
     }
     const uint32_t found = slot_->gate.live.load(std::memory_order_acquire);

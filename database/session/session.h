@@ -66,10 +66,11 @@ class Access {
   View& view() { return *view_; }
 
  private:
-  // These end inside the gate on success, outside otherwise. The last two begin inside.
-  uint32_t enter_slowly(uint32_t handle);
-  uint32_t renew(uint32_t handle);
-  uint32_t enter_base(uint32_t handle);
+  // These end inside the gate on success, outside otherwise. The last two begin inside; the last
+  // one is false when what was in the way is gone, and entering is to be tried again.
+  [[nodiscard]] uint32_t enter_slowly(uint32_t handle);
+  [[nodiscard]] uint32_t renew(uint32_t handle);
+  bool enter_base(uint32_t handle, uint32_t* status);
 
   Slot* slot_;
   Session* session_ = nullptr;
@@ -81,7 +82,7 @@ class Access {
 // Runs `work` on what a session sees; its status is the answer. For the calls of which reading is
 // made: a session without a limit is let in without an Access, which would live in memory.
 template <class Work>
-inline uint32_t with_view(uint32_t handle, Work work) {
+[[nodiscard]] inline uint32_t with_view(uint32_t handle, Work work) {
   Slot& slot = slot_of(handle);
   if (kind_of(handle) == Kind::kSession && gate_enter(slot.gate, handle)) [[likely]] {
     auto* session = static_cast<Session*>(slot.object);
@@ -97,21 +98,21 @@ inline uint32_t with_view(uint32_t handle, Work work) {
 }
 
 // Opens a session on the newest commit, for reading or for writing.
-uint32_t session_open(uint32_t db, bool write, uint32_t* handle);
+[[nodiscard]] uint32_t session_open(uint32_t db, bool write, uint32_t* handle);
 // Closes a session; a write session's edits are dropped.
-uint32_t session_close(uint32_t handle);
+[[nodiscard]] uint32_t session_close(uint32_t handle);
 // Whether the session, or the one whose base it is, was opened through that database or one of its
 // snapshots, and can be used. For any thread.
 bool session_exists(uint32_t db, uint32_t handle);
 // Commits a write session and closes it in any case. The new commit's number goes to *revision when
 // it is not NULL.
-uint32_t session_commit(uint32_t handle, uint64_t* revision);
+[[nodiscard]] uint32_t session_commit(uint32_t handle, uint64_t* revision);
 // A use of the session, for its idle limit.
-uint32_t session_touch(uint32_t handle);
+[[nodiscard]] uint32_t session_touch(uint32_t handle);
 // The handle of the session's base.
-uint32_t session_base(uint32_t handle, uint32_t* base);
+[[nodiscard]] uint32_t session_base(uint32_t handle, uint32_t* base);
 // Ends a write session without writing.
-uint32_t session_abandon(uint32_t handle);
+[[nodiscard]] uint32_t session_abandon(uint32_t handle);
 
 // Closes a session that another thread may be using. False when somebody else is closing it.
 bool session_close_from_outside(uint32_t handle);

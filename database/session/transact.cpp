@@ -94,7 +94,7 @@ uint32_t note_edit(Session& session, uint32_t status) {
 uint32_t session_publish(uint32_t handle) {
   uint32_t database = 0;
   const uint32_t sealed = seal(handle, &database);
-  if (sealed == ROV_ERR_SES_EXPIRED) session_abandon(handle);
+  if (sealed == ROV_ERR_SES_EXPIRED) static_cast<void>(session_abandon(handle));
   if (database == 0) return sealed;
   const Waking waking = waking_of(database);
   uint64_t revision = 0;

@@ -7,7 +7,7 @@ namespace rov {
 
 // Runs `work` on the newest commit of a database.
 template <class Work>
-uint32_t with_newest(uint32_t db, Work work) {
+[[nodiscard]] uint32_t with_newest(uint32_t db, Work work) {
   uint32_t ses = 0;
   uint32_t status = session_open(db, false, &ses);
   if (status != ROV_OK) return status;
@@ -15,14 +15,15 @@ uint32_t with_newest(uint32_t db, Work work) {
     Access access(ses);
     status = access.failed() ? access.status() : work(access.view());
   }
-  session_close(ses);
+  // It fails where somebody closed the database, and the session with it.
+  static_cast<void>(session_close(ses));
   return status;
 }
 
 // Runs `work` in a write session of its own and commits it; the new commit's number goes to
 // *revision when it is not NULL.
 template <class Work>
-uint32_t with_writer(uint32_t db, Work work, uint64_t* revision = nullptr) {
+[[nodiscard]] uint32_t with_writer(uint32_t db, Work work, uint64_t* revision = nullptr) {
   uint32_t ses = 0;
   uint32_t status = session_open(db, true, &ses);
   if (status != ROV_OK) return status;
@@ -31,35 +32,37 @@ uint32_t with_writer(uint32_t db, Work work, uint64_t* revision = nullptr) {
     status = access.failed() ? access.status() : work(access.view());
   }
   if (status == ROV_OK) return session_commit(ses, revision);
-  session_close(ses);
+  // It fails where somebody closed the database, and the session with it.
+  static_cast<void>(session_close(ses));
   return status;
 }
 
 // Whether the handle is a write session's, and not its base's. ROV_ERR_READ_ONLY, noted, and the
 // reason why there is no access.
-uint32_t check_writer(Access& access, uint32_t handle);
+[[nodiscard]] uint32_t check_writer(Access& access, uint32_t handle);
 
 // Notes how an edit of a write session ended, and returns that. Failures that come before anything
 // was changed leave the session as it was; others may have stopped an edit half-way, after which
 // nothing of the session may be committed.
-uint32_t note_edit(Session& session, uint32_t status);
+[[nodiscard]] uint32_t note_edit(Session& session, uint32_t status);
 
 // Runs an edit in the write session of that handle.
 template <class Edit>
-uint32_t with_edits(uint32_t handle, Edit edit) {
+[[nodiscard]] uint32_t with_edits(uint32_t handle, Edit edit) {
   Access access(handle);
   const uint32_t status = check_writer(access, handle);
   return status == ROV_OK ? note_edit(access.session(), edit(access.view())) : status;
 }
 
 // Commits a write session with who it is by, closes it, and wakes whoever follows the database.
-uint32_t session_publish(uint32_t handle);
+[[nodiscard]] uint32_t session_publish(uint32_t handle);
 
 // Sets the client's private data on a node: in a write session as one of its edits, otherwise at
 // once, in a commit of their own that the session sees from then on.
-uint32_t session_set_private(uint32_t handle, uint32_t node, const void* data, uint32_t len);
+[[nodiscard]] uint32_t session_set_private(uint32_t handle, uint32_t node, const void* data,
+                                           uint32_t len);
 // Sets any client's in a write session.
-uint32_t session_set_private_for(uint32_t handle, uint32_t client, uint32_t node, const void* data,
-                                 uint32_t len);
+[[nodiscard]] uint32_t session_set_private_for(uint32_t handle, uint32_t client, uint32_t node,
+                                               const void* data, uint32_t len);
 
 }  // namespace rov

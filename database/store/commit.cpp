@@ -35,7 +35,7 @@ void set_key(Table table, const Overlay::Edit* edit, EngineKey* key) {
 }
 
 void seal(const Overlay::Edit* edit) {
-  store(edit->value, record_crc(edit->key(), {edit->value, edit->len}));
+  write_value(edit->value, record_crc(edit->key(), {edit->value, edit->len}));
 }
 
 // One table's edits, in key order. Whatever lies behind the table's last key is appended, which
@@ -110,7 +110,7 @@ struct Outcome {
   uint64_t revision = 0;
 };
 
-// Leaves a transaction that must not be touched again (store_guard.h), with its pages and cursors.
+// Leaves a transaction that must not be touched again (guard.h), with its pages and cursors.
 // Its lock is the robust one that the thread took since `before`; given back, other processes can
 // write.
 void abandon(Env* env, const pthread_mutex_t* before) {
@@ -166,7 +166,8 @@ void make_room_ahead(Env* env, const Overlay& edits) {
   if (edits.bytes() > SIZE_MAX / 2 - used || used + edits.bytes() <= current) return;
   size_t size = map_size_for(current, used + edits.bytes() + edits.bytes() / 4);
   if (size > env->map_limit) size = env->map_limit;
-  if (size > current) map_resize(env, size);
+  // A failure comes again where the room is needed.
+  if (size > current) static_cast<void>(map_resize(env, size));
 }
 
 // The engine calls a short write an I/O error; a full disk is the usual reason, or a file that the
@@ -218,10 +219,10 @@ uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* 
 }
 
 void check_readers_now_and_then(Env* env) {
-  pthread_mutex_lock(&env->mutex);
-  const bool due = ++env->commits >= kCommitsPerReaderCheck;
-  if (due) env->commits = 0;
-  pthread_mutex_unlock(&env->mutex);
+  pthread_mutex_lock(&env->use.lock);
+  const bool due = ++env->use.commits >= kCommitsPerReaderCheck;
+  if (due) env->use.commits = 0;
+  pthread_mutex_unlock(&env->use.lock);
   if (due) store_check_readers(env);
 }
 
@@ -230,9 +231,9 @@ void check_readers_now_and_then(Env* env) {
 uint32_t store_commit(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {
   if (revision != nullptr) *revision = base;
   if (edits.empty()) return ROV_OK;
-  pthread_mutex_lock(&env->commit_lock);
+  pthread_mutex_lock(&env->committing.lock);
   const uint32_t status = commit_locked(env, edits, base, revision);
-  pthread_mutex_unlock(&env->commit_lock);
+  pthread_mutex_unlock(&env->committing.lock);
   if (status == ROV_OK) check_readers_now_and_then(env);
   return status;
 }

@@ -1,7 +1,7 @@
 // Snapshots that are kept: copies of the database in directories of their own.
 //
 //   directory/snapshots/
-//     NAME/              a copy: `format` and `data.mdb` as in a database (copy_name.h: NAME)
+//     NAME/              a copy: `format` and `data.mdb` as in a database (copies.h: NAME)
 //     .making/           one that is being made, under a lock on directory/snapshots
 //     .removed-P-N/      one that is being removed by process P
 //
@@ -10,7 +10,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <lmdb.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -158,21 +157,13 @@ class Copies {
     error_ = file_ < 0 ? errno : 0;
   }
   ~Copies() {
-    if (file_ < 0) return;
-    flock(file_, LOCK_UN);  // closing is not enough where a fork has shared it meanwhile
-    close(file_);
+    if (file_ >= 0) close(file_);
   }
   Copies(const Copies&) = delete;
   Copies& operator=(const Copies&) = delete;
 
   int file() const { return file_; }
   int error() const { return error_; }
-
-  // One maker at a time, over all processes, as long as this object lives.
-  void lock() const {
-    while (flock(file_, LOCK_EX) != 0 && errno == EINTR) {
-    }
-  }
 
  private:
   int file_ = -1;
@@ -221,7 +212,7 @@ uint32_t make_copy(Env* env, int copies, const CopyName& name) {
   uint32_t status = fill(env, making);
   close(making);
   if (status == ROV_OK) {
-    error = renameat(copies, kMaking, copies, name.file) == 0 && fsync(copies) == 0 ? 0 : errno;
+    error = move_durably(copies, kMaking, copies, name.file);
     status = engine_fail(error, env, "move a snapshot into place");
   }
   if (status != ROV_OK) remove_tree(copies, kMaking);
@@ -307,7 +298,7 @@ uint32_t copies_get(Env* env, const CopyName& name, CopyPlace* place) {
                      env->path);
   }
   if (copies.error() != 0) return engine_fail(copies.error(), env, "open the snapshots");
-  copies.lock();
+  const DirectoryLock lock(copies.file());           // one maker at a time, over all processes
   if (has_copy(copies.file(), name)) return ROV_OK;  // whoever held the lock made it
   const int error = finish_removing(copies.file());
   if (error != 0) return engine_fail(error, env, "finish removing a snapshot");
@@ -350,15 +341,15 @@ uint32_t copies_next(Env* env, const char* after, char (&path)[kCopyNameRoom]) {
 namespace {
 
 // The engine reads through the map, so the map must not change meanwhile.
-uint32_t copy_once(Env* env, int file) {
-  pthread_mutex_lock(&env->commit_lock);
+Attempt copy_once(Env* env, int file) {
+  pthread_mutex_lock(&env->committing.lock);
   int error = is_dead(env) ? kEngineDead : mdb_env_copyfd(env->engine, file);
   if (error == MDB_READERS_FULL) {
     store_check_readers(env);
     error = mdb_env_copyfd(env->engine, file);
   }
-  pthread_mutex_unlock(&env->commit_lock);
-  return engine_fail(error, env, "copy the data file");
+  pthread_mutex_unlock(&env->committing.lock);
+  return engine_attempt(error, env, "copy the data file");
 }
 
 }  // namespace

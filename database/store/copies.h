@@ -17,7 +17,7 @@ struct CopyName {
 
 // The file name of that path; `uri` or `name` may be NULL, not both. ROV_ERR_INVALID and
 // ROV_ERR_LENGTH, noted.
-uint32_t copy_name(const char* uri, const char* name, CopyName* out);
+[[nodiscard]] uint32_t copy_name(const char* uri, const char* name, CopyName* out);
 
 // The path that has that file name. False when none has.
 bool copy_path(const char* file, char (&path)[kCopyNameRoom]);

@@ -11,10 +11,8 @@
 //
 // The engine's own file can't be read by a process of another word size or byte order, and does not
 // say so; hence this file beside it, read first.
-#include <dirent.h>
 #include <fcntl.h>
 #include <lmdb.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,52 +27,6 @@
 #include "rov.h"
 
 namespace rov {
-
-// ---- Files --------------------------------------------------------------------------------------
-
-namespace {
-
-constexpr int kAttempts = 3;
-
-// Removes what an open directory holds. 0 or errno.
-int remove_entries(DIR* directory) {
-  const int at = dirfd(directory);
-  while (const dirent* entry = readdir(directory)) {
-    const char* name = entry->d_name;
-    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
-    if (unlinkat(at, name, 0) == 0 || errno == ENOENT) continue;
-    // What unlinkat says of a directory differs between systems.
-    const int error = errno == EISDIR || errno == EPERM ? remove_tree(at, name) : errno;
-    if (error != 0) return error;
-  }
-  return 0;
-}
-
-// 0 or errno; ENOTEMPTY when somebody put something in meanwhile.
-int remove_once(int at, const char* name) {
-  const int file = openat(at, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (file < 0) return errno == ENOENT ? 0 : errno;
-  DIR* directory = fdopendir(file);
-  if (directory == nullptr) {
-    const int error = errno;
-    close(file);
-    return error;
-  }
-  const int error = remove_entries(directory);
-  closedir(directory);
-  if (error != 0) return error;
-  return unlinkat(at, name, AT_REMOVEDIR) == 0 || errno == ENOENT ? 0 : errno;
-}
-
-}  // namespace
-
-int remove_tree(int at, const char* name) {
-  int error = ENOTEMPTY;
-  for (int attempt = 0; attempt < kAttempts && error == ENOTEMPTY; ++attempt) {
-    error = remove_once(at, name);
-  }
-  return error;
-}
 
 // ---- The format file ----------------------------------------------------------------------------
 
@@ -134,18 +86,6 @@ uint32_t compare_format(const Format& found, const char* path) {
                      path, found.byte_order, kByteOrder);
   }
   return ROV_OK;
-}
-
-// Writes all of `text`; 0 or errno.
-int write_all(int file, const char* text, size_t len) {
-  while (len > 0) {
-    const ssize_t wrote = write(file, text, len);
-    if (wrote < 0 && errno == EINTR) continue;
-    if (wrote <= 0) return wrote < 0 ? errno : ENOSPC;
-    text += wrote;
-    len -= static_cast<size_t>(wrote);
-  }
-  return 0;
 }
 
 }  // namespace
@@ -219,10 +159,8 @@ uint32_t make_in(int making, const char* place, const char* path) {
 
 int move_into_place(int making, int directory) {
   // The format file first: where there is a data file there is a format file.
-  if (renameat(making, "format", directory, "format") != 0) return errno;
-  if (fsync(directory) != 0) return errno;
-  if (renameat(making, "data.mdb", directory, "data.mdb") != 0) return errno;
-  return fsync(directory) == 0 ? 0 : errno;
+  const int error = move_durably(making, "format", directory, "format");
+  return error == 0 ? move_durably(making, "data.mdb", directory, "data.mdb") : error;
 }
 
 // The caller holds the directory's lock.
@@ -293,13 +231,13 @@ uint32_t prepare_in(int directory, const char* path, bool create) {
 uint32_t store_prepare(const char* path, bool create, int* directory) {
   uint32_t status = open_directory(path, create, directory);
   if (status != ROV_OK) return status;
-  // One maker at a time; whoever waited finds the database made.
   if (!has_data(*directory) && create) {
-    while (flock(*directory, LOCK_EX) != 0 && errno == EINTR) {
-    }
+    // One maker at a time; whoever waited finds the database made.
+    const DirectoryLock lock(*directory);
+    status = prepare_in(*directory, path, create);
+  } else {
+    status = prepare_in(*directory, path, create);
   }
-  status = prepare_in(*directory, path, create);
-  flock(*directory, LOCK_UN);
   if (status != ROV_OK) close(*directory);
   return status;
 }

@@ -56,7 +56,6 @@ constexpr Row kRows[] = {
 
 uint32_t engine_fail_at(int error, const char* path, const char* doing) {
   if (error == 0) return ROV_OK;
-  if (error == MDB_MAP_RESIZED) return kMapResized;
   for (const Row& row : kRows) {
     if (row.error != error) continue;
     return fail_text(row.status, "cannot %s in database %s: %s; %s", doing, path,
@@ -68,6 +67,11 @@ uint32_t engine_fail_at(int error, const char* path, const char* doing) {
 uint32_t engine_fail(int error, const Env* env, const char* doing) {
   if (error == kEngineDead) return dead_env(env);
   return engine_fail_at(error, env->path, doing);
+}
+
+Attempt engine_attempt(int error, const Env* env, const char* doing) {
+  if (error == MDB_MAP_RESIZED) return {.ending = Ending::kMapResized};
+  return {engine_fail(error, env, doing)};
 }
 
 // ---- Broken assertions --------------------------------------------------------------------------
@@ -134,9 +138,9 @@ uint32_t check_length(Env* env) {
   struct stat info = {};
   if (fstat(file, &info) != 0) return engine_fail(errno, env, "examine the data file");
   const auto bytes = static_cast<uint64_t>(info.st_size);
-  const bool cut = bytes < env->file_bytes;
+  const bool cut = bytes < env->committing.file_bytes;
   if (!cut && can_have_pages(bytes, env->page_size, engine.me_last_pgno)) {
-    env->file_bytes = bytes;
+    env->committing.file_bytes = bytes;
     return ROV_OK;
   }
   char damage[sizeof env->damage];

@@ -76,14 +76,14 @@ size_t map_used(const Env* env) {
 }
 
 void hold_snapshots(Env* env) {
-  for (Snapshot* s = env->open; s != nullptr; s = s->next) gate_hold(*s->gate);
+  for (Snapshot* s = env->use.open; s != nullptr; s = s->next) gate_hold(*s->gate);
   gate_barrier();
-  for (Snapshot* s = env->open; s != nullptr; s = s->next) gate_drain(*s->gate);
+  for (Snapshot* s = env->use.open; s != nullptr; s = s->next) gate_drain(*s->gate);
 }
 
 void resume_snapshots(Env* env) {
-  for (Snapshot* s = env->open; s != nullptr; s = s->next) snapshot_moved(s);
-  for (Snapshot* s = env->open; s != nullptr; s = s->next) gate_resume(*s->gate);
+  for (Snapshot* s = env->use.open; s != nullptr; s = s->next) snapshot_moved(s);
+  for (Snapshot* s = env->use.open; s != nullptr; s = s->next) gate_resume(*s->gate);
 }
 
 uint32_t map_resize(Env* env, size_t size) {
@@ -96,7 +96,7 @@ uint32_t map_resize(Env* env, size_t size) {
         "takes its address space, or use a 64-bit build",
         env->path, size >> 20);
   }
-  pthread_mutex_lock(&env->mutex);
+  pthread_mutex_lock(&env->use.lock);
   hold_snapshots(env);
   const int error = mdb_env_set_mapsize(env->engine, size);
   if (error == 0) {
@@ -104,9 +104,9 @@ uint32_t map_resize(Env* env, size_t size) {
   } else {
     // The old map is gone and there is no new one.
     env->life.store(Life::kNoMap);
-    for (Snapshot* s = env->open; s != nullptr; s = s->next) s->gate->stuck.store(1);
+    for (Snapshot* s = env->use.open; s != nullptr; s = s->next) s->gate->stuck.store(1);
   }
-  pthread_mutex_unlock(&env->mutex);
+  pthread_mutex_unlock(&env->use.lock);
   return engine_fail(error, env, "change the memory map");
 }
 
@@ -116,12 +116,12 @@ uint32_t grows_too_fast(const Env* env) {
 }
 
 uint32_t store_adopt_map(Env* env) {
-  pthread_mutex_lock(&env->commit_lock);
+  pthread_mutex_lock(&env->committing.lock);
   const size_t current = map_size(env);
   const size_t used = map_used(env);
   uint32_t status = is_dead(env) ? dead_env(env) : check_length(env);
   if (status == ROV_OK && used > current) status = map_resize(env, map_size_for(current, used));
-  pthread_mutex_unlock(&env->commit_lock);
+  pthread_mutex_unlock(&env->committing.lock);
   return status;
 }
 

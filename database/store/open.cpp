@@ -71,7 +71,7 @@ bool g_ready = false;
 // slots), and no handle of the parent is valid in the child.
 void after_fork_in_child() {
   pthread_mutex_init(&g_mutex, nullptr);
-  for (Env* env = g_envs; env != nullptr; env = env->next) {
+  for (Env* env = g_envs; env != nullptr; env = env->registered.next) {
     if (env->lock_file >= 0) close(env->lock_file);
     close(env->directory);
   }
@@ -88,20 +88,20 @@ void set_up_once() {
 }
 
 Env* find_open(const struct stat& directory) {
-  for (Env* env = g_envs; env != nullptr; env = env->next) {
+  for (Env* env = g_envs; env != nullptr; env = env->registered.next) {
     if (env->device == directory.st_dev && env->inode == directory.st_ino) return env;
   }
   return nullptr;
 }
 
 void init_locks(Env* env) {
-  pthread_mutex_init(&env->commit_lock, nullptr);
-  pthread_mutex_init(&env->mutex, nullptr);
+  pthread_mutex_init(&env->committing.lock, nullptr);
+  pthread_mutex_init(&env->use.lock, nullptr);
   pthread_mutex_init(&env->reserve_mutex, nullptr);
   pthread_condattr_t attributes;
   pthread_condattr_init(&attributes);
   pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-  pthread_cond_init(&env->writer_gone, &attributes);
+  pthread_cond_init(&env->use.writer_gone, &attributes);
   pthread_condattr_destroy(&attributes);
 }
 
@@ -124,10 +124,10 @@ void env_delete(Env* env) {
   if (env->engine != nullptr && !env->keeps_lock) mdb_env_close(env->engine);
   if (env->lock_file >= 0) close(env->lock_file);
   if (env->directory >= 0) close(env->directory);
-  pthread_cond_destroy(&env->writer_gone);
+  pthread_cond_destroy(&env->use.writer_gone);
   pthread_mutex_destroy(&env->reserve_mutex);
-  pthread_mutex_destroy(&env->mutex);
-  pthread_mutex_destroy(&env->commit_lock);
+  pthread_mutex_destroy(&env->use.lock);
+  pthread_mutex_destroy(&env->committing.lock);
   free(env->path);
   delete env;
 }
@@ -150,12 +150,13 @@ uint32_t open_engine(Env* env) {
   if (error != 0) return engine_fail(error, env, "open the data file");
   store_check_readers(env);
   set_page_size(env);
-  return follow_growth(env, [&] { return engine_fail(tables_open(env), env, "open the tables"); });
+  return follow_growth(env,
+                       [&] { return engine_attempt(tables_open(env), env, "open the tables"); });
 }
 
 // Verified first, and by one process at a time.
 uint32_t open_verified(Env* env, int directory) {
-  const OpenLock lock(directory);
+  const DirectoryLock lock(directory);
   const uint32_t status = verify_before_opening(directory, env);
   return status == ROV_OK ? open_engine(env) : status;
 }
@@ -179,7 +180,7 @@ uint32_t open_env(const char* path, uint32_t flags, int directory, const struct 
     env_delete(env);
     return status;
   }
-  env->next = g_envs;
+  env->registered.next = g_envs;
   g_envs = env;
   *out = env;
   return ROV_OK;
@@ -222,9 +223,9 @@ uint32_t compact_locked(const char* path, uint64_t* before, uint64_t* after) {
 }
 
 void free_snapshots(Env* env) {
-  while (env->spare != nullptr) {
-    Snapshot* snapshot = env->spare;
-    env->spare = snapshot->next;
+  while (env->use.spare != nullptr) {
+    Snapshot* snapshot = env->use.spare;
+    env->use.spare = snapshot->next;
     snapshot_delete(snapshot);
   }
 }
@@ -235,17 +236,17 @@ uint32_t store_open(const char* path, uint32_t flags, Env** env) {
   pthread_mutex_lock(&g_mutex);
   set_up_once();
   const uint32_t status = open_locked(path, flags, env);
-  if (status == ROV_OK) ++(*env)->users;
+  if (status == ROV_OK) ++(*env)->registered.users;
   pthread_mutex_unlock(&g_mutex);
   return status;
 }
 
 void store_close(Env* env) {
   pthread_mutex_lock(&g_mutex);
-  if (--env->users == 0) {
+  if (--env->registered.users == 0) {
     Env** link = &g_envs;
-    while (*link != env) link = &(*link)->next;
-    *link = env->next;
+    while (*link != env) link = &(*link)->registered.next;
+    *link = env->registered.next;
     free_snapshots(env);
     env_delete(env);
   }

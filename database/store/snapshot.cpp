@@ -74,7 +74,7 @@ uint32_t fill_record(Snapshot* snapshot, Table table, MDB_val key, MDB_val value
   if (!is_on_page(snapshot->env, out->key)) return corrupt(table, {});
   if (table == Table::kNodes) {
     if (key.mv_size != 4) return corrupt(table, {});
-    store_be32(snapshot->node_key, load<uint32_t>(key.mv_data));
+    write_be32(snapshot->node_key, load<uint32_t>(key.mv_data));
     out->key = {snapshot->node_key, 4};
   }
   return check_record(snapshot->env, table, *out);
@@ -175,48 +175,48 @@ Snapshot* snapshot_new(Env* env) {
 }
 
 Snapshot* take_spare(Env* env) {
-  Snapshot* snapshot = env->spare;
+  Snapshot* snapshot = env->use.spare;
   if (snapshot == nullptr) return snapshot_new(env);
-  env->spare = snapshot->next;
-  --env->spares;
+  env->use.spare = snapshot->next;
+  --env->use.spares;
   return snapshot;
 }
 
 void give_spare(Env* env, Snapshot* snapshot) {
-  if (env->spares >= kMaxSpares) {
+  if (env->use.spares >= kMaxSpares) {
     snapshot_delete(snapshot);
     return;
   }
   snapshot->gate = nullptr;
-  snapshot->next = env->spare;
-  env->spare = snapshot;
-  ++env->spares;
+  snapshot->next = env->use.spare;
+  env->use.spare = snapshot;
+  ++env->use.spares;
 }
 
 void link_open(Env* env, Snapshot* snapshot) {
   snapshot->previous = nullptr;
-  snapshot->next = env->open;
-  if (env->open != nullptr) env->open->previous = snapshot;
-  env->open = snapshot;
+  snapshot->next = env->use.open;
+  if (env->use.open != nullptr) env->use.open->previous = snapshot;
+  env->use.open = snapshot;
 }
 
 void unlink_open(Env* env, Snapshot* snapshot) {
-  (snapshot->previous == nullptr ? env->open : snapshot->previous->next) = snapshot->next;
+  (snapshot->previous == nullptr ? env->use.open : snapshot->previous->next) = snapshot->next;
   if (snapshot->next != nullptr) snapshot->next->previous = snapshot->previous;
 }
 
-uint32_t open_attempt(Env* env, Gate* gate, Snapshot** out) {
+Attempt open_attempt(Env* env, Gate* gate, Snapshot** out) {
   Snapshot* snapshot = take_spare(env);
-  if (snapshot == nullptr) return fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Snapshot));
+  if (snapshot == nullptr) return {fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Snapshot))};
   const int error = begin(snapshot);
   if (error != 0) {
     give_spare(env, snapshot);
-    return engine_fail(error, env, "begin a read session");
+    return engine_attempt(error, env, "begin a read session");
   }
   snapshot->gate = gate;
   link_open(env, snapshot);
   *out = snapshot;
-  return ROV_OK;
+  return {};
 }
 
 }  // namespace
@@ -232,31 +232,31 @@ void snapshot_delete(Snapshot* snapshot) {
 
 uint32_t snapshot_open(Env* env, Gate* gate, Snapshot** out) {
   return follow_growth(env, [&] {
-    if (is_dead(env)) return dead_env(env);
-    pthread_mutex_lock(&env->mutex);
-    const uint32_t status = open_attempt(env, gate, out);
-    pthread_mutex_unlock(&env->mutex);
-    return status;
+    if (is_dead(env)) return Attempt{dead_env(env)};
+    pthread_mutex_lock(&env->use.lock);
+    const Attempt attempt = open_attempt(env, gate, out);
+    pthread_mutex_unlock(&env->use.lock);
+    return attempt;
   });
 }
 
 void snapshot_close(Snapshot* snapshot) {
   Env* env = snapshot->env;
-  pthread_mutex_lock(&env->mutex);
+  pthread_mutex_lock(&env->use.lock);
   unlink_open(env, snapshot);
   mdb_txn_reset(snapshot->txn);
   give_spare(env, snapshot);
-  pthread_mutex_unlock(&env->mutex);
+  pthread_mutex_unlock(&env->use.lock);
 }
 
-uint32_t snapshot_renew(Snapshot* snapshot) {
+Attempt snapshot_renew(Snapshot* snapshot) {
   if (snapshot->revision != 0) {
-    if (snapshot->revision == store_revision(snapshot->env)) return ROV_OK;
+    if (snapshot->revision == store_revision(snapshot->env)) return {};
     mdb_txn_reset(snapshot->txn);
     snapshot->revision = 0;
   }
   const int error = is_dead(snapshot->env) ? kEngineDead : begin(snapshot);
-  return engine_fail(error, snapshot->env, "move to the newest commit");
+  return engine_attempt(error, snapshot->env, "move to the newest commit");
 }
 
 uint64_t store_revision(const Env* env) {

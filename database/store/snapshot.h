@@ -47,11 +47,11 @@ struct Snapshot {
 
 // Reading. ROV_ERR_NO_ITEM when there is no such record, ROV_ERR_CORRUPT when its checksum is
 // wrong. Inside the gate.
-uint32_t snapshot_get(Snapshot* snapshot, Table table, Bytes key, Record* out);
+[[nodiscard]] uint32_t snapshot_get(Snapshot* snapshot, Table table, Bytes key, Record* out);
 // The first record whose key is not below `key`; the last whose key is not above.
-uint32_t snapshot_ge(Snapshot* snapshot, Table table, Bytes key, Record* out);
-uint32_t snapshot_le(Snapshot* snapshot, Table table, Bytes key, Record* out);
+[[nodiscard]] uint32_t snapshot_ge(Snapshot* snapshot, Table table, Bytes key, Record* out);
+[[nodiscard]] uint32_t snapshot_le(Snapshot* snapshot, Table table, Bytes key, Record* out);
 // Number of records of a table.
-uint32_t snapshot_count(Snapshot* snapshot, Table table, uint32_t* count);
+[[nodiscard]] uint32_t snapshot_count(Snapshot* snapshot, Table table, uint32_t* count);
 
 }  // namespace rov

@@ -1,12 +1,12 @@
-// The store: an LMDB environment in a directory. The store*.cpp files alone include the engine's
+// The store: an LMDB environment in a directory. The sources of this folder alone include the engine's
 // header.
 //
 //   directory/
-//     format       what wrote it: format version, word size, byte order (store_format.cpp)
+//     format       what wrote it: format version, word size, byte order (create.cpp)
 //     data.mdb     the engine's file: the tables of keys.h
 //     lock.mdb     the engine's reader table
 //     writer.lock  held by the process that has a write session
-//     snapshots/   copies that are kept (store_copies.cpp)
+//     snapshots/   copies that are kept (copies.cpp)
 //
 // Every value begins with a CRC-32C over its key and the rest of it; what this layer hands out has
 // been checked. Readers are snapshots; a write is an Overlay, applied in one engine transaction by
@@ -39,16 +39,48 @@ struct MDB_cursor;
 
 namespace rov {
 
-// Not a status of the database: the map is smaller than the newest commit. Whoever sees it leaves
-// its gate, calls store_adopt_map and tries again.
-constexpr uint32_t kMapResized = 0x4117ff01;
+// How an attempt ended that another process can spoil, by making the file grow.
+enum class Ending : uint8_t {
+  kStatus,     // as its status says
+  kMapResized  // the map is smaller than the newest commit: whoever sees it leaves its gate, calls
+               // store_adopt_map and tries again
+};
+
+struct Attempt {
+  uint32_t status = 0;
+  Ending ending = Ending::kStatus;
+};
 
 // Whether an environment can be used.
 enum class Life : uint8_t {
   kAlive,
   kDying,    // damage was found, and what it was is being noted
-  kDamaged,  // the file was damaged while it was open (store_guard.h)
+  kDamaged,  // the file was damaged while it was open (guard.h)
   kNoMap     // the map is gone
+};
+
+// Who is in the process's list of environments, under the list's lock.
+struct Registered {
+  uint32_t users = 0;  // database handles
+  Env* next = nullptr;
+};
+
+// The lock of whoever commits or changes the map, taken before that of Using.
+struct Committing {
+  pthread_mutex_t lock;
+  uint64_t file_bytes = 0;  // length of the data file when it was looked at last
+};
+
+// Who uses an environment, under a lock that is held for moments only.
+struct Using {
+  pthread_mutex_t lock;
+  pthread_cond_t writer_gone;
+  bool writer = false;        // a write session of this process holds or waits for the writer lock
+  uint32_t commits = 0;       // since the last look for dead readers
+  Snapshot* open = nullptr;   // snapshots in use
+  Snapshot* spare = nullptr;  // and those whose engine transactions wait to be used again
+  uint32_t spares = 0;
+  VerifyReport verified;  // when it was opened; page size 0: it was not, or somebody has been told
 };
 
 struct Env {
@@ -60,7 +92,6 @@ struct Env {
   ino_t inode = 0;
   int directory = -1;  // as long as it is open, no other directory has its numbers
   char* path = nullptr;
-  uint32_t users = 0;  // database handles; under the registry's lock
   bool read_only = false;
   bool keeps_lock = false;  // the dead engine still holds its lock for writers
   std::atomic<Life> life{Life::kAlive};
@@ -69,46 +100,33 @@ struct Env {
   int lock_file = -1;
   pthread_mutex_t reserve_mutex;  // held by who changes the reservation in the lock file
 
-  // Held by whoever commits or changes the map. Taken before `mutex`.
-  pthread_mutex_t commit_lock;
-  uint64_t file_bytes = 0;  // under it: length of the data file when it was looked at last
-
-  pthread_mutex_t mutex;
-  // Under `mutex`:
-  pthread_cond_t writer_gone;
-  bool writer = false;        // a write session of this process holds or waits for the writer lock
-  uint32_t commits = 0;       // since the last look for dead readers
-  Snapshot* open = nullptr;   // snapshots in use
-  Snapshot* spare = nullptr;  // and those whose engine transactions wait to be used again
-  uint32_t spares = 0;
-  VerifyReport verified;  // when it was opened; page size 0: it was not, or somebody has been told
-
+  Committing committing;
+  Using use;
   PointerTable pointers;
-  Env* next = nullptr;
+  Registered registered;
 };
 
 // Opens the environment in `path`, or finds it open already in this process. Counted: every success
 // needs a store_close. flags: ROV_DB_NO_CREATE, ROV_DB_RDONLY.
-uint32_t store_open(const char* path, uint32_t flags, Env** env);
+[[nodiscard]] uint32_t store_open(const char* path, uint32_t flags, Env** env);
 void store_close(Env* env);
 
 // Makes the map as large as the newest commit needs. The caller is outside every gate.
-uint32_t store_adopt_map(Env* env);
+[[nodiscard]] uint32_t store_adopt_map(Env* env);
 
 // Rewrites the data file of a database that nobody has open, without free pages. The lengths of the
-// file go to *before and
-// *after.
-uint32_t store_compact(const char* path, uint64_t* before, uint64_t* after);
+// file go to *before and *after.
+[[nodiscard]] uint32_t store_compact(const char* path, uint64_t* before, uint64_t* after);
 
 // ---- Snapshots: one commit, read as often as wanted ---------------------------------------------
 
 // The newest commit, read inside `gate` from now on. The caller is outside every gate.
-uint32_t snapshot_open(Env* env, Gate* gate, Snapshot** out);
+[[nodiscard]] uint32_t snapshot_open(Env* env, Gate* gate, Snapshot** out);
 // The caller is outside the gate, which lets nobody in any more.
 void snapshot_close(Snapshot* snapshot);
 // Moves the snapshot to the newest commit, if it is not there. kMapResized: it is on no commit now;
 // renew it again after store_adopt_map.
-uint32_t snapshot_renew(Snapshot* snapshot);
+[[nodiscard]] Attempt snapshot_renew(Snapshot* snapshot);
 // The newest commit's number.
 uint64_t store_revision(const Env* env);
 
@@ -124,18 +142,19 @@ struct WriterWait {
 
 // Takes the right to write, over all processes; a reservation for the user is used up by that.
 // ROV_ERR_BUSY when somebody else kept it, or it stayed reserved for somebody else.
-uint32_t writer_lock(Env* env, const WriterWait& wait);
+[[nodiscard]] uint32_t writer_lock(Env* env, const WriterWait& wait);
 void writer_unlock(Env* env);
 // Verifies the data file of an open environment (verify.h) while nobody writes.
-uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report);
+[[nodiscard]] uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report);
 // Reserves the right to write for that user's next time, in place of an earlier reservation: for at
 // most so many seconds, and as long as the user's process is there. 0 takes it back.
-uint32_t writer_reserve(Env* env, uint64_t user, uint32_t seconds);
+[[nodiscard]] uint32_t writer_reserve(Env* env, uint64_t user, uint32_t seconds);
 
 // Applies the overlay to commit `base` and makes it durable. Needs the writer lock, and no gate.
 // The new commit's number goes to *revision when it is not NULL. On failure nothing was changed.
 // Seals the overlay's values: they are not to be read after that.
-uint32_t store_commit(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision);
+[[nodiscard]] uint32_t store_commit(Env* env, const Overlay& edits, uint64_t base,
+                                    uint64_t* revision);
 
 // ---- Snapshots that are kept: copies of a commit ------------------------------------------------
 
@@ -146,11 +165,11 @@ struct CopyPlace {
 
 // Where the copy of that name is, made of the newest commit when there was none. ROV_ERR_READ_ONLY
 // when it cannot be made.
-uint32_t copies_get(Env* env, const CopyName& name, CopyPlace* place);
+[[nodiscard]] uint32_t copies_get(Env* env, const CopyName& name, CopyPlace* place);
 // Removes the copy of that name and those below it. ROV_ERR_NO_ITEM, noted, when there is none.
-uint32_t copies_remove(Env* env, const CopyName& name);
+[[nodiscard]] uint32_t copies_remove(Env* env, const CopyName& name);
 // The path of the first copy behind `after`. ROV_ERR_NO_ITEM, noted, past the last.
-uint32_t copies_next(Env* env, const char* after, char (&path)[kCopyNameRoom]);
+[[nodiscard]] uint32_t copies_next(Env* env, const char* after, char (&path)[kCopyNameRoom]);
 
 // ---- Readers ------------------------------------------------------------------------------------
 
@@ -158,6 +177,6 @@ uint32_t copies_next(Env* env, const char* after, char (&path)[kCopyNameRoom]);
 void store_check_readers(Env* env);
 // Hands `out` a table of the reader slots in use, over all processes: process, thread, and the
 // commit that each one reads, by which its age can be told.
-uint32_t store_readers(Env* env, void (*out)(const char* text, void* arg), void* arg);
+[[nodiscard]] uint32_t store_readers(Env* env, void (*out)(const char* text, void* arg), void* arg);
 
 }  // namespace rov

@@ -13,7 +13,6 @@
 // but what is stored knows the number that the commit had, so that is put back.
 #include <fcntl.h>
 #include <lmdb.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -75,15 +74,6 @@ uint32_t verify_beside_writers(Env* env, VerifyReport* report) {
 
 }  // namespace
 
-OpenLock::OpenLock(int directory) : directory_(directory) {
-  while (flock(directory_, LOCK_EX) != 0 && errno == EINTR) {
-  }
-}
-
-OpenLock::~OpenLock() {
-  flock(directory_, LOCK_UN);  // closing is not enough where a fork has shared it meanwhile
-}
-
 uint32_t find_others(int directory, const char* path, bool* found) {
   *found = false;
   const int file = openat(directory, "lock.mdb", O_RDONLY | O_CLOEXEC);
@@ -106,17 +96,17 @@ uint32_t verify_before_opening(int directory, Env* env) {
   bool others = false;
   uint32_t status = find_others(directory, env->path, &others);
   if (status != ROV_OK || others) return status;
-  status = verify_in(directory, env->path, &env->verified);
+  status = verify_in(directory, env->path, &env->use.verified);
   if (status != ROV_OK) return status;
-  return check_newest(directory, env->path, env->verified.revision);
+  return check_newest(directory, env->path, env->use.verified.revision);
 }
 
 uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report) {
   // Who asks just after it was opened is told what was found then.
-  pthread_mutex_lock(&env->mutex);
-  *report = env->verified;
-  env->verified = VerifyReport();
-  pthread_mutex_unlock(&env->mutex);
+  pthread_mutex_lock(&env->use.lock);
+  *report = env->use.verified;
+  env->use.verified = VerifyReport();
+  pthread_mutex_unlock(&env->use.lock);
   if (report->page_size != 0 && report->revision == store_revision(env)) return ROV_OK;
   return env->read_only ? verify_beside_writers(env, report) : verify_alone(env, wait, report);
 }
@@ -144,8 +134,8 @@ int number_commit(int file, uint32_t page_size, uint64_t revision) {
   if (pread(file, meta, sizeof meta, page_size) != static_cast<ssize_t>(sizeof meta)) return EIO;
   for (Word page = 0; page < kMetaPages; ++page) {
     const auto newest = static_cast<Word>(revision);
-    store(meta, page);
-    store(meta + sizeof meta - kWord, newest % 2 == page ? newest : newest - 1);
+    write_value(meta, page);
+    write_value(meta + sizeof meta - kWord, newest % 2 == page ? newest : newest - 1);
     const auto offset = static_cast<off_t>(page * page_size);
     const ssize_t written = pwrite(file, meta, sizeof meta, offset);
     if (written != static_cast<ssize_t>(sizeof meta)) return written < 0 ? errno : ENOSPC;
@@ -164,8 +154,7 @@ uint32_t write_copy(int directory, const char* path, int file, const VerifyRepor
   const uint32_t status = verify_data(file, path, &copy);
   if (status != ROV_OK) return status;
   *bytes = copy.bytes;
-  error =
-      renameat(directory, kCopy, directory, "data.mdb") == 0 && fsync(directory) == 0 ? 0 : errno;
+  error = move_durably(directory, kCopy, directory, "data.mdb");
   return engine_fail_at(error, path, "move the compacted file into place");
 }
 
@@ -193,7 +182,7 @@ uint32_t compact_alone(int directory, const char* path, uint64_t* before, uint64
 }  // namespace
 
 uint32_t compact_closed(int directory, const char* path, uint64_t* before, uint64_t* after) {
-  const OpenLock lock(directory);
+  const DirectoryLock lock(directory);
   bool others = false;
   const uint32_t status = find_others(directory, path, &others);
   if (status != ROV_OK) return status;

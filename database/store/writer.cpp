@@ -65,10 +65,10 @@ bool read_record(const Env* env, Reservation* out) {
 
 uint32_t write_record(const Env* env, const Reservation& reservation) {
   uint8_t record[kRecordBytes] = {};
-  store(record + kUserAt, reservation.user);
-  store(record + kStartAt, reservation.start);
-  store(record + kUntilAt, reservation.until);
-  store(record, crc_of(record));
+  write_value(record + kUserAt, reservation.user);
+  write_value(record + kStartAt, reservation.start);
+  write_value(record + kUntilAt, reservation.until);
+  write_value(record, crc_of(record));
   const ssize_t len = pwrite(env->lock_file, record, sizeof record, 0);
   if (len == kRecordBytes) return ROV_OK;
   return engine_fail(len < 0 ? errno : ENOSPC, env, "write writer.lock");
@@ -91,17 +91,7 @@ class ChangeLock {
   int error() const { return error_; }
 
  private:
-  int set(short type) const {
-    struct flock lock = {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = 1;
-    lock.l_len = 1;
-    while (fcntl(env_->lock_file, F_SETLKW, &lock) != 0) {
-      if (errno != EINTR) return errno;
-    }
-    return 0;
-  }
+  int set(short type) const { return set_record_lock(env_->lock_file, F_SETLKW, type, 1); }
 
   Env* env_;
   int error_;
@@ -187,51 +177,44 @@ uint32_t reserved(const Env* env, uint64_t user) {
 // Waits for the flag's owner until then. Under the mutex.
 void await_turn(Env* env, int64_t until) {
   if (until == INT64_MAX) {
-    pthread_cond_wait(&env->writer_gone, &env->mutex);
+    pthread_cond_wait(&env->use.writer_gone, &env->use.lock);
   } else {
     const timespec time = timespec_of(until);
-    pthread_cond_timedwait(&env->writer_gone, &env->mutex, &time);
+    pthread_cond_timedwait(&env->use.writer_gone, &env->use.lock, &time);
   }
 }
 
 // The flag within the process.
 bool take_turn(Env* env, int64_t deadline, void (*meanwhile)()) {
-  pthread_mutex_lock(&env->mutex);
-  while (env->writer) {
+  pthread_mutex_lock(&env->use.lock);
+  while (env->use.writer) {
     int64_t until = deadline;
     if (meanwhile != nullptr) {
-      pthread_mutex_unlock(&env->mutex);
+      pthread_mutex_unlock(&env->use.lock);
       meanwhile();
-      pthread_mutex_lock(&env->mutex);
-      if (!env->writer) break;
+      pthread_mutex_lock(&env->use.lock);
+      if (!env->use.writer) break;
       const int64_t next = monotonic_now() + kMeanwhile;
       if (next < until) until = next;
     }
     if (deadline != INT64_MAX && monotonic_now() >= deadline) break;
     await_turn(env, until);
   }
-  const bool taken = !env->writer;
-  env->writer = true;
-  pthread_mutex_unlock(&env->mutex);
+  const bool taken = !env->use.writer;
+  env->use.writer = true;
+  pthread_mutex_unlock(&env->use.lock);
   return taken;
 }
 
 void end_turn(Env* env) {
-  pthread_mutex_lock(&env->mutex);
-  env->writer = false;
-  pthread_cond_signal(&env->writer_gone);
-  pthread_mutex_unlock(&env->mutex);
+  pthread_mutex_lock(&env->use.lock);
+  env->use.writer = false;
+  pthread_cond_signal(&env->use.writer_gone);
+  pthread_mutex_unlock(&env->use.lock);
 }
 
 int set_file_lock(const Env* env, short type) {
-  struct flock lock = {};
-  lock.l_type = type;
-  lock.l_whence = SEEK_SET;
-  lock.l_len = 1;
-  while (fcntl(env->lock_file, F_SETLK, &lock) != 0) {
-    if (errno != EINTR) return errno;
-  }
-  return 0;
+  return set_record_lock(env->lock_file, F_SETLK, type, 0);
 }
 
 // Sleeps until it is time to look again. False when the time is up.
@@ -258,7 +241,7 @@ uint32_t take_file_lock(Env* env, int64_t deadline, uint32_t retry_ms) {
 // behind the data file, so that snapshots would still begin on the commit before. Beginning a
 // transaction of the engine repairs that.
 uint32_t settle(Env* env) {
-  pthread_mutex_lock(&env->commit_lock);
+  pthread_mutex_lock(&env->committing.lock);
   uint32_t status = is_dead(env) ? dead_env(env) : check_length(env);
   while (status == ROV_OK) {
     MDB_txn* txn = nullptr;
@@ -270,7 +253,7 @@ uint32_t settle(Env* env) {
     }
     status = map_resize(env, map_size_for(map_size(env), map_used(env)));
   }
-  pthread_mutex_unlock(&env->commit_lock);
+  pthread_mutex_unlock(&env->committing.lock);
   return status;
 }
 

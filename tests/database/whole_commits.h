@@ -11,7 +11,7 @@ inline constexpr uint32_t kWholeNodes = 16;
 
 inline Bytes whole_tlv(uint32_t value) {
   Bytes tlv = pattern(value, 300);
-  rov::store(tlv.data(), value);
+  rov::write_value(tlv.data(), value);
   return tlv;
 }
 

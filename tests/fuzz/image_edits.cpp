@@ -147,10 +147,10 @@ class Editor {
     uint8_t node[4];
     if (rov::kTableRows[static_cast<uint32_t>(place.table)].integer_keys) {
       if (key.len != sizeof node) return;
-      rov::store_be32(node, rov::load<uint32_t>(key.data));
+      rov::write_be32(node, rov::load<uint32_t>(key.data));
       key = {node, sizeof node};
     }
-    rov::store(record.value, rov::record_crc(key, {record.value, record.len}));
+    rov::write_value(record.value, rov::record_crc(key, {record.value, record.len}));
   }
 
   void put_into_record(Input& input) {
@@ -188,13 +188,13 @@ class Editor {
     uint8_t* to = &image_[field.at];
     if (field.width == sizeof(uint16_t)) {
       const uint32_t before = add ? rov::load<uint16_t>(to) : 0;
-      rov::store(to, static_cast<uint16_t>(before + static_cast<uint32_t>(value)));
+      rov::write_value(to, static_cast<uint16_t>(before + static_cast<uint32_t>(value)));
     } else if (field.width == sizeof(uint32_t)) {
       const uint32_t before = add ? rov::load<uint32_t>(to) : 0;
-      rov::store(to, before + static_cast<uint32_t>(value));
+      rov::write_value(to, before + static_cast<uint32_t>(value));
     } else {
       const uint64_t before = add ? rov::load<uint64_t>(to) : 0;
-      rov::store(to, before + static_cast<uint64_t>(int64_t{value}));
+      rov::write_value(to, before + static_cast<uint64_t>(int64_t{value}));
     }
   }
 
@@ -264,10 +264,10 @@ class Editor {
       const uint32_t other = rov::entry_offset(page, from);
       if (from == index) continue;
       const auto moved = static_cast<uint16_t>(other < offset ? other + gone : other);
-      rov::store(page + rov::kPageHead + size_t{2} * to++, moved);
+      rov::write_value(page + rov::kPageHead + size_t{2} * to++, moved);
     }
-    rov::store(page + kWord + 4, static_cast<uint16_t>(lower - 2));
-    rov::store(page + kWord + 6, static_cast<uint16_t>(upper + gone));
+    rov::write_value(page + kWord + 4, static_cast<uint16_t>(lower - 2));
+    rov::write_value(page + kWord + 6, static_cast<uint16_t>(upper + gone));
   }
 
   uint32_t page_size_;

@@ -68,7 +68,7 @@ const rov_show_t kTable[14] = {entry(0x10000, "top", ROV_SHOW_RAW),
 
 void add_word(Bytes* bytes, uint32_t word) {
   uint8_t out[4];
-  rov::store_be32(out, word);
+  rov::write_be32(out, word);
   bytes->insert(bytes->end(), out, out + 4);
 }
 Bytes attribute(uint32_t tag, const Bytes& value) {

@@ -86,7 +86,7 @@ class VerifyTest : public DatabaseTest {
 
   template <typename Int>
   void set(Word number, uint32_t at, Int value) {
-    rov::store(page(number) + at, value);
+    rov::write_value(page(number) + at, value);
   }
 
   Bytes image_;

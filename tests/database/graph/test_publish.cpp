@@ -34,7 +34,7 @@ Bytes words(std::initializer_list<uint32_t> values) {
   Bytes bytes;
   for (const uint32_t value : values) {
     uint8_t out[4];
-    rov::store_be32(out, value);
+    rov::write_be32(out, value);
     bytes.insert(bytes.end(), out, out + 4);
   }
   return bytes;

@@ -125,7 +125,7 @@ TEST(Keys, ANodeValueThatIsTooShortIsRefused) {
 TEST(Keys, ANodeValueOfUnknownFormIsRefused) {
   for (uint32_t bit = 4; bit < 16; ++bit) {
     std::vector<uint8_t> value = Parts{.tlv_len = 100}.value();
-    rov::store(value.data() + 10, static_cast<uint16_t>(1U << bit));
+    rov::write_value(value.data() + 10, static_cast<uint16_t>(1U << bit));
     NodeView node;
     EXPECT_FALSE(rov::parse_node(9, all_of(value), &node)) << bit;
   }
@@ -135,7 +135,7 @@ TEST(Keys, ANodeValueIsRefusedWhoseMarksAreAllZero) {
   std::vector<uint8_t> value = Parts{.flags = 1}.value();
   NodeView node;
   ASSERT_TRUE(rov::parse_node(9, all_of(value), &node));
-  rov::store(value.data() + rov::kNodeHead, uint32_t{0});
+  rov::write_value(value.data() + rov::kNodeHead, uint32_t{0});
   EXPECT_FALSE(rov::parse_node(9, all_of(value), &node));
 }
 
@@ -231,7 +231,7 @@ TEST(Keys, ChunksOfWrongShapeAreRefused) {
   EXPECT_TRUE(rov::parse_chunk({value.data(), rov::chunk_bytes(1)}, &chunk));
   EXPECT_FALSE(rov::parse_chunk({value.data(), rov::chunk_bytes(2)}, &chunk));
   EXPECT_FALSE(rov::parse_chunk({value.data(), 7}, &chunk));
-  rov::store<uint16_t>(value.data() + 4, static_cast<uint16_t>(rov::kChunkMax + 1));
+  rov::write_value<uint16_t>(value.data() + 4, static_cast<uint16_t>(rov::kChunkMax + 1));
   std::vector<uint8_t> large(rov::chunk_bytes(rov::kChunkMax + 1));
   memcpy(large.data(), value.data(), rov::kChunkHead);
   EXPECT_FALSE(rov::parse_chunk({large.data(), static_cast<uint32_t>(large.size())}, &chunk));

@@ -55,7 +55,7 @@ TEST_F(ProcessTest, WritersOfTwoProcessesTakeTurns) {
     if (rov_edit_begin(db, &ses) != ROV_OK) return false;
     const auto value = rov::load<uint32_t>(tlv_of(ses, 1).data());
     Bytes tlv(4);
-    rov::store(tlv.data(), value + 1);
+    rov::write_value(tlv.data(), value + 1);
     return put_node(ses, 1, tlv) == ROV_OK && rov_edit_commit(ses) == ROV_OK;
   };
   Child child(path(), [&](uint32_t db, int) {

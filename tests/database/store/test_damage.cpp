@@ -69,7 +69,7 @@ class DamageTest : public DatabaseTest {
   }
   static Bytes node_key(uint32_t node) {
     Bytes key(4);
-    rov::store(key.data(), node);
+    rov::write_value(key.data(), node);
     return key;
   }
   static Bytes key_bytes(const rov::Key& key) { return {key.bytes, key.bytes + key.len}; }

@@ -132,7 +132,7 @@ TEST(Overlay, AscendingKeysStayInOrderBesideOthers) {
   Overlay overlay;
   for (uint32_t n = 0; n < 5000; ++n) {
     uint8_t key[4];
-    rov::store_be32(key, n % 10 == 9 ? n / 2 : n * 2);
+    rov::write_be32(key, n % 10 == 9 ? n / 2 : n * 2);
     ASSERT_NE(overlay.put(Table::kNodes, {key, 4}, 1, 1), nullptr);
   }
   uint32_t last = 0;
@@ -156,8 +156,8 @@ TEST(Overlay, KeysInAnyOrderComeIntoOrder) {
     const uint32_t count = 1 + random.below(300);
     for (uint32_t n = 0; n < count; ++n) {
       uint8_t key[8];
-      rov::store_be32(key, random.below(2000));
-      rov::store_be32(key + 4, random.below(3));
+      rov::write_be32(key, random.below(2000));
+      rov::write_be32(key + 4, random.below(3));
       const bool erased = random.below(5) == 0;
       if (erased) {
         ASSERT_TRUE(overlay.erase(Table::kReferrers, {key, 8}));

@@ -43,7 +43,7 @@ class EngineFile {
   template <class Number>
   void poke(uint64_t at, Number number) {
     uint8_t bytes[sizeof number];
-    rov::store(bytes, number);
+    rov::write_value(bytes, number);
     write(at, bytes, sizeof bytes);
   }
   void write(uint64_t at, const uint8_t* bytes, size_t len);

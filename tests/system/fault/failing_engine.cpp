@@ -35,7 +35,7 @@ rov::Key key_of(const MDB_val& key) {
   rov::Key made;
   memcpy(made.bytes, key.mv_data, key.mv_size);
   made.len = static_cast<uint32_t>(key.mv_size);
-  if (made.len == 4) rov::store_be32(made.bytes, rov::load<uint32_t>(key.mv_data));
+  if (made.len == 4) rov::write_be32(made.bytes, rov::load<uint32_t>(key.mv_data));
   return made;
 }
 
@@ -48,7 +48,7 @@ void damage(int how, const MDB_val& key, MDB_val* value) {
   if (how == kOnes) std::fill(made.begin() + kChecksum, made.end(), uint8_t{0xff});
   if (how != kFlipped) {
     const rov::Bytes whole = {made.data(), static_cast<uint32_t>(made.size())};
-    rov::store(made.data(), rov::record_crc(key_of(key), whole));
+    rov::write_value(made.data(), rov::record_crc(key_of(key), whole));
   }
   *value = {made.size(), made.data()};
 }

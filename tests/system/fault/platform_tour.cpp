@@ -28,7 +28,7 @@ Bytes tlv_for(uint32_t value) {
   Bytes tlv = pattern(value, 600);
   const uint32_t head[] = {htonl(1), htonl(static_cast<uint32_t>(tlv.size() - kHead))};
   memcpy(tlv.data(), head, kHead);
-  rov::store(tlv.data() + kHead, value);
+  rov::write_value(tlv.data() + kHead, value);
   return tlv;
 }
 

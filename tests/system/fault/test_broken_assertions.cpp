@@ -231,7 +231,7 @@ class LookingBack {
 
   uint32_t from(rov::Table table, uint32_t number) {
     uint8_t key[4];
-    rov::store_be32(key, number);
+    rov::write_be32(key, number);
     rov::Record record;
     return rov::snapshot_le(snapshot_, table, {key, sizeof key}, &record);
   }
