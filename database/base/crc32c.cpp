@@ -1,3 +1,4 @@
+// CRC-32C by the processor's own instruction where it has one, else by tables.
 #include "database/base/crc32c.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// Loggers and debug flags: whom failures are told to.
 #include "database/base/logger.h"
 
 #include <pthread.h>

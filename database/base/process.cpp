@@ -1,3 +1,4 @@
+// When a process started, read from what the system says of it.
 #include "database/base/process.h"
 
 #include <fcntl.h>

@@ -114,8 +114,9 @@ inline bool is_sound(const tlvo_field_t& field, const tlvo_table_t& table) {
   }
 }
 
-// By a plan; by one that is made first, or without one, or not at all; and of an array as long as a
-// plan of integers has it.
+// decode_planned follows a plan that is ready. decode_unplanned makes the table's plan first, where it
+// can have one, and follows the table itself where it can't; it refuses what is nested too deep.
+// decode_run decodes an array that is as long as a plan of nothing but integers says, all at once.
 [[nodiscard]] uint32_t decode_planned(void* record, const uint8_t* begin, const uint8_t* end,
                                       const Step* step);
 [[nodiscard]] uint32_t decode_unplanned(void* record, const uint8_t* begin, const uint8_t* end,
@@ -139,7 +140,8 @@ struct Encoded {
   size_t status;
 };
 
-// As those of decoding; the last one with the room that a plan of integers takes.
+// Each does for encoding what its namesake does for decoding. encode_run needs room for all integers
+// of its plan.
 Encoded encode_planned(uint8_t* at, const uint8_t* end, const Step* step, const void* record);
 Encoded encode_unplanned(uint8_t* at, const uint8_t* end, const tlvo_table_t* table,
                          const void* record);

@@ -1,3 +1,4 @@
+// Decoding attributes into records, by plans and without.
 #include <cinttypes>
 #include <cstddef>
 #include <cstring>

@@ -230,7 +230,8 @@ inline uint8_t* close(uint8_t* at, const uint8_t* end, const Step* step, uint32_
   return at;
 }
 
-// Of a value that its callback says to be longer than there was room for it, or for its padding.
+// Refuses a value whose callback says that it is longer than its room, or that leaves no room for its
+// padding.
 [[gnu::cold, gnu::noinline]] Encoded refuse_value(uint8_t* at, const uint8_t* end, const Step* step,
                                                   uint32_t len) {
   const bool beyond = len > bytes_between(at, end) - kHeadBytes;

@@ -79,7 +79,7 @@ constexpr uint32_t kMostSteps = 1024;
 constinit std::atomic_flag making;
 std::atomic<uint32_t> plans{0};  // with those that could not be made
 
-// Those belong to it.
+// Only the thread that makes a plan touches these.
 Step steps[kMostSteps];
 uint32_t steps_used = 0;
 

@@ -175,9 +175,9 @@ namespace {
 
 // Whether a failed call is worth another try.
 enum class Retry : uint8_t {
-  never,   // it fails again until somebody mends something
-  same,    // the same call may succeed: what stood in its way passes
-  reopen,  // it may succeed after the client opened its session or database anew
+  kNever,   // it fails again until somebody mends something
+  kSame,    // the same call may succeed: what stood in its way passes
+  kReopen,  // it may succeed after the client opened its session or database anew
 };
 
 struct Row {
@@ -187,10 +187,10 @@ struct Row {
 
 // Every status that is not here fails again however often it is tried.
 constexpr Row kRows[] = {
-    {ROV_ERR_BUSY, Retry::same},          {ROV_ERR_NO_MEM, Retry::same},
-    {ROV_ERR_IO, Retry::reopen},          {ROV_ERR_HANDLE, Retry::reopen},
-    {ROV_ERR_SES_EXPIRED, Retry::reopen}, {ROV_ERR_FULL, Retry::same},
-    {ROV_ERR_NO_ITEM, Retry::reopen},
+    {ROV_ERR_BUSY, Retry::kSame},          {ROV_ERR_NO_MEM, Retry::kSame},
+    {ROV_ERR_IO, Retry::kReopen},          {ROV_ERR_HANDLE, Retry::kReopen},
+    {ROV_ERR_SES_EXPIRED, Retry::kReopen}, {ROV_ERR_FULL, Retry::kSame},
+    {ROV_ERR_NO_ITEM, Retry::kReopen},
 };
 
 // After that many tries nobody should expect the next one to succeed.
@@ -200,7 +200,7 @@ Retry retry_of(uint32_t status) {
   for (const Row& row : kRows) {
     if (row.status == status) return row.retry;
   }
-  return Retry::never;
+  return Retry::kNever;
 }
 
 }  // namespace
@@ -224,11 +224,11 @@ uint32_t rov_db_debug(uint32_t db, uint32_t flags) {
 }
 
 uint32_t rov_err_retry_ok(uint32_t status, uint32_t tries) {
-  return tries < kMaxTries && retry_of(status) == Retry::same ? 1 : 0;
+  return tries < kMaxTries && retry_of(status) == Retry::kSame ? 1 : 0;
 }
 
 uint32_t rov_cl_err_retry_ok(uint32_t status, uint32_t tries) {
-  return tries < kMaxTries && retry_of(status) != Retry::never ? 1 : 0;
+  return tries < kMaxTries && retry_of(status) != Retry::kNever ? 1 : 0;
 }
 
 void rov_dbg_abort_chk(void) {

@@ -1,3 +1,4 @@
+// Pages of the data file: reading them, and noting who uses which.
 #include "database/file/pages.h"
 
 #include <sys/stat.h>

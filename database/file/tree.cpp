@@ -1,3 +1,4 @@
+// Trees of the data file: a walk that checks every page, entry and count on its way.
 #include "database/file/tree.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// The change log: one record for each change, pruned at every commit, and who committed.
 #include "database/graph/changes.h"
 
 #include <pwd.h>

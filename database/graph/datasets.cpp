@@ -1,3 +1,4 @@
+// Data sets: an index by name, read and kept right.
 #include "database/graph/datasets.h"
 
 #include "database/base/error.h"
@@ -32,10 +33,6 @@ uint32_t place_at(View& view, Bytes from, uint32_t selector) {
   return ROV_OK;
 }
 
-uint32_t place_node(const DataSetPlace& place) {
-  return load_be32(place.key.bytes + place.key.len - 4);
-}
-
 bool same_entry(const NodeView& a, const NodeView& b) {
   if (a.is_dset() != b.is_dset() || a.dset_len != b.dset_len) return false;
   return a.dset_len == 0 || memcmp(a.dset, b.dset, a.dset_len) == 0;
@@ -63,7 +60,7 @@ uint32_t dataset_at(View& view, uint32_t selector, uint32_t* node) {
     status = place_at(view, next, place.selector + 1);
   }
   if (status != ROV_OK) return no_item(status, Note::kNoDataSet, selector);
-  *node = place_node(place);
+  *node = load_be32(place.key.bytes + place.key.len - 4);
   return ROV_OK;
 }
 

@@ -152,10 +152,6 @@ uint32_t settle_all(View& view, const Backlog& backlog) {
   return status;
 }
 
-bool leads_to(const Link& link, uint32_t target) {
-  return link.node == target || link.node2 == target;
-}
-
 // After a link of the owner to the target has gone: another one may still lead there.
 uint32_t drop_target(View& view, uint32_t owner, uint32_t target) {
   if (target == 0) return ROV_OK;
@@ -164,7 +160,9 @@ uint32_t drop_target(View& view, uint32_t owner, uint32_t target) {
   if (status != ROV_OK) return status;
   for (uint32_t at = 0; at < node.links; ++at) {
     const Link link = read_link(node, at);
-    if (leads_to(link, target)) return referrer_set_field(view, target, {owner, link.field});
+    if (link.node == target || link.node2 == target) {
+      return referrer_set_field(view, target, {owner, link.field});
+    }
   }
   bool removed = false;
   status = referrer_remove(view, target, owner, &removed);

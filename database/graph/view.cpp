@@ -1,3 +1,4 @@
+// A view: a snapshot's records with a session's edits over them.
 #include "database/graph/view.h"
 
 #include "database/base/error.h"

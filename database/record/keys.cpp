@@ -1,3 +1,4 @@
+// Nodes and links as bytes, written and taken apart.
 #include "database/record/keys.h"
 
 namespace rov {

@@ -1,3 +1,4 @@
+// Chunks of referrers as bytes, changed in place.
 #include "database/record/referrer_chunk.h"
 
 namespace rov {

@@ -18,10 +18,6 @@ uint32_t bad_handle(uint32_t handle) {
   return fail(ROV_ERR_HANDLE, Note::kHandle, handle);
 }
 
-uint32_t read_only(uint32_t handle) {
-  return fail(ROV_ERR_READ_ONLY, Note::kReadOnly, handle);
-}
-
 // The view of the newest commit. Where the session itself is on it and has no edits, that is the
 // session's own view, with what it remembers. *status counts where nothing is in the way.
 Obstacle newest_view(Session& session, View** view, uint32_t* status) {
@@ -132,7 +128,7 @@ uint32_t take_writer(uint32_t handle, Session** session) {
   if (kind_of(handle) == Kind::kSession) {
     Access access(handle, Expired::kAllowed);
     if (access.failed()) return access.status();
-    if (!access.session().write) return read_only(handle);
+    if (!access.session().write) return fail(ROV_ERR_READ_ONLY, Note::kReadOnly, handle);
   }
   return take_session(handle, session);
 }

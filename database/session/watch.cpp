@@ -28,10 +28,6 @@ class Lock {
   pthread_mutex_t& mutex_;
 };
 
-uint64_t from_words(const uint32_t (&words)[2]) {
-  return uint64_t{words[0]} << 32 | words[1];
-}
-
 void to_words(uint64_t value, uint32_t (&words)[2]) {
   words[0] = static_cast<uint32_t>(value >> 32);
   words[1] = static_cast<uint32_t>(value);
@@ -108,7 +104,7 @@ uint32_t start(const DatabasePin& db, Watch& watch, rov_ntf_t* ntf) {
   }
   // The descriptor first: what is committed from here on makes it readable.
   const uint64_t newest = store_revision(db->env);
-  const uint64_t from = from_words(ntf->revision);
+  const uint64_t from = uint64_t{ntf->revision[0]} << 32 | ntf->revision[1];
   if (from > newest) {
     close(fd);
     return bad_argument(2);

@@ -34,10 +34,6 @@ void set_key(Table table, const Overlay::Edit* edit, EngineKey* key) {
   key->val = {sizeof key->native, &key->native};
 }
 
-void seal(const Overlay::Edit* edit) {
-  write_value(edit->value, record_crc(edit->key(), {edit->value, edit->len}));
-}
-
 // One table's edits, in key order. Whatever lies behind the table's last key is appended, which
 // leaves full pages behind.
 class TableWriter {
@@ -77,7 +73,7 @@ class TableWriter {
       MDB_val last = {last_len_, last_};
       append_ = mdb_cmp(txn_, number_, &key.val, &last) > 0;
     }
-    seal(edit);
+    write_value(edit->value, record_crc(edit->key(), {edit->value, edit->len}));
     MDB_val value = {edit->len, edit->value};
     const unsigned flags = append_ ? MDB_APPEND : 0U;
     return guarded(env_, [&] { return mdb_cursor_put(cursor_, &key.val, &value, flags); });
@@ -183,10 +179,6 @@ int cause_of_short_write(const Env* env) {
   return statvfs(env->path, &disk) == 0 && disk.f_bavail == 0 ? ENOSPC : EIO;
 }
 
-uint32_t write_failed(int error, const Env* env) {
-  return engine_fail(error == EIO ? cause_of_short_write(env) : error, env, "commit");
-}
-
 uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {
   if (!is_dead(env)) make_room_ahead(env, edits);
   bool checked_readers = false;
@@ -211,8 +203,10 @@ uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* 
       case MDB_MAP_RESIZED:
         status = map_resize(env, map_size_for(map_size(env), map_used(env)));
         break;
+      case EIO:
+        return engine_fail(cause_of_short_write(env), env, "commit");
       default:
-        return write_failed(outcome.error, env);
+        return engine_fail(outcome.error, env, "commit");
     }
     if (status != ROV_OK) return status;
   }

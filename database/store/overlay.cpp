@@ -1,3 +1,4 @@
+// Edits of a write session: a hash table finds one key, a skip list a table keeps the order.
 #include "database/store/overlay.h"
 
 #include <algorithm>

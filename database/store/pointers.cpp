@@ -1,3 +1,4 @@
+// Pointer values on nodes: a hash table that is read without a lock.
 #include "database/store/pointers.h"
 
 #include <cstdlib>

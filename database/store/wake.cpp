@@ -1,3 +1,4 @@
+// Waking followers: the file that commits write to, and watching it.
 #include "database/store/wake.h"
 
 #include <fcntl.h>

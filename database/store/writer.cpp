@@ -3,7 +3,7 @@
 // The engine has a lock of its own, but it belongs to a thread, can't be waited for with a limit,
 // and is given up when the map must grow. Within the process a flag under the environment's mutex
 // decides; between processes a record lock on the first byte of writer.lock, which the system
-// releases when its holder dies. What the file holds is a reservation (store_reserve.cpp).
+// releases when its holder dies. What the file holds is a reservation, described here.
 //
 // Reserving the next write for one user.
 //
@@ -12,7 +12,7 @@
 //   crc:4 0:4 user:8 start:8 until:8        host order; user 0, or an empty file: none
 //
 // A user is a client's identity and a process (changes.h), `start` is when that process started and
-// `until` when the reservation ends (clock.h). It is read without a lock, which the checksum
+// `until` when the reservation ends (process.h). It is read without a lock, which the checksum
 // allows, and changed under a record lock on the file's second byte; the first one's is the right
 // to write.
 #include <fcntl.h>
