@@ -44,6 +44,12 @@ Copier copier(const char* name, std::uint32_t type, const char* kind) {
     const std::size_t at = record.here(member);
     made.copied.push_back({at, at + member.width_here() - 1});
   }
+  // Members that came after the table was written are the rows' to say.
+  for (const qim::schema::Row& row : *qim::schema::node_type(type)->body) {
+    if (row.copied && !record.has(row.name)) {
+      made.copied.push_back({row.position, row.position + row.width - 1});
+    }
+  }
   return made;
 }
 
