@@ -4,9 +4,9 @@
 #include <cstring>
 
 #include "bench/database.h"
+#include "bench/peers/peers.h"
 #include "bench/raw_engine.h"
 #include "bench/workloads.h"
-#include "peers/peers.h"
 
 namespace bench {
 

@@ -2,10 +2,10 @@
 #include <cstring>
 
 #include "bench/hand_codec.h"
+#include "bench/peers/peers.h"
 #include "bench/policy.h"
 #include "bench/workloads.h"
 #include "mem.h"
-#include "peers/peers.h"
 #include "tlvo.h"
 
 namespace bench {

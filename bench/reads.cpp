@@ -2,9 +2,9 @@
 #include <string>
 
 #include "bench/database.h"
+#include "bench/peers/peers.h"
 #include "bench/raw_engine.h"
 #include "bench/workloads.h"
-#include "peers/peers.h"
 
 namespace bench {
 namespace {

@@ -6,7 +6,7 @@ foreach(target qimcommon rovcommon qimctl)
   endif()
 endforeach()
 
-foreach(folder include platform/include)
+foreach(folder include database/include)
   if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/
       DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")

@@ -5,16 +5,17 @@
 #include <iostream>
 #include <sstream>
 
+#include "policy/base/names.h"
+#include "policy/base/text.h"
 #include "rov.h"
-#include "tools/import.h"
-#include "tools/list.h"
-#include "tools/maintenance.h"
-#include "tools/names.h"
-#include "tools/output.h"
-#include "tools/show.h"
-#include "tools/text.h"
-#include "tools/tree.h"
-#include "tools/verbs.h"
+#include "tools/base/exit_code.h"
+#include "tools/base/output.h"
+#include "tools/commands/import.h"
+#include "tools/commands/list.h"
+#include "tools/commands/maintenance.h"
+#include "tools/commands/show.h"
+#include "tools/commands/tree.h"
+#include "tools/commands/verbs.h"
 
 namespace qimctl {
 

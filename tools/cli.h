@@ -1,19 +1,9 @@
 // The command line of qimctl.
 #pragma once
 
-namespace qimctl {
+#include "tools/base/exit_code.h"
 
-// What the process ends with; docs/qimctl.md lists them too.
-enum ExitCode {
-  exit_ok = 0,
-  exit_lossy = 1,  // an import would lose something and --lossy was not given: nothing was imported
-  exit_usage = 2,  // a wrong command line
-  exit_input = 3,  // a file that can't be read or is wrong
-  exit_database = 4,   // the database or the policy library failed
-  exit_not_found = 5,  // no such node
-  exit_output = 6,     // the output can't be written
-  exit_defects = 7     // `check` found defects of the policy
-};
+namespace qimctl {
 
 // Runs one command: output goes to standard output, complaints to standard error. Throws nothing.
 int run(int argc, const char* const* argv);

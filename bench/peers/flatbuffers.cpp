@@ -1,5 +1,5 @@
 #include "bench/peers/fb/policy_generated.h"
-#include "peers/peers.h"
+#include "bench/peers/peers.h"
 
 namespace bench::peers::flatbuffers {
 namespace {

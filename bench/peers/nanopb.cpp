@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "bench/peers/nanopb_fixed/policy.pb.h"
-#include "peers/nanopb_pointers.h"
-#include "peers/peers.h"
+#include "bench/peers/nanopb_pointers.h"
+#include "bench/peers/peers.h"
 
 namespace bench::peers::nanopb {
 namespace {

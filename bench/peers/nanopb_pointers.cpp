@@ -1,4 +1,4 @@
-#include "peers/nanopb_pointers.h"
+#include "bench/peers/nanopb_pointers.h"
 
 #include <benchmark/benchmark.h>
 #include <pb_decode.h>

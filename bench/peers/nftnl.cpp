@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "peers/peers.h"
+#include "bench/peers/peers.h"
 
 namespace bench::peers::nftnl {
 namespace {

@@ -1,4 +1,4 @@
-#include "peers/peers.h"
+#include "bench/peers/peers.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "bench/peers/pb/policy.pb.h"
-#include "peers/peers.h"
+#include "bench/peers/peers.h"
 
 namespace bench::peers::protobuf {
 namespace {

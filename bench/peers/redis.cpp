@@ -8,8 +8,8 @@
 #include <memory>
 
 #include "bench/database.h"
+#include "bench/peers/peers.h"
 #include "bench/raw_engine.h"
-#include "peers/peers.h"
 
 namespace bench::peers::redis {
 namespace {

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "bench/database.h"
+#include "bench/peers/peers.h"
 #include "bench/raw_engine.h"
-#include "peers/peers.h"
 
 namespace bench::peers::sqlite {
 namespace {

@@ -7,7 +7,7 @@ compiler=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 broken=0
-mkdir -p "$work"/{scripts,lib,platform,build/coverage}
+mkdir -p "$work"/{scripts,lib,database,build/coverage}
 cp "$QIM_SOURCE_DIR/scripts/coverage" "$work/scripts/"
 cd "$work/build/coverage" || exit
 
@@ -31,7 +31,7 @@ report() { # <library> <database>...
 }
 
 put lib/a.c library
-put platform/b.c database
+put database/b.c database
 cat >main.c <<'EOF'
 #include <stdlib.h>
 int library(int);
@@ -45,7 +45,7 @@ int main(int count, char **words) {
 }
 EOF
 "$compiler" --coverage -O0 -c ../../lib/a.c -o a.o
-"$compiler" --coverage -O0 -c ../../platform/b.c -o b.o
+"$compiler" --coverage -O0 -c ../../database/b.c -o b.o
 "$compiler" main.c a.o b.o --coverage -o program || complain "the program does not build"
 
 said=$(report 1 1 2 2) || complain "all was reached, and it failed: $said"

@@ -15,7 +15,7 @@ try() { # <language> <standard> <header> <compiler> <option>...
   compiled=$((compiled + 1))
   printf '#include "%s"\n#include "%s"\n' "$header" "$header" |
     "$@" -x "$language" -std="$standard" "${strict[@]}" \
-      -I "$root/include" -I "$root/platform/include" - && return
+      -I "$root/include" -I "$root/database/include" - && return
   echo "headers: $header does not compile alone as $standard with: $*"
   broken=1
 }
@@ -33,7 +33,7 @@ command -v clang-14 >/dev/null || {
   [ -z "${CI-}" ] || exit 1
 }
 read -ra clang < <(clang_for_target | xargs)
-for path in "$root"/include/*.h "$root"/platform/include/*.h; do
+for path in "$root"/include/*.h "$root"/database/include/*.h; do
   header=$(basename "$path")
   for standard in c99 c11 c17; do
     try c $standard "$header" "$cc"

@@ -7,7 +7,7 @@ broken=0
 
 fresh() {
   rm -rf "${work:?}"/*
-  mkdir -p "$work"/{include,lib,schema,node,platform/include,tools,tests}
+  mkdir -p "$work"/{include,lib,schema,node,database/{include,store,record,codec},tools,tests}
   for folder in "$work"/*/; do : >"$folder/README.md"; done
 }
 
@@ -44,7 +44,7 @@ breach() { # <what> <file> <line> <text>
 
 fresh
 accepts "an empty tree"
-put platform/store_env.cpp '#include <lmdb.h>'
+put database/store/env.cpp '#include <lmdb.h>'
 put lib/a.cpp '#include "qim.h"'
 put lib/a.cpp '#include <cstring>'
 put lib/a.cpp '#include <pthread.h>'
@@ -57,13 +57,12 @@ put tools/d.cpp '#include "rov_edit.h"'
 put tests/long.cpp "$(seq 900)"
 accepts "a tree that keeps the rules"
 
-breach "the engine in a wrong file" platform/keys.cpp '#include <lmdb.h>' 'platform/keys.cpp:1: only'
+breach "the engine in a wrong file" database/record/keys.cpp '#include <lmdb.h>' 'database/record/keys.cpp:1: only'
 breach "the engine in a tool" tools/t.cpp '#  include "lmdb.h"' 'tools/t.cpp:1: only'
 breach "a C++ runtime header" lib/a.cpp '#include <string>' '<string>'
 breach "writing from the library" node/a.cpp '#include "rov_edit.h"' '"rov_edit.h"'
-breach "the database's inside" lib/a.cpp '#include "platform/store.h"' '"platform/store.h"'
-breach "the library in the database" platform/tlv.cpp '#include "qim.h"' '"qim.h"'
-breach "the schema in the database" platform/tlv.cpp '#include "schema/rows.h"' '"schema/rows.h"'
+breach "the database's inside" lib/a.cpp '#include "database/store/store.h"' '"database/store/store.h"'
+breach "a way around the include roots" database/codec/tlv.cpp '#include "../../include/qim.h"' 'climbs out'
 breach "a long file" schema/rows.h "$(seq 801)" 'more than 800 lines'
 
 fresh

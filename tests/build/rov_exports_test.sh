@@ -15,7 +15,7 @@ grep -q '(SONAME).*\[librovcommon\.so\.1\]' <<<"$(readelf -W -d "$1")" ||
   { echo "rov_exports: wrong or no SONAME" && status=1; }
 
 # Every function that a public header declares is there.
-declared=$(cat "$QIM_SOURCE_DIR"/platform/include/*.h | sed -E ':a; s|/\*[^*]*\*+([^/*][^*]*\*+)*/||g' |
+declared=$(cat "$QIM_SOURCE_DIR"/database/include/*.h | sed -E ':a; s|/\*[^*]*\*+([^/*][^*]*\*+)*/||g' |
   tr '\n' ' ' | sed -E 's|/\*([^*]\|\*+[^*/])*\*+/||g' |
   grep -oE '\b(rov|tlvo|mem)_[a-z0-9_]+ ?\(|\b(memset_s|snprintf_bytes) ?\(' | tr -d ' (' | sort -u)
 if comm -23 <(echo "$declared") <(sort -u <<<"$symbols") | grep .; then

@@ -1,9 +1,9 @@
 // Data-set names: each form leads back to the one it came from.
 #include <cstring>
 
+#include "policy/base/dsetname.h"
 #include "qim.h"
 #include "tests/fuzz/targets.h"
-#include "tools/dsetname.h"
 
 namespace fuzz {
 namespace {

@@ -8,13 +8,13 @@
 #include <optional>
 #include <string>
 
-#include "tests/e2e/leaks_allowed.h"
+#include "policy/formats/native/native.h"
+#include "policy/store/store_policy.h"
 #include "tests/fuzz/place.h"
 #include "tests/fuzz/targets.h"
-#include "tools/dump.h"
-#include "tools/native.h"
-#include "tools/output.h"
-#include "tools/store_policy.h"
+#include "tests/system/e2e/leaks_allowed.h"
+#include "tools/base/output.h"
+#include "tools/commands/dump.h"
 
 namespace fuzz {
 namespace {

@@ -7,11 +7,11 @@
 #include <fstream>
 #include <iterator>
 
-#include "platform/table_rows.h"
-#include "platform/verify_tree.h"
+#include "database/base/tables.h"
+#include "database/file/tree.h"
+#include "policy/store/database.h"
 #include "rov_edit.h"
 #include "tests/fuzz/targets.h"
-#include "tools/database.h"
 
 namespace fuzz {
 namespace {

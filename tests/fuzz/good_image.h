@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/verify_pages.h"
-#include "tests/fault/contents.h"
+#include "database/file/pages.h"
 #include "tests/fuzz/image_edits.h"
 #include "tests/fuzz/place.h"
+#include "tests/system/fault/contents.h"
 
 namespace fuzz {
 

@@ -1,12 +1,13 @@
 // Damaged data files: each is refused by name, or all of it can be read and written, and is
 // verified again after that. What one piece of damage did not touch reads as before.
+#include "policy/store/database.h"
 #include "rov_edit.h"
-#include "tests/e2e/leaks_allowed.h"
-#include "tests/fault/contents.h"
 #include "tests/fuzz/good_image.h"
 #include "tests/fuzz/targets.h"
-#include "tools/check.h"
-#include "tools/database.h"
+#include "tests/system/e2e/leaks_allowed.h"
+#include "tests/system/fault/contents.h"
+#include "tools/commands/check.h"
+#include "tools/nodes/defects.h"
 
 namespace fuzz {
 namespace {

@@ -4,8 +4,9 @@
 #include <cstring>
 #include <iterator>
 
-#include "platform/store.h"
-#include "platform/table_rows.h"
+#include "database/base/tables.h"
+#include "database/record/checksum.h"
+#include "database/store/store.h"
 
 namespace fuzz {
 namespace {

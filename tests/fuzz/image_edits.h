@@ -25,8 +25,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/overlay.h"
-#include "platform/verify_layout.h"
+#include "database/file/layout.h"
+#include "database/store/overlay.h"
 
 namespace fuzz {
 

@@ -1,12 +1,12 @@
 // Policy files: either a policy whose parts hold together, or problems with their places.
 #include <string>
 
+#include "policy/base/json_text.h"
+#include "policy/base/policy_check.h"
+#include "policy/formats/native/native.h"
+#include "policy/formats/rfc8519/rfc8519.h"
 #include "tests/fuzz/targets.h"
-#include "tools/import.h"
-#include "tools/json_text.h"
-#include "tools/native.h"
-#include "tools/policy_check.h"
-#include "tools/rfc8519.h"
+#include "tools/commands/import.h"
 
 namespace fuzz {
 namespace {

@@ -9,9 +9,9 @@
 #include <iterator>
 #include <memory>
 
-#include "tests/fault/scale.h"
+#include "tests/database/random.h"
 #include "tests/fuzz/targets.h"
-#include "tests/platform/random.h"
+#include "tests/system/fault/scale.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/tools/support.h"
 #include "tools/cli.h"
-#include "tools/support.h"
 
 namespace tools_test {
 

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "tools/criteria.h"
+#include "policy/base/criteria.h"
 
 namespace rfc8519_test {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/rfc8519.h"
+#include "policy/formats/rfc8519/rfc8519.h"
 
 namespace rfc8519_test {
 

@@ -1,4 +1,4 @@
-#include "tools/support.h"
+#include "tests/tools/support.h"
 
 #include <fcntl.h>
 #include <signal.h>

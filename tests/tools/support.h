@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/policy.h"
+#include "policy/base/policy.h"
 
 namespace tools_test {
 

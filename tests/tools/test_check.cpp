@@ -5,12 +5,13 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "policy/formats/native/native.h"
+#include "policy/store/store_policy.h"
 #include "rov_edit.h"
-#include "tools/check.h"
+#include "tests/tools/support.h"
 #include "tools/cli.h"
-#include "tools/native.h"
-#include "tools/store_policy.h"
-#include "tools/support.h"
+#include "tools/commands/check.h"
+#include "tools/nodes/defects.h"
 
 namespace {
 

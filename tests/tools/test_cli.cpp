@@ -6,8 +6,8 @@
 
 #include <cstdlib>
 
+#include "tests/tools/support.h"
 #include "tools/cli.h"
-#include "tools/support.h"
 
 namespace {
 

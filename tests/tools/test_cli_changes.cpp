@@ -5,10 +5,10 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "policy/store/database.h"
 #include "rov_edit.h"
+#include "tests/tools/support.h"
 #include "tools/cli.h"
-#include "tools/database.h"
-#include "tools/support.h"
 
 namespace {
 

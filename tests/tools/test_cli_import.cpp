@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tests/tools/support.h"
 #include "tools/cli.h"
-#include "tools/support.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/example_database.h"
+#include "tests/tools/example_database.h"
 
 namespace {
 

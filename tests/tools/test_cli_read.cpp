@@ -4,12 +4,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include "policy/formats/native/native.h"
+#include "policy/store/database.h"
 #include "rov_edit.h"
+#include "tests/tools/example_database.h"
+#include "tests/tools/support.h"
 #include "tools/cli.h"
-#include "tools/database.h"
-#include "tools/example_database.h"
-#include "tools/native.h"
-#include "tools/support.h"
 
 namespace {
 

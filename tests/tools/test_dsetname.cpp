@@ -1,10 +1,10 @@
-#include "tools/dsetname.h"
+#include "policy/base/dsetname.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "tools/names.h"
+#include "policy/base/names.h"
 
 namespace {
 

@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "policy/store/database.h"
 #include "rov.h"
 #include "rov_edit.h"
-#include "tests/platform/random.h"
+#include "tests/database/random.h"
+#include "tests/tools/support.h"
 #include "tools/cli.h"
-#include "tools/database.h"
-#include "tools/support.h"
 
 namespace {
 

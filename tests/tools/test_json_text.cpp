@@ -1,8 +1,8 @@
-#include "tools/json_text.h"
+#include "policy/base/json_text.h"
 
 #include <gmock/gmock.h>
 
-#include "tools/support.h"
+#include "tests/tools/support.h"
 
 namespace {
 

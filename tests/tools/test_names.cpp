@@ -1,4 +1,4 @@
-#include "tools/names.h"
+#include "policy/base/names.h"
 
 #include <gtest/gtest.h>
 

@@ -1,13 +1,13 @@
-#include "tools/native.h"
+#include "policy/formats/native/native.h"
 
 #include <gmock/gmock.h>
 
 #include <cstring>
 #include <set>
 
+#include "policy/store/database.h"
 #include "schema/rows.h"
-#include "tools/database.h"
-#include "tools/support.h"
+#include "tests/tools/support.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
-#include "tools/native_schema.h"
+#include "policy/formats/native/native_schema.h"
 
 #include <gmock/gmock.h>
 
+#include "policy/base/json_text.h"
+#include "policy/base/json_value.h"
+#include "policy/base/names.h"
+#include "policy/formats/native/native.h"
+#include "policy/formats/native/schema_walk.h"
 #include "schema/rows.h"
-#include "tools/json_text.h"
-#include "tools/json_value.h"
-#include "tools/names.h"
-#include "tools/native.h"
-#include "tools/schema_walk.h"
-#include "tools/support.h"
+#include "tests/tools/support.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "tools/policy_check.h"
+#include "policy/base/policy_check.h"
 
 #include <gmock/gmock.h>
 
-#include "tools/support.h"
+#include "tests/tools/support.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The registry of criterion and action types.
-#include "tools/criteria.h"
+#include "policy/base/criteria.h"
 
 #include <gtest/gtest.h>
 

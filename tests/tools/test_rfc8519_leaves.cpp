@@ -1,9 +1,9 @@
 // Every leaf of the model's matches becomes the criterion that docs/rfc8519.md says.
 #include <set>
 
+#include "policy/base/criteria.h"
+#include "policy/base/names.h"
 #include "tests/tools/rfc8519_support.h"
-#include "tools/criteria.h"
-#include "tools/names.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <set>
 
+#include "policy/base/criteria.h"
+#include "policy/formats/rfc8519/ids.h"
 #include "tests/tools/rfc8519_support.h"
-#include "tools/criteria.h"
-#include "tools/rfc8519_ids.h"
 
 namespace {
 

@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/names.h"
-#include "tools/native.h"
-#include "tools/node_json.h"
-#include "tools/policy_check.h"
-#include "tools/store_policy.h"
-#include "tools/support.h"
+#include "policy/base/names.h"
+#include "policy/base/policy_check.h"
+#include "policy/formats/native/native.h"
+#include "policy/formats/native/node_json.h"
+#include "policy/store/store_policy.h"
+#include "tests/tools/support.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "tools/store_policy.h"
+#include "policy/store/store_policy.h"
 
 #include <gmock/gmock.h>
 
 #include "mem.h"
+#include "policy/store/node_image.h"
 #include "rov.h"
+#include "tests/tools/support.h"
 #include "tlvo.h"
-#include "tools/node_image.h"
-#include "tools/support.h"
 
 namespace {
 

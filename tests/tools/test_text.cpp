@@ -1,4 +1,4 @@
-#include "tools/text.h"
+#include "policy/base/text.h"
 
 #include <gmock/gmock.h>
 #include <pty.h>
@@ -7,7 +7,7 @@
 #include <chrono>
 #include <thread>
 
-#include "tools/progress.h"
+#include "policy/base/progress.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 #include <gmock/gmock.h>
 
+#include "policy/base/names.h"
+#include "policy/store/store_policy.h"
 #include "rov.h"
 #include "rov_edit.h"
-#include "tools/names.h"
-#include "tools/store_policy.h"
-#include "tools/support.h"
-#include "tools/tree_walk.h"
+#include "tests/tools/support.h"
+#include "tools/nodes/tree_walk.h"
 
 namespace {
 

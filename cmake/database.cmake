@@ -1,0 +1,40 @@
+# librovcommon: its layers, from the lowest up, and the shared library.
+
+set(rov_layers "")
+
+# qim_database_layer(<folder below database/> [USES <such folder>...] [LIBRARIES <target>...])
+function(qim_database_layer folder)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "USES;LIBRARIES")
+  list(TRANSFORM arg_USES PREPEND rov_)
+  qim_layer(rov_${folder} database/${folder}
+    USES rov_headers ${arg_USES} LIBRARIES ${arg_LIBRARIES} Threads::Threads)
+  # Files beyond 2 GiB, and directories whose positions have 64 bits, on 32-bit targets too.
+  target_compile_definitions(rov_${folder} PUBLIC _FILE_OFFSET_BITS=64)
+  list(APPEND rov_layers rov_${folder})
+  set(rov_layers ${rov_layers} PARENT_SCOPE)
+endfunction()
+
+qim_database_layer(base)
+qim_database_layer(memory USES base)
+qim_database_layer(codec USES memory)
+qim_database_layer(handle USES base)
+qim_database_layer(record USES base)
+qim_database_layer(file USES record)
+qim_database_layer(store USES handle file LIBRARIES lmdb)
+qim_database_layer(graph USES store)
+qim_database_layer(session USES graph)
+qim_database_layer(entry USES session codec)
+
+qim_layers_archive(rov_objects ${rov_layers})
+target_link_libraries(rov_objects PUBLIC rov_headers lmdb Threads::Threads)
+
+list(TRANSFORM rov_layers REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE rov_parts)
+add_library(rovcommon SHARED ${rov_parts})
+target_link_libraries(rovcommon PUBLIC rov_headers PRIVATE lmdb Threads::Threads)
+set_target_properties(rovcommon PROPERTIES
+  LINKER_LANGUAGE CXX SOVERSION 1 VERSION ${PROJECT_VERSION})
+qim_use_version_script(rovcommon ${PROJECT_SOURCE_DIR}/packaging/rovcommon.map)
+# Threads that ran in the library call back into it when they end, so it can't be unloaded.
+target_link_options(rovcommon PRIVATE LINKER:-z,nodelete)
+# Its own calls of what it exports need no look-up at run time.
+target_link_options(rovcommon PRIVATE LINKER:-Bsymbolic-functions)

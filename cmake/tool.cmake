@@ -1,0 +1,48 @@
+# What policies are to people and files, and qimctl, the tool.
+
+# Mostly templates of the JSON libraries, whose full optimisation costs minutes and gains nothing
+# that anybody waits for. Where lines are counted none of it may come into ours, so none at all.
+if(QIM_COVERAGE)
+  set(tool_options -O0 -g1)
+else()
+  set(tool_options -O1 -g1)
+endif()
+
+set(policy_layers "")
+set(tool_layers "")
+
+# qim_policy_layer(<target> <folder> [USES <layer>...]), and the same for the tool's layers.
+function(qim_policy_layer target folder)
+  qim_layer(${target} ${folder} ${ARGN} OPTIONS ${tool_options})
+  set(policy_layers ${policy_layers} ${target} PARENT_SCOPE)
+endfunction()
+function(qim_tool_layer target folder)
+  qim_layer(${target} ${folder} ${ARGN} OPTIONS ${tool_options})
+  set(tool_layers ${tool_layers} ${target} PARENT_SCOPE)
+endfunction()
+
+# The names and rows of the records, which are constants, are shared with the library.
+qim_policy_layer(policy_base policy/base USES qim_headers qim_rows)
+qim_policy_layer(policy_store policy/store USES policy_base)
+qim_policy_layer(policy_native policy/formats/native USES policy_store)
+qim_policy_layer(policy_rfc8519 policy/formats/rfc8519 USES policy_store)
+include(${PROJECT_SOURCE_DIR}/policy/formats/native/embed_schema.cmake)
+
+qim_tool_layer(qimctl_base tools/base USES policy_base)
+qim_tool_layer(qimctl_nodes tools/nodes USES qimctl_base policy_native)
+qim_tool_layer(qimctl_commands tools/commands USES qimctl_nodes policy_rfc8519)
+
+add_library(qimctl_cli STATIC ${PROJECT_SOURCE_DIR}/tools/cli.cpp)
+qim_include_root(qimctl_cli PUBLIC tools/cli.h)
+target_compile_options(qimctl_cli PRIVATE ${tool_options})
+target_link_libraries(qimctl_cli PUBLIC qimctl_commands PRIVATE qim_warnings)
+
+qim_layers_archive(qimctl_objects ${policy_layers} ${tool_layers} qimctl_cli)
+target_link_libraries(qimctl_objects PUBLIC qim_headers)
+
+add_executable(qimctl ${PROJECT_SOURCE_DIR}/tools/main.cpp)
+target_link_libraries(qimctl PRIVATE qim_warnings qimctl_objects qimcommon rovcommon)
+set(qimctl_rpath "$ORIGIN/../lib" "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+list(REMOVE_DUPLICATES qimctl_rpath)
+set_target_properties(qimctl PROPERTIES
+  INSTALL_RPATH "${qimctl_rpath}" BUILD_WITH_INSTALL_RPATH ON)

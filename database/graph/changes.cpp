@@ -1,0 +1,209 @@
+#include "database/graph/changes.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "database/base/error.h"
+#include "database/store/store.h"
+#include "rov.h"
+
+namespace rov {
+namespace {
+
+constexpr uint32_t kChangeHead = 32;
+constexpr uint32_t kMetaBytes = 16;
+constexpr uint32_t kUserBytes = 56;
+constexpr uint32_t kUserNameAt = 20;
+constexpr uint32_t kUserNameBytes = sizeof(rov_usr_t::name);
+static_assert(kUserNameAt + kUserNameBytes == kUserBytes);
+
+// How much of the log there is.
+struct Meta {
+  uint32_t count = 0;
+  uint64_t pruned = 0;
+};
+
+uint32_t bad_change() {
+  return fail(ROV_ERR_CORRUPT, Note::kBadChange);
+}
+
+uint32_t meta_get(View& view, Meta* meta) {
+  Record record;
+  const uint32_t status = view_get(view, Table::kChanges, change_key(0, 0), &record);
+  *meta = {};
+  if (status == ROV_ERR_NO_ITEM) return ROV_OK;
+  if (status != ROV_OK) return status;
+  if (record.value.len != kMetaBytes) return bad_change();
+  meta->count = load<uint32_t>(record.value.data + 4);
+  meta->pruned = load<uint64_t>(record.value.data + 8);
+  return ROV_OK;
+}
+
+uint32_t meta_put(View& view, const Meta& meta) {
+  uint8_t* value = view_put(view, Table::kChanges, change_key(0, 0), kMetaBytes, kMetaBytes);
+  if (value == nullptr) return ROV_ERR_NO_MEM;
+  store(value + 4, meta.count);
+  store(value + 8, meta.pruned);
+  return ROV_OK;
+}
+
+uint32_t change_put(View& view, const Change& change) {
+  const uint32_t len = kChangeHead + change.dset_len;
+  const Key key = change_key(change.revision, change.number);
+  uint8_t* value = view_replace(view, Table::kChanges, key, len, len);
+  if (value == nullptr) return ROV_ERR_NO_MEM;
+  store(value + 4, change.kind);
+  store(value + 8, change.field);
+  store(value + 12, change.node);
+  store(value + 16, change.user);
+  store(value + 24, change.dset_len);
+  store(value + 28, uint32_t{0});
+  memcpy(value + kChangeHead, change.dset, change.dset_len);
+  return ROV_OK;
+}
+
+uint32_t parse(const Record& record, Change* change) {
+  const Bytes value = record.value;
+  if (record.key.len != kChangeKeyBytes || value.len < kChangeHead) return bad_change();
+  change->revision = load_be64(record.key.data);
+  change->number = load_be32(record.key.data + 8);
+  change->kind = load<uint32_t>(value.data + 4);
+  change->field = load<uint32_t>(value.data + 8);
+  change->node = load<uint32_t>(value.data + 12);
+  change->user = load<uint64_t>(value.data + 16);
+  change->dset_len = load<uint32_t>(value.data + 24);
+  if (change->dset_len > kNameBytes || value.len != kChangeHead + change->dset_len) {
+    return bad_change();
+  }
+  memcpy(change->dset, value.data + kChangeHead, change->dset_len);
+  return ROV_OK;
+}
+
+// The number of the commit that a write session will make: nobody else commits while it is open.
+uint64_t revision_of(const View& view) {
+  return view.snapshot->revision + 1;
+}
+
+// Puts one gap in the place of everything that was logged.
+uint32_t fold_into_gap(View& view, uint64_t user) {
+  for (uint32_t number = 0; number < kMaxChangesPerCommit; ++number) {
+    const uint32_t status =
+        view_erase(view, Table::kChanges, change_key(revision_of(view), number));
+    if (status != ROV_OK) return status;
+  }
+  Change gap;
+  gap.revision = revision_of(view);
+  gap.kind = ROV_CHANGE_GAP;
+  gap.user = user;
+  view.changes = 1;
+  return change_put(view, gap);
+}
+
+// Drops the oldest changes until the log is as short as it may be.
+uint32_t prune(View& view, Meta* meta) {
+  uint64_t revision = 0;
+  uint32_t number = 0;
+  while (meta->count > kMaxChanges) {
+    Change change;
+    uint32_t status = change_after(view, revision, number, &change);
+    if (status == ROV_ERR_NO_ITEM) return bad_change();
+    if (status != ROV_OK) return status;
+    revision = change.revision;
+    number = change.number;
+    status = view_erase(view, Table::kChanges, change_key(revision, number));
+    if (status != ROV_OK) return status;
+    --meta->count;
+    meta->pruned = revision;
+  }
+  return ROV_OK;
+}
+
+uint32_t user_put(View& view, const Author& author) {
+  const Key key = user_key(user_number(author.client));
+  uint8_t* value = view_replace(view, Table::kUsers, key, kUserBytes, kUserBytes);
+  if (value == nullptr) return ROV_ERR_NO_MEM;
+  memset(value, 0, kUserBytes);
+  store(value + 4, static_cast<uint32_t>(getuid()));
+  store(value + 8, author.group);
+  store(value + 12, static_cast<uint64_t>(time(nullptr)));
+  passwd entry;
+  passwd* found = nullptr;
+  char names[1024];
+  if (getpwuid_r(getuid(), &entry, names, sizeof names, &found) == 0 && found != nullptr) {
+    memcpy(value + kUserNameAt, entry.pw_name, strnlen(entry.pw_name, kUserNameBytes - 1));
+  }
+  return ROV_OK;
+}
+
+}  // namespace
+
+uint64_t user_number(uint32_t client) {
+  return uint64_t{client} << 32 | static_cast<uint32_t>(getpid());
+}
+
+uint32_t change_name(View& view, uint32_t node, Change* change) {
+  if (view.changes >= kMaxChangesPerCommit) return ROV_OK;  // it will not be logged by itself
+  const uint32_t status = view_seek_node(view, node);
+  if (status == ROV_ERR_NO_ITEM) return ROV_OK;
+  if (status != ROV_OK) return status;
+  change->dset_len = view.node.dset_len;
+  memcpy(change->dset, view.node.dset, view.node.dset_len);
+  return ROV_OK;
+}
+
+uint32_t change_log(View& view, Change change) {
+  if (view.changes++ >= kMaxChangesPerCommit) return ROV_OK;
+  change.revision = revision_of(view);
+  change.number = view.changes - 1;
+  change.user = user_number(view.client);
+  return change_put(view, change);
+}
+
+uint32_t changes_seal(View& view, const Author& author) {
+  if (view.changes == 0) return ROV_OK;
+  Meta meta;
+  uint32_t status = ROV_OK;
+  if (view.changes > kMaxChangesPerCommit) status = fold_into_gap(view, user_number(author.client));
+  if (status == ROV_OK) status = meta_get(view, &meta);
+  if (status != ROV_OK) return status;
+  meta.count += view.changes;
+  status = prune(view, &meta);
+  if (status == ROV_OK) status = meta_put(view, meta);
+  return status == ROV_OK ? user_put(view, author) : status;
+}
+
+uint32_t change_after(View& view, uint64_t revision, uint32_t number, Change* change) {
+  if (++number == 0) ++revision;
+  Record record;
+  const uint32_t status = view_ge(view, Table::kChanges, change_key(revision, number), &record);
+  return status == ROV_OK ? parse(record, change) : status;
+}
+
+uint32_t changes_pruned(View& view, uint64_t* revision) {
+  Meta meta;
+  const uint32_t status = meta_get(view, &meta);
+  *revision = meta.pruned;
+  return status;
+}
+
+uint32_t user_get(View& view, uint64_t user, rov_usr_t* info) {
+  Record record;
+  const uint32_t status = view_get(view, Table::kUsers, user_key(user), &record);
+  if (status != ROV_OK) return status;
+  const uint8_t* value = record.value.data;
+  if (record.value.len != kUserBytes) return bad_change();
+  const auto when = load<uint64_t>(value + 12);
+  *info = {};
+  info->uid = load<uint32_t>(value + 4);
+  info->pid = static_cast<uint32_t>(user);
+  info->client = static_cast<uint32_t>(user >> 32);
+  info->group = load<uint32_t>(value + 8);
+  info->time[0] = static_cast<uint32_t>(when >> 32);
+  info->time[1] = static_cast<uint32_t>(when);
+  memcpy(info->name, value + kUserNameAt, kUserNameBytes - 1);
+  return ROV_OK;
+}
+
+}  // namespace rov

@@ -1,0 +1,94 @@
+#include "database/store/guard.h"
+
+#include <linux/futex.h>
+#include <lmdb.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "database/base/error.h"
+#include "database/file/layout.h"
+#include "rov.h"
+
+namespace rov {
+
+constinit thread_local Guard* t_guard = nullptr;
+
+namespace {
+
+void die(Env* env, const char* damage) {
+  Life expected = Life::kAlive;
+  if (!env->life.compare_exchange_strong(expected, Life::kDying)) return;
+  snprintf(env->damage, sizeof env->damage, "%s", damage);
+  env->life.store(Life::kDamaged, std::memory_order_release);
+}
+
+// The engine calls this with the broken assertion in words, and ends the process when it returns.
+void on_broken_assertion(MDB_env* engine, const char* text) {
+  Guard* guard = t_guard;
+  if (guard == nullptr) return;
+  die(static_cast<Env*>(mdb_env_get_userctx(engine)), text);
+  __builtin_longjmp(guard->place, 1);
+}
+
+}  // namespace
+
+void guard_engine(Env* env) {
+  mdb_env_set_userctx(env->engine, env);
+  mdb_env_set_assert(env->engine, on_broken_assertion);
+}
+
+pthread_mutex_t* newest_robust_lock() {
+  robust_list_head* head = nullptr;
+  size_t size = 0;
+  if (syscall(SYS_get_robust_list, 0, &head, &size) != 0 || head->list.next == &head->list) {
+    return nullptr;
+  }
+  // An entry lies somewhere in its lock; the word that the lock begins with is so far from it. The
+  // lowest bit tells how the lock hands priority on.
+  const auto entry = reinterpret_cast<uintptr_t>(head->list.next) & ~uintptr_t{1};
+  return reinterpret_cast<pthread_mutex_t*>(entry + static_cast<uintptr_t>(head->futex_offset));
+}
+
+uint32_t dead_env(const Env* env) {
+  const Life life = env->life.load(std::memory_order_acquire);
+  if (life == Life::kNoMap) {
+    return fail_text(
+        ROV_ERR_IO,
+        "the memory map of database %s was lost in this process: close the database and open "
+        "it again",
+        env->path);
+  }
+  return fail_text(ROV_ERR_CORRUPT,
+                   "data.mdb of database %s was damaged while it was open, and this process uses "
+                   "it no more (%s): close the database, look at it with qimctl check, and restore "
+                   "the database from a dump",
+                   env->path, life == Life::kDamaged ? env->damage : "just found");
+}
+
+uint32_t check_length(Env* env) {
+  int file = -1;
+  mdb_env_get_fd(env->engine, &file);
+  MDB_envinfo engine;
+  mdb_env_info(env->engine, &engine);
+  struct stat info = {};
+  if (fstat(file, &info) != 0) return engine_fail(errno, env, "examine the data file");
+  const auto bytes = static_cast<uint64_t>(info.st_size);
+  const bool cut = bytes < env->file_bytes;
+  if (!cut && can_have_pages(bytes, env->page_size, engine.me_last_pgno)) {
+    env->file_bytes = bytes;
+    return ROV_OK;
+  }
+  char damage[sizeof env->damage];
+  snprintf(
+      damage, sizeof damage,
+      cut ? "it was cut to %llu bytes" : "it has %llu bytes, and a meta page counts more pages",
+      static_cast<unsigned long long>(bytes));
+  die(env, damage);
+  return dead_env(env);
+}
+
+}  // namespace rov

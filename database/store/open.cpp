@@ -1,0 +1,247 @@
+// Opening an environment, once a process and path: a second opening of one path by the engine would
+// silently break its locking.
+#include <fcntl.h>
+#include <lmdb.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "database/base/error.h"
+#include "database/handle/handle.h"
+#include "database/store/guard.h"
+#include "rov.h"
+
+namespace rov {
+namespace {
+
+constexpr unsigned kMaxReaders = 1022;  // the reader table stays within 64 KiB
+
+pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
+Env* g_envs = nullptr;
+bool g_ready = false;
+
+// A forked child shares nothing of what its parent has open: the engine's environments must not be
+// used across a fork. They are left as they are (closing them would free the parent's reader
+// slots), and no handle of the parent is valid in the child.
+void after_fork_in_child() {
+  pthread_mutex_init(&g_mutex, nullptr);
+  for (Env* env = g_envs; env != nullptr; env = env->next) {
+    if (env->lock_file >= 0) close(env->lock_file);
+    close(env->directory);
+  }
+  g_envs = nullptr;
+  handle_forget_all();
+  gate_setup();
+}
+
+void set_up_once() {
+  if (g_ready) return;
+  g_ready = true;
+  gate_setup();
+  pthread_atfork(nullptr, nullptr, after_fork_in_child);
+}
+
+Env* find_open(const struct stat& directory) {
+  for (Env* env = g_envs; env != nullptr; env = env->next) {
+    if (env->device == directory.st_dev && env->inode == directory.st_ino) return env;
+  }
+  return nullptr;
+}
+
+void init_locks(Env* env) {
+  pthread_mutex_init(&env->commit_lock, nullptr);
+  pthread_mutex_init(&env->mutex, nullptr);
+  pthread_mutex_init(&env->reserve_mutex, nullptr);
+  pthread_condattr_t attributes;
+  pthread_condattr_init(&attributes);
+  pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+  pthread_cond_init(&env->writer_gone, &attributes);
+  pthread_condattr_destroy(&attributes);
+}
+
+Env* env_new(const char* path, uint32_t flags) {
+  auto* env = new (std::nothrow) Env;
+  char* copy = env == nullptr ? nullptr : strdup(path);
+  if (copy == nullptr) {
+    delete env;
+    return nullptr;
+  }
+  env->path = copy;
+  env->read_only = (flags & ROV_DB_RDONLY) != 0;
+  env->map_limit = map_limit_setting();
+  init_locks(env);
+  return env;
+}
+
+void env_delete(Env* env) {
+  // The system has a lock that is held in a list of the thread's, so it can't be unmapped.
+  if (env->engine != nullptr && !env->keeps_lock) mdb_env_close(env->engine);
+  if (env->lock_file >= 0) close(env->lock_file);
+  if (env->directory >= 0) close(env->directory);
+  pthread_cond_destroy(&env->writer_gone);
+  pthread_mutex_destroy(&env->reserve_mutex);
+  pthread_mutex_destroy(&env->mutex);
+  pthread_mutex_destroy(&env->commit_lock);
+  free(env->path);
+  delete env;
+}
+
+void set_page_size(Env* env) {
+  MDB_stat stat;
+  mdb_env_stat(env->engine, &stat);
+  env->page_size = stat.ms_psize;
+  const auto aligned = static_cast<uint32_t>(sysconf(_SC_PAGESIZE));
+  env->page_mask = (aligned < env->page_size ? aligned : env->page_size) - 1;
+}
+
+uint32_t open_engine(Env* env) {
+  int error = mdb_env_create(&env->engine);
+  if (error == 0) guard_engine(env);
+  if (error == 0) error = mdb_env_set_maxdbs(env->engine, kTables);
+  if (error == 0) error = mdb_env_set_maxreaders(env->engine, kMaxReaders);
+  const unsigned flags = MDB_NOTLS | (env->read_only ? MDB_RDONLY : 0U);
+  if (error == 0) error = mdb_env_open(env->engine, env->path, flags, 0664);
+  if (error != 0) return engine_fail(error, env, "open the data file");
+  store_check_readers(env);
+  set_page_size(env);
+  return follow_growth(env, [&] { return engine_fail(tables_open(env), env, "open the tables"); });
+}
+
+// Verified first, and by one process at a time.
+uint32_t open_verified(Env* env, int directory) {
+  const OpenLock lock(directory);
+  const uint32_t status = verify_before_opening(directory, env);
+  return status == ROV_OK ? open_engine(env) : status;
+}
+
+uint32_t open_env(const char* path, uint32_t flags, int directory, const struct stat& info,
+                  Env** out) {
+  Env* env = env_new(path, flags);
+  if (env == nullptr) return fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Env));
+  env->device = info.st_dev;
+  env->inode = info.st_ino;
+  uint32_t status = open_verified(env, directory);
+  if (status == ROV_OK && !env->read_only) {
+    env->lock_file = openat(directory, "writer.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0664);
+    if (env->lock_file < 0) status = engine_fail(errno, env, "open writer.lock");
+  }
+  if (status == ROV_OK) {
+    env->directory = fcntl(directory, F_DUPFD_CLOEXEC, 0);
+    if (env->directory < 0) status = engine_fail(errno, env, "keep the directory open");
+  }
+  if (status != ROV_OK) {
+    env_delete(env);
+    return status;
+  }
+  env->next = g_envs;
+  g_envs = env;
+  *out = env;
+  return ROV_OK;
+}
+
+uint32_t open_locked(const char* path, uint32_t flags, Env** out) {
+  const bool create = (flags & (ROV_DB_NO_CREATE | ROV_DB_RDONLY)) == 0;
+  int directory = -1;
+  uint32_t status = store_prepare(path, create, &directory);
+  if (status != ROV_OK) return status;
+  struct stat info;
+  if (fstat(directory, &info) != 0) {
+    status = engine_fail_at(errno, path, "examine the directory");
+  } else if (Env* env = find_open(info); env == nullptr) {
+    status = open_env(path, flags, directory, info, out);
+  } else if (env->read_only && (flags & ROV_DB_RDONLY) == 0) {
+    status = fail_text(ROV_ERR_READ_ONLY,
+                       "this process has database %s open for reading only: close it first", path);
+  } else {
+    *out = env;
+  }
+  close(directory);
+  return status;
+}
+
+uint32_t compact_locked(const char* path, uint64_t* before, uint64_t* after) {
+  int directory = -1;
+  uint32_t status = store_prepare(path, false, &directory);
+  if (status != ROV_OK) return status;
+  struct stat info;
+  if (fstat(directory, &info) != 0) {
+    status = engine_fail_at(errno, path, "examine the directory");
+  } else if (find_open(info) != nullptr) {
+    status = fail_text(ROV_ERR_BUSY, "this process has database %s open: close it first", path);
+  } else {
+    status = compact_closed(directory, path, before, after);
+  }
+  close(directory);
+  return status;
+}
+
+void free_snapshots(Env* env) {
+  while (env->spare != nullptr) {
+    Snapshot* snapshot = env->spare;
+    env->spare = snapshot->next;
+    snapshot_delete(snapshot);
+  }
+}
+
+}  // namespace
+
+uint32_t store_open(const char* path, uint32_t flags, Env** env) {
+  pthread_mutex_lock(&g_mutex);
+  set_up_once();
+  const uint32_t status = open_locked(path, flags, env);
+  if (status == ROV_OK) ++(*env)->users;
+  pthread_mutex_unlock(&g_mutex);
+  return status;
+}
+
+void store_close(Env* env) {
+  pthread_mutex_lock(&g_mutex);
+  if (--env->users == 0) {
+    Env** link = &g_envs;
+    while (*link != env) link = &(*link)->next;
+    *link = env->next;
+    free_snapshots(env);
+    env_delete(env);
+  }
+  pthread_mutex_unlock(&g_mutex);
+}
+
+uint32_t store_compact(const char* path, uint64_t* before, uint64_t* after) {
+  pthread_mutex_lock(&g_mutex);
+  set_up_once();
+  const uint32_t status = compact_locked(path, before, after);
+  pthread_mutex_unlock(&g_mutex);
+  return status;
+}
+
+void store_check_readers(Env* env) {
+  int dead = 0;
+  mdb_reader_check(env->engine, &dead);
+}
+
+namespace {
+
+struct Readers {
+  void (*out)(const char* text, void* arg);
+  void* arg;
+};
+
+int hand_on(const char* text, void* readers) {
+  const auto* to = static_cast<const Readers*>(readers);
+  to->out(text, to->arg);
+  return 0;
+}
+
+}  // namespace
+
+uint32_t store_readers(Env* env, void (*out)(const char* text, void* arg), void* arg) {
+  Readers readers = {out, arg};
+  const int error = mdb_reader_list(env->engine, hand_on, &readers);
+  return error >= 0 ? uint32_t{ROV_OK} : engine_fail(error, env, "list the readers");
+}
+
+}  // namespace rov

@@ -1,0 +1,166 @@
+// The store: an LMDB environment in a directory. The store*.cpp files alone include the engine's
+// header.
+//
+//   directory/
+//     format       what wrote it: format version, word size, byte order (store_format.cpp)
+//     data.mdb     the engine's file: the tables of keys.h
+//     lock.mdb     the engine's reader table
+//     writer.lock  held by the process that has a write session
+//     snapshots/   copies that are kept (store_copies.cpp)
+//
+// Every value begins with a CRC-32C over its key and the rest of it; what this layer hands out has
+// been checked. Readers are snapshots; a write is an Overlay, applied in one engine transaction by
+// store_commit, which makes the map larger when it must and applies the overlay again.
+//
+// Threads: an Env serves all threads. A Snapshot serves one at a time, inside the gate that it was
+// opened with; whoever changes the map stops the gates of all snapshots of the environment first.
+// What stays of a snapshot's engine transaction is pages numbers only: the engine adds them to the
+// base of the map at every access (0.9.24, mdb_page_get), so that it goes on reading the same
+// commit in a new map. Pointers into the old map are what must not survive; `epoch` tells.
+#ifndef DATABASE_STORE_STORE_H
+#define DATABASE_STORE_STORE_H
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "database/base/bytes.h"
+#include "database/file/verify.h"
+#include "database/handle/gate.h"
+#include "database/store/copy_name.h"
+#include "database/store/overlay.h"
+#include "database/store/pointers.h"
+#include "database/store/snapshot.h"
+
+struct MDB_env;
+struct MDB_txn;
+struct MDB_cursor;
+
+namespace rov {
+
+// Not a status of the database: the map is smaller than the newest commit. Whoever sees it leaves
+// its gate, calls store_adopt_map and tries again.
+constexpr uint32_t kMapResized = 0x4117ff01;
+
+// Whether an environment can be used.
+enum class Life : uint8_t {
+  kAlive,
+  kDying,    // damage was found, and what it was is being noted
+  kDamaged,  // the file was damaged while it was open (store_guard.h)
+  kNoMap     // the map is gone
+};
+
+struct Env {
+  MDB_env* engine = nullptr;
+  unsigned tables[kTables] = {};
+  uint32_t page_size = 0;  // of the engine's pages
+  uint32_t page_mask = 0;  // for an address's offset from the page that it is on
+  dev_t device = 0;
+  ino_t inode = 0;
+  int directory = -1;  // as long as it is open, no other directory has its numbers
+  char* path = nullptr;
+  uint32_t users = 0;  // database handles; under the registry's lock
+  bool read_only = false;
+  bool keeps_lock = false;  // the dead engine still holds its lock for writers
+  std::atomic<Life> life{Life::kAlive};
+  char damage[200] = {};  // what was found, when kDamaged
+  size_t map_limit = 0;
+  int lock_file = -1;
+  pthread_mutex_t reserve_mutex;  // held by who changes the reservation in the lock file
+
+  // Held by whoever commits or changes the map. Taken before `mutex`.
+  pthread_mutex_t commit_lock;
+  uint64_t file_bytes = 0;  // under it: length of the data file when it was looked at last
+
+  pthread_mutex_t mutex;
+  // Under `mutex`:
+  pthread_cond_t writer_gone;
+  bool writer = false;        // a write session of this process holds or waits for the writer lock
+  uint32_t commits = 0;       // since the last look for dead readers
+  Snapshot* open = nullptr;   // snapshots in use
+  Snapshot* spare = nullptr;  // and those whose engine transactions wait to be used again
+  uint32_t spares = 0;
+  VerifyReport verified;  // when it was opened; page size 0: it was not, or somebody has been told
+
+  PointerTable pointers;
+  Env* next = nullptr;
+};
+
+// Opens the environment in `path`, or finds it open already in this process. Counted: every success
+// needs a store_close. flags: ROV_DB_NO_CREATE, ROV_DB_RDONLY.
+uint32_t store_open(const char* path, uint32_t flags, Env** env);
+void store_close(Env* env);
+
+// Makes the map as large as the newest commit needs. The caller is outside every gate.
+uint32_t store_adopt_map(Env* env);
+
+// Rewrites the data file of a database that nobody has open, without free pages. The lengths of the
+// file go to *before and
+// *after.
+uint32_t store_compact(const char* path, uint64_t* before, uint64_t* after);
+
+// ---- Snapshots: one commit, read as often as wanted ---------------------------------------------
+
+// The newest commit, read inside `gate` from now on. The caller is outside every gate.
+uint32_t snapshot_open(Env* env, Gate* gate, Snapshot** out);
+// The caller is outside the gate, which lets nobody in any more.
+void snapshot_close(Snapshot* snapshot);
+// Moves the snapshot to the newest commit, if it is not there. kMapResized: it is on no commit now;
+// renew it again after store_adopt_map.
+uint32_t snapshot_renew(Snapshot* snapshot);
+// The newest commit's number.
+uint64_t store_revision(const Env* env);
+
+// ---- Writing ------------------------------------------------------------------------------------
+
+// How somebody waits for the right to write.
+struct WriterWait {
+  uint32_t wait_ms;     // at most; 0xffffffff: for ever
+  uint32_t retry_ms;    // how often other processes are looked at
+  void (*meanwhile)();  // called now and then while a thread of this process has it; may be NULL
+  uint64_t user;        // who it is for: a client's identity and a process (changes.h)
+};
+
+// Takes the right to write, over all processes; a reservation for the user is used up by that.
+// ROV_ERR_BUSY when somebody else kept it, or it stayed reserved for somebody else.
+uint32_t writer_lock(Env* env, const WriterWait& wait);
+void writer_unlock(Env* env);
+// Verifies the data file of an open environment (verify.h) while nobody writes.
+uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report);
+// Reserves the right to write for that user's next time, in place of an earlier reservation: for at
+// most so many seconds, and as long as the user's process is there. 0 takes it back.
+uint32_t writer_reserve(Env* env, uint64_t user, uint32_t seconds);
+
+// Applies the overlay to commit `base` and makes it durable. Needs the writer lock, and no gate.
+// The new commit's number goes to *revision when it is not NULL. On failure nothing was changed.
+// Seals the overlay's values: they are not to be read after that.
+uint32_t store_commit(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision);
+
+// ---- Snapshots that are kept: copies of a commit ------------------------------------------------
+
+// The directory of a copy.
+struct CopyPlace {
+  char path[4096];
+};
+
+// Where the copy of that name is, made of the newest commit when there was none. ROV_ERR_READ_ONLY
+// when it cannot be made.
+uint32_t copies_get(Env* env, const CopyName& name, CopyPlace* place);
+// Removes the copy of that name and those below it. ROV_ERR_NO_ITEM, noted, when there is none.
+uint32_t copies_remove(Env* env, const CopyName& name);
+// The path of the first copy behind `after`. ROV_ERR_NO_ITEM, noted, past the last.
+uint32_t copies_next(Env* env, const char* after, char (&path)[kCopyNameRoom]);
+
+// ---- Readers ------------------------------------------------------------------------------------
+
+// Gives the reader slots of processes that died back.
+void store_check_readers(Env* env);
+// Hands `out` a table of the reader slots in use, over all processes: process, thread, and the
+// commit that each one reads, by which its age can be told.
+uint32_t store_readers(Env* env, void (*out)(const char* text, void* arg), void* arg);
+
+}  // namespace rov
+
+#endif

@@ -1,0 +1,77 @@
+// What is known of criterion and action types: their names, how their arguments are laid out, and
+// how both read as text.
+#ifndef POLICY_BASE_CRITERIA_H
+#define POLICY_BASE_CRITERIA_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "policy/base/criteria_codes.h"
+
+namespace qimctl {
+
+// The layout of a criterion's arguments. Integers are big-endian.
+enum class Encoding {
+  none,         // no arguments: the packet has the header
+  u8,           // 1 byte
+  u16,          // 2 bytes
+  u16_hex,      // the same, read as hexadecimal
+  u32,          // 4 bytes
+  ipv4_flags,   // 1 byte: the three flags of the IPv4 header, reserved 4, fragment 2, more 1
+  tcp_flags,    // 1 byte: the flags of the TCP header, cwr 0x80 down to fin 0x01
+  mac,          // 6 bytes of address, 6 bytes of mask; bits that the mask clears are 0 in both
+  ipv4_prefix,  // 4 bytes of network, 1 byte of prefix length
+  ipv6_prefix,  // 16 bytes of network, 1 byte of prefix length
+  ports,        // 1 byte PortOperator, u16 first port, u16 last port (the same one but for a range)
+  bytes,        // as many as there are
+  interface,    // u32 interface index, then the interface's name in UTF-8
+};
+
+// A criterion type. `name` is header and field with a dot between them, the header alone for field
+// 0. For integers min and max bound the value, for Encoding::bytes the length.
+struct CriterionKind {
+  uint32_t type;
+  Header header;
+  std::string_view name;
+  Encoding encoding;
+  uint32_t min;
+  uint32_t max;
+
+  std::string_view field() const;  // the name behind the dot, "" for field 0
+};
+
+// Every known criterion type, in ascending order of type.
+std::span<const CriterionKind> criterion_kinds();
+// nullptr when it is not known.
+const CriterionKind* find_criterion_kind(uint32_t type);
+const CriterionKind* find_criterion_kind(std::string_view name);
+
+// "ipv4", "tcp", ...
+std::string_view header_name(Header header);
+
+// A flag of Encoding::ipv4_flags or tcp_flags, and its bit.
+struct FlagName {
+  std::string_view name;
+  uint8_t bit;
+};
+std::span<const FlagName> flag_names(Encoding encoding);
+
+// A named operator of Encoding::ports. A range has no name: it is told by its two ports.
+struct OperatorName {
+  std::string_view name;
+  PortOperator code;
+};
+std::span<const OperatorName> port_operators();
+
+// "ipv4.protocol 6", "tcp.destination-port 1024-2047"; a type that is not known, or arguments that
+// do not have its layout, read "0x1234 args 0a0b".
+std::string criterion_text(uint32_t type, std::span<const uint8_t> args);
+
+// "accept", "log-syslog", ...; "" when the type is not known. Serves qim_def_t.type too.
+std::string_view action_name(uint32_t type);
+
+}  // namespace qimctl
+
+#endif

@@ -1,0 +1,205 @@
+#include "policy/formats/native/node_json.h"
+
+#include <span>
+
+#include "policy/base/criteria.h"
+#include "policy/base/dsetname.h"
+#include "policy/base/json_value.h"
+#include "policy/base/names.h"
+#include "policy/base/text.h"
+#include "schema/rows.h"
+
+namespace qimctl {
+
+namespace {
+
+using nlohmann::ordered_json;
+using qim::schema::Coding;
+using qim::schema::Record;
+using qim::schema::Row;
+using qim::schema::Slot;
+
+const Record* body_of(uint32_t type) {
+  const qim::schema::NodeType* known = qim::schema::node_type(type);
+  return known == nullptr ? nullptr : known->body;
+}
+
+// A count or the like, which the library fills in by itself.
+bool is_computed(const Row& row) {
+  const std::string name = row.name;
+  return row.copied && row.coding == Coding::none && row.slot == Slot::none && row.width <= 8 &&
+         !name.starts_with("reserved") && name.find('.') == std::string::npos;
+}
+
+ordered_json criterion_to_json(const qim_criterion_t& criterion) {
+  ordered_json value;
+  value["type"] = criterion.type;
+  value["args"] = hex_bytes(criterion.args, criterion.args_len);
+  if (find_criterion_kind(criterion.type) != nullptr) {
+    value["comment"] = criterion_text(criterion.type, {criterion.args, criterion.args_len});
+  }
+  return value;
+}
+
+ordered_json criteria_to_json(const qim_criterion_t* first) {
+  ordered_json list = ordered_json::array();
+  for (const qim_criterion_t* criterion = first; criterion != nullptr;
+       criterion = criterion->next) {
+    list.push_back(criterion_to_json(*criterion));
+  }
+  return list;
+}
+
+// The variable part that hangs on a pointer of the body.
+ordered_json variable_to_json(const Row& row, const qim_node_t& record) {
+  if (row.coding == Coding::list) return criteria_to_json(record.body.filter.crit);
+  if (record.type == QIM_NODE_ACTION) {
+    return hex_bytes(record.body.action.args, record.body.action.args_len);
+  }
+  return hex_bytes(record.body.def.args, record.body.def.args_len);
+}
+
+ordered_json body_to_json(const qim_node_t& record, bool variable_parts) {
+  ordered_json body = ordered_json::object();
+  const Record* rows = body_of(record.type);
+  if (rows == nullptr) return body;
+  for (const Row& row : *rows) {
+    if (is_input(row)) body[row.name] = row_to_json(row, &record.body);
+    const bool variable = row.coding == Coding::list || row.coding == Coding::args;
+    if (variable && variable_parts) body[row.name] = variable_to_json(row, record);
+  }
+  return body;
+}
+
+ordered_json link_to_json(const qim_link_t& link) {
+  if (link.node2 == 0 && link.val == 0 && link.tag == 0) return node_id_text(link.node);
+  ordered_json value;
+  value["node"] = node_id_text(link.node);
+  if (link.node2 != 0) value["node2"] = node_id_text(link.node2);
+  if (link.val != 0) value["val"] = link.val;
+  if (link.tag != 0) value["tag"] = link.tag;
+  return value;
+}
+
+void add_computed(const Record& rows, const void* record, ordered_json& computed) {
+  for (const Row& row : rows) {
+    if (is_computed(row)) computed[row.name] = row_to_json(row, record);
+  }
+}
+
+ordered_json computed_to_json(const qim_node_t& record) {
+  ordered_json computed;
+  add_computed(qim::schema::node, &record, computed);
+  // These two lead the node's own description.
+  computed.erase("id");
+  computed.erase("type");
+  const Record* rows = body_of(record.type);
+  if (rows != nullptr) add_computed(*rows, &record.body, computed);
+  return computed;
+}
+
+bool is_data_set(uint32_t type) {
+  return type == QIM_NODE_DSET || type == QIM_NODE_DSET_NONAME;
+}
+
+ordered_json head_to_json(const qim_node_t& record, bool variable_parts) {
+  ordered_json value;
+  value["id"] = node_id_text(record.id);
+  value["type"] = node_type_name(record.type);
+  if (is_data_set(record.type)) return value;
+  for (const Row& row : qim::schema::node) {
+    if (is_input(row)) value[row.name] = row_to_json(row, &record);
+  }
+  const ordered_json body = body_to_json(record, variable_parts);
+  if (!body.empty()) value["body"] = body;
+  return value;
+}
+
+void append(std::string& text, const std::string& part) {
+  if (!text.empty() && !part.empty()) text += ", ";
+  text += part;
+}
+
+bool is_zero(const ordered_json& value) {
+  if (!value.is_object()) return value == 0;
+  for (const ordered_json& member : value) {
+    if (member != 0) return false;
+  }
+  return true;
+}
+
+// " (accept)" behind the type of an action or a default, which share their types.
+std::string type_note(const qim_node_t& record) {
+  std::string_view name;
+  if (record.type == QIM_NODE_ACTION) name = action_name(record.body.action.type);
+  if (record.type == QIM_NODE_DEF) name = action_name(record.body.def.type);
+  return name.empty() ? "" : " (" + std::string(name) + ")";
+}
+
+std::string member_summary(const Row& row, const qim_node_t& record) {
+  const ordered_json value = row_to_json(row, &record.body);
+  if (is_zero(value)) return "";
+  const bool type = row.tlv_id != 0 && std::string_view(row.name) == "type";
+  return row.name + (" " + inline_text(value)) + (type ? type_note(record) : "");
+}
+
+}  // namespace
+
+ordered_json node_to_json(const NodeImage& image) {
+  ordered_json value = head_to_json(image.record, true);
+  if (!image.links.empty()) {
+    ordered_json& links = value["links"];
+    for (const qim_link_t& link : image.links) links[slot_name(link.field)] = link_to_json(link);
+  }
+  if (image.dset) value["dset"] = dset_to_json(*image.dset);
+  if (image.record.priv_len != 0) {
+    value["priv"] = hex_bytes(image.record.priv_buf, image.record.priv_len);
+  }
+  value["computed"] = computed_to_json(image.record);
+  return value;
+}
+
+ordered_json record_to_json(const qim_node_t& record) {
+  ordered_json value = head_to_json(record, false);
+  if (has_dset(record)) value["dset"] = dset_to_json(name_of(record.body.pinst.fields));
+  value["computed"] = computed_to_json(record);
+  return value;
+}
+
+std::string body_summary(const qim_node_t& record) {
+  std::string text;
+  if (has_dset(record)) append(text, dset_text(record.body.pinst.fields));
+  const Record* rows = body_of(record.type);
+  if (rows == nullptr) return text;
+  for (const Row& row : *rows) {
+    if (is_input(row) || is_computed(row)) append(text, member_summary(row, record));
+  }
+  return text;
+}
+
+std::string private_text(const void* data, size_t length) {
+  const std::string text(static_cast<const char*>(data), length);
+  return !text.empty() && printable(text) == text ? '"' + text + '"' : "";
+}
+
+std::string named_summary(const std::string& private_text, const qim_node_t& record) {
+  std::string text = private_text;
+  append(text, body_summary(record));
+  return text;
+}
+
+std::string node_summary(const NodeImage& image) {
+  qim_node_t record = image.record;
+  std::string text = private_text(record.priv_buf, record.priv_len);
+  if (record.type == QIM_NODE_FILTER) {
+    for (const auto* criterion = record.body.filter.crit; criterion != nullptr;
+         criterion = criterion->next) {
+      append(text, criterion_text(criterion->type, {criterion->args, criterion->args_len}));
+    }
+    record.body.filter.crit_cnt = 0;
+    record.body.filter.crit_bytes = 0;
+  }
+  return named_summary(text, record);
+}
+
+}  // namespace qimctl

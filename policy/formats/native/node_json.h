@@ -1,0 +1,33 @@
+// Nodes as JSON.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "policy/store/node_image.h"
+
+namespace qimctl {
+
+// The node in the native format, followed by a member "computed" with what the library and the
+// database count and keep for it. Criteria of known types carry a comment that says what they
+// match.
+nlohmann::ordered_json node_to_json(const NodeImage& image);
+
+// What qim_node_read alone tells of a node, for lists: identifier, type, group, flags, body,
+// data-set name and counts.
+nlohmann::ordered_json record_to_json(const qim_node_t& record);
+
+// A record's body in one line: "match True, nomatch Next, crit_cnt 2". Members that are 0 are left
+// out.
+std::string body_summary(const qim_node_t& record);
+
+// The same with private data that reads as text in front.
+std::string named_summary(const std::string& private_text, const qim_node_t& record);
+
+// The same of a whole node, with its criteria in place of their count.
+std::string node_summary(const NodeImage& image);
+
+// Private data in quotes when it reads as text, "" when it does not or there is none.
+std::string private_text(const void* data, size_t length);
+
+}  // namespace qimctl

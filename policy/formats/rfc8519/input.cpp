@@ -1,0 +1,218 @@
+#include "policy/formats/rfc8519/input.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "policy/base/json_text.h"
+
+namespace qimctl::rfc8519 {
+
+namespace {
+
+constexpr std::string_view own_prefix = "ietf-access-control-list:";
+
+// The characters of a UTF-8 text, which the JSON parser has checked.
+size_t characters(const std::string& text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
+  }));
+}
+
+// What RFC 7950 section 9.4 leaves out of strings, as far as it is a control character.
+bool forbidden(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 && c != '\t' && c != '\n' && c != '\r';
+}
+
+// The value of a base64 digit (RFC 4648 section 4), 64 for any other character.
+uint32_t base64_digit(char c) {
+  constexpr std::string_view digits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const size_t at = digits.find(c);
+  return at == std::string_view::npos ? 64 : static_cast<uint32_t>(at);
+}
+
+// Padding is required, and the bits that it leaves over must be zero, so that every byte string has
+// one spelling.
+std::optional<std::vector<uint8_t>> decode_base64(std::string_view text) {
+  std::vector<uint8_t> bytes;
+  if (text.size() % 4 != 0) return {};
+  for (size_t i = 0; i < text.size(); i += 4) {
+    const bool last = i + 4 == text.size();
+    const size_t used = !last || text[i + 3] != '=' ? 4 : text[i + 2] != '=' ? 3 : 2;
+    uint32_t bits = 0;
+    for (size_t k = 0; k < 4; k++) {
+      const uint32_t digit = k < used ? base64_digit(text[i + k]) : 0;
+      if (digit == 64) return {};
+      bits = bits << 6 | digit;
+    }
+    if ((bits & ((1u << (8 * (4 - used))) - 1)) != 0) return {};
+    for (size_t k = 0; k + 1 < used; k++)
+      bytes.push_back(static_cast<uint8_t>(bits >> (16 - 8 * k)));
+  }
+  return bytes;
+}
+
+std::string range_text(uint32_t min, uint32_t max) {
+  return std::to_string(min) + " to " + std::to_string(max);
+}
+
+}  // namespace
+
+void Notes::problem(const std::string& path, std::string message) {
+  problems_.push_back({place(path), std::move(message)});
+}
+
+void Notes::finding(Fate fate, const std::string& path, std::string what) {
+  findings_.push_back({fate, place(path), std::move(what)});
+}
+
+Object::Object(Notes& notes, const Value& value, std::string_view what,
+               const std::vector<std::string_view>& known)
+    : path_(value.path), what_(what) {
+  if (!value.json->is_object()) {
+    notes.problem(path_, what_ + " must be an object, not " + kind_of(*value.json));
+    return;
+  }
+  for (const auto& [spelled, json] : value.json->items()) {
+    const std::string path = pointer_to(path_, spelled);
+    std::string name = spelled;
+    if (name.starts_with(own_prefix)) name.erase(0, own_prefix.size());
+    if (name.starts_with('@')) {
+      notes.finding(Fate::skipped, path, "annotation " + in_quotes(spelled) + " left out");
+    } else if (name.find(':') != std::string::npos) {
+      foreign_.push_back({spelled, path});
+    } else if (std::find(known.begin(), known.end(), name) == known.end()) {
+      notes.problem(path, "unknown member " + in_quotes(spelled) + " of " + what_ +
+                              "; it may have " + alternatives(known));
+    } else if (!members_.emplace(name, Value{&json, path}).second) {
+      notes.problem(path,
+                    in_quotes(name) + " comes twice, with and without its prefix; remove one");
+    }
+  }
+}
+
+Value Object::find(std::string_view name) const {
+  const auto found = members_.find(name);
+  return found == members_.end() ? Value{} : found->second;
+}
+
+Value Object::require(Notes& notes, std::string_view name) const {
+  Value value = find(name);
+  if (!value) notes.problem(path_, what_ + " needs " + in_quotes(name) + ", which is missing");
+  return value;
+}
+
+std::vector<Value> elements(Notes& notes, const Value& list) {
+  std::vector<Value> found;
+  if (!list) return found;
+  if (!list.json->is_array()) {
+    notes.problem(list.path, "must be an array, not " + kind_of(*list.json));
+    return found;
+  }
+  found.reserve(list.json->size());
+  for (size_t i = 0; i < list.json->size(); i++) {
+    found.push_back({&(*list.json)[i], pointer_to(list.path, i)});
+  }
+  return found;
+}
+
+std::optional<uint32_t> read_number(Notes& notes, const Value& leaf, uint32_t min, uint32_t max) {
+  const nlohmann::json& json = *leaf.json;
+  const std::string wanted = "must be a whole number, " + range_text(min, max);
+  if (!json.is_number()) {
+    notes.problem(leaf.path, wanted + ", not " + kind_of(json));
+    return {};
+  }
+  if (!json.is_number_unsigned() || json.get<uint64_t>() < min || json.get<uint64_t>() > max) {
+    notes.problem(leaf.path, "is " + json.dump() + ", but " + wanted);
+    return {};
+  }
+  return json.get<uint32_t>();
+}
+
+std::optional<std::string> read_string(Notes& notes, const Value& leaf) {
+  if (!leaf.json->is_string()) {
+    notes.problem(leaf.path, "must be a string, not " + kind_of(*leaf.json));
+    return {};
+  }
+  auto text = leaf.json->get<std::string>();
+  if (std::any_of(text.begin(), text.end(), forbidden)) {
+    notes.problem(leaf.path, "holds a control character; remove it");
+    return {};
+  }
+  return text;
+}
+
+std::optional<std::string> read_name(Notes& notes, const Value& leaf, size_t max) {
+  std::optional<std::string> text = read_string(notes, leaf);
+  if (!text) return {};
+  if (text->empty()) {
+    notes.problem(leaf.path, "must not be empty");
+    return {};
+  }
+  const size_t length = characters(*text);
+  if (length > max) {
+    notes.problem(leaf.path, "is " + std::to_string(length) +
+                                 " characters long, but must not be "
+                                 "longer than " +
+                                 std::to_string(max));
+    return {};
+  }
+  return text;
+}
+
+std::optional<std::vector<uint8_t>> read_binary(Notes& notes, const Value& leaf) {
+  const std::optional<std::string> text = read_string(notes, leaf);
+  if (!text) return {};
+  std::optional<std::vector<uint8_t>> bytes = decode_base64(*text);
+  if (!bytes) notes.problem(leaf.path, in_quotes(*text) + " is not base64, which it must be");
+  return bytes;
+}
+
+std::optional<Identity> read_identity(Notes& notes, const Value& leaf) {
+  const std::optional<std::string> text = read_string(notes, leaf);
+  if (!text) return {};
+  if (text->starts_with(own_prefix)) return Identity{text->substr(own_prefix.size()), false};
+  return Identity{*text, text->find(':') != std::string::npos};
+}
+
+std::string kind_of(const nlohmann::json& json) {
+  switch (json.type()) {
+    case nlohmann::json::value_t::null:
+      return "null";
+    case nlohmann::json::value_t::object:
+      return "an object";
+    case nlohmann::json::value_t::array:
+      return "an array";
+    case nlohmann::json::value_t::string:
+      return "a string";
+    case nlohmann::json::value_t::boolean:
+      return "true or false";
+    default:
+      return "a number";
+  }
+}
+
+std::string alternatives(const std::vector<std::string_view>& names) {
+  std::string text;
+  for (size_t i = 0; i < names.size(); i++) {
+    if (i != 0) text += i + 1 == names.size() ? " or " : ", ";
+    text += in_quotes(names[i]);
+  }
+  return text;
+}
+
+std::string in_quotes(std::string_view text) {
+  constexpr size_t longest = 80;
+  std::string shown(text.substr(0, longest));
+  if (text.size() > longest) {
+    while (!shown.empty() && (static_cast<unsigned char>(text[shown.size()]) & 0xc0) == 0x80) {
+      shown.pop_back();
+    }
+    shown += "...";
+  }
+  return '"' + shown + '"';
+}
+
+}  // namespace qimctl::rfc8519

@@ -1,0 +1,168 @@
+// The matches of an entry as criteria.
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "policy/formats/rfc8519/leaves.h"
+#include "policy/formats/rfc8519/reader.h"
+
+namespace qimctl::rfc8519 {
+
+namespace {
+
+constexpr std::array headers{Header::eth, Header::ipv4, Header::ipv6,
+                             Header::tcp, Header::udp,  Header::icmp};
+
+constexpr std::string_view mask_suffix = "-mask";
+
+std::vector<const CriterionKind*> fields_of(Header header) {
+  std::vector<const CriterionKind*> fields;
+  for (const CriterionKind& kind : criterion_kinds()) {
+    if (kind.header == header && !kind.field().empty()) fields.push_back(&kind);
+  }
+  return fields;
+}
+
+std::string mask_name(const CriterionKind& kind) {
+  return std::string(kind.field()).append(mask_suffix);
+}
+
+// One level of an entry's matches.
+class MatchReader {
+ public:
+  MatchReader(Reading& reading, std::vector<Obstacle>& obstacles)
+      : reading_(reading), notes_(reading.notes), obstacles_(obstacles) {}
+
+  void read(const Value& matches, const ListType& type);
+  std::vector<Criterion> take() { return std::move(criteria_); }
+
+ private:
+  void read_header(Header header, const Value& value);
+  void read_field(const CriterionKind& kind, const Object& object);
+  void read_ports_field(const CriterionKind& kind, const Value& value);
+  void read_mac_field(const CriterionKind& kind, const Object& object);
+  void read_interface(const CriterionKind& kind, const Value& leaf);
+  void add(const CriterionKind& kind, std::optional<std::vector<uint8_t>> args);
+  void check_choice(const Object& matches, const std::vector<std::string_view>& cases);
+  void check_type(const Object& matches, const ListType& type, Header header, uint32_t bit);
+
+  Reading& reading_;
+  Notes& notes_;
+  std::vector<Obstacle>& obstacles_;
+  std::vector<Criterion> criteria_;
+};
+
+void MatchReader::read(const Value& matches, const ListType& type) {
+  std::vector<std::string_view> known;
+  known.reserve(headers.size());
+  for (const Header header : headers) known.push_back(header_name(header));
+  const std::vector<const CriterionKind*> interfaces = fields_of(Header::interface);
+  for (const CriterionKind* kind : interfaces) known.push_back(kind->field());
+  const Object object(notes_, matches, "\"matches\"", known);
+  note_obstacles(object, obstacles_);
+  check_choice(object, {"ipv4", "ipv6"});
+  check_choice(object, {"tcp", "udp", "icmp"});
+  check_type(object, type, Header::eth, acl_type_eth);
+  check_type(object, type, Header::ipv4, acl_type_ipv4);
+  check_type(object, type, Header::ipv6, acl_type_ipv6);
+  for (const CriterionKind* kind : interfaces) {
+    if (const Value leaf = object.find(kind->field())) read_interface(*kind, leaf);
+  }
+  for (const Header header : headers) {
+    if (const Value value = object.find(header_name(header))) read_header(header, value);
+  }
+}
+
+void MatchReader::check_choice(const Object& matches, const std::vector<std::string_view>& cases) {
+  std::vector<std::string_view> present;
+  for (const std::string_view name : cases) {
+    if (matches.find(name)) present.push_back(name);
+  }
+  if (present.size() < 2) return;
+  std::string names = in_quotes(present[0]);
+  for (size_t i = 1; i < present.size(); i++) names += " and " + in_quotes(present[i]);
+  notes_.problem(matches.path(), names + " exclude each other; keep one");
+}
+
+void MatchReader::check_type(const Object& matches, const ListType& type, Header header,
+                             uint32_t bit) {
+  const Value value = matches.find(header_name(header));
+  if (!value || !type.checked || (type.bits & bit) != 0) return;
+  const std::string name = in_quotes(header_name(header));
+  const std::string has =
+      type.name.empty() ? "has no \"type\"" : "is of the type " + in_quotes(type.name);
+  notes_.problem(value.path, name + " cannot be matched in an access list that " + has +
+                                 "; give the list a \"type\" that includes " + name);
+}
+
+// A header that says nothing about its fields still has to be there.
+void MatchReader::read_header(Header header, const Value& value) {
+  const std::vector<const CriterionKind*> fields = fields_of(header);
+  std::vector<std::string> masks;
+  for (const CriterionKind* kind : fields) {
+    if (kind->encoding == Encoding::mac) masks.push_back(mask_name(*kind));
+  }
+  std::vector<std::string_view> known(masks.begin(), masks.end());
+  for (const CriterionKind* kind : fields) known.push_back(kind->field());
+  const Object object(notes_, value, in_quotes(header_name(header)), known);
+  note_obstacles(object, obstacles_);
+  const size_t before = criteria_.size();
+  for (const CriterionKind* kind : fields) read_field(*kind, object);
+  if (criteria_.size() == before) criteria_.push_back({static_cast<uint32_t>(header), {}});
+}
+
+void MatchReader::read_field(const CriterionKind& kind, const Object& object) {
+  if (kind.encoding == Encoding::mac) return read_mac_field(kind, object);
+  const Value value = object.find(kind.field());
+  if (!value) return;
+  if (kind.encoding == Encoding::ports) return read_ports_field(kind, value);
+  add(kind, read_args(notes_, kind, value));
+}
+
+// An empty container is the same as none.
+void MatchReader::read_ports_field(const CriterionKind& kind, const Value& value) {
+  const Object ports(notes_, value, in_quotes(kind.field()),
+                     {"operator", "port", "lower-port", "upper-port"});
+  note_obstacles(ports, obstacles_);
+  if (value.json->is_object() && !value.json->empty() && ports.foreign().empty()) {
+    add(kind, read_ports(notes_, ports));
+  }
+}
+
+void MatchReader::read_mac_field(const CriterionKind& kind, const Object& object) {
+  const Value address = object.find(kind.field());
+  const Value mask = object.find(mask_name(kind));
+  if (address) return add(kind, read_mac(notes_, address, mask));
+  if (mask) obstacles_.push_back({mask.path, "a mask without an address to compare with"});
+}
+
+void MatchReader::read_interface(const CriterionKind& kind, const Value& leaf) {
+  const auto name = read_name(notes_, leaf, std::string::npos);
+  if (!name) return;
+  const uint32_t index = reading_.interfaces.index(notes_, *name, leaf.path);
+  std::vector<uint8_t> args;
+  for (const int shift : {24, 16, 8, 0}) args.push_back(static_cast<uint8_t>(index >> shift));
+  args.insert(args.end(), name->begin(), name->end());
+  add(kind, std::move(args));
+}
+
+void MatchReader::add(const CriterionKind& kind, std::optional<std::vector<uint8_t>> args) {
+  if (args) criteria_.push_back({kind.type, std::move(*args)});
+}
+
+}  // namespace
+
+std::vector<Criterion> read_matches(Reading& reading, const Value& matches, const ListType& type,
+                                    std::vector<Obstacle>& obstacles) {
+  MatchReader reader(reading, obstacles);
+  reader.read(matches, type);
+  return reader.take();
+}
+
+void note_obstacles(const Object& object, std::vector<Obstacle>& obstacles) {
+  for (const Foreign& member : object.foreign()) {
+    obstacles.push_back({member.path, in_quotes(member.name) + " of another model"});
+  }
+}
+
+}  // namespace qimctl::rfc8519

@@ -1,0 +1,94 @@
+#include "policy/formats/rfc8519/rfc8519.h"
+
+#include <utility>
+
+#include "policy/base/json_text.h"
+#include "policy/formats/rfc8519/nodes.h"
+#include "policy/formats/rfc8519/reader.h"
+
+namespace qimctl {
+
+namespace {
+
+using rfc8519::in_quotes;
+using rfc8519::Notes;
+using rfc8519::Value;
+
+// Finds the access lists in `document`, and what lies beside them on the way there.
+class RootFinder {
+ public:
+  explicit RootFinder(Notes& notes) : notes_(notes) {}
+
+  // Nothing, with a problem reported, unless they are there once.
+  Value find(const nlohmann::json& document) {
+    search({&document, ""});
+    if (!found_) {
+      notes_.problem("", "has no access lists; they are in a member " + in_quotes(rfc8519_root));
+    }
+    return found_;
+  }
+
+ private:
+  // True when `value` is or holds the access lists.
+  bool search(const Value& value) {
+    if (!value.json->is_object()) return false;
+    bool here = false;
+    std::vector<std::pair<std::string, std::string>> beside;  // name and path
+    for (const auto& [name, json] : value.json->items()) {
+      const Value member{&json, pointer_to(value.path, name)};
+      if (name == rfc8519_root) {
+        take(member);
+        here = true;
+      } else if (search(member)) {
+        here = true;
+      } else {
+        beside.emplace_back(name, member.path);
+      }
+    }
+    if (!here) return false;
+    for (const auto& [name, path] : beside) {
+      notes_.finding(Fate::skipped, path, in_quotes(name) + " is no access list and is left out");
+    }
+    return true;
+  }
+
+  void take(const Value& value) {
+    if (found_) {
+      notes_.problem(value.path, "access lists come twice, here and at " + found_.path +
+                                     "; merge them or keep them in files of their own");
+      return;
+    }
+    found_ = value;
+  }
+
+  Notes& notes_;
+  Value found_;
+};
+
+void fill_node_lines(const std::string& text, const std::string& file, std::vector<Node>& nodes) {
+  std::vector<Place*> places;
+  places.reserve(nodes.size());
+  for (Node& node : nodes) places.push_back(&node.place);
+  fill_lines(text, file, places);
+}
+
+}  // namespace
+
+Policy read_rfc8519(const std::string& text, const std::string& file) {
+  const nlohmann::json document = parse_json(text, file);
+  rfc8519::Reading reading{Notes(file), {}, {}, {}};
+  const Value acls = RootFinder(reading.notes).find(document);
+  if (acls) read_acls(reading, acls);
+  if (!reading.notes.problems().empty()) {
+    fill_lines(text, file, reading.notes.problems());
+    throw InputError(std::move(reading.notes.problems()));
+  }
+  Policy policy;
+  policy.nodes = make_nodes(reading.model, file);
+  policy.findings = std::move(reading.notes.findings());
+  fill_node_lines(text, file, policy.nodes);
+  fill_lines(text, file, policy.findings);
+  return policy;
+}
+
+}  // namespace qimctl

@@ -1,0 +1,153 @@
+#include "policy/store/database.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "policy/base/names.h"
+#include "rov.h"
+#include "rov_edit.h"
+
+namespace qimctl {
+
+namespace {
+
+struct StatusText {
+  uint32_t status;
+  const char* name;
+  const char* text;
+};
+
+// The policy library names its statuses in its header only.
+#define QIMCTL_STATUS(name, text) \
+  { name, #name, text }
+constexpr StatusText library_statuses[] = {
+    QIMCTL_STATUS(QIM_ERR_GENERIC, "the policy library failed without saying why"),
+    QIMCTL_STATUS(QIM_ERR_NOT_SUPPORTED, "the policy library does not offer this"),
+    QIMCTL_STATUS(QIM_ERR_NODE_TYPE, "the node is of another type, or of none that is known"),
+    QIMCTL_STATUS(QIM_ERR_INTERNAL,
+                  "the node contradicts itself, such as a slot for a bare link that holds more; "
+                  "import it again"),
+    QIMCTL_STATUS(QIM_ERR_THREAD, "the thread has no library context and cannot get one"),
+    QIMCTL_STATUS(QIM_ERR_INVALID, "an argument is not valid; node identifiers are not 0"),
+    QIMCTL_STATUS(QIM_ERR_NO_EDEST, "the policy instance is not enforced there"),
+    QIMCTL_STATUS(QIM_ERR_VDC_RANGE,
+                  "the database's parameters carry a VDC number above 63; correct them"),
+    QIMCTL_STATUS(QIM_ERR_BUF_SMALL, "the node grew while it was read; try again"),
+    QIMCTL_STATUS(QIM_ERR_NOT_INIT, "the library was not started"),
+    QIMCTL_STATUS(QIM_ERR_DEST_FMT, "the destination is no interface"),
+    QIMCTL_STATUS(QIM_ERR_NO_MEM, "out of memory; free some and try again"),
+};
+#undef QIMCTL_STATUS
+
+const StatusText* library_status(uint32_t status) {
+  for (const StatusText& known : library_statuses) {
+    if (known.status == status) return &known;
+  }
+  return nullptr;
+}
+
+// The database's own words for its last failure are better than those for the status alone.
+std::string reason_of(uint32_t status) {
+  const StatusText* known = library_status(status);
+  if (known != nullptr) return known->text;
+  const std::string message = rov_err_message();
+  return message.empty() ? rov_status_text(status) : message;
+}
+
+std::string describe(uint32_t status, const std::string& attempt, const std::string& reason) {
+  return "cannot " + attempt + ": " + reason + " (" + status_name(status) + ", " +
+         hex_number(status, 8) + ")";
+}
+
+// Where nothing was ever stored. A directory that can't be looked into may hold a database.
+bool is_absent(const std::string& directory) {
+  std::error_code unknown;
+  return !std::filesystem::exists(std::filesystem::path(directory) / "data.mdb", unknown) &&
+         !unknown;
+}
+
+}  // namespace
+
+DatabaseError::DatabaseError(uint32_t status, const std::string& attempt)
+    : DatabaseError(status, attempt, reason_of(status)) {}
+
+DatabaseError::DatabaseError(uint32_t status, const std::string& attempt, const std::string& reason)
+    : std::runtime_error(describe(status, attempt, reason)), status_(status) {}
+
+std::string status_name(uint32_t status) {
+  const StatusText* known = library_status(status);
+  return known != nullptr ? known->name : rov_status_name(status);
+}
+
+void require(uint32_t status, const std::string& attempt) {
+  if (status != 0) throw DatabaseError(status, attempt);
+}
+
+void require_node(uint32_t status, const std::string& attempt) {
+  if (status != ROV_ERR_NO_ITEM) return require(status, attempt);
+  throw DatabaseError(status, attempt,
+                      "it is not in the database; 'qimctl list' names the nodes that are");
+}
+
+bool is_about_contents(uint32_t status) {
+  const bool library = status >> 16 == QIM_ERR_GENERIC >> 16;
+  return library || (status >= ROV_ERR_TLV_TRUNCATED && status <= ROV_ERR_TLV_ROOM);
+}
+
+std::string database_directory(const std::string& given) {
+  if (!given.empty()) return given;
+  const char* environment = getenv("ROV_DB");
+  return environment != nullptr && *environment != '\0' ? environment : "./qim.db";
+}
+
+Database::Database(const std::string& directory, OpenMode mode)
+    : directory_(database_directory(directory)) {
+  const std::string attempt = "open the database in " + directory_;
+  rov_parms_t parms{};
+  require(qim_db_init_parms_init(&parms, 1), attempt);
+  parms.p.db_path = directory_.c_str();
+  const uint32_t flags = mode == OpenMode::read ? uint32_t{ROV_DB_NO_CREATE} : 0;
+  const uint32_t status = qim_lib_init(0, 0, client_id, 0, &parms, 0, flags, 0, &handle_);
+  if (status == ROV_ERR_OPEN && mode == OpenMode::read && is_absent(directory_)) {
+    throw DatabaseError(status, attempt,
+                        "there is none; check the directory given with --db or in ROV_DB, or make "
+                        "the database with 'qimctl import'");
+  }
+  require(status, attempt);
+}
+
+Database::~Database() {
+  qim_lib_close(handle_, 0);
+}
+
+ReadSession::ReadSession(const Database& database) {
+  require(qim_ses_open_ro(database.handle(), &handle_),
+          "read the database in " + database.directory());
+}
+
+ReadSession::~ReadSession() {
+  rov_ses_close(handle_);
+}
+
+WriteSession::WriteSession(const Database& database) {
+  require(rov_edit_begin(database.handle(), &handle_),
+          "write to the database in " + database.directory());
+}
+
+WriteSession::~WriteSession() {
+  if (handle_ != 0) rov_edit_abandon(handle_);
+}
+
+void WriteSession::commit() {
+  const uint32_t handle = handle_;
+  handle_ = 0;  // ends here whatever the outcome
+  require(rov_edit_commit(handle), "commit the changes");
+}
+
+rov_node_id_t database_id(uint32_t id) {
+  rov_node_id_t form;
+  qim_to_rov_node_id_nochk(id, &form);
+  return form;
+}
+
+}  // namespace qimctl

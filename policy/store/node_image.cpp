@@ -1,0 +1,136 @@
+#include "policy/store/node_image.h"
+
+#include <algorithm>
+
+#include "policy/base/names.h"
+#include "rov_edit.h"
+#include "schema/rows.h"
+
+namespace qimctl {
+
+namespace {
+
+using qim::schema::NodeType;
+using qim::schema::Row;
+using qim::schema::Slot;
+
+std::string reading(uint32_t id) {
+  return "read node " + node_id_text(id);
+}
+
+size_t align8(size_t bytes) {
+  return (bytes + 7) / 8 * 8;
+}
+
+// What qim_node_readall needs beside the record.
+size_t room_for(const qim_node_t& record) {
+  size_t bytes = align8(record.priv_len);
+  if (record.type == QIM_NODE_FILTER) bytes += record.body.filter.crit_bytes;
+  if (record.type == QIM_NODE_ACTION) bytes += record.body.action.args_len;
+  if (record.type == QIM_NODE_DEF) bytes += record.body.def.args_len;
+  return align8(bytes);
+}
+
+bool carries_name(uint32_t type) {
+  return type == QIM_NODE_PINST || type == QIM_NODE_EDEST || type == QIM_NODE_DSET;
+}
+
+void add_slots(const ReadSession& session, const qim_node_t& record,
+               std::vector<qim_link_t>& links) {
+  const NodeType* type = qim::schema::node_type(record.type);
+  if (type == nullptr || type->body == nullptr) return;
+  for (const Row& row : *type->body) {
+    if (row.slot == Slot::none) continue;
+    qim_link_t link;
+    const uint32_t status = qim_link_field_get(session.handle(), record.id, row.link, &link);
+    if (status == ROV_ERR_NO_LINK) continue;
+    require(status, "read the link " + slot_name(row.link) + " of node " + node_id_text(record.id));
+    links.push_back(link);
+  }
+}
+
+// The database tells which links a node has; the library reads them.
+void add_others(const ReadSession& session, const qim_node_t& record,
+                std::vector<qim_link_t>& links) {
+  for (uint32_t n = 0; n < record.links_total; n++) {
+    rov_link_t entry;
+    const uint32_t found = rov_node_link_nth(session.handle(), database_id(record.id), n, &entry);
+    if (found == ROV_ERR_NO_LINK) return;
+    require(found, "list the links of node " + node_id_text(record.id));
+    if (has_slot(record.type, entry.field)) continue;
+    qim_link_t link;
+    require(qim_link_get(session.handle(), record.id, entry.field, &link),
+            "read the link " + slot_name(entry.field) + " of node " + node_id_text(record.id));
+    links.push_back(link);
+  }
+}
+
+}  // namespace
+
+bool has_slot(uint32_t type, uint16_t field) {
+  const NodeType* known = qim::schema::node_type(type);
+  if (known == nullptr || known->body == nullptr) return false;
+  for (const Row& row : *known->body) {
+    if (row.slot != Slot::none && row.link == field) return true;
+  }
+  return false;
+}
+
+bool has_dset(const qim_node_t& record) {
+  if (!carries_name(record.type)) return false;
+  return record.type == QIM_NODE_DSET || record.body.pinst.fields.dest.fmt != 0;
+}
+
+qim_dsetname_t name_of(const qim_pinst_fields_t& fields) {
+  qim_dsetname_t name{};
+  name.dest = fields.dest;
+  name.type = fields.type;
+  name.dir = fields.dir;
+  qim_dsetname_hton(&name);
+  return name;
+}
+
+qim_node_t read_record(const ReadSession& session, uint32_t id) {
+  qim_node_t record;
+  require_node(qim_node_read(session.handle(), id, 0, &record), reading(id));
+  return record;
+}
+
+std::vector<qim_link_t> read_links(const ReadSession& session, const qim_node_t& record) {
+  std::vector<qim_link_t> links;
+  add_slots(session, record, links);
+  if (record.links_unfixed != 0) add_others(session, record, links);
+  std::sort(links.begin(), links.end(),
+            [](const qim_link_t& a, const qim_link_t& b) { return a.field < b.field; });
+  return links;
+}
+
+std::vector<uint8_t> read_private(const ReadSession& session, const qim_node_t& record) {
+  std::vector<uint8_t> bytes(record.priv_len);
+  if (bytes.empty()) return bytes;
+  require(qim_node_priv_get(session.handle(), record.id, record.priv_len, bytes.data()),
+          "read the private data of node " + node_id_text(record.id));
+  return bytes;
+}
+
+NodeImage read_node(const ReadSession& session, uint32_t id) {
+  NodeImage image;
+  const size_t bytes = room_for(read_record(session, id));
+  image.room.resize(bytes / sizeof(uint64_t));
+  require_node(qim_node_readall(session.handle(), id, 0, &image.record, static_cast<int32_t>(bytes),
+                                image.room.data()),
+               reading(id));
+  image.links = read_links(session, image.record);
+  if (has_dset(image.record)) image.dset = name_of(image.record.body.pinst.fields);
+  return image;
+}
+
+std::optional<uint32_t> next_node_id(const ReadSession& session, uint32_t id) {
+  rov_node_parms_t parms;
+  const uint32_t status = rov_node_next(session.handle(), database_id(id), &parms);
+  if (status == ROV_ERR_NO_ITEM) return std::nullopt;
+  require(status, "list the nodes behind " + node_id_text(id));
+  return qim_from_rov_node_id(&parms.id);
+}
+
+}  // namespace qimctl

@@ -1,0 +1,195 @@
+#include "policy/store/store_policy.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "policy/base/names.h"
+#include "policy/base/progress.h"
+#include "rov_edit.h"
+
+namespace qimctl {
+
+namespace {
+
+bool is_dset_node(const Node& node) {
+  return node.record.type == QIM_NODE_DSET || node.record.type == QIM_NODE_DSET_NONAME;
+}
+
+// The record of a node as the codec takes it: its pointers lead into the node and into this object.
+// Nothing is written through them.
+class EncodableRecord {
+ public:
+  explicit EncodableRecord(const Node& node)
+      : record_(node.record), criteria_(node.criteria.size()) {
+    qim_node_body_t& body = record_.body;
+    if (record_.type == QIM_NODE_ACTION) attach(node.args, body.action);
+    if (record_.type == QIM_NODE_DEF) attach(node.args, body.def);
+    if (record_.type == QIM_NODE_FILTER) attach(node.criteria, body.filter);
+  }
+  EncodableRecord(const EncodableRecord&) = delete;
+  EncodableRecord& operator=(const EncodableRecord&) = delete;
+
+  const qim_node_t* get() const { return &record_; }
+
+ private:
+  template <typename Record>
+  static void attach(const std::vector<uint8_t>& args, Record& record) {
+    record.args_len = static_cast<uint32_t>(args.size());
+    record.args = args.empty() ? nullptr : const_cast<uint8_t*>(args.data());
+  }
+
+  void attach(const std::vector<Criterion>& criteria, qim_filter_t& filter) {
+    for (size_t i = 0; i < criteria.size(); i++) {
+      criteria_[i].type = criteria[i].type;
+      criteria_[i].next = i + 1 < criteria.size() ? &criteria_[i + 1] : nullptr;
+      attach(criteria[i].args, criteria_[i]);
+    }
+    filter.crit = criteria_.empty() ? nullptr : criteria_.data();
+  }
+
+  qim_node_t record_;
+  std::vector<qim_criterion_t> criteria_;
+};
+
+class Writer {
+ public:
+  Writer(const std::vector<Policy>& policies, uint32_t session, const StoreOptions& options)
+      : policies_(policies), session_(session), options_(options) {}
+
+  StoreCounts write() {
+    make_room();
+    refuse_if_any();
+    Progress progress("storing nodes", known_.size(), options_.progress);
+    each_node([&](const Node& node) {
+      put_node(node);
+      progress.step();
+    });
+    each_node([this](const Node& node) {
+      for (const Link& link : node.links) put_link(node, link);
+    });
+    refuse_if_any();
+    return counts_;
+  }
+
+ private:
+  template <typename Visit>
+  void each_node(Visit visit) const {
+    for (const Policy& policy : policies_) {
+      for (const Node& node : policy.nodes) visit(node);
+    }
+  }
+
+  static std::string attempt(const char* verb, const Node& node) {
+    return std::string(verb) + " node " + node_id_text(node.id);
+  }
+
+  void report(const Node& node, const std::string& message) {
+    problems_.push_back({node.place, "node " + node_id_text(node.id) + " " + message});
+  }
+
+  void refuse_if_any() {
+    if (!problems_.empty()) throw InputError(std::move(problems_));
+  }
+
+  bool stored(uint32_t id) const {
+    rov_node_parms_t parms;
+    const uint32_t status = rov_node_parms_get(session_, database_id(id), &parms);
+    if (status == ROV_ERR_NO_ITEM) return false;
+    require(status, "look for node " + node_id_text(id));
+    return true;
+  }
+
+  // Finds the nodes that the database has already, and removes them if that is wanted.
+  void make_room() {
+    each_node([this](const Node& node) {
+      known_.insert(node.id);
+      if (!stored(node.id)) return;
+      if (!options_.replace) {
+        report(node, "is in the database already; import with --replace to replace it");
+        return;
+      }
+      require(rov_edit_node_del(session_, database_id(node.id)), attempt("replace", node));
+      counts_.replaced++;
+    });
+  }
+
+  void put_node(const Node& node) {
+    const std::vector<uint8_t> tlv = encode_node(node);
+    rov_edit_node_t form{};
+    form.id = database_id(node.id);
+    form.flags = database_flags(node);
+    form.tlv_len = static_cast<uint32_t>(tlv.size());
+    form.tlv = tlv.empty() ? nullptr : tlv.data();
+    form.dset_len = node.dset ? static_cast<uint32_t>(sizeof(*node.dset)) : 0;
+    form.dset = node.dset ? &*node.dset : nullptr;
+    require(rov_edit_node_put(session_, &form), attempt("store", node));
+    if (!node.priv.empty()) {
+      require(qim_node_priv_set(session_, node.id, node.priv.data(),
+                                static_cast<uint32_t>(node.priv.size())),
+              attempt("store the private data of", node));
+    }
+    for (const ClientData& other : node.clients) {
+      require(rov_edit_priv_put(session_, form.id, other.client, other.data.data(),
+                                static_cast<uint32_t>(other.data.size())),
+              attempt("store other clients' private data of", node));
+    }
+    counts_.nodes++;
+  }
+
+  void put_link(const Node& node, const Link& link) {
+    check_target(node, link, link.node);
+    if (link.node2 != 0) check_target(node, link, link.node2);
+    rov_link_t form{};
+    form.owner = database_id(node.id);
+    form.field = link.field;
+    form.node = database_id(link.node);
+    form.node2 = database_id(link.node2);
+    form.val = link.val;
+    form.tag = link.tag;
+    require(rov_edit_link_put(session_, &form),
+            "store the link " + slot_name(link.field) + " of node " + node_id_text(node.id));
+    counts_.links++;
+  }
+
+  void check_target(const Node& node, const Link& link, uint32_t target) {
+    if (options_.dangling || known_.contains(target) || stored(target)) return;
+    report(node, "has a link " + slot_name(link.field) + " to node " + node_id_text(target) +
+                     ", which is neither in the input nor in the database; add that node or "
+                     "remove the link");
+  }
+
+  const std::vector<Policy>& policies_;
+  uint32_t session_;
+  StoreOptions options_;
+  StoreCounts counts_;
+  std::unordered_set<uint32_t> known_;
+  std::vector<Problem> problems_;
+};
+
+}  // namespace
+
+std::vector<uint8_t> encode_node(const Node& node) {
+  if (node.raw) return node.raw->tlv;
+  if (is_dset_node(node)) return {};
+  const EncodableRecord record(node);
+  const uint32_t room = qim_node_get_tlv_sz(record.get());
+  const std::string attempt = "encode node " + node_id_text(node.id);
+  if (room == UINT32_MAX) throw DatabaseError(QIM_ERR_INTERNAL, attempt);
+  std::vector<uint8_t> tlv(room);
+  uint32_t length = 0;
+  require(qim_node_to_tlv(record.get(), tlv.data(), room, &length, nullptr, 0), attempt);
+  tlv.resize(length);
+  return tlv;
+}
+
+uint32_t database_flags(const Node& node) {
+  if (node.raw) return node.raw->flags;
+  return is_dset_node(node) ? uint32_t{ROV_NODE_DSET} : 0;
+}
+
+StoreCounts write_policies(const std::vector<Policy>& policies, const WriteSession& session,
+                           const StoreOptions& options) {
+  return Writer(policies, session.handle(), options).write();
+}
+
+}  // namespace qimctl

@@ -1,0 +1,76 @@
+#include "tests/system/fault/tool_commands.h"
+
+#include <cstdlib>
+
+namespace fault {
+namespace {
+
+std::string file_of(const std::string& word, const std::string& made) {
+  if (word.rfind("@@", 0) == 0) return made + "/" + word.substr(2);
+  if (word[0] != '@') return word;
+  const char* source = getenv("QIM_SOURCE_DIR");
+  return std::string(source == nullptr ? "." : source) + "/examples/" + word.substr(1);
+}
+
+}  // namespace
+
+const std::vector<Command>& database_commands() {
+  using enum Needs;
+  static const std::vector<Command> commands = {
+      {{"import", "@edge-all-types.json"}, kNoDatabase},
+      {{"import", "--replace", "--json", "@edge-all-types.json"}, kCopy},
+      {{"show", "0x04100001", "--json"}, kDatabase},
+      {{"watch", "--from", "1", "--count", "5", "--timeout", "0"}, kDatabase},
+      {{"priv", "set", "0x04100001", "0102"}, kCopy},
+  };
+  return commands;
+}
+
+const std::vector<Command>& all_commands() {
+  using enum Needs;
+  static const std::vector<Command> commands = [] {
+    std::vector<Command> all = database_commands();
+    const std::vector<Command> others = {
+        {{"import", "--lossy", "-v", "@edge-router.rfc8519.json"}, kNoDatabase},
+        {{"list"}, kDatabase},
+        {{"list", "--type", "filter", "--json"}, kDatabase},
+        {{"show", "0x04100010"}, kDatabase},
+        {{"show", "0x04100010", "--engine"}, kDatabase},
+        {{"tree", "0x04100080"}, kDatabase},
+        {{"tree", "0x04100010", "--json"}, kDatabase},
+        {{"refs", "0x04100001"}, kDatabase},
+        {{"criteria", "0x04100010"}, kDatabase},
+        {{"args", "0x04100030"}, kDatabase},
+        {{"edest", "0x04100080"}, kDatabase},
+        {{"pinst", "0"}, kDatabase},
+        {{"name", "build", "interface", "3"}, kDatabase},
+        {{"name", "parse", "010000000300000000000000000000000000000000"}, kDatabase},
+        {{"priv", "get", "0x04100001"}, kDatabase},
+        {{"watch", "--from", "1", "--count", "3", "--timeout", "0", "--json"}, kDatabase},
+        {{"check"}, kDatabase},
+        {{"check", "--json"}, kDatabase},
+        {{"dump"}, kDatabase},
+        {{"restore", "@@dump.json"}, kNoDatabase},
+        {{"compact"}, kCopy},
+        {{"--help-all"}, kDatabase},
+    };
+    all.insert(all.end(), others.begin(), others.end());
+    return all;
+  }();
+  return commands;
+}
+
+std::string text_of(const Command& command) {
+  std::string text;
+  for (const std::string& word : command.words) text += (text.empty() ? "" : " ") + word;
+  return text;
+}
+
+std::vector<std::string> words_of(const Command& command, const std::string& database,
+                                  const std::string& made) {
+  std::vector<std::string> words = {"qimctl", "--db", database};
+  for (const std::string& word : command.words) words.push_back(file_of(word, made));
+  return words;
+}
+
+}  // namespace fault

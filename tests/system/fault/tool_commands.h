@@ -1,0 +1,30 @@
+// The command-line tool's commands.
+#ifndef TESTS_SYSTEM_FAULT_TOOL_COMMANDS_H
+#define TESTS_SYSTEM_FAULT_TOOL_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+namespace fault {
+
+enum class Needs { kDatabase, kCopy, kNoDatabase };
+
+struct Command {
+  std::vector<std::string>
+      words;    // "@" in front of one: a file of examples/; "@@": a file made for this
+  Needs needs;  // kDatabase: it writes nothing
+};
+
+// Every command, and those that touch the database in different ways.
+const std::vector<Command>& all_commands();
+const std::vector<Command>& database_commands();
+
+std::string text_of(const Command& command);
+
+// The command line on a database, with the names of its files; what is made for it lies in `made`.
+std::vector<std::string> words_of(const Command& command, const std::string& database,
+                                  const std::string& made);
+
+}  // namespace fault
+
+#endif

@@ -1,0 +1,50 @@
+#include "policy/base/input_file.h"
+#include "policy/base/policy_check.h"
+#include "policy/base/progress.h"
+#include "policy/formats/native/native.h"
+#include "policy/store/store_policy.h"
+#include "rov_edit.h"
+#include "tools/commands/dump.h"
+
+namespace qimctl {
+
+namespace {
+
+Policy read_dump(const Source& source) {
+  Policy policy = read_native(source.text, source.file);
+  if (!policy.checked) {
+    throw InputError({source.file, 0, ""},
+                     "has no checksum, so it is no dump, or not a whole one; policy files are read "
+                     "by 'qimctl import'");
+  }
+  std::vector<Problem> conflicts = check_policies({policy});
+  if (!conflicts.empty()) refuse({source}, std::move(conflicts));
+  return policy;
+}
+
+void require_empty(const Database& database, const WriteSession& session, const Source& source) {
+  rov_node_parms_t parms;
+  const uint32_t status = rov_node_next(session.handle(), rov_node_id_t{}, &parms);
+  if (status == ROV_ERR_NO_ITEM) return;
+  require(status, "look for nodes in the database in " + database.directory());
+  throw InputError({source.file, 0, ""},
+                   "can't be restored into " + database.directory() +
+                       ", which has nodes already; give a directory that has no database, or "
+                       "remove that one first");
+}
+
+}  // namespace
+
+RestoreCounts restore_database(const std::string& directory, const std::string& file) {
+  const Source source = read_source(file);
+  const Policy policy = read_dump(source);
+  const Database database(directory, OpenMode::create);
+  WriteSession session(database);
+  require_empty(database, session, source);
+  const StoreCounts counts =
+      write_policies({policy}, session, {.dangling = true, .progress = progress_wanted()});
+  session.commit();
+  return {counts.nodes, counts.links};
+}
+
+}  // namespace qimctl
