@@ -21,7 +21,8 @@ target_include_directories(qim_headers INTERFACE
 
 # What others than the library may know of its inside: the rows that describe the records.
 add_library(qim_rows INTERFACE)
-qim_include_root(qim_rows INTERFACE schema/rows.h schema/names.h)
+qim_include_root(qim_rows INTERFACE
+  schema/rows.h schema/row_checks.h schema/names.h schema/args_field.h)
 
 include(database)
 include(library)

@@ -1,3 +1,4 @@
+// One line for a pair of data-set names, as the database's list of data sets prints it.
 #include "dbg/text.h"
 #include "lib/export.h"
 #include "qim.h"
@@ -23,6 +24,7 @@ void add_places(Text& text, const qim_dsetname_t& first, const qim_dsetname_t& s
 
 QIM_API char* qim_dbg_dsetname_print(void* name1, void* name2, int a, int b, const char* tail,
                                      const char* lead) {
+  // The database prints the line before it asks for the next one, so one buffer serves all.
   static char buffer[qim::dbg::kBufferSize];
   qim::dbg::Text text(buffer, sizeof(buffer) - 1);
   auto* first = static_cast<qim_dsetname_t*>(name1);

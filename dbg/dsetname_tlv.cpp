@@ -1,3 +1,4 @@
+// The TLV value of a data-set name as text: its bytes, then what they mean.
 #include <string.h>
 
 #include "dbg/show.h"
@@ -10,6 +11,7 @@ namespace {
 constexpr size_t kBufferSize = 256;
 constexpr uint32_t kBytesPerLine = 16;
 
+// The bytes come first and as they are: they are what is left to look at when they mean nothing.
 void add_hex_lines(Text& text, const uint8_t* bytes, uint32_t len, const char* prefix) {
   for (uint32_t done = 0; done < len; done += kBytesPerLine) {
     const uint32_t left = len - done;

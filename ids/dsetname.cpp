@@ -1,3 +1,8 @@
+// Data-set names: building them, reading them, and turning them between host and network order.
+//
+// The 21 bytes of a name are compared as they are, by the database and by other processes. So every
+// name of one place must have the same bytes: what a format does not use is zero, and all integers
+// are in network order wherever a name leaves this library.
 #include <arpa/inet.h>
 #include <string.h>
 
@@ -55,6 +60,7 @@ void copy_used_fields(const qim_policy_dest_t& from, qim_policy_dest_t& to) {
 
 }  // namespace
 
+// The format is one byte and needs no conversion, so it can be asked for in either order.
 QIM_API void qim_dsetname_hton(qim_dsetname_t* name) {
   convert_dest(name->dest);
   name->type = htonl(name->type);
@@ -82,6 +88,7 @@ QIM_API void qim_pinst_to_dsetname(const qim_pinst_fields_t* pinst, qim_dsetname
   qim_dsetname_hton(out);
 }
 
+// The name itself is converted, not a copy of it: clients rely on finding it in host order after.
 QIM_API void qim_pinst_from_dsetname(qim_pinst_fields_t* out, qim_dsetname_t* name) {
   qim_dsetname_ntoh(name);
   out->dest = name->dest;
@@ -89,6 +96,8 @@ QIM_API void qim_pinst_from_dsetname(qim_pinst_fields_t* out, qim_dsetname_t* na
   out->type = name->type;
 }
 
+// The database lends its record for the call only and reads on in it, so the name is put back as it
+// was.
 QIM_API uint32_t qim_extract_pinst_from_sub(const rov_sub_t* sub) {
   auto* name = static_cast<qim_dsetname_t*>(sub->dset_name);
   qim_dsetname_ntoh(name);

@@ -1,3 +1,7 @@
+// The exported sets that say which fields of a data-set name each format uses.
+//
+// They are written in host order and converted once, by the first start of the process: clients lay
+// them over names, which are in network order.
 #include "ids/field_sets.h"
 
 #include "lib/export.h"
@@ -10,6 +14,7 @@ constexpr uint8_t kIn8 = 0x80;
 constexpr uint16_t kIn16 = 0x8000;
 constexpr uint32_t kIn32 = 0x80000000;
 
+// Set for good by the first conversion: converting twice would turn the sets back.
 uint32_t flds_converted;
 
 }  // namespace

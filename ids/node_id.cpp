@@ -1,3 +1,4 @@
+// Node identifiers: 32 bits in this library, 16 bytes in network order in the database.
 #include <arpa/inet.h>
 #include <string.h>
 
@@ -29,6 +30,8 @@ QIM_API uint32_t qim_node_id_fields(qim_node_id_t id, uint32_t* space, uint32_t*
   return id >> kClassShift;
 }
 
+// The output is written before the check: a caller that goes on in spite of the status hands the
+// database an identifier that names no node, never stale bytes.
 QIM_API uint32_t qim_to_rov_node_id(qim_node_id_t id, rov_node_id_t* out) {
   qim_to_rov_node_id_nochk(id, out);
   return id == 0 ? static_cast<uint32_t>(QIM_ERR_INVALID) : 0;
@@ -47,6 +50,7 @@ QIM_API qim_node_id_t qim_from_rov_node_id(const rov_node_id_t* in) {
   return ntohl(in->word[0]);
 }
 
+// The database converts what it shows and lists by these, without knowing what identifiers mean.
 QIM_API void rov_node_id_to_qim(uint32_t* word) {
   *word = ntohl(*word);
 }

@@ -27,15 +27,26 @@
  *  8. Layout. Byte positions are those of the device ABI (32-bit pointers); on 64-bit builds
  *     pointer members widen and what follows them moves. Alignment gaps are named members. The
  *     assertions below hold in every build.
- *  9. Reports. When bit 0 of the context's debug flags is set, a failure is reported where it is
- *     detected: one line, "ERROR STATUS: 0x%x (%.64s/%d)\n" with status, function and a fixed
- *     number, to the logger.
+ *  9. Reports. A report is one line, "ERROR STATUS: 0x%x (%.64s/%d)\n" with status, function and a
+ *     fixed number, to the logger. When bit 0 of the context's debug flags is set, a function
+ *     reports a failure that it detects, and so does every function that hands it on: one failure
+ *     makes several reports. Failures that a call then turns into success are reported too: a link
+ *     that a node lacks, a buffer too short for arguments. Most internal errors are reported
+ *     whatever the flags (QIM_ERR_INTERNAL), and so is a node of the wrong type, as one of them.
+ *     These functions report nothing: qim_lib_close, qim_lib_tls_init, qim_link_ptr, the codec, and
+ *     those that convert, set or compare, or only hand a call on to the database; nor do these
+ *     report some: qim_lib_init QIM_ERR_VDC_RANGE, qim_lib_defaults and the private data of nodes
+ *     the database's last answer, qim_pinst_edest_lookup that there are no referrers.
+ *
+ * qim_db.h, which this header includes, has the sessions, the database's own operations and the
+ * diagnostics.
  *
  * Plain C99; usable from C++.
  */
 #ifndef QIM_H
 #define QIM_H
 
+#include "qim_codes.h"
 #include "rov_types.h"
 
 #if defined(__GNUC__)
@@ -54,7 +65,8 @@ enum {
   QIM_ERR_GENERIC = 0x41160000,       /* a status that nothing set; no finished call returns it */
   QIM_ERR_NOT_SUPPORTED = 0x41160001, /* qim_upstream_ifelse_get, always */
   QIM_ERR_NODE_TYPE = 0x41160002,     /* the node's type is unknown, or not the one asked for */
-  QIM_ERR_INTERNAL = 0x41160003,      /* an internal inconsistency; always reported */
+  QIM_ERR_INTERNAL = 0x41160003,      /* an internal inconsistency; reported whatever the flags,
+                                         but on request only of criteria and of the node cache */
   QIM_ERR_THREAD = 0x41160004,        /* the thread's own context cannot be set up */
   QIM_ERR_INVALID = 0x41160005,       /* a bad argument: identifier 0, an unknown link code, ... */
   QIM_ERR_6 = 0x41160006,             /* not produced */
@@ -78,7 +90,7 @@ typedef struct qim_lib_ctx {
   uint32_t reserved0[3];   /* 112 */
   uint32_t init_flags;     /* 124: flags given to qim_lib_init */
   uint32_t reserved1;      /* 128 */
-  int32_t use_count;       /* 132: successful qim_lib_init calls not yet matched by qim_lib_close */
+  int32_t use_count;       /* 132: starts that were counted and not yet taken back */
 } qim_lib_ctx_t;
 ROV_ASSERT_SIZE(qim_lib_ctx_t, 136);
 ROV_ASSERT_AT(qim_lib_ctx_t, db_parms, 12);
@@ -92,7 +104,7 @@ ROV_ASSERT_AT(qim_lib_ctx_t, use_count, 132);
 
 /* qim_lib_init flags */
 #define QIM_INIT_AGAIN \
-  0x00000400u /* allows, in either call, a second initialisation of one context */
+  0x00000400u /* in a call's flags or the context's: a further start of the context is allowed */
 
 /* The calling thread's context: the process's, or after qim_lib_tls_init the thread's own. Never
  * NULL. Aborts the process in a thread that has none although per-thread contexts are on: that
@@ -100,10 +112,15 @@ ROV_ASSERT_AT(qim_lib_ctx_t, use_count, 132);
 qim_lib_ctx_t* qim_lib_get(void);
 
 /* Gives the calling thread a context of its own, a copy of the process's as it stands. From the
- * first call in any thread on, every thread that uses the library needs one, the first thread
- * included. A second call in a thread starts afresh; contexts are never freed. `unused` is
- * ignored.
- * Returns 0; QIM_ERR_THREAD; QIM_ERR_NO_MEM. */
+ * first call in any thread on, QIM_ERR_NO_MEM or not, every thread that uses the library needs one,
+ * the first thread included. `unused` is ignored.
+ * The copy carries the process's use_count: every thread can take back the process's start, and two
+ * threads that do close one database handle twice. Let one of them. What a thread starts itself is
+ * its own: contexts of other threads know nothing of it.
+ * A second call in a thread discards its context and the starts that it made there: qim_lib_close
+ * knows them no more, and their databases stay open until rov_db_close. Contexts are never freed.
+ * Returns 0; QIM_ERR_THREAD, in every thread for good when the process's key could not be created
+ * (the process's context then goes on serving); QIM_ERR_NO_MEM. */
 uint32_t qim_lib_tls_init(uint32_t unused);
 uint32_t qim_lib_tls_init_int(void);
 
@@ -120,16 +137,27 @@ uint32_t qim_lib_defaults(uint32_t id, uint32_t arg);
  *  parms       database parameters, or NULL for the defaults; `id` is written into
  *              parms->p.init_id
  *  flags       database open flags; QIM_INIT_AGAIN is the library's own
- *  rov_lib     a database-library handle to use, or 0 to start that library
- * Again in an initialised context: the same id, no difference in the flag bits 0x40000063, and
- * QIM_INIT_AGAIN in this call's flags or the first's. Each success needs one qim_lib_close.
- * Returns 0; QIM_ERR_INVALID; QIM_ERR_VDC_RANGE (the context then holds the new parameters, the
- * use is not counted); a database status. */
+ *  rov_lib     a database-library handle to use, or 0 to start that library; where the context has
+ *              one (qim_lib_defaults, an earlier start, also one that failed) that one, or 0
+ * Again in an initialised context: the same id, no difference between `flags` and the context's
+ * init_flags in the bits 0x40000063, and QIM_INIT_AGAIN in one of the two. If init_flags have it,
+ * the context is refreshed: db_parms become those of the database just opened, init_arg and
+ * init_flags those of this call. A logger and debug flags that were set through an earlier handle
+ * vanish unless `parms` has them, and so does QIM_INIT_AGAIN unless `flags` have it.
+ * Each success is counted in use_count and needs one qim_lib_close. One failure is counted, too: a
+ * start that refreshes nothing returns the status of its last registration with the database
+ * (rov_reg_dbg_dsetname_print) although all is ready. After any other failure a *db_out that is
+ * not 0 is a database that stays open, to be closed with rov_db_close; the context's rov_lib stays
+ * for the next start.
+ * Returns 0; QIM_ERR_INVALID; QIM_ERR_VDC_RANGE (the context then holds the new parameters and is
+ * initialised: another start with QIM_INIT_AGAIN and its qim_lib_close clear it); a database
+ * status. */
 uint32_t qim_lib_init(uint32_t a1, uint32_t a2, uint32_t id, uint32_t arg, rov_parms_t* parms,
                       uint32_t a6, uint32_t flags, uint32_t rov_lib, uint32_t* db_out);
 
-/* Takes back one qim_lib_init; the last one clears the context. `db` and `arg` go to the database.
- * Returns 0; QIM_ERR_NOT_INIT; a database status. */
+/* Takes back one qim_lib_init; the last one clears the context. `db` and `arg` go to the database:
+ * when it refuses to close, the start is taken back all the same.
+ * Returns 0; QIM_ERR_NOT_INIT, without asking the database; the database's status. */
 uint32_t qim_lib_close(uint32_t db, uint32_t arg);
 
 /* rov_lib_init_locks with the context's own database-library handle in place of `lib`. */
@@ -280,7 +308,8 @@ extern qim_dsetname_t qim_pinstflds_srv;
 extern qim_dsetname_t qim_pinstflds_gen;
 
 /* Convert a name in place to network order and back. An unknown format converts as an interface
- * name. */
+ * name. A name that is constant, or that somebody else uses meanwhile, is not for these, nor for
+ * the other functions that convert in place, those that restore it included: convert a copy. */
 void qim_dsetname_hton(qim_dsetname_t* name);
 void qim_dsetname_ntoh(qim_dsetname_t* name);
 /* Builds the name of an interface policy; vdc as in qim_if_policy_dest_set. */
@@ -288,11 +317,11 @@ void qim_dsetname_for_if_policy(uint32_t type, uint8_t dir, uint16_t vdc, uint32
                                 uint16_t vlan, uint32_t ifix, qim_dsetname_t* out);
 /* Builds a name from decoded fields. Bytes that the format does not use are 0 in it. */
 void qim_pinst_to_dsetname(const qim_pinst_fields_t* pinst, qim_dsetname_t* out);
-/* Decodes a name. `name` is converted to host order in place and left so; out->reserved is not
- * written. */
+/* Decodes a name. `name` is converted to host order in place and left so: no shared name.
+ * out->reserved is not written. */
 void qim_pinst_from_dsetname(qim_pinst_fields_t* out, qim_dsetname_t* name);
-/* Callback for the database: the policy type in a record's data-set name, which is left as it
- * was found. */
+/* Callback for the database: the policy type in a record's data-set name, which is converted in
+ * place for the call and restored. */
 uint32_t qim_extract_pinst_from_sub(const rov_sub_t* sub);
 
 /* ==== Links =================================================================================== */
@@ -307,36 +336,18 @@ typedef struct qim_link {
 } qim_link_t;
 ROV_ASSERT(size_qim_link, sizeof(qim_link_t) == 16);
 
-/* Link kinds: which outgoing branch evaluation takes. */
-enum { QIM_LINK_TRUE = 1, QIM_LINK_FALSE = 2, QIM_LINK_NOMATCH = 3, QIM_LINK_NEXT = 4 };
-
 /* ==== Node records ============================================================================ */
 
-/* Node types */
-enum {
-  QIM_NODE_FILTER = 1,
-  QIM_NODE_ACTION = 2,
-  QIM_NODE_IFELSE = 3,
-  QIM_NODE_HFILTER = 4,
-  QIM_NODE_HACTION = 5,
-  QIM_NODE_POLICE = 6,
-  QIM_NODE_GROUP = 7,
-  QIM_NODE_PINST = 8,
-  QIM_NODE_DEF = 9,
-  QIM_NODE_EDEST = 10,
-  QIM_NODE_DSET = 32,       /* a data-set node with a data-set name */
-  QIM_NODE_DSET_NONAME = 33 /* a data-set node without one */
-};
-
 /* A slot `ln_XXX` holds the node's link of field code 0xXXX: a bare node identifier, or a whole
- * qim_link_t. All zero when the node has no such link. */
+ * qim_link_t. All zero when the node has no such link. QIM_LN_* names the codes. */
 
 /* A match criterion. 16 bytes. */
 typedef struct qim_criterion {
   struct qim_criterion* next; /*  0: NULL at the end */
   uint32_t type;              /*  4 */
   uint32_t args_len;          /*  8: bytes at args */
-  uint8_t* args;              /* 12: opaque arguments, NULL when args_len is 0 */
+  uint8_t* args;              /* 12: opaque arguments. args_len 0: NULL in an open node, not NULL
+                                 in what qim_filter_criteria_get builds */
 } qim_criterion_t;
 ROV_ASSERT_SIZE(qim_criterion_t, 16);
 ROV_ASSERT_AT(qim_criterion_t, args, 12);
@@ -444,8 +455,9 @@ ROV_ASSERT_AT(qim_def_t, args, 28);
 /* A policy instance, an enforcement destination, or a data-set node with a name. 48 bytes. */
 typedef struct qim_pinst {
   qim_pinst_fields_t fields; /*  0: from the node's data-set name */
-  uint32_t edests;           /* 24: referring nodes that are enforcement destinations */
-  uint32_t nonedests;        /* 28: referring nodes that are not: 0, every referrer counts as one */
+  uint32_t edests;           /* 24: enforcement destinations: refs, for every referrer counts as
+                                one; 0 for QIM_NODE_DSET */
+  uint32_t nonedests;        /* 28: referrers that are none: 0 */
   qim_link_t ln_2c1;         /* 32: of an enforcement destination, leads to its policy instance */
 } qim_pinst_t;
 ROV_ASSERT(size_qim_pinst, sizeof(qim_pinst_t) == 48);
@@ -482,8 +494,8 @@ ROV_ASSERT_SIZE(qim_node_t, 168);
 ROV_ASSERT_AT(qim_node_t, priv_buf, 32);
 ROV_ASSERT_AT(qim_node_t, body, 40);
 
-/* 1 or 0: is it a Filter or Hfilter / an Action, Haction or Police / either of the first two or
- * a Group of body type QIM_GROUP_IFELSE. */
+/* 1 or 0: is it a Filter or Hfilter / an Action, Haction or Police / a Filter, an Hfilter, or a
+ * Group of body type QIM_GROUP_IFELSE. */
 int qim_is_filterlist_type(const qim_node_t* node);
 int qim_is_actionlist_type(const qim_node_t* node);
 int qim_is_ifelse_filter_type(const qim_node_t* node);
@@ -491,20 +503,27 @@ int qim_is_ifelse_filter_type(const qim_node_t* node);
 /* ==== TLV codec =============================================================================== */
 
 /* Allocates `size` zeroed bytes from the context's pool into *out and the size into *out_size;
- * both are 0 on failure.
+ * both are 0 on failure. The block is the caller's, who frees it with
+ * mem_free(block, &ctx->db_parms.mem) of mem.h, ctx being that context; size 0 gives NULL.
  * Returns 0 or the allocator's status. */
 uint32_t qim_tlv_struct_alloc(uint32_t size, void** out, uint32_t* out_size);
 
 /* Every record kind K has a descriptor table qim_K_tbl (the head; the field descriptors follow
  * it) and four functions:
- *  qim_K_to_struct      decodes `len` bytes at `tlv` into the record at *record (flags:
- *                       TLVO_DEC_IN_PLACE = 1), or into a new one (flags 0). Returns 0 or a
- *                       database status. Lists and byte strings come from the context's pool and
- *                       are freed with mem_free.
+ *  qim_K_to_struct      decodes `len` bytes at `tlv`. Returns 0 or a database status. flags:
+ *                       TLVO_DEC_IN_PLACE = 1: into the record at *record, which must be zeroed:
+ *                       what has no attribute is not written, and lists are appended to. After a
+ *                       failure the record holds what decoding got to.
+ *                       0: into a new record at *record, NULL after a failure. It is of the
+ *                       process's own pool: mem_free(record, NULL).
+ *                       Either way what hangs in the record, list elements and byte strings, is
+ *                       the caller's, too. Each is freed by itself as a block of
+ *                       qim_tlv_struct_alloc is, before the record.
  *  qim_K_to_tlv         encodes a record into `room` bytes at `tlv`; *len receives the bytes,
  *                       *count the top-level attributes (either may be NULL); flags: 0. Returns
  *                       0 or a database status.
- *  qim_K_get_tlv_sz     the encoded size in bytes, 0xffffffff on failure.
+ *  qim_K_get_tlv_sz     the encoded size in bytes, 0xffffffff on failure. Of a record that encoding
+ *                       refuses it may be given all the same: arguments with a length and no bytes.
  *  qim_K_get_struct_sz  the bytes of the fixed record that `tlv` decodes into, 0xffffffff on
  *                       failure. */
 #define QIM_CODEC_KINDS(X) \
@@ -587,8 +606,8 @@ extern qim_node_cache_entry_t* node_cache_tail;
 
 /* Looks (ses, node_id) up; a hit moves to the head. *out is the entry or NULL. Returns 0. */
 uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id, qim_node_cache_entry_t** out);
-/* Puts an entry at the head, frees an older one under its key, and evicts from the tail. Returns
- * 0. */
+/* Puts an entry at the head, frees an older one under its key (`ses` and its node), and evicts from
+ * the tail what was opened through entry->ses. Returns 0. */
 uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib);
 /* Takes the entry out of the list without freeing it. out may be NULL. The entry's `next` keeps
  * its value, so the caller frees it with qim_lib_node_destroy. Returns 0. */
@@ -630,7 +649,7 @@ uint32_t qim_node_ref_get(uint32_t ses, qim_node_id_t node_id, uint32_t index, q
 /* All referrers of a node (an open node or a copy): node->refs identifiers in *refs, which the
  * caller frees with free(), and their number in *count. The number is that of the time the node was
  * read; what the database no longer holds comes back as 0. NULL and 0 without referrers and on
- * failure.
+ * failure; a logger that looks at them during the call may see an array still.
  * Returns 0; QIM_ERR_INVALID for a node of identifier 0; QIM_ERR_NO_MEM; a database status. */
 uint32_t qim_ref_get_all(uint32_t ses, const qim_node_t* node, qim_node_id_t** refs,
                          uint32_t* count);
@@ -713,87 +732,10 @@ void qim_rqst_from_rov(rov_rqst_t* head);
 void qim_rmtln_to_rov(rov_rmtln_t* head);
 void qim_rmtln_from_rov(rov_rmtln_t* head);
 
-/* ==== Sessions ================================================================================ */
-
-/* Opens a read-only session on the newest commit of database `db`: rov_ses_open_ro. */
-uint32_t qim_ses_open_ro(uint32_t db, uint32_t* ses_out);
-/* The base session of `ses`, which sees the newest commit at every call: rov_ses_orig_handle. */
-uint32_t qim_ses_orig_handle(uint32_t ses, uint32_t* base_out);
-
-/* ==== The database's own operations =========================================================== */
-
-/* Each calls the database's operation of the same name (rov_ for qim_) with the same arguments and
- * returns its result unchanged; rov.h says what it does, who owns what, and every status. */
-
-/* Private data of the client on the database and on its sessions. qim_db_priv_recover is
- * qim_db_priv_recover2 with flags 0. */
-uint32_t qim_db_priv_write(uint32_t db, const rov_priv_t* priv);
-uint32_t qim_db_priv_delete(uint32_t db, uint32_t key);
-uint32_t qim_db_priv_post(uint32_t db, uint32_t key, uint32_t len, const void* data);
-uint32_t qim_db_priv_recover2(uint32_t db, uint32_t after_key, uint32_t flags, rov_priv_t* priv);
-uint32_t qim_db_priv_read(uint32_t db, rov_priv_t* priv);
-uint32_t qim_db_priv_recover(uint32_t db, uint32_t after_key, rov_priv_t* priv);
-uint32_t qim_ses_priv_write(uint32_t ses, const rov_priv_t* priv, uint32_t flags);
-uint32_t qim_ses_priv_delete(uint32_t ses, uint32_t key, uint32_t flags);
-uint32_t qim_ses_priv_recover(uint32_t ses, uint32_t after_key, rov_priv_t* priv);
-uint32_t qim_ses_priv_recover2(uint32_t ses, uint32_t after_key, uint32_t flags, rov_priv_t* priv);
-uint32_t qim_ses_priv_read(uint32_t ses, rov_priv_t* priv);
-
-/* Sessions: whether one can be used still, and saying that it is wanted (rov_ses_timeout; the idle
- * limit is the argument of qim_lib_defaults, in seconds, 0 = none); the next write for one user. */
-uint32_t qim_db_ses_exists(uint32_t db, uint32_t ses, uint32_t* exists);
-uint32_t qim_ses_timeout(uint32_t ses);
-uint32_t qim_db_ses_lock_grant(uint32_t db, uint64_t user);
-
-/* Snapshots that are kept under a name, alone or in a group; qim_ses_open_ro opens sessions on
- * their handles, which end with the database's. qim_db_uri_rm removes one, or a group. */
-uint32_t qim_db_snapshot(uint32_t db, const char* name, uint32_t* snapshot);
-uint32_t qim_db_uri_snapshot(uint32_t db, const char* uri, const char* name, uint32_t* snapshot);
-uint32_t qim_db_uri_rm(uint32_t db, const char* uri);
-
-/* Changes, and who made them. qim_msg_is_qim is rov_msg_is_rov. */
-uint32_t qim_db_ntf(uint32_t db, rov_ntf_t* ntf);
-uint32_t qim_process_msg(uint32_t db, void* msg, uint32_t room, uint32_t* len);
-uint32_t qim_msg_is_qim(const void* msg);
-uint32_t qim_db_usr_group(uint32_t db, uint32_t group);
-uint32_t qim_usr_id_info(uint32_t db, uint64_t user, rov_usr_t* info);
-
-/* Publications. */
-uint32_t qim_ps_datasize(uint32_t ses, const void* dset_name, uint32_t* size);
-uint32_t qim_ps_data(uint32_t ses, const void* dset_name, uint32_t len, void* buf);
-
-/* Failures of the past, and what may be retried. */
-uint32_t qim_err_getprev(rov_err_t* err);
-uint32_t qim_err_retry_ok(uint32_t status, uint32_t tries);
-uint32_t qim_cl_err_retry_ok(uint32_t status, uint32_t tries);
-
-/* Registers the logger of the database and of this library's reports: the context keeps it even
- * when the database refuses it. NULL takes it away. In per-thread mode it is the calling
- * thread's. */
-uint32_t qim_db_reg_logger(uint32_t db, rov_logger_fn logger, void* arg);
-/* Sets the debug flags of the database and, in the same way, of the context (QIM_DBG_*). */
-uint32_t qim_db_debug(uint32_t db, uint32_t flags);
-/* The database's show of nodes, data sets and itself. */
-uint32_t qim_db_show_internal(uint32_t db, const rov_show_req_t* req);
-
-/* ==== Diagnostics ============================================================================= */
-
-/* What start-up registers with the database's show routine: how to print node TLVs with names,
- * and how to print the TLV value of a data-set name. */
-extern const rov_show_t qim_dbg_tlva_handler;
-extern const rov_show_t qim_dbg_dsetname;
-
-/* Renders a pair of data-set names (qim_dsetname_t, network order) as one line: lead, a (3 wide),
- * type (hexadecimal, 9), "inp" or "out", b (4), and for an interface name its VDC (3), both VLANs
- * (hexadecimal, 4), both interface indices (hexadecimal, 10), else 39 blanks; then tail. The second
- * name is read as an interface name whatever its format. Both are converted in place for the call
- * and restored, so they must differ: one buffer given twice is printed unconverted. Text over 254
- * characters is cut. Returns a static buffer, valid until the next call: not concurrently. */
-char* qim_dbg_dsetname_print(void* name1, void* name2, int a, int b, const char* tail,
-                             const char* lead);
-
 #ifdef __cplusplus
 }
 #endif
+
+#include "qim_db.h"
 
 #endif

@@ -342,7 +342,7 @@ typedef struct rov_change {
   uint32_t revision[2]; /*  8: the commit, high word first */
   uint32_t kind;        /* 16: ROV_CHANGE_* */
   uint32_t field;       /* 20: link field code, or key of private data */
-  rov_node_id_t node;   /* 24: the node changed */
+  rov_node_id_t node;   /* 24: the node changed, in the database's form */
   uint32_t dset_len;    /* 40: 21 when the node has a data-set name, else 0 */
   uint8_t dset[24];     /* 44: that name, network order, zero-padded */
   uint32_t user[2];     /* 68: who committed (rov_usr_id_info), high word first */

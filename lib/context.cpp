@@ -1,3 +1,8 @@
+// Which context a call works with: the process's, or the calling thread's own.
+//
+// The library takes no lock, so threads that must not disturb one another get a context each. The
+// first thread to ask for one switches the whole process over for good: a thread that went on with
+// the process's context by mistake would disturb the others unseen, and so it is aborted.
 #include "lib/context.h"
 
 #include <pthread.h>
@@ -23,7 +28,9 @@ bool per_thread() {
   return __atomic_load_n(&tls_enabled, __ATOMIC_ACQUIRE) != 0;
 }
 
-// The key has no destructor: contexts are never freed.
+// The key has no destructor: contexts are never freed, for a client may hand one to calls in other
+// threads, which outlive its own. A key that could not be created is not tried again: pthread_once
+// has run.
 void create_key() {
   // GCOVR_EXCL_BR_START: as it runs once, nobody went over to per-thread contexts before
   if (!per_thread() && pthread_key_create(&tls_key, nullptr) == 0) {
@@ -55,6 +62,7 @@ QIM_API uint32_t qim_lib_tls_init_int(void) {
   if (copy == nullptr) {
     return QIM_ERR_NO_MEM;
   }
+  // All of it is copied, the count of starts too: a thread can work with what the process started.
   *copy = qim::process_ctx;
   if (pthread_setspecific(qim::tls_key, copy) != 0) {
     return QIM_ERR_THREAD;  // the block stays allocated, as every per-thread context does

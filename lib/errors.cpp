@@ -1,3 +1,7 @@
+// Reports of failures: one line for the client's logger, and the database's abort check.
+//
+// The library never ends the process by itself. It tells the database of failures that mean a
+// mistake in a program, and the database's settings decide whether such a process goes on.
 #include <stdio.h>
 
 #include "lib/errors.h"
@@ -49,6 +53,7 @@ QIM_API void qim_dbg_errors(uint32_t status, const char* function, int32_t line,
   const bool listed = qim::is_listed(status);
   if (ctx != nullptr && ctx->db_parms.logger != nullptr &&
       (listed || (ctx->db_parms.dbg_flags & QIM_DBG_ALL) != 0)) {
+    // The bound is the one that qim.h tells: 510 characters, whatever the buffer could hold.
     snprintf(qim_dbgmsg, sizeof(qim_dbgmsg) - 1, "ERROR STATUS: 0x%x (%.64s/%d)\n", status,
              function, line);
     ctx->db_parms.logger(qim::kSeverityError, qim_dbgmsg, ctx->db_parms.logger_arg);

@@ -12,6 +12,7 @@ QIM_API uint32_t qim_db_reg_logger(uint32_t db, rov_logger_fn logger, void* arg)
   return rov_db_reg_logger(db, logger, arg);
 }
 
+// The same flags for both libraries: a client that asks one for reports wants the other's, too.
 QIM_API uint32_t qim_db_debug(uint32_t db, uint32_t flags) {
   qim_lib_get()->db_parms.dbg_flags = flags;
   return rov_db_debug(db, flags);

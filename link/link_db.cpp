@@ -7,12 +7,11 @@
 
 namespace {
 
-// What qim_link_opt_get asks for: the variant of a link field code that has bit 15 set, compared in
-// all 16 bits.
-constexpr uint32_t kOptionalBit = 0x8000;
+// qim_link_opt_get asks for the optional variant of a link field code, compared in all 16 bits.
 constexpr uint32_t kCodeWidth = 16;
 
 void qim_link_from_rov(qim_link_t* link, const rov_link_t& from) {
+  // The owner is left out: the caller asked for a link of that node.
   link->node = qim_from_rov_node_id(&from.node);
   link->node2 = qim_from_rov_node_id(&from.node2);
   link->val = from.val;
@@ -65,7 +64,7 @@ QIM_API uint32_t qim_link_opt_get(uint32_t ses, qim_node_id_t node_id, uint32_t 
                                   qim_link_t* link) {
   return get_link(node_id, link, "qim_link_opt_get", 1128, 1133,
                   [ses, field](rov_node_id_t id, rov_link_t* found) {
-                    return rov_node_link_match(ses, id, field, kOptionalBit, kOptionalBit,
+                    return rov_node_link_match(ses, id, field, QIM_LN_OPTIONAL, QIM_LN_OPTIONAL,
                                                kCodeWidth, found);
                   });
 }

@@ -1,5 +1,6 @@
 // The nodes that refer to a node.
 #include <stdlib.h>
+#include <string.h>
 
 #include "lib/export.h"
 #include "lib/report.h"
@@ -14,23 +15,47 @@ uint32_t fail(uint32_t status, int32_t line, qim_lib_ctx_t* ctx) {
   return status;
 }
 
+// The scratch array comes from calloc and the caller's from malloc, and who lets allocations fail
+// tells them apart by that: a compiler that saw this beside malloc would make one calloc of both.
+__attribute__((noinline)) void clear(qim_node_id_t* refs, uint32_t total) {
+  memset(refs, 0, total * sizeof(*refs));
+}
+
 // Fetches as many referrers as the node had when it was opened. What the database no longer holds
-// stays zero in `scratch` and comes out as identifier 0.
-uint32_t gather(uint32_t ses, const qim_node_t* node, rov_node_id_t* scratch, qim_node_id_t* refs,
-                qim_lib_ctx_t* ctx) {
+// stays zero in `scratch` and comes out as identifier 0. The outputs are set before the database is
+// asked, so that a logger that looks at them during a report finds a whole array.
+uint32_t gather(uint32_t ses, const qim_node_t* node, rov_node_id_t* scratch, qim_node_id_t** refs,
+                uint32_t* count, qim_lib_ctx_t* ctx) {
+  const uint32_t total = node->refs;
+  *count = total;
+  auto* found = static_cast<qim_node_id_t*>(malloc(total * sizeof(qim_node_id_t)));
+  if (found == nullptr) {
+    return fail(QIM_ERR_NO_MEM, 152, ctx);
+  }
+  clear(found, total);
+  *refs = found;
   rov_node_id_t id;
   uint32_t status = qim_to_rov_node_id(node->id, &id);
   if (status != 0) {
     return fail(status, 164, ctx);
   }
-  status = rov_node_ref_get_all(ses, id, scratch, node->refs);
+  status = rov_node_ref_get_all(ses, id, scratch, total);
   if (status != 0) {
     return fail(status, 170, ctx);
   }
-  for (uint32_t i = 0; i < node->refs; i++) {
-    refs[i] = qim_from_rov_node_id(&scratch[i]);
+  for (uint32_t i = 0; i < total; i++) {
+    found[i] = qim_from_rov_node_id(&scratch[i]);
   }
   return 0;
+}
+
+// A failure leaves the caller nothing to free.
+void take_back(qim_node_id_t** refs, uint32_t* count) {
+  if (*refs != nullptr) {
+    free(*refs);
+    *refs = nullptr;
+  }
+  *count = 0;
 }
 
 }  // namespace
@@ -77,18 +102,10 @@ QIM_API uint32_t qim_ref_get_all(uint32_t ses, const qim_node_t* node, qim_node_
   if (scratch == nullptr) {
     return fail(QIM_ERR_NO_MEM, 141, ctx);
   }
-  auto* found = static_cast<qim_node_id_t*>(malloc(node->refs * sizeof(qim_node_id_t)));
-  if (found == nullptr) {
-    free(scratch);
-    return fail(QIM_ERR_NO_MEM, 152, ctx);
-  }
-  const uint32_t status = gather(ses, node, scratch, found, ctx);
-  free(scratch);
+  const uint32_t status = gather(ses, node, scratch, refs, count, ctx);
   if (status != 0) {
-    free(found);
-    return status;
+    take_back(refs, count);
   }
-  *refs = found;
-  *count = node->refs;
-  return 0;
+  free(scratch);
+  return status;
 }

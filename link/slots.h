@@ -14,8 +14,23 @@ struct Place {
 
 // A link field code is a record's struct id times 64 plus a number.
 inline constexpr uint32_t kCodesPerRecord = 64;
-inline constexpr uint32_t kRecords = 13;
-inline constexpr uint32_t kFields = 8;
+
+// One more than the largest number that `part` makes of a slot's code.
+template <class Part>
+consteval uint32_t slots_below(Part part) {
+  uint32_t below = 0;
+  for (const schema::Record* record : schema::records) {
+    for (const schema::Row& row : *record) {
+      const uint32_t number = part(row.link);
+      below = number >= below ? number + 1 : below;
+    }
+  }
+  return below;
+}
+inline constexpr uint32_t kRecords =
+    slots_below([](uint32_t link) { return link / kCodesPerRecord; });
+inline constexpr uint32_t kFields =
+    slots_below([](uint32_t link) { return link % kCodesPerRecord; });
 
 struct Places {
   Place at[kRecords][kFields];
@@ -25,8 +40,8 @@ struct Places {
 void types_that_share_a_code_hold_it_in_different_places();
 
 consteval void add_type(Places& places, const schema::NodeType& type) {
-  if (type.code == QIM_NODE_DSET_NONAME) {
-    return;  // nothing but a header
+  if (type.body == nullptr) {
+    return;
   }
   for (const schema::Row& row : *type.body) {
     if (row.slot == schema::Slot::none) {

@@ -29,9 +29,9 @@ void insert_at_head(qim_node_cache_entry_t* entry) {
   node_cache_count++;
 }
 
-// Makes room for an entry of session `ses`. Victims are looked up by key: with the single session
-// that a process is meant to have, that is the tail itself. A tail of another session is no victim,
-// and the add fails.
+// Makes room for an entry that was opened through session `ses`. Victims are looked up by key: with
+// the single session that a process is meant to have, that is the tail itself. A tail of another
+// session is no victim, and the add fails.
 uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
   while (node_cache_count >= node_cache_max) {
     qim_node_cache_entry_t* victim = nullptr;
@@ -51,6 +51,7 @@ uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
 }
 
 // Brings the list to where `entry` can be put at its head: nothing under its key, and room for one.
+// The key is made of the session that the caller names, the victim's of the entry's own.
 uint32_t make_place(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib) {
   qim_node_cache_entry_t* older = nullptr;
   const uint32_t status = qim_node_cache_unlink_int(ses, entry->node.id, &older);
@@ -58,7 +59,7 @@ uint32_t make_place(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* 
     return status;
   }
   if (older == nullptr) {
-    return evict(ses, lib);
+    return evict(entry->ses, lib);
   }
   return older == entry ? 0 : qim_lib_node_destroy(older, lib);
 }
@@ -77,6 +78,7 @@ qim_node_cache_entry_t* take_head() {
   return head;
 }
 
+// Clients hold the address of the record; the block around it is found by its place in there.
 qim_node_cache_entry_t* entry_of(qim_node_t* node) {
   return reinterpret_cast<qim_node_cache_entry_t*>(reinterpret_cast<char*>(node) -
                                                    offsetof(qim_node_cache_entry_t, node));
@@ -159,6 +161,8 @@ QIM_API uint32_t qim_node_cache_rm(uint32_t ses, qim_node_id_t node_id, qim_lib_
   return entry == nullptr ? 0 : qim_lib_node_destroy(entry, lib);
 }
 
+// Nothing is put in the old entry's place: the record is the client's copy and lacks what an open
+// node owns.
 QIM_API uint32_t qim_node_cache_replace(uint32_t ses, const qim_node_t* node, qim_lib_ctx_t* lib) {
   return qim_node_cache_rm(ses, node->id, lib);
 }
@@ -190,6 +194,8 @@ QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
   return status;
 }
 
+// Membership decides: a member has a successor or is the tail. An entry that was unlinked keeps its
+// stale successor and is taken for a member, so whoever unlinked it frees it by destroying it.
 QIM_API uint32_t qim_int_node_close(qim_node_t* node, qim_lib_ctx_t* lib) {
   qim_node_cache_entry_t* entry = entry_of(node);
   if (entry->next != nullptr || entry == node_cache_tail) {

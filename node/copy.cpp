@@ -1,3 +1,4 @@
+// Copies of nodes for clients: every value and no pointer, so that a copy outlives its open node.
 #include <string.h>
 
 #include <utility>
@@ -62,50 +63,53 @@ void copy_record(const void* src, void* dst) {
   (std::make_index_sequence<runs.count>());
 }
 
-// The session plays no part: nothing of a copy comes from the database.
-template <const schema::Record& record>
-uint32_t body_cp(uint32_t, const qim_node_t* src, qim_node_t* dst) {
-  copy_record<record>(&src->body, &dst->body);
-  return 0;
+// How a type's body is copied; NULL for a code that is no node type.
+using Copier = void (*)(const void* src, void* dst);
+
+struct Copiers {
+  Copier of[schema::kTypeCodes];
+};
+
+void copy_nothing(const void*, void*) {}
+
+template <uint32_t code>
+consteval Copier copier_of() {
+  constexpr const schema::NodeType* type = schema::node_type(code);
+  if constexpr (type == nullptr) {
+    return nullptr;
+  } else if constexpr (type->body == nullptr) {
+    return copy_nothing;
+  } else {
+    return copy_record<*type->body>;
+  }
 }
 
-uint32_t body_cp_by_type(uint32_t ses, const qim_node_t* src, qim_node_t* dst) {
-  switch (src->type) {
-    case QIM_NODE_FILTER:
-      return body_cp<schema::filter>(ses, src, dst);
-    case QIM_NODE_ACTION:
-      return body_cp<schema::action>(ses, src, dst);
-    case QIM_NODE_IFELSE:
-      return body_cp<schema::ifelse>(ses, src, dst);
-    case QIM_NODE_HFILTER:
-      return body_cp<schema::hfilter>(ses, src, dst);
-    case QIM_NODE_HACTION:
-      return body_cp<schema::haction>(ses, src, dst);
-    case QIM_NODE_POLICE:
-      return body_cp<schema::police>(ses, src, dst);
-    case QIM_NODE_GROUP:
-      return body_cp<schema::group>(ses, src, dst);
-    case QIM_NODE_PINST:
-    case QIM_NODE_EDEST:
-    case QIM_NODE_DSET:
-      return body_cp<schema::pinst>(ses, src, dst);
-    case QIM_NODE_DEF:
-      return body_cp<schema::def>(ses, src, dst);
-    case QIM_NODE_DSET_NONAME:
-      return 0;
-    default:
-      qim_dbg_errors(QIM_ERR_INTERNAL, "qim_node_cp", 1268, qim_lib_get());
-      return QIM_ERR_NODE_TYPE;
+consteval Copiers make_copiers() {
+  return []<uint32_t... code>(std::integer_sequence<uint32_t, code...>) {
+    return Copiers{{copier_of<code>()...}};
   }
+  (std::make_integer_sequence<uint32_t, schema::kTypeCodes>());
+}
+constexpr Copiers copiers = make_copiers();
+
+uint32_t body_cp(const qim_node_t* src, qim_node_t* dst) {
+  const Copier copy = src->type < schema::kTypeCodes ? copiers.of[src->type] : nullptr;
+  if (copy == nullptr) {
+    qim_dbg_errors(QIM_ERR_INTERNAL, "qim_node_cp", 1268, qim_lib_get());
+    return QIM_ERR_NODE_TYPE;
+  }
+  copy(&src->body, &dst->body);
+  return 0;
 }
 
 }  // namespace
 }  // namespace qim::node
 
-QIM_API uint32_t qim_node_cp(uint32_t ses, const qim_node_t* src, qim_node_t* dst) {
+// The session plays no part: nothing of a copy comes from the database.
+QIM_API uint32_t qim_node_cp(uint32_t, const qim_node_t* src, qim_node_t* dst) {
   qim_lib_ctx_t* ctx = qim_lib_get();
   qim::node::copy_record<qim::schema::node>(src, dst);
-  const uint32_t status = qim::node::body_cp_by_type(ses, src, dst);
+  const uint32_t status = qim::node::body_cp(src, dst);
   if (status != 0) {
     qim::report(status, "qim_node_cp", 1275, ctx);
   }

@@ -1,3 +1,5 @@
+// From a node's TLV to its record: the codec fills in what was stored, and the rest follows from
+// that, the links by the node's type, and the counts.
 #include "node/decode.h"
 
 #include "lib/report.h"
@@ -38,25 +40,16 @@ uint32_t pinst_fill(uint32_t ses, uint32_t name_len, const void* name, qim_node_
 }
 
 // What a node's type asks for after decoding.
-uint32_t finish(uint32_t ses, qim_node_t* node) {
-  switch (node->type) {
-    case QIM_NODE_FILTER: {
-      const uint32_t status = links_get(ses, *schema::node_type(node->type), node);
-      count_criteria(node->body.filter);  // even of a filter whose links failed
-      return status;
-    }
-    case QIM_NODE_ACTION:
-    case QIM_NODE_IFELSE:
-    case QIM_NODE_HFILTER:
-    case QIM_NODE_HACTION:
-    case QIM_NODE_POLICE:
-    case QIM_NODE_GROUP:
-    case QIM_NODE_DEF:
-      return links_get(ses, *schema::node_type(node->type), node);
-    default:
-      qim_dbg_errors(QIM_ERR_INTERNAL, kDecode, 361, qim_lib_get());
-      return QIM_ERR_NODE_TYPE;
+uint32_t finish(uint32_t ses, const schema::NodeType* type, qim_node_t* node) {
+  if (type == nullptr) {
+    qim_dbg_errors(QIM_ERR_INTERNAL, kDecode, 361, qim_lib_get());
+    return QIM_ERR_NODE_TYPE;
   }
+  const uint32_t status = links_get(ses, *type, node);
+  if (schema::part_of(*type, schema::Coding::list) != nullptr) {
+    count_criteria(node->body.filter);  // even of a filter whose links failed
+  }
+  return status;
 }
 
 }  // namespace
@@ -68,10 +61,11 @@ uint32_t qim_node_from_tlva(uint32_t ses, uint32_t tlv_len, const void* tlv, uin
     report(status, kDecode, 304, qim_lib_get());
     return status;
   }
-  if (node->type == QIM_NODE_PINST || node->type == QIM_NODE_EDEST) {
+  const schema::NodeType* type = schema::tlv_type(node->type);
+  if (type != nullptr && type->naming != schema::Naming::never) {
     return pinst_fill(ses, name_len, name, node);
   }
-  status = finish(ses, node);
+  status = finish(ses, type, node);
   if (status != 0) {
     report(status, kDecode, 370, qim_lib_get());
   }

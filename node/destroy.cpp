@@ -1,7 +1,12 @@
+// Freeing an open node with all that it owns.
+//
+// A node whose pointers and lengths disagree is not freed further: what they lead to cannot be
+// trusted, and memory that is lost does less harm than memory that is freed twice.
 #include "lib/export.h"
 #include "lib/report.h"
 #include "node/memory.h"
-#include "qim.h"
+#include "schema/args_field.h"
+#include "schema/rows.h"
 
 namespace qim::node {
 namespace {
@@ -25,14 +30,14 @@ uint32_t free_args(void* args, uint32_t args_len, int32_t line, qim_lib_ctx_t* l
   return args == nullptr ? 0 : free_block(args, line + 5, lib);
 }
 
-uint32_t free_criteria(qim_criterion_t* crit, qim_lib_ctx_t* lib) {
+uint32_t free_criteria(qim_criterion_t* crit, int32_t line, qim_lib_ctx_t* lib) {
   while (crit != nullptr) {
     qim_criterion_t* next = crit->next;
-    uint32_t status = free_args(crit->args, crit->args_len, 655, lib);
+    uint32_t status = free_args(crit->args, crit->args_len, line, lib);
     if (status != 0) {
       return status;
     }
-    status = free_block(crit, 666, lib);
+    status = free_block(crit, line + 11, lib);
     if (status != 0) {
       return status;
     }
@@ -43,16 +48,18 @@ uint32_t free_criteria(qim_criterion_t* crit, qim_lib_ctx_t* lib) {
 
 // Frees what decoding allocated for the body.
 uint32_t free_body(qim_node_t& node, qim_lib_ctx_t* lib) {
-  switch (node.type) {
-    case QIM_NODE_ACTION:
-      return free_args(node.body.action.args, node.body.action.args_len, 625, lib);
-    case QIM_NODE_DEF:
-      return free_args(node.body.def.args, node.body.def.args_len, 640, lib);
-    case QIM_NODE_FILTER:
-      return free_criteria(node.body.filter.crit, lib);
-    default:
-      return 0;
+  const schema::NodeType* type = schema::node_type(node.type);
+  if (type == nullptr) {
+    return 0;
   }
+  if (const schema::Row* row = schema::part_of(*type, schema::Coding::args)) {
+    const schema::Args args = schema::args_at(&node.body, row->position, row->length_at);
+    return free_args(args.bytes, args.length, type->lines.free, lib);
+  }
+  if (schema::part_of(*type, schema::Coding::list) != nullptr) {
+    return free_criteria(node.body.filter.crit, type->lines.free, lib);
+  }
+  return 0;
 }
 
 }  // namespace
@@ -65,6 +72,7 @@ QIM_API uint32_t qim_lib_node_destroy(qim_node_cache_entry_t* entry, qim_lib_ctx
   if (status != 0) {
     return status;
   }
+  // Lengths from 2^31 on count as none: no database keeps private data of that size.
   if (static_cast<int32_t>(node.priv_len) > 0 && node.priv_buf != nullptr) {
     status = free_block(node.priv_buf, 682, lib);
     if (status != 0) {

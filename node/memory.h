@@ -1,4 +1,5 @@
-// The pool functions with the context's own pool.
+// The pool functions with the context's own pool. A node is freed through the context that its
+// close is given, which must name the pool that its open took it from.
 #pragma once
 
 #include "mem.h"

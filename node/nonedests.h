@@ -1,4 +1,5 @@
-// A step of decoding that never fails. It is apart so that a test can put a failing one in its place.
+// A step of decoding that never fails. It is apart so that a test can put a failing one in its
+// place.
 #pragma once
 
 #include "qim.h"

@@ -1,3 +1,8 @@
+// Opening a node: from an identifier to a decoded record in a block of the library's own.
+//
+// The database is asked twice, for the node's parameters and then for its data, for only the
+// parameters say how much room the data need. A caller that has the parameters saves the first.
+// All blocks come from one call of the pool, which gives all of them or none.
 #include <string.h>
 
 #include "lib/export.h"
@@ -106,6 +111,7 @@ uint32_t load(uint32_t ses, qim_node_id_t node_id, rov_node_id_t rov_id,
   if (status != 0) {
     return status;
   }
+  // A node that the cache could not keep is no failure; a lock that failed would be.
   status = qim_node_cache_add(ses, entry, lib);
   if (status != 0) {
     return fail(status, 556, lib);

@@ -1,3 +1,5 @@
+// Reading a node into a client's record: opened, copied, closed, so that clients never hold what is
+// the library's.
 #include "lib/export.h"
 #include "lib/report.h"
 #include "mem.h"
@@ -6,6 +8,7 @@
 QIM_API uint32_t qim_node_read_int(uint32_t ses, qim_node_id_t node_id,
                                    const rov_node_parms_t* parms, int32_t type, qim_node_t* dst) {
   qim_lib_ctx_t* ctx = qim_lib_get();
+  // A client that ignores the status finds an empty record and not what was there before.
   memset_s(dst, sizeof(*dst), 0, sizeof(*dst));
   if (node_id == 0 && parms != nullptr) {
     node_id = qim_from_rov_node_id(&parms->id);
@@ -22,6 +25,7 @@ QIM_API uint32_t qim_node_read_int(uint32_t ses, qim_node_id_t node_id,
   if (status != 0) {
     qim::report(status, "qim_node_read_int", 1307, ctx);
   }
+  // The node is closed whatever became of the copy, whose failure comes first.
   const uint32_t closed = qim_int_node_close(node, ctx);
   status = status != 0 ? status : closed;
   if (status != 0) {

@@ -1,3 +1,5 @@
+// Resolving links: the database is asked for each link that a node's type can have, and the answers
+// go into the slots of the record.
 #include "node/resolve.h"
 
 #include <string.h>

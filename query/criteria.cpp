@@ -1,4 +1,7 @@
-// A filter's criteria, rebuilt as a list inside the caller's buffer.
+// A filter's criteria, rebuilt as a list inside the caller's buffer: the client frees nothing.
+//
+// A filter says beforehand how much room they take at most (crit_bytes), at any alignment that the
+// buffer may have; a list that still does not fit was decoded from lengths that no filter has.
 #include <string.h>
 
 #include "lib/export.h"

@@ -1,4 +1,8 @@
 // Where a policy instance is enforced: the enforcement destination at a given place.
+//
+// A destination bears a name that can be told from the place and the policy instance, so that one
+// question finds it in most sessions, however many referrers there are. Names may be shared or
+// missing; then the referrers are walked, as they are at once in sessions of very many data sets.
 #include <stdlib.h>
 #include <string.h>
 
@@ -185,6 +189,7 @@ QIM_API uint32_t qim_pinst_edest_lookup(uint32_t ses, const qim_node_t* pinst,
   return qim::query::run(lookup);
 }
 
+// The policy instance is open for the whole lookup: its own record says what to look for.
 QIM_API uint32_t qim_pinst_edest_name_get(uint32_t ses, qim_node_id_t pinst_id,
                                           const qim_policy_dest_t* dest, qim_node_t* out) {
   qim_lib_ctx_t* ctx = qim_lib_get();

@@ -57,6 +57,7 @@ QIM_API uint32_t qim_pinst_edest_get_int(uint32_t ses, qim_node_id_t pinst_id, u
   return 0;
 }
 
+// For clients that walk the destinations and count for themselves.
 QIM_API uint32_t qim_pinst_edest_get(uint32_t ses, qim_node_id_t pinst_id, uint32_t n,
                                      qim_node_t* out) {
   qim_lib_ctx_t* ctx = qim_lib_get();

@@ -1,8 +1,10 @@
 // A whole node: its record with every variable part behind it in the caller's buffer.
 #include "lib/export.h"
 #include "lib/report.h"
-#include "qim.h"
 #include "query/align.h"
+#include "query/args.h"
+#include "schema/args_field.h"
+#include "schema/rows.h"
 
 namespace qim::query {
 namespace {
@@ -20,18 +22,12 @@ struct ReadAll {
   qim_lib_ctx_t* ctx;
 };
 
-// How a type's variable part is fetched, and the lines at which its failures are reported.
-struct Part {
-  uint32_t (*get)(uint32_t ses, qim_node_id_t node_id, uint32_t buf_len, void* buf);
-  int32_t room_line;
-  int32_t get_line;
-};
-
 uint32_t fail(const ReadAll& all, uint32_t status, int32_t line) {
   report(status, kReadAll, line, all.ctx);
   return status;
 }
 
+// Room is compared as signed: after the private data's alignment less than nothing may be left.
 bool fits(const ReadAll& all, uint32_t len) {
   return static_cast<int32_t>(len) <= all.left;
 }
@@ -58,40 +54,43 @@ uint32_t read_private(ReadAll& all) {
   return 0;
 }
 
-// Fetches `len` bytes of the node's variable part behind the private data and points `member` at
-// them.
-template <class T>
-uint32_t read_part(const ReadAll& all, uint32_t len, T** member, const Part& part) {
+// Fetches `len` bytes of the node's variable part behind the private data with `get`, and points
+// `member` at them.
+template <class T, class Get>
+uint32_t read_part(const ReadAll& all, uint32_t len, T** member, const schema::PartLines& lines,
+                   Get get) {
   *member = nullptr;
   if (len == 0) {
     return 0;
   }
   if (!fits(all, len)) {
-    return fail(all, QIM_ERR_BUF_SMALL, part.room_line);
+    return fail(all, QIM_ERR_BUF_SMALL, lines.room);
   }
-  const uint32_t status =
-      part.get(all.ses, all.node_id, static_cast<uint32_t>(all.left), all.cursor);
+  const uint32_t status = get(static_cast<uint32_t>(all.left));
   if (status != 0) {
-    return fail(all, status, part.get_line);
+    return fail(all, status, lines.get);
   }
   *member = reinterpret_cast<T*>(all.cursor);
   return 0;
 }
 
 uint32_t read_variable(const ReadAll& all) {
+  const schema::NodeType& type = *schema::node_type(all.out->type);  // a node that was read has one
   qim_node_body_t& body = all.out->body;
-  switch (all.out->type) {
-    case QIM_NODE_FILTER:
-      return read_part(all, body.filter.crit_bytes, &body.filter.crit,
-                       {qim_filter_criteria_get, 522, 526});
-    case QIM_NODE_ACTION:
-      return read_part(all, body.action.args_len, &body.action.args,
-                       {qim_action_arg_get, 535, 538});
-    case QIM_NODE_DEF:
-      return read_part(all, body.def.args_len, &body.def.args, {qim_def_arg_get, 547, 550});
-    default:
-      return 0;
+  if (schema::part_of(type, schema::Coding::list) != nullptr) {
+    return read_part(all, body.filter.crit_bytes, &body.filter.crit, type.lines,
+                     [&all](uint32_t room) {
+                       return qim_filter_criteria_get(all.ses, all.node_id, room, all.cursor);
+                     });
   }
+  const schema::Row* row = schema::part_of(type, schema::Coding::args);
+  if (row == nullptr) {
+    return 0;
+  }
+  return read_part(all, *schema::length_at(&body, row->length_at),
+                   schema::bytes_at(&body, row->position), type.lines, [&](uint32_t room) {
+                     return args_get(all.ses, all.node_id, type.code, room, all.cursor);
+                   });
 }
 
 }  // namespace

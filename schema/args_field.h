@@ -1,4 +1,5 @@
-// Byte-string fields: a pointer `args` with its length in `args_len`.
+// Byte-string fields: a pointer and, in another member, its length. Both are given by their
+// positions in the record.
 #pragma once
 
 #include "qim.h"
@@ -6,23 +7,42 @@
 
 namespace qim::schema {
 
-template <class T>
+// A byte string as a record holds it.
+struct Args {
+  uint8_t* bytes;
+  uint32_t length;
+};
+
+inline uint8_t** bytes_at(void* record, uint32_t at) {
+  return reinterpret_cast<uint8_t**>(static_cast<char*>(record) + at);
+}
+
+inline uint32_t* length_at(void* record, uint32_t at) {
+  return reinterpret_cast<uint32_t*>(static_cast<char*>(record) + at);
+}
+
+inline Args args_at(const void* record, uint32_t at, uint32_t length) {
+  const char* from = static_cast<const char*>(record);
+  return {*reinterpret_cast<uint8_t* const*>(from + at),
+          *reinterpret_cast<const uint32_t*>(from + length)};
+}
+
+template <uint32_t at, uint32_t length>
 uint32_t args_encode(const void* record, void**, void* out, uint32_t* len, uint32_t* done) {
-  const T* rec = static_cast<const T*>(record);
-  return rov_cpy_fld_to_tlv(rec->args, rec->args_len, out, len, done);
+  const Args args = args_at(record, at, length);
+  return rov_cpy_fld_to_tlv(args.bytes, args.length, out, len, done);
 }
 
 // Buffers come from the calling thread's own pool.
-template <class T>
+template <uint32_t at, uint32_t length>
 uint32_t args_decode(void* record, const void* value, uint32_t len, void**) {
-  T* rec = static_cast<T*>(record);
-  return rov_tlv_to_bufptr(reinterpret_cast<void**>(&rec->args), &rec->args_len,
-                           &qim_lib_get()->db_parms.mem, value, len);
+  return rov_tlv_to_bufptr(reinterpret_cast<void**>(bytes_at(record, at)),
+                           length_at(record, length), &qim_lib_get()->db_parms.mem, value, len);
 }
 
-template <class T>
+template <uint32_t at, uint32_t length>
 uint32_t args_size(const void* record) {
-  return static_cast<const T*>(record)->args_len;
+  return args_at(record, at, length).length;
 }
 
 }  // namespace qim::schema

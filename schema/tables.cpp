@@ -1,5 +1,6 @@
 // The descriptor tables that the codec walks, made from the rows. Their layout is an interface
 // format: the head, the field descriptors immediately behind it, a terminator.
+#include <utility>
 
 #include "rov.h"
 #include "schema/args_field.h"
@@ -22,8 +23,9 @@ struct Table {
   tlvo_field_t fields[N + 1];
 };
 
-template <class T>
-constexpr Callbacks args_callbacks = {nullptr, args_encode<T>, args_decode<T>, args_size<T>};
+template <uint32_t at, uint32_t length>
+constexpr Callbacks args_callbacks = {nullptr, args_encode<at, length>, args_decode<at, length>,
+                                      args_size<at, length>};
 
 namespace {
 
@@ -128,14 +130,19 @@ constexpr Callbacks body_callbacks = {nullptr, body_encode, body_decode, body_si
 
 // ---- The tables ----
 
-// The callbacks of the one field of a record that needs them.
-constexpr Callbacks callbacks_of(const Record& record) {
-  if (is(record, criterion)) return args_callbacks<qim_criterion_t>;
-  if (is(record, action)) return args_callbacks<qim_action_t>;
-  if (is(record, def)) return args_callbacks<qim_def_t>;
-  if (is(record, filter)) return criteria_callbacks;
-  if (is(record, node)) return body_callbacks;
-  return {};
+template <const Record& record, size_t i>
+consteval Callbacks callbacks_of() {
+  constexpr Row row = record.rows[i];
+  if constexpr (row.coding == Coding::args) {
+    return args_callbacks<row.position, row.length_at>;
+  } else if constexpr (row.coding == Coding::list) {
+    static_assert(is(record, filter), "a list other than a filter's criteria needs callbacks");
+    return criteria_callbacks;
+  } else if constexpr (row.coding == Coding::body) {
+    return body_callbacks;
+  } else {
+    return {};
+  }
 }
 
 constexpr uint32_t tlvo_kind(Coding coding) {
@@ -159,7 +166,7 @@ consteval size_t coded_rows(const Record& record) {
   return count;
 }
 
-consteval tlvo_field_t make_field(const Record& record, const Row& row) {
+consteval tlvo_field_t make_field(const Row& row, const Callbacks& callbacks) {
   const bool is_list = row.coding == Coding::list;
   tlvo_field_t field = {};
   field.id = row.tlv_id;
@@ -169,13 +176,10 @@ consteval tlvo_field_t make_field(const Record& record, const Row& row) {
   if (row.coding == Coding::record) {
     field.record = table_of(*row.record);
   }
-  if (field.kind == TLVO_KIND_VALUE || is_list) {
-    const Callbacks callbacks = callbacks_of(record);
-    field.count = callbacks.count;
-    field.encode = callbacks.encode;
-    field.decode = callbacks.decode;
-    field.size = callbacks.size;
-  }
+  field.count = callbacks.count;
+  field.encode = callbacks.encode;
+  field.decode = callbacks.decode;
+  field.size = callbacks.size;
   return field;
 }
 
@@ -185,13 +189,15 @@ consteval auto make_table(const char* name) {
   table.head.record_size = record.size;
   table.head.name = name;
   table.head.struct_id = record.struct_id;
-  size_t i = 0;
-  for (const Row& row : record) {
-    if (row.coding != Coding::none) {
-      table.fields[i++] = make_field(record, row);
-    }
+  size_t count = 0;
+  [&]<size_t... I>(std::index_sequence<I...>) {
+    ((record.rows[I].coding != Coding::none
+          ? void(table.fields[count++] = make_field(record.rows[I], callbacks_of<record, I>()))
+          : void()),
+     ...);
   }
-  table.fields[i].position = TLVO_FIELD_END;
+  (std::make_index_sequence<record.row_count>());
+  table.fields[count].position = TLVO_FIELD_END;
   return table;
 }
 

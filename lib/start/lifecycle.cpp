@@ -1,3 +1,8 @@
+// Start-up and shut-down: the database is opened, told of the library's callbacks, and asked for
+// its parameters, in this order; the failure of a step ends the start where it is.
+//
+// What a failed start has done is not undone. Its client holds the database's handle and knows
+// better than the library whether to close it or to try again; qim.h says what stays.
 #include <string.h>
 
 #include "dbg/show.h"
@@ -41,6 +46,8 @@ uint32_t check_again(uint32_t id, uint32_t flags, qim_lib_ctx_t* ctx) {
   return 0;
 }
 
+// A context serves one database library. The client may name it, and once it is known only that one
+// will do, for the handles that the context was given are its own.
 uint32_t take_rov_lib(uint32_t rov_lib, uint32_t id, qim_lib_ctx_t* ctx) {
   if (rov_lib != 0) {
     if (ctx->rov_lib == 0) {
@@ -81,6 +88,7 @@ uint32_t refresh(uint32_t db, uint32_t id, uint32_t arg, uint32_t flags, qim_lib
   if (status != 0) {
     return refuse(status, 247, ctx);
   }
+  // This replaces the logger and the debug flags, too, by those of the handle that was opened last.
   ctx->db_parms = block.p;
   ctx->init_id = id;
   ctx->init_arg = arg;
@@ -158,6 +166,8 @@ QIM_API uint32_t qim_lib_close(uint32_t db, uint32_t arg) {
   if (ctx->use_count < 1) {
     return QIM_ERR_NOT_INIT;
   }
+  // The start is taken back first, so that a database that refuses to close leaves no context that
+  // can never be emptied.
   if (--ctx->use_count == 0) {
     memset(ctx, 0, sizeof(*ctx));  // the database library is not told
   }

@@ -1,6 +1,6 @@
 // The codes that imported access lists use in policy records whose values the policy library
-// carries without interpreting them: criteria, actions, defaults, groups, policies, and the link
-// from a filter to what it leads to. docs/rfc8519.md says how they fit together.
+// carries without interpreting them: criteria, actions, defaults, groups and policies.
+// docs/rfc8519.md says how they fit together.
 #ifndef POLICY_BASE_CRITERIA_CODES_H
 #define POLICY_BASE_CRITERIA_CODES_H
 
@@ -51,10 +51,6 @@ inline constexpr uint32_t policy_type_stages = 0xffff;
 // A data-set name's direction. QIM_DIR_IN is input; of the other values, which are all output, this
 // is the one written.
 inline constexpr uint8_t dir_out = 2;
-
-// The link of a filter that is followed for its link kind "True": optional field 2 of the filter
-// record. Bit 15 says that no slot of the record holds it.
-inline constexpr uint16_t link_filter_true = 0x8082;
 
 }  // namespace qimctl
 

@@ -14,21 +14,12 @@ namespace qimctl {
 
 namespace {
 
-// Data-set nodes have no name in the library's tables: they are never decoded.
-struct DsetTypeName {
-  uint32_t code;
-  const char* name;
-};
-constexpr DsetTypeName dset_type_names[] = {{QIM_NODE_DSET, "Dset"},
-                                            {QIM_NODE_DSET_NONAME, "DsetNoname"}};
-
 // Calls visit(code, name) for every node type, in the order of their codes.
 template <typename Visit>
 void each_node_type(Visit visit) {
-  for (uint32_t code = QIM_NODE_FILTER; code <= QIM_NODE_EDEST; code++) {
-    visit(code, qim::schema::node_type(code)->name);
+  for (const qim::schema::NodeType* type : qim::schema::types_by_code.at) {
+    if (type != nullptr) visit(type->code, type->name);
   }
-  for (const DsetTypeName& type : dset_type_names) visit(type.code, type.name);
 }
 
 int digit_value(char c) {

@@ -10,21 +10,14 @@ namespace qimctl {
 
 namespace {
 
+using qim::schema::Naming;
 using qim::schema::NodeType;
 using qim::schema::Row;
 using qim::schema::Slot;
 
-// May, must or can't a node of this type have a data-set name?
-bool may_be_named(uint32_t type) {
-  return type == QIM_NODE_PINST || type == QIM_NODE_EDEST || type == QIM_NODE_DSET;
-}
-
 bool is_single_slot(const NodeType& type, uint16_t field) {
-  if (type.body == nullptr) return false;
-  for (const Row& row : *type.body) {
-    if (row.slot == Slot::single && row.link == field) return true;
-  }
-  return false;
+  const Row* row = qim::schema::slot_of(type, field);
+  return row != nullptr && row->slot == Slot::single;
 }
 
 class Checker {
@@ -40,7 +33,7 @@ class Checker {
       return;
     }
     check_id(node);
-    check_name(node);
+    check_name(node, *type);
     std::set<uint16_t> fields;
     for (const Link& link : node.links) {
       check_field(node, link, fields);
@@ -89,12 +82,11 @@ class Checker {
     report(node, "is there already, at " + where + "; give one of the two another identifier");
   }
 
-  void check_name(const Node& node) {
-    const uint32_t type = node.record.type;
-    if (node.dset && !may_be_named(type)) {
-      report(node, "has a data-set name, which no " + node_type_name(type) + " has; remove it");
+  void check_name(const Node& node, const NodeType& type) {
+    if (node.dset && type.naming == Naming::never) {
+      report(node, std::string("has a data-set name, which no ") + type.name + " has; remove it");
     }
-    if (!node.dset && type == QIM_NODE_DSET) {
+    if (!node.dset && type.naming == Naming::required) {
       report(node,
              "has no data-set name; add one, or make it a " + node_type_name(QIM_NODE_DSET_NONAME));
     }

@@ -4,12 +4,15 @@
 
 #include "policy/base/names.h"
 #include "rov_edit.h"
+#include "schema/args_field.h"
 #include "schema/rows.h"
 
 namespace qimctl {
 
 namespace {
 
+using qim::schema::Coding;
+using qim::schema::Naming;
 using qim::schema::NodeType;
 using qim::schema::Row;
 using qim::schema::Slot;
@@ -25,14 +28,12 @@ size_t align8(size_t bytes) {
 // What qim_node_readall needs beside the record.
 size_t room_for(const qim_node_t& record) {
   size_t bytes = align8(record.priv_len);
-  if (record.type == QIM_NODE_FILTER) bytes += record.body.filter.crit_bytes;
-  if (record.type == QIM_NODE_ACTION) bytes += record.body.action.args_len;
-  if (record.type == QIM_NODE_DEF) bytes += record.body.def.args_len;
+  const NodeType& type = *qim::schema::node_type(record.type);
+  if (has_criteria(record.type)) bytes += record.body.filter.crit_bytes;
+  const Row* args = part_of(type, Coding::args);
+  if (args != nullptr)
+    bytes += qim::schema::args_at(&record.body, args->position, args->length_at).length;
   return align8(bytes);
-}
-
-bool carries_name(uint32_t type) {
-  return type == QIM_NODE_PINST || type == QIM_NODE_EDEST || type == QIM_NODE_DSET;
 }
 
 void add_slots(const ReadSession& session, const qim_node_t& record,
@@ -47,6 +48,12 @@ void add_slots(const ReadSession& session, const qim_node_t& record,
     require(status, "read the link " + slot_name(row.link) + " of node " + node_id_text(record.id));
     links.push_back(link);
   }
+}
+
+// Does a node of this type keep its link `field` in a slot of its record?
+bool has_slot(uint32_t type, uint16_t field) {
+  const NodeType* known = qim::schema::node_type(type);
+  return known != nullptr && slot_of(*known, field) != nullptr;
 }
 
 // The database tells which links a node has; the library reads them.
@@ -67,18 +74,15 @@ void add_others(const ReadSession& session, const qim_node_t& record,
 
 }  // namespace
 
-bool has_slot(uint32_t type, uint16_t field) {
+bool has_criteria(uint32_t type) {
   const NodeType* known = qim::schema::node_type(type);
-  if (known == nullptr || known->body == nullptr) return false;
-  for (const Row& row : *known->body) {
-    if (row.slot != Slot::none && row.link == field) return true;
-  }
-  return false;
+  return known != nullptr && part_of(*known, Coding::list) != nullptr;
 }
 
 bool has_dset(const qim_node_t& record) {
-  if (!carries_name(record.type)) return false;
-  return record.type == QIM_NODE_DSET || record.body.pinst.fields.dest.fmt != 0;
+  const NodeType* type = qim::schema::node_type(record.type);
+  if (type == nullptr || type->naming == Naming::never) return false;
+  return type->naming == Naming::required || record.body.pinst.fields.dest.fmt != 0;
 }
 
 qim_dsetname_t name_of(const qim_pinst_fields_t& fields) {

@@ -31,8 +31,8 @@ std::vector<qim_link_t> read_links(const ReadSession& session, const qim_node_t&
 // This tool's private data on a node whose record was read.
 std::vector<uint8_t> read_private(const ReadSession& session, const qim_node_t& record);
 
-// Does a node of this type keep its link `field` in a slot of its record?
-bool has_slot(uint32_t type, uint16_t field);
+// Do nodes of this type have criteria?
+bool has_criteria(uint32_t type);
 
 // Has the node a data-set name? A policy instance or enforcement destination of format 0 was stored
 // without one.

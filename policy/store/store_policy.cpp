@@ -6,13 +6,18 @@
 #include "policy/base/names.h"
 #include "policy/base/progress.h"
 #include "rov_edit.h"
+#include "schema/args_field.h"
+#include "schema/rows.h"
 
 namespace qimctl {
 
 namespace {
 
+using qim::schema::Coding;
+using qim::schema::Row;
+
 bool is_dset_node(const Node& node) {
-  return node.record.type == QIM_NODE_DSET || node.record.type == QIM_NODE_DSET_NONAME;
+  return qim::schema::is_of(node.record.type, qim::schema::family::data_sets);
 }
 
 // The record of a node as the codec takes it: its pointers lead into the node and into this object.
@@ -21,10 +26,10 @@ class EncodableRecord {
  public:
   explicit EncodableRecord(const Node& node)
       : record_(node.record), criteria_(node.criteria.size()) {
-    qim_node_body_t& body = record_.body;
-    if (record_.type == QIM_NODE_ACTION) attach(node.args, body.action);
-    if (record_.type == QIM_NODE_DEF) attach(node.args, body.def);
-    if (record_.type == QIM_NODE_FILTER) attach(node.criteria, body.filter);
+    const qim::schema::NodeType* type = qim::schema::node_type(record_.type);
+    if (type == nullptr) return;
+    if (const Row* row = part_of(*type, Coding::args)) attach(node.args, *row, &record_.body);
+    if (part_of(*type, Coding::list) != nullptr) attach(node.criteria, record_.body.filter);
   }
   EncodableRecord(const EncodableRecord&) = delete;
   EncodableRecord& operator=(const EncodableRecord&) = delete;
@@ -32,17 +37,19 @@ class EncodableRecord {
   const qim_node_t* get() const { return &record_; }
 
  private:
-  template <typename Record>
-  static void attach(const std::vector<uint8_t>& args, Record& record) {
-    record.args_len = static_cast<uint32_t>(args.size());
-    record.args = args.empty() ? nullptr : const_cast<uint8_t*>(args.data());
+  static void attach(const std::vector<uint8_t>& args, const Row& row, void* record) {
+    *qim::schema::length_at(record, row.length_at) = static_cast<uint32_t>(args.size());
+    *qim::schema::bytes_at(record, row.position) =
+        args.empty() ? nullptr : const_cast<uint8_t*>(args.data());
   }
 
   void attach(const std::vector<Criterion>& criteria, qim_filter_t& filter) {
     for (size_t i = 0; i < criteria.size(); i++) {
       criteria_[i].type = criteria[i].type;
       criteria_[i].next = i + 1 < criteria.size() ? &criteria_[i + 1] : nullptr;
-      attach(criteria[i].args, criteria_[i]);
+      criteria_[i].args_len = static_cast<uint32_t>(criteria[i].args.size());
+      criteria_[i].args =
+          criteria[i].args.empty() ? nullptr : const_cast<uint8_t*>(criteria[i].args.data());
     }
     filter.crit = criteria_.empty() ? nullptr : criteria_.data();
   }

@@ -46,7 +46,7 @@ std::string referring(const std::string& interfaces) {
 }
 
 uint32_t action_of(const Policy& policy, const Node& filter) {
-  return by_id(policy, target(filter, qimctl::link_filter_true)).record.body.action.type;
+  return by_id(policy, target(filter, QIM_LN_FILTER_TRUE)).record.body.action.type;
 }
 
 TEST(Rfc8519Nodes, AnEmptyDocumentGivesNoNodes) {
@@ -137,7 +137,7 @@ TEST(Rfc8519Nodes, LoggingFollowsTheForwardingAction) {
   const Policy policy = read(
       document(lists(list("l", entry("a", "", R"("forwarding":"drop","logging":"log-syslog")")))));
   const Node& filter = *of_type(policy, QIM_NODE_FILTER).at(0);
-  const Node& drop = by_id(policy, target(filter, qimctl::link_filter_true));
+  const Node& drop = by_id(policy, target(filter, QIM_LN_FILTER_TRUE));
   EXPECT_EQ(drop.record.body.action.type, static_cast<uint32_t>(ActionType::drop));
   const Node& log = by_id(policy, target(drop, next_action));
   EXPECT_EQ(log.record.type, uint32_t{QIM_NODE_ACTION});
@@ -155,7 +155,7 @@ TEST(Rfc8519Nodes, EntriesOfAListShareTheirActions) {
             "," + list("m", entry("a", "", drop)))));
   const auto filters = of_type(policy, QIM_NODE_FILTER);
   ASSERT_EQ(filters.size(), 5u);
-  const auto action = [&](size_t i) { return target(*filters[i], qimctl::link_filter_true); };
+  const auto action = [&](size_t i) { return target(*filters[i], QIM_LN_FILTER_TRUE); };
   EXPECT_EQ(action(0), action(1));
   EXPECT_NE(action(0), action(2));
   EXPECT_EQ(target(by_id(policy, action(2)), next_action),

@@ -1,47 +1,25 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
-#include <set>
 #include <unordered_map>
 
 #include "policy/base/dsetname.h"
 #include "policy/base/names.h"
 #include "policy/store/node_image.h"
 #include "rov_edit.h"
+#include "schema/rows.h"
 #include "tools/nodes/defects.h"
 
 namespace qimctl {
 
 namespace {
 
-using Types = std::set<uint32_t>;
+using qim::schema::Naming;
+using qim::schema::NodeType;
 
-// The types that a link can lead to; empty where every type of policy will do.
-Types targets_of(uint32_t type, uint16_t field) {
-  switch (field) {
-    case 0x081:  // the next of a list of filters
-      return {QIM_NODE_FILTER, QIM_NODE_HFILTER};
-    case 0x141:  // the next of a list of actions
-      return {QIM_NODE_ACTION, QIM_NODE_HACTION, QIM_NODE_POLICE};
-    case 0x282:
-    case 0x301:
-      return {QIM_NODE_DEF};
-    case 0x2c1:
-      if (type == QIM_NODE_EDEST || type == QIM_NODE_DSET) return {QIM_NODE_PINST};
-      return {};
-    default:
-      return {};
-  }
-}
-
-// What a policy is made of, in contrast to where it is applied.
-bool is_policy(uint32_t type) {
-  return type != QIM_NODE_PINST && type != QIM_NODE_EDEST && type != QIM_NODE_DSET &&
-         type != QIM_NODE_DSET_NONAME;
-}
-
-bool may_be_named(uint32_t type) {
-  return type == QIM_NODE_PINST || type == QIM_NODE_EDEST || type == QIM_NODE_DSET;
+// NULL for the type of a node that is not understood.
+const NodeType* type_of(uint32_t code) {
+  return qim::schema::node_type(code);
 }
 
 // What must be known of a node to judge others by.
@@ -83,7 +61,8 @@ class Checker {
     Known& known = known_[id_];
     if (status == ROV_OK) {
       known.type = record.type;
-      if (may_be_named(record.type)) known.fields = record.body.pinst.fields;
+      const bool named = type_of(record.type)->naming != Naming::never;
+      if (named) known.fields = record.body.pinst.fields;
       return;
     }
     if (!is_about_contents(status)) require(status, "read node " + node_id_text(id_));
@@ -108,14 +87,15 @@ class Checker {
 
   void check_name(const rov_node_parms_t& parms, const Known& node) {
     const bool named = parms.dset_len != 0;
-    const std::string type = node_type_name(node.type);
-    if (named && !may_be_named(node.type)) {
-      report(Defect::data_set_name, "has a data-set name, which no " + type + " has");
+    const NodeType& type = *type_of(node.type);
+    if (named && type.naming == Naming::never) {
+      report(Defect::data_set_name,
+             std::string("has a data-set name, which no ") + type.name + " has");
     }
-    if (!named && (node.type == QIM_NODE_EDEST || node.type == QIM_NODE_DSET)) {
-      report(Defect::data_set_name, "is an " + type + " without data-set name");
+    if (!named && (type.naming == Naming::expected || type.naming == Naming::required)) {
+      report(Defect::data_set_name, std::string("is an ") + type.name + " without data-set name");
     }
-    if (!named || !may_be_named(node.type)) return;
+    if (!named || type.naming == Naming::never) return;
     qim_dsetname_t name{};
     require(rov_node_data_get(session_, parms.id, 0, nullptr, sizeof name, &name, 0, nullptr),
             "read the data-set name of node " + node_id_text(id_));
@@ -129,12 +109,13 @@ class Checker {
   // A destination is looked for by its policy instance and its place, and by the name made of both.
   void check_place(const qim_dsetname_t& name, const Known& node) {
     qim_link_t link;
-    const uint32_t status = qim_link_field_get(session_, id_, 0x2c1, &link);
+    const uint32_t status = qim_link_field_get(session_, id_, QIM_LN_PINST, &link);
     if (status != ROV_OK && status != ROV_ERR_NO_LINK) {
-      require(status, "read the link ln_2c1 of node " + node_id_text(id_));
+      require(status, "read the link " + slot_name(QIM_LN_PINST) + " of node " + node_id_text(id_));
     }
     if (status == ROV_ERR_NO_LINK) {
-      report(Defect::dangling, "is an enforcement destination without policy instance (ln_2c1)");
+      report(Defect::dangling, "is an enforcement destination without policy instance (" +
+                                   slot_name(QIM_LN_PINST) + ")");
     }
     const auto pinst = known_.find(link.node);
     if (pinst != known_.end() && pinst->second.type == QIM_NODE_PINST) {
@@ -183,13 +164,14 @@ class Checker {
       report_dangling(name, id);
       return;
     }
+    const NodeType* from = type_of(node.type);
+    const NodeType* to = type_of(target->second.type);
+    if (from == nullptr || to == nullptr) return;
+    const qim::schema::Row* slot = qim::schema::slot_of(*from, field);
     // Links that no slot holds may lead anywhere.
-    if (node.type == 0 || target->second.type == 0 || !has_slot(node.type, field)) return;
-    const Types types = targets_of(node.type, field);
-    const uint32_t type = target->second.type;
-    if (types.empty() ? is_policy(type) : types.contains(type)) return;
+    if (slot == nullptr || (slot->leads_to & from->leads_to & to->family) != 0) return;
     report(Defect::target_type, "has a link " + name + " to node " + node_id_text(id) +
-                                    ", which can't be a " + node_type_name(type));
+                                    ", which can't be a " + to->name);
   }
 
   uint32_t session_;

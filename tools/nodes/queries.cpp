@@ -11,6 +11,8 @@
 #include "policy/formats/native/node_json.h"
 #include "policy/store/node_image.h"
 #include "rov.h"
+#include "schema/args_field.h"
+#include "schema/rows.h"
 #include "tools/base/output.h"
 
 namespace qimctl {
@@ -63,19 +65,28 @@ qim_node_t read_typed(const ReadSession& session, uint32_t id, uint32_t type,
       "it is of type " + node_type_name(record.type) + ", not " + node_type_name(type));
 }
 
-// What a node of an unknown number of bytes is asked for is known from its record.
-std::vector<uint8_t> arguments(const ReadSession& session, const qim_node_t& record) {
-  const bool action = record.type == QIM_NODE_ACTION;
-  if (!action && record.type != QIM_NODE_DEF) {
-    throw DatabaseError(QIM_ERR_NODE_TYPE, "read the arguments of " + node_id_text(record.id),
-                        "it is of type " + node_type_name(record.type) + ", not Action or Def");
+// "Action or Def"
+std::string types_with_arguments() {
+  std::string names;
+  for (const qim::schema::NodeType* type : qim::schema::types_by_code.at) {
+    if (type == nullptr || part_of(*type, qim::schema::Coding::args) == nullptr) continue;
+    names += (names.empty() ? "" : " or ") + std::string(type->name);
   }
-  const uint32_t length = action ? record.body.action.args_len : record.body.def.args_len;
-  std::vector<uint8_t> bytes(length);
-  const auto get = action ? qim_action_arg_get : qim_def_arg_get;
-  require(get(session.handle(), record.id, length, bytes.data()),
-          "read the arguments of " + node_id_text(record.id));
-  return bytes;
+  return names;
+}
+
+std::vector<uint8_t> arguments(const ReadSession& session, const qim_node_t& record) {
+  const qim::schema::Row* row =
+      part_of(*qim::schema::node_type(record.type), qim::schema::Coding::args);
+  if (row == nullptr) {
+    throw DatabaseError(
+        QIM_ERR_NODE_TYPE, "read the arguments of " + node_id_text(record.id),
+        "it is of type " + node_type_name(record.type) + ", not " + types_with_arguments());
+  }
+  const NodeImage image = read_node(session, record.id);
+  const auto [bytes, length] =
+      qim::schema::args_at(&image.record.body, row->position, row->length_at);
+  return {bytes, bytes + length};
 }
 
 void print_bytes(const std::vector<uint8_t>& bytes, bool json) {

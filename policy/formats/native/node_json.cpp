@@ -7,6 +7,7 @@
 #include "policy/base/json_value.h"
 #include "policy/base/names.h"
 #include "policy/base/text.h"
+#include "schema/args_field.h"
 #include "schema/rows.h"
 
 namespace qimctl {
@@ -53,10 +54,8 @@ ordered_json criteria_to_json(const qim_criterion_t* first) {
 // The variable part that hangs on a pointer of the body.
 ordered_json variable_to_json(const Row& row, const qim_node_t& record) {
   if (row.coding == Coding::list) return criteria_to_json(record.body.filter.crit);
-  if (record.type == QIM_NODE_ACTION) {
-    return hex_bytes(record.body.action.args, record.body.action.args_len);
-  }
-  return hex_bytes(record.body.def.args, record.body.def.args_len);
+  const auto [bytes, length] = qim::schema::args_at(&record.body, row.position, row.length_at);
+  return hex_bytes(bytes, length);
 }
 
 ordered_json body_to_json(const qim_node_t& record, bool variable_parts) {
@@ -98,15 +97,11 @@ ordered_json computed_to_json(const qim_node_t& record) {
   return computed;
 }
 
-bool is_data_set(uint32_t type) {
-  return type == QIM_NODE_DSET || type == QIM_NODE_DSET_NONAME;
-}
-
 ordered_json head_to_json(const qim_node_t& record, bool variable_parts) {
   ordered_json value;
   value["id"] = node_id_text(record.id);
   value["type"] = node_type_name(record.type);
-  if (is_data_set(record.type)) return value;
+  if (qim::schema::is_of(record.type, qim::schema::family::data_sets)) return value;
   for (const Row& row : qim::schema::node) {
     if (is_input(row)) value[row.name] = row_to_json(row, &record);
   }
@@ -191,7 +186,7 @@ std::string named_summary(const std::string& private_text, const qim_node_t& rec
 std::string node_summary(const NodeImage& image) {
   qim_node_t record = image.record;
   std::string text = private_text(record.priv_buf, record.priv_len);
-  if (record.type == QIM_NODE_FILTER) {
+  if (has_criteria(record.type)) {
     for (const auto* criterion = record.body.filter.crit; criterion != nullptr;
          criterion = criterion->next) {
       append(text, criterion_text(criterion->type, {criterion->args, criterion->args_len}));

@@ -131,8 +131,9 @@ void ListBuilder::add_group() {
   node.record.body.group.subtype = list_.type;
   node.priv = bytes_of(list_.name);
   const auto entries = static_cast<uint32_t>(list_.entries.size());
-  if (entries != 0) node.links.push_back({.field = 0x281, .node = filters_, .val = entries});
-  node.links.push_back({.field = 0x282, .node = default_});
+  if (entries != 0)
+    node.links.push_back({.field = QIM_LN_GROUP_FIRST, .node = filters_, .val = entries});
+  node.links.push_back({.field = QIM_LN_GROUP_DEF, .node = default_});
 }
 
 void ListBuilder::add_default() {
@@ -149,14 +150,14 @@ void ListBuilder::add_attachments() {
     Node& node = add(QIM_NODE_PINST, attachment->path);
     node.dset = instance_name(group_, *attachment);
     node.priv = bytes_of(list_.name);
-    node.links.push_back({.field = 0x2c1, .node = group_});
+    node.links.push_back({.field = QIM_LN_PINST, .node = group_});
   }
   for (const Attachment* attachment : attachments_) {
     Node& node = add(QIM_NODE_EDEST, attachment->path);
     node.dset = destination_name(*attachment);
     node.priv = bytes_of(attachment->interface);
     const uint32_t instance = ids.at(Instance(attachment->dir, attachment->stage));
-    node.links.push_back({.field = 0x2c1, .node = instance});
+    node.links.push_back({.field = QIM_LN_PINST, .node = instance});
   }
 }
 
@@ -172,7 +173,7 @@ void ListBuilder::add_actions() {
 uint32_t ListBuilder::add_action(ActionType type, bool log, const std::string& path) {
   Node& node = add(QIM_NODE_ACTION, path + "/actions");
   node.record.body.action.type = static_cast<uint32_t>(type);
-  if (log) node.links.push_back({.field = 0x141, .node = logger_});
+  if (log) node.links.push_back({.field = QIM_LN_ACTION_NEXT, .node = logger_});
   return node.id;
 }
 
@@ -184,9 +185,9 @@ void ListBuilder::add_filter(size_t index) {
   node.record.body.filter.nomatch = last ? QIM_LINK_NOMATCH : QIM_LINK_NEXT;
   node.criteria = entry.criteria;
   node.priv = bytes_of(entry.name);
-  if (!last) node.links.push_back({.field = 0x081, .node = filter_id(index + 1)});
+  if (!last) node.links.push_back({.field = QIM_LN_FILTER_NEXT, .node = filter_id(index + 1)});
   const uint32_t action = chain_ids_.at(Chain(entry.forwarding, entry.log));
-  node.links.push_back({.field = link_filter_true, .node = action});
+  node.links.push_back({.field = QIM_LN_FILTER_TRUE, .node = action});
 }
 
 }  // namespace

@@ -162,6 +162,22 @@ TEST_F(NodeCache, add_looks_its_victim_up_by_key) {
   EXPECT_FALSE(fake::is_live(mine));
 }
 
+// The session that the call names makes the new entry's key; the victim is one of the session that
+// the entry itself was opened through.
+TEST_F(NodeCache, add_evicts_under_the_entrys_own_session_not_under_the_arguments) {
+  const auto made = fill({1, 2});
+  EXPECT_EQ(qim_node_cache_add(kOther, entry(3), ctx()), 0u);
+  expect_list({3, 2});
+  EXPECT_FALSE(fake::is_live(made[0]));
+  EXPECT_EQ(fake::reports().size(), 0u);
+
+  auto* const of_another = entry(4, kOther);
+  EXPECT_EQ(qim_node_cache_add(kSes, of_another, ctx()), 0u);
+  expect_list({3, 2});
+  EXPECT_EQ(fake::report_texts(), (Texts{report(kInternal, "qim_node_cache_add", 860)}));
+  fake::release(of_another);
+}
+
 // ---- Looking up ------------------------------------------------------------------------------
 
 TEST_F(NodeCache, get_moves_the_entry_to_the_head) {
@@ -425,10 +441,10 @@ TEST_F(NodeCache, frees_from_the_pool_of_and_reports_to_the_context_it_is_given)
   const auto give = [&other](std::uint32_t id) {
     auto* const made = static_cast<qim_node_cache_entry_t*>(
         fake::allocate(sizeof(qim_node_cache_entry_t), &other.db_parms.mem));
+    made->ses = kSes;
     made->node.id = id;
     made->node.type = QIM_NODE_IFELSE;
     EXPECT_EQ(qim_node_cache_add(kSes, made, &other), 0u);
-    made->ses = kSes;
     return made;
   };
   for (const std::uint32_t id : {1, 1, 2, 3}) give(id);  // replaces, then evicts

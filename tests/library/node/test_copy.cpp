@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "fake/records.h"
 #include "schema/rows.h"
 #include "tests/library/node/support.h"
 
@@ -33,14 +34,28 @@ void PrintTo(const Copier& copier, std::ostream* os) {
   *os << copier.name;
 }
 
-// Pointers come last in every body that has some, so these positions hold in every build.
-const std::vector<Range> kPinstRanges = {{0, 15}, {16, 16}, {20, 23}, {24, 31}, {32, 47}};
-const std::vector<Copier> kCopiers = {
-    {"Filter", 1, {{0, 23}}},    {"Action", 2, {{0, 11}}},   {"Ifelse", 3, {{0, 63}}},
-    {"Hfilter", 4, {{0, 35}}},   {"Haction", 5, {{0, 23}}},  {"Police", 6, {{0, 51}, {56, 123}}},
-    {"Group", 7, {{4, 27}}},     {"Pinst", 8, kPinstRanges}, {"Def", 9, {{0, 27}}},
-    {"Edest", 10, kPinstRanges}, {"Dset", 32, kPinstRanges}, {"NoName", 33, {}},
-};
+// What copies of a type's body take over. Pointers come last in every body that has some, so these
+// positions hold in every build.
+Copier copier(const char* name, std::uint32_t type, const char* kind) {
+  Copier made = {name, type, {}};
+  const fake::RecordLayout& record = fake::record_layout(kind);
+  for (const fake::RecordMember& member : record.members) {
+    if (member.copy == fake::Copy::no) continue;
+    const std::size_t at = record.here(member);
+    made.copied.push_back({at, at + member.width_here() - 1});
+  }
+  return made;
+}
+
+std::vector<Copier> make_copiers() {
+  std::vector<Copier> copiers;
+  for (const fake::TypeLayout& type : fake::type_layouts) {
+    copiers.push_back(copier(type.name, type.code, type.kind));
+  }
+  copiers.push_back({"NoName", 33, {}});
+  return copiers;
+}
+const std::vector<Copier> kCopiers = make_copiers();
 
 constexpr std::uint8_t kOld = 0x55;
 
@@ -144,7 +159,7 @@ TEST_F(NodeCopy, leaves_out_pointers_and_the_groups_bare_link) {
 
 TEST_F(NodeCopy, of_an_unknown_type_copies_the_header_and_fails) {
   std::vector<std::uint32_t> types = {0, 34, 64, 0x100, 0x80000001, 0xffffffff};
-  for (std::uint32_t type = 11; type < 32; ++type) types.push_back(type);
+  for (std::uint32_t type = TLVO_UNION_MEMBERS + 1; type < 32; ++type) types.push_back(type);
   for (const std::uint32_t type : types) {
     SCOPED_TRACE(type);
     const std::size_t before = fake::reports().size();
@@ -161,7 +176,7 @@ TEST_F(NodeCopy, of_an_unknown_type_copies_the_header_and_fails) {
 
 TEST_F(NodeCopy, of_an_unknown_type_is_reported_as_internal_whatever_the_debug_bit) {
   report_only_unconditionally();
-  const qim_node_t from = source(11);
+  const qim_node_t from = source(TLVO_UNION_MEMBERS + 1);
   qim_node_t to = old_record();
   EXPECT_EQ(qim_node_cp(kSes, &from, &to), kNodeType);
   EXPECT_EQ(fake::report_texts(), (Texts{report(kInternal, "qim_node_cp", 1268)}));

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <functional>
 
+#include "fake/records.h"
 #include "rov.h"
 #include "tests/library/node/support.h"
 
@@ -22,8 +23,6 @@ using node_test::kSes;
 
 using Texts = std::vector<std::string>;
 
-constexpr bool kSingle = false;
-constexpr bool kFull = true;
 
 struct Place {
   std::uint16_t code;
@@ -44,39 +43,36 @@ void PrintTo(const Resolver& resolver, std::ostream* os) {
   *os << resolver.name;
 }
 
+// The slots of a type, in the order in which they are resolved: that of their positions.
+std::vector<Place> places_of(std::string_view type) {
+  std::vector<Place> places;
+  for (const fake::TypeLayout& known : fake::type_layouts) {
+    if (known.name != type) continue;
+    const fake::RecordLayout& record = fake::record_layout(known.kind);
+    for (const fake::RecordMember& member : record.members) {
+      if (!member.is_slot()) continue;
+      places.push_back({fake::link_code(member), member.is == fake::Is::full, record.here(member)});
+    }
+  }
+  return places;
+}
+
+Resolver resolver(const char* name, const char* function, std::function<void(fake::Node&)> make) {
+  return {name, function, std::move(make), places_of(name)};
+}
+
 const std::vector<Resolver> kResolvers = {
-    {"Filter", "qim_filter_links_get", [](auto& n) { n.filter({}); }, {{0x081, kSingle, 0}}},
-    {"Action", "qim_action_links_get", [](auto& n) { n.action({}); }, {{0x141, kSingle, 0}}},
-    {"Ifelse",
-     "qim_ifelse_links_get",
-     [](auto& n) { n.ifelse(); },
-     {{0x241, kFull, 0}, {0x242, kFull, 16}, {0x243, kFull, 32}, {0x244, kFull, 48}}},
-    {"Hfilter",
-     "qim_hfilter_links_get",
-     [](auto& n) { n.hfilter({}); },
-     {{0x081, kSingle, 0}, {0x102, kFull, 20}}},
-    {"Haction",
-     "qim_haction_links_get",
-     [](auto& n) { n.haction({}); },
-     {{0x141, kSingle, 0}, {0x182, kFull, 8}}},
-    {"Police",
-     "qim_police_links_get",
-     [](auto& n) { n.police({}); },
-     {{0x141, kSingle, 0}, {0x201, kFull, 4}, {0x202, kFull, 20}, {0x203, kFull, 36}}},
-    {"Group",
-     "qim_group_links_get",
-     [](auto& n) { n.group_body({}); },
-     {{0x282, kSingle, 0}, {0x281, kFull, 12}}},
-    {"Def",
-     "qim_def_links_get",
-     [](auto& n) { n.def({}); },
-     {{0x301, kSingle, 0}, {0x302, kFull, 4}}},
-    {"Pinst", "qim_pinst_dsetname_get", [](auto& n) { n.pinst(); }, {{0x2c1, kFull, 32}}},
-    {"Edest", "qim_pinst_dsetname_get", [](auto& n) { n.edest(); }, {{0x2c1, kFull, 32}}},
-    {"Dset",
-     "qim_pinst_dsetname_get",
-     [](auto& n) { n.data_set().dset_name(Bytes(21)); },
-     {{0x2c1, kFull, 32}}},
+    resolver("Filter", "qim_filter_links_get", [](auto& n) { n.filter({}); }),
+    resolver("Action", "qim_action_links_get", [](auto& n) { n.action({}); }),
+    resolver("Ifelse", "qim_ifelse_links_get", [](auto& n) { n.ifelse(); }),
+    resolver("Hfilter", "qim_hfilter_links_get", [](auto& n) { n.hfilter({}); }),
+    resolver("Haction", "qim_haction_links_get", [](auto& n) { n.haction({}); }),
+    resolver("Police", "qim_police_links_get", [](auto& n) { n.police({}); }),
+    resolver("Group", "qim_group_links_get", [](auto& n) { n.group_body({}); }),
+    resolver("Def", "qim_def_links_get", [](auto& n) { n.def({}); }),
+    resolver("Pinst", "qim_pinst_dsetname_get", [](auto& n) { n.pinst(); }),
+    resolver("Edest", "qim_pinst_dsetname_get", [](auto& n) { n.edest(); }),
+    resolver("Dset", "qim_pinst_dsetname_get", [](auto& n) { n.data_set().dset_name(Bytes(21)); }),
 };
 
 class NodeLinks : public node_test::NodeTest, public testing::WithParamInterface<Resolver> {

@@ -147,7 +147,8 @@ TEST_F(NodeOpenFailure, truncated_tlv_gives_the_codec_status) {
 // ---- Types -----------------------------------------------------------------------------------
 
 TEST_F(NodeOpenFailure, tlv_types_outside_1_to_10_are_refused) {
-  for (const std::uint32_t type : {0u, 11u, 31u, 32u, 33u, 34u, 0x80000001u, 0xffffffffu}) {
+  for (const std::uint32_t type :
+       {0u, TLVO_UNION_MEMBERS + 1u, 31u, 32u, 33u, 34u, 0x80000001u, 0xffffffffu}) {
     SCOPED_TRACE(type);
     const std::size_t reports = fake::reports().size();
     fake::node(kNode).body(type, fake::Tlv());
@@ -174,7 +175,7 @@ TEST_F(NodeOpenFailure, empty_tlv_has_type_0) {
 
 TEST_F(NodeOpenFailure, unknown_type_is_reported_whatever_the_debug_bit) {
   report_only_unconditionally();
-  fake::node(kNode).body(11, fake::Tlv());
+  fake::node(kNode).body(TLVO_UNION_MEMBERS + 1, fake::Tlv());
   expect_failure(kNodeType);
   EXPECT_EQ(fake::report_texts(), (Texts{report(kInternal, kDecode, 361)}));
   EXPECT_EQ(fake::count("rov_dbg_abort_chk"), 1u);

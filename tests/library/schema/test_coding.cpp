@@ -249,7 +249,7 @@ TEST_F(Coding, stops_at_the_first_failure_with_its_status) {
 }
 
 TEST_F(Coding, fails_to_encode_an_unknown_type) {
-  record.type = 11;
+  record.type = TLVO_UNION_MEMBERS + 1;
   EXPECT_EQ(qim_node_get_tlv_sz(&record), 0xffffffffu);
   std::uint8_t room[256];
   std::uint32_t len = 9;

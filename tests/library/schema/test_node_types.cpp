@@ -15,7 +15,7 @@ TEST(NodeTypes, are_found_by_their_code) {
 }
 
 TEST(NodeTypes, are_no_others) {
-  const std::uint32_t codes[] = {0, 11, 31, 34, 0xffffffff};
+  const std::uint32_t codes[] = {0, TLVO_UNION_MEMBERS + 1, 31, 34, 0xffffffff};
   for (const std::uint32_t code : codes) {
     EXPECT_EQ(qim::schema::node_type(code), nullptr) << code;
   }

@@ -1,7 +1,9 @@
 // The twelve descriptor tables, word by word.
 
+#include <algorithm>
 #include <cstring>
 
+#include "fake/records.h"
 #include "tables.h"
 #include "tests/support/fake/fixture.h"
 #include "tests/support/fake/layout.h"
@@ -21,7 +23,6 @@ constexpr std::uint32_t kInt = 0xc1;
 constexpr std::uint32_t kRecord = 0xc0;
 constexpr std::uint32_t kValue = 0x188;
 constexpr std::uint32_t kList = 0x18c;
-constexpr auto kPointer = static_cast<std::uint32_t>(sizeof(void*));
 
 #define AT(K, member) offsetof(qim_##K##_t, member)
 
@@ -59,28 +60,64 @@ void expect_terminator(const tlvo_field_t& field) {
   EXPECT_EQ(std::memcmp(&field, &expected, sizeof expected), 0);
 }
 
-void expect_table(const tlvo_table_t& table, const char* name, std::uint32_t struct_id,
-                  std::size_t device_size, std::size_t size,
-                  const std::vector<ExpectedField>& expected) {
-  EXPECT_STREQ(table.name, name);
-  EXPECT_EQ(table.struct_id, struct_id);
-  EXPECT_EQ(table.record_size, size);
-  if (sizeof(void*) == 4) {
-    EXPECT_EQ(table.record_size, device_size);
+struct Table {
+  const char* kind;
+  const char* name;
+  const tlvo_table_t* table;
+  std::size_t size;
+};
+#define TABLE(K) {#K, "qim_" #K "_tbl", &qim_##K##_tbl, sizeof(qim_##K##_t)},
+const Table kTables[] = {QIM_CODEC_KINDS(TABLE)};
+
+const tlvo_table_t* table_of(const char* kind) {
+  for (const Table& table : kTables) {
+    if (kind != nullptr && std::string_view(table.kind) == kind) return table.table;
   }
-  expect_zero(table.reserved, 9);
-  const std::vector<tlvo_field_t> fields = schema_tests::fields_of(table);
-  ASSERT_EQ(fields.size(), expected.size());
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    SCOPED_TRACE(testing::Message() << "field descriptor " << i);
-    expect_field(fields[i], expected[i]);
-  }
-  expect_terminator(schema_tests::first_field(table)[expected.size()]);
+  return nullptr;
 }
 
-#define EXPECT_TABLE(K, struct_id, device_size, ...)                                         \
-  expect_table(qim_##K##_tbl, "qim_" #K "_tbl", struct_id, device_size, sizeof(qim_##K##_t), \
-               __VA_ARGS__)
+std::uint32_t kind_of(const fake::RecordMember& member) {
+  switch (member.is) {
+    case fake::Is::record:
+      return kRecord;
+    case fake::Is::args:
+    case fake::Is::body:
+      return kValue;
+    case fake::Is::list:
+      return kList;
+    default:
+      return kInt;
+  }
+}
+
+ExpectedField expected_field(const fake::RecordLayout& layout, std::uint32_t id) {
+  const fake::RecordMember& member = *layout.with_tlv(id);
+  if (member.is == fake::Is::list) return {id, 0, 0, 0, kList};
+  return {id,
+          member.width_here(),
+          member.at,
+          layout.here(member),
+          kind_of(member),
+          table_of(member.is == fake::Is::record ? member.record : nullptr)};
+}
+
+void expect_table(const Table& table, const fake::RecordLayout& layout) {
+  SCOPED_TRACE(table.name);
+  EXPECT_STREQ(table.table->name, table.name);
+  EXPECT_EQ(table.table->struct_id, layout.struct_id);
+  EXPECT_EQ(table.table->record_size, table.size);
+  expect_zero(table.table->reserved, 9);
+  const std::vector<tlvo_field_t> fields = schema_tests::fields_of(*table.table);
+  std::size_t next = 0;
+  for (const tlvo_field_t& field : fields) {
+    if (layout.with_tlv(field.id) == nullptr) continue;  // the record has grown
+    ASSERT_LT(next, layout.tlv_order.size());
+    SCOPED_TRACE(testing::Message() << "field descriptor " << next);
+    expect_field(field, expected_field(layout, layout.tlv_order[next++]));
+  }
+  EXPECT_EQ(next, layout.tlv_order.size());
+  expect_terminator(schema_tests::first_field(*table.table)[fields.size()]);
+}
 
 TEST(Tables, start_with_a_head_of_12_words) {
   CHECK_LAYOUT(tlvo_table_t, 48,
@@ -99,74 +136,16 @@ TEST(Tables, describe_a_field_in_21_words) {
                 FIXED(tlvo_field_t, reserved3, 56, 28)});
 }
 
-TEST(Tables, criterion) {
-  EXPECT_TABLE(
-      criterion, 3, 16,
-      {{1, 4, 4, AT(criterion, type), kInt}, {2, kPointer, 12, AT(criterion, args), kValue}});
-}
+class RecordTables : public testing::TestWithParam<fake::RecordLayout> {};
 
-TEST(Tables, filter_starts_with_field_3) {
-  EXPECT_TABLE(filter, 2, 36,
-               {{3, 4, 4, AT(filter, flags), kInt},
-                {1, 4, 8, AT(filter, match), kInt},
-                {2, 4, 12, AT(filter, nomatch), kInt},
-                {4, 0, 0, 0, kList}});
-}
+INSTANTIATE_TEST_SUITE_P(, RecordTables, testing::ValuesIn(fake::record_layouts()), fake::kind_of);
 
-TEST(Tables, hfilter) {
-  EXPECT_TABLE(hfilter, 4, 36,
-               {{1, 4, 16, AT(hfilter, type), kInt},
-                {2, 4, 4, AT(hfilter, true_act), kInt},
-                {3, 4, 8, AT(hfilter, false_act), kInt},
-                {4, 4, 12, AT(hfilter, nomatch_act), kInt}});
-}
-
-TEST(Tables, action) {
-  EXPECT_TABLE(action, 5, 16,
-               {{1, 4, 4, AT(action, type), kInt}, {2, kPointer, 12, AT(action, args), kValue}});
-}
-
-TEST(Tables, haction) {
-  EXPECT_TABLE(haction, 6, 24, {{1, 4, 4, AT(haction, type), kInt}});
-}
-
-TEST(Tables, action_bw) {
-  EXPECT_TABLE(action_bw, 7, 32,
-               {{1, 4, 0, AT(action_bw, rate_units), kInt},
-                {2, 8, 8, AT(action_bw, rate), kInt},
-                {3, 4, 16, AT(action_bw, burst_units), kInt},
-                {4, 8, 24, AT(action_bw, burst), kInt}});
-}
-
-TEST(Tables, police_embeds_two_bandwidths) {
-  EXPECT_TABLE(police, 8, 128,
-               {{1, 32, 56, AT(police, comt_bw), kRecord, &qim_action_bw_tbl},
-                {2, 32, 88, AT(police, peak_bw), kRecord, &qim_action_bw_tbl}});
-}
-
-TEST(Tables, ifelse_has_no_fields) {
-  EXPECT_TABLE(ifelse, 9, 64, {});
-}
-
-TEST(Tables, def) {
-  EXPECT_TABLE(def, 12, 32,
-               {{1, 4, 20, AT(def, type), kInt}, {2, kPointer, 28, AT(def, args), kValue}});
-}
-
-TEST(Tables, group) {
-  EXPECT_TABLE(group, 10, 28,
-               {{1, 4, 4, AT(group, type), kInt}, {2, 4, 8, AT(group, subtype), kInt}});
-}
-
-TEST(Tables, pinst_has_no_fields) {
-  EXPECT_TABLE(pinst, 11, 48, {});
-}
-
-TEST(Tables, node_starts_with_field_2) {
-  EXPECT_TABLE(node, 1, 168,
-               {{2, 4, 24, AT(node, flags), kInt},
-                {1, 4, 16, AT(node, group), kInt},
-                {3, 128, 40, AT(node, body), kValue}});
+TEST_P(RecordTables, describe_the_fields_in_their_order) {
+  const auto* const table =
+      std::find_if(std::begin(kTables), std::end(kTables),
+                   [](const Table& one) { return one.kind == std::string_view(GetParam().kind); });
+  ASSERT_NE(table, std::end(kTables));
+  expect_table(*table, GetParam());
 }
 
 // Right before it where pointers are a word wide, else before the gap that aligns them.
