@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstring>
 
-#include "fake/records.h"
 #include "schema/rows.h"
 #include "tests/library/node/support.h"
+#include "tests/support/fake/records.h"
 
 namespace {
 
