@@ -1,8 +1,9 @@
 # What policies are to people and files, and qimctl, the tool.
 
 # Mostly templates of the JSON libraries, whose full optimisation costs minutes and gains nothing
-# that anybody waits for. Where lines are counted none of it may come into ours, so none at all.
-if(QIM_COVERAGE)
+# that anybody waits for. Where lines are counted none of it may come into ours, so none at all, and
+# none where it runs only once.
+if(QIM_COVERAGE OR QIM_GROWTH)
   set(tool_options -O0 -g1)
 else()
   set(tool_options -O1 -g1)

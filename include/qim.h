@@ -38,8 +38,8 @@
  *     report some: qim_lib_init QIM_ERR_VDC_RANGE, qim_lib_defaults and the private data of nodes
  *     the database's last answer, qim_pinst_edest_lookup that there are no referrers.
  *
- * qim_db.h, which this header includes, has the sessions, the database's own operations and the
- * diagnostics.
+ * This header includes qim_codes.h, the numbers in policy records, and qim_db.h, the sessions, the
+ * database's own operations and the diagnostics.
  *
  * Plain C99; usable from C++.
  */

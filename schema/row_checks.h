@@ -225,10 +225,11 @@ constexpr bool record_ids_differ() {
 }
 static_assert(record_ids_differ(), "two records have one struct id");
 
-#define QIM_COUNT_KIND(K) +1
-static_assert(sizeof(records) / sizeof(records[0]) == QIM_CODEC_KINDS(QIM_COUNT_KIND),
+#define QIM_KIND_NAME(K) #K,
+inline constexpr const char* kinds[] = {QIM_CODEC_KINDS(QIM_KIND_NAME)};
+#undef QIM_KIND_NAME
+static_assert(sizeof(records) / sizeof(records[0]) == sizeof(kinds) / sizeof(kinds[0]),
               "a record is missing in the list of records");
-#undef QIM_COUNT_KIND
 
 constexpr bool type_codes_differ() {
   size_t found = 0;

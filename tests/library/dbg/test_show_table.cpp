@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "fake/records.h"
 #include "tests/support/fake/fixture.h"
+#include "tests/support/fake/records.h"
 
 namespace {
 

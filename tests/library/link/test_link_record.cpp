@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "fake/records.h"
 #include "tests/support/fake/fixture.h"
+#include "tests/support/fake/records.h"
 
 namespace {
 

@@ -9,8 +9,8 @@ namespace {
 using fake::kSes;
 using fake::System;
 
-constexpr qim_node_id_t kNode = 0x08300007;
-constexpr std::uint32_t kFailure = 0x41170047;
+constexpr qim_node_id_t kWatched = 0x08300007;
+constexpr std::uint32_t kRefused = 0x41170047;
 
 // The outputs of the call under test, and what they were at the last report.
 struct Outputs {
@@ -40,7 +40,7 @@ class RefGetAllOutputs : public fake::Test {
     ctx()->db_parms.logger_arg = &outputs_;
   }
 
-  void expect_failure(std::uint32_t status, qim_node_id_t id = kNode) {
+  void expect_failure(std::uint32_t status, qim_node_id_t id = kWatched) {
     qim_node_t node = {};
     node.id = id;
     node.refs = 3;
@@ -60,8 +60,8 @@ class RefGetAllOutputs : public fake::Test {
 };
 
 TEST_F(RefGetAllOutputs, are_a_zeroed_array_and_its_count_when_the_database_fails) {
-  fake::fail("rov_node_ref_get_all", kFailure);
-  expect_failure(kFailure);
+  fake::fail("rov_node_ref_get_all", kRefused);
+  expect_failure(kRefused);
   expect_seen(true, 3);
 }
 
@@ -69,9 +69,9 @@ TEST_F(RefGetAllOutputs, are_set_before_the_database_is_asked) {
   fake::script("rov_node_ref_get_all", [this](const fake::Call&) {
     EXPECT_NE(outputs_.refs, nullptr);
     EXPECT_EQ(outputs_.count, 3u);
-    return kFailure;
+    return kRefused;
   });
-  expect_failure(kFailure);
+  expect_failure(kRefused);
 }
 
 TEST_F(RefGetAllOutputs, are_a_zeroed_array_and_its_count_when_the_identifier_is_0) {

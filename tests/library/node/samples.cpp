@@ -101,7 +101,9 @@ Sample hfilter() {
 Sample haction() {
   Sample s = start("Haction", kHaction, QIM_NODE_HACTION);
   s.links = {single(0x141, kPolice), full(0x182, kAction)};
-  s.copy.body.haction = {kPolice, 0x63, s.links[1]};
+  s.copy.body.haction.ln_141 = kPolice;
+  s.copy.body.haction.type = 0x63;
+  s.copy.body.haction.ln_182 = s.links[1];
   return s;
 }
 

@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstring>
 
-#include "fake/records.h"
 #include "schema/rows.h"
 #include "tests/library/node/support.h"
+#include "tests/support/fake/records.h"
 
 namespace {
 
@@ -43,6 +43,12 @@ Copier copier(const char* name, std::uint32_t type, const char* kind) {
     if (member.copy == fake::Copy::no) continue;
     const std::size_t at = record.here(member);
     made.copied.push_back({at, at + member.width_here() - 1});
+  }
+  // Members that came after the table was written are the rows' to say.
+  for (const qim::schema::Row& row : *qim::schema::node_type(type)->body) {
+    if (row.copied && !record.has(row.name)) {
+      made.copied.push_back({row.position, row.position + row.width - 1});
+    }
   }
   return made;
 }

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <functional>
 
-#include "fake/records.h"
 #include "rov.h"
 #include "tests/library/node/support.h"
+#include "tests/support/fake/records.h"
 
 namespace {
 
@@ -22,7 +22,6 @@ using node_test::kNode;
 using node_test::kSes;
 
 using Texts = std::vector<std::string>;
-
 
 struct Place {
   std::uint16_t code;

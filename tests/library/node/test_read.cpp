@@ -268,14 +268,14 @@ TEST_F(NodeRead, that_cannot_close_gives_the_whole_copy_and_the_status) {
 TEST_F(NodeRead, of_a_type_that_the_copier_does_not_know_gives_the_header) {
   node_cache_max = 1;
   auto* const odd = entry(kNode);
-  odd->node.type = 11;
+  odd->node.type = TLVO_UNION_MEMBERS + 1;
   odd->node.flags = 5;
   std::memset(&odd->node.body, 0xff, sizeof odd->node.body);
   add(odd);
   EXPECT_EQ(read(kNode), kNodeType);
   qim_node_t header{};
   header.id = kNode;
-  header.type = 11;
+  header.type = TLVO_UNION_MEMBERS + 1;
   header.flags = 5;
   EXPECT_EQ(bytes_of(record_), bytes_of(header));
   EXPECT_EQ(fake::report_texts(),
@@ -295,7 +295,7 @@ class NodeReadSpoiled : public NodeRead {
       return 0u;
     });
     fake::script("mem_free", [this](const fake::Call& made) {
-      if (++frees_ == 1) open_->type = 11;  // open's last step
+      if (++frees_ == 1) open_->type = TLVO_UNION_MEMBERS + 1;  // open's last step
       if (frees_ == fail_at_) return kOtherFailure;
       fake::release(made.pointer<void>(0));
       return 0u;

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "fake/records.h"
 #include "schema/rows.h"
 #include "tests/support/fake/fixture.h"
 #include "tests/support/fake/layout.h"
+#include "tests/support/fake/records.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "fake/records.h"
 #include "tables.h"
 #include "tests/support/fake/fixture.h"
 #include "tests/support/fake/layout.h"
+#include "tests/support/fake/records.h"
 
 namespace {
 

@@ -61,6 +61,12 @@ struct RecordLayout {
     }
     return end;
   }
+  bool has(std::string_view name) const {
+    for (const RecordMember& one : members) {
+      if (one.name == name) return true;
+    }
+    return false;
+  }
   const RecordMember* with_tlv(std::uint32_t id) const {
     for (const RecordMember& one : members) {
       if (one.tlv == id) return &one;
