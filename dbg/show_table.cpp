@@ -34,9 +34,7 @@ constexpr TypeNames type_names = make_type_names();
 // addresses in a constant expression.
 consteval size_t field(const Record& record, uint32_t show_id) {
   size_t i = 0;
-  while (i < record.row_count && record.rows[i].show_id != show_id) {
-    i++;
-  }
+  while (i < record.row_count && record.rows[i].show_id != show_id) i++;
   return i;
 }
 
@@ -44,9 +42,7 @@ consteval size_t entries() {
   size_t count = 0;
   for (const Record* record : schema::records) {
     count += record->show_name != nullptr ? 1 : 0;
-    for (const Row& row : *record) {
-      count += row.show_id != 0 ? 1 : 0;
-    }
+    for (const Row& row : *record) count += row.show_id != 0 ? 1 : 0;
   }
   return count;
 }
@@ -84,9 +80,7 @@ consteval AttrTable make_attr_table() {
   AttrTable table = {};
   size_t i = 0;
   for (const Record* record : schema::records) {
-    if (record->show_name == nullptr) {
-      continue;
-    }
+    if (record->show_name == nullptr) continue;
     table.at[i].attr_id = record->struct_id << kStructIdShift;
     table.at[i++].name = record->show_name;
     for (uint32_t id = 1; field(*record, id) != record->row_count; id++) {

@@ -23,9 +23,7 @@ class Text {
   char* at() const { return at_; }
   size_t room() const { return room_; }
   void advance(int produced) {
-    if (produced <= 0) {
-      return;
-    }
+    if (produced <= 0) return;
     const size_t wanted = static_cast<size_t>(produced);
     const size_t taken =
         wanted < room_ ? wanted : room_ - 1;  // a cut piece leaves room for its terminator

@@ -46,9 +46,7 @@ QIM_API_DATA qim_dsetname_t qim_pinstflds_gen = {.dest = {.gen = {.fmt = kIn8,
 namespace qim {
 
 void convert_field_sets() {
-  if (flds_converted != 0) {
-    return;
-  }
+  if (flds_converted != 0) return;
   qim_dsetname_hton(&qim_pinstflds_if);
   qim_dsetname_hton(&qim_pinstflds_srv);
   qim_dsetname_hton(&qim_pinstflds_gen);

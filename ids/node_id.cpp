@@ -21,12 +21,8 @@ QIM_API qim_node_id_t qim_node_id_priv_create(uint32_t index) {
 }
 
 QIM_API uint32_t qim_node_id_fields(qim_node_id_t id, uint32_t* space, uint32_t* index) {
-  if (space != nullptr) {
-    *space = (id >> kSpaceShift) & kSpaceMask;
-  }
-  if (index != nullptr) {
-    *index = id & kIndexMask;
-  }
+  if (space != nullptr) *space = (id >> kSpaceShift) & kSpaceMask;
+  if (index != nullptr) *index = id & kIndexMask;
   return id >> kClassShift;
 }
 

@@ -14,44 +14,24 @@ int32_t diff(uint32_t a, uint32_t b) {
 
 // Fields are compared one by one and not as bytes: what a format does not use may hold anything.
 int32_t cmp_if(const qim_dest_if_t& a, const qim_dest_if_t& b) {
-  if (a.vdc != b.vdc) {
-    return diff(a.vdc, b.vdc);
-  }
-  if (a.vrf != b.vrf) {
-    return diff(a.vrf, b.vrf);
-  }
-  if (a.vlan != b.vlan) {
-    return diff(a.vlan, b.vlan);
-  }
+  if (a.vdc != b.vdc) return diff(a.vdc, b.vdc);
+  if (a.vrf != b.vrf) return diff(a.vrf, b.vrf);
+  if (a.vlan != b.vlan) return diff(a.vlan, b.vlan);
   return diff(a.ifix, b.ifix);
 }
 
 int32_t cmp_srv(const qim_dest_srv_t& a, const qim_dest_srv_t& b) {
-  if (a.srv_id != b.srv_id) {
-    return diff(a.srv_id, b.srv_id);
-  }
-  if (a.srv_def != b.srv_def) {
-    return diff(a.srv_def, b.srv_def);
-  }
+  if (a.srv_id != b.srv_id) return diff(a.srv_id, b.srv_id);
+  if (a.srv_def != b.srv_def) return diff(a.srv_def, b.srv_def);
   return diff(a.srv_vdc, b.srv_vdc);
 }
 
 int32_t cmp_gen(const qim_dest_gen_t& a, const qim_dest_gen_t& b) {
-  if (a.vdc != b.vdc) {
-    return diff(a.vdc, b.vdc);
-  }
-  if (a.v8 != b.v8) {
-    return diff(a.v8, b.v8);
-  }
-  if (a.v16a != b.v16a) {
-    return diff(a.v16a, b.v16a);
-  }
-  if (a.v16b != b.v16b) {
-    return diff(a.v16b, b.v16b);
-  }
-  if (a.v32a != b.v32a) {
-    return diff(a.v32a, b.v32a);
-  }
+  if (a.vdc != b.vdc) return diff(a.vdc, b.vdc);
+  if (a.v8 != b.v8) return diff(a.v8, b.v8);
+  if (a.v16a != b.v16a) return diff(a.v16a, b.v16a);
+  if (a.v16b != b.v16b) return diff(a.v16b, b.v16b);
+  if (a.v32a != b.v32a) return diff(a.v32a, b.v32a);
   return diff(a.v32b, b.v32b);
 }
 
@@ -61,9 +41,7 @@ QIM_API void qim_if_policy_dest_set(uint16_t vdc, uint32_t vrf, uint16_t vlan, u
                                     qim_policy_dest_t* dest) {
   // A client of one VDC may leave it out of its calls.
   const qim_lib_ctx_t* ctx = qim_lib_get();
-  if (ctx->db_parms.vdc_dflt != 0 && vdc == 0) {
-    vdc = static_cast<uint16_t>(ctx->db_parms.vdc);
-  }
+  if (ctx->db_parms.vdc_dflt != 0 && vdc == 0) vdc = static_cast<uint16_t>(ctx->db_parms.vdc);
   memset(dest, 0, sizeof(*dest));
   dest->intf.fmt = QIM_DEST_IF;
   dest->intf.vdc = vdc;
@@ -104,9 +82,7 @@ QIM_API void qim_srv_policy_dest_set(uint32_t srv_id, uint32_t srv_def, qim_poli
 }
 
 QIM_API int32_t qim_policy_dest_cmp(const qim_policy_dest_t* a, const qim_policy_dest_t* b) {
-  if (a->fmt != b->fmt) {
-    return diff(a->fmt, b->fmt);
-  }
+  if (a->fmt != b->fmt) return diff(a->fmt, b->fmt);
   switch (a->fmt) {
     case QIM_DEST_IF:
       return cmp_if(a->intf, b->intf);

@@ -43,9 +43,7 @@ void create_key() {
 }  // namespace qim
 
 QIM_API qim_lib_ctx_t* qim_lib_get(void) {
-  if (!qim::per_thread()) {
-    return &qim::process_ctx;
-  }
+  if (!qim::per_thread()) return &qim::process_ctx;
   auto* ctx = static_cast<qim_lib_ctx_t*>(pthread_getspecific(qim::tls_key));
   if (ctx == nullptr) {
     abort();  // a thread without a context of its own is a programming error once any thread has
@@ -59,9 +57,7 @@ QIM_API uint32_t qim_lib_tls_init_int(void) {
     return QIM_ERR_THREAD;
   }
   auto* copy = static_cast<qim_lib_ctx_t*>(malloc(sizeof(qim_lib_ctx_t)));
-  if (copy == nullptr) {
-    return QIM_ERR_NO_MEM;
-  }
+  if (copy == nullptr) return QIM_ERR_NO_MEM;
   // All of it is copied, the count of starts too: a thread can work with what the process started.
   *copy = qim::process_ctx;
   if (pthread_setspecific(qim::tls_key, copy) != 0) {

@@ -26,9 +26,7 @@ constexpr uint32_t kListed[] = {
 
 bool is_listed(uint32_t status) {
   for (const uint32_t code : kListed) {
-    if (code == status) {
-      return true;
-    }
+    if (code == status) return true;
   }
   return false;
 }
@@ -40,12 +38,8 @@ bool is_listed(uint32_t status) {
 // strict flag or without a context.
 void qim_dbg_abort_chk(uint32_t status, uint32_t listed, const qim_lib_ctx_t* ctx) {
   const bool strict = ctx == nullptr || (ctx->db_parms.dbg_flags & QIM_DBG_STRICT) != 0;
-  if (listed == 0) {
-    return;
-  }
-  if (strict || status == QIM_ERR_INTERNAL) {
-    rov_dbg_abort_chk();
-  }
+  if (listed == 0) return;
+  if (strict || status == QIM_ERR_INTERNAL) rov_dbg_abort_chk();
 }
 
 QIM_API void qim_dbg_errors(uint32_t status, const char* function, int32_t line,

@@ -7,19 +7,11 @@
 
 QIM_API uint32_t qim_link_ptr(const qim_node_t* node, uint16_t field, const qim_node_id_t** single,
                               const qim_link_t** full) {
-  if (single != nullptr) {
-    *single = nullptr;
-  }
-  if (full != nullptr) {
-    *full = nullptr;
-  }
+  if (single != nullptr) *single = nullptr;
+  if (full != nullptr) *full = nullptr;
   const qim::link::Place* place = qim::link::place_of(field);
-  if (place == nullptr) {
-    return QIM_ERR_INVALID;
-  }
-  if (!qim::link::has_type(*place, node->type)) {
-    return 0;
-  }
+  if (place == nullptr) return QIM_ERR_INVALID;
+  if (!qim::link::has_type(*place, node->type)) return 0;
   const char* at = reinterpret_cast<const char*>(&node->body) + place->position;
   if (place->form == qim::schema::Slot::single) {
     if (single != nullptr) {

@@ -29,23 +29,15 @@ uint32_t gather(uint32_t ses, const qim_node_t* node, rov_node_id_t* scratch, qi
   const uint32_t total = node->refs;
   *count = total;
   auto* found = static_cast<qim_node_id_t*>(malloc(total * sizeof(qim_node_id_t)));
-  if (found == nullptr) {
-    return fail(QIM_ERR_NO_MEM, 152, ctx);
-  }
+  if (found == nullptr) return fail(QIM_ERR_NO_MEM, 152, ctx);
   clear(found, total);
   *refs = found;
   rov_node_id_t id;
   uint32_t status = qim_to_rov_node_id(node->id, &id);
-  if (status != 0) {
-    return fail(status, 164, ctx);
-  }
+  if (status != 0) return fail(status, 164, ctx);
   status = rov_node_ref_get_all(ses, id, scratch, total);
-  if (status != 0) {
-    return fail(status, 170, ctx);
-  }
-  for (uint32_t i = 0; i < total; i++) {
-    found[i] = qim_from_rov_node_id(&scratch[i]);
-  }
+  if (status != 0) return fail(status, 170, ctx);
+  for (uint32_t i = 0; i < total; i++) found[i] = qim_from_rov_node_id(&scratch[i]);
   return 0;
 }
 
@@ -95,17 +87,11 @@ QIM_API uint32_t qim_ref_get_all(uint32_t ses, const qim_node_t* node, qim_node_
   qim_lib_ctx_t* ctx = qim_lib_get();
   *refs = nullptr;
   *count = 0;
-  if (node->refs == 0) {
-    return 0;
-  }
+  if (node->refs == 0) return 0;
   auto* scratch = static_cast<rov_node_id_t*>(calloc(node->refs, sizeof(rov_node_id_t)));
-  if (scratch == nullptr) {
-    return fail(QIM_ERR_NO_MEM, 141, ctx);
-  }
+  if (scratch == nullptr) return fail(QIM_ERR_NO_MEM, 141, ctx);
   const uint32_t status = gather(ses, node, scratch, refs, count, ctx);
-  if (status != 0) {
-    take_back(refs, count);
-  }
+  if (status != 0) take_back(refs, count);
   free(scratch);
   return status;
 }

@@ -40,13 +40,9 @@ struct Places {
 void types_that_share_a_code_hold_it_in_different_places();
 
 consteval void add_type(Places& places, const schema::NodeType& type) {
-  if (type.body == nullptr) {
-    return;
-  }
+  if (type.body == nullptr) return;
   for (const schema::Row& row : *type.body) {
-    if (row.slot == schema::Slot::none) {
-      continue;
-    }
+    if (row.slot == schema::Slot::none) continue;
     Place& place = places.at[row.link / kCodesPerRecord][row.link % kCodesPerRecord];
     const bool fresh = place.form == schema::Slot::none;
     if (!fresh && (place.form != row.slot || place.position != row.position)) {
@@ -60,12 +56,8 @@ consteval void add_type(Places& places, const schema::NodeType& type) {
 
 consteval Places make_places() {
   Places places = {};
-  for (const schema::NodeType& type : schema::tlv_types) {
-    add_type(places, type);
-  }
-  for (const schema::NodeType& type : schema::dset_types) {
-    add_type(places, type);
-  }
+  for (const schema::NodeType& type : schema::tlv_types) add_type(places, type);
+  for (const schema::NodeType& type : schema::dset_types) add_type(places, type);
   return places;
 }
 inline constexpr Places places = make_places();
@@ -74,9 +66,7 @@ inline constexpr Places places = make_places();
 constexpr const Place* place_of(uint16_t field) {
   const uint32_t record = field / kCodesPerRecord;
   const uint32_t number = field % kCodesPerRecord;
-  if (record >= kRecords || number >= kFields) {
-    return nullptr;
-  }
+  if (record >= kRecords || number >= kFields) return nullptr;
   const Place& place = places.at[record][number];
   return place.form == schema::Slot::none ? nullptr : &place;
 }

@@ -36,16 +36,10 @@ uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
   while (node_cache_count >= node_cache_max) {
     qim_node_cache_entry_t* victim = nullptr;
     const uint32_t status = qim_node_cache_unlink_int(ses, node_cache_tail->node.id, &victim);
-    if (status != 0) {
-      return status;
-    }
-    if (victim == nullptr) {
-      return QIM_ERR_INTERNAL;
-    }
+    if (status != 0) return status;
+    if (victim == nullptr) return QIM_ERR_INTERNAL;
     const uint32_t destroyed = qim_lib_node_destroy(victim, lib);
-    if (destroyed != 0) {
-      return destroyed;
-    }
+    if (destroyed != 0) return destroyed;
   }
   return 0;
 }
@@ -55,24 +49,16 @@ uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
 uint32_t make_place(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib) {
   qim_node_cache_entry_t* older = nullptr;
   const uint32_t status = qim_node_cache_unlink_int(ses, entry->node.id, &older);
-  if (status != 0) {
-    return status;
-  }
-  if (older == nullptr) {
-    return evict(entry->ses, lib);
-  }
+  if (status != 0) return status;
+  if (older == nullptr) return evict(entry->ses, lib);
   return older == entry ? 0 : qim_lib_node_destroy(older, lib);
 }
 
 // Takes the head out. NULL when the list is empty although its count says otherwise.
 qim_node_cache_entry_t* take_head() {
   qim_node_cache_entry_t* head = node_cache_head;
-  if (head == nullptr) {
-    return nullptr;
-  }
-  if (head == node_cache_tail) {
-    node_cache_tail = nullptr;
-  }
+  if (head == nullptr) return nullptr;
+  if (head == node_cache_tail) node_cache_tail = nullptr;
   node_cache_head = head->next;
   node_cache_count--;
   return head;
@@ -96,12 +82,8 @@ QIM_API uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id,
   }
   qim_node_cache_entry_t* entry = nullptr;
   status = qim_node_cache_unlink_int(ses, node_id, &entry);
-  if (status != 0) {
-    report(status, "qim_node_cache_get", 818, ctx);
-  }
-  if (entry != nullptr) {
-    insert_at_head(entry);
-  }
+  if (status != 0) report(status, "qim_node_cache_get", 818, ctx);
+  if (entry != nullptr) insert_at_head(entry);
   status = qim_node_cache_unlock();
   if (status != 0) {
     report(status, "qim_node_cache_get", 829, ctx);
@@ -113,9 +95,7 @@ QIM_API uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id,
 
 QIM_API uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry,
                                     qim_lib_ctx_t* lib) {
-  if (node_cache_max < 1) {
-    return 0;
-  }
+  if (node_cache_max < 1) return 0;
   uint32_t status = qim_node_cache_lock();
   if (status != 0) {
     report(status, "qim_node_cache_add", 851, lib);
@@ -128,9 +108,7 @@ QIM_API uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry,
     insert_at_head(entry);
   }
   status = qim_node_cache_unlock();
-  if (status != 0) {
-    report(status, "qim_node_cache_add", 871, lib);
-  }
+  if (status != 0) report(status, "qim_node_cache_add", 871, lib);
   return status;
 }
 
@@ -145,9 +123,7 @@ QIM_API uint32_t qim_node_cache_unlink(uint32_t ses, qim_node_id_t node_id,
   status = qim_node_cache_unlink_int(ses, node_id, out);
   const uint32_t unlocked = qim_node_cache_unlock();
   status = status != 0 ? status : unlocked;
-  if (status != 0) {
-    report(status, "qim_node_cache_unlink", 901, ctx);
-  }
+  if (status != 0) report(status, "qim_node_cache_unlink", 901, ctx);
   return status;
 }
 
@@ -188,9 +164,7 @@ QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
     node_cache_tail = nullptr;
   }
   status = qim_node_cache_unlock();
-  if (status != 0) {
-    report(status, "qim_node_cache_destroy", 977, lib);
-  }
+  if (status != 0) report(status, "qim_node_cache_destroy", 977, lib);
   return status;
 }
 

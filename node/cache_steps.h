@@ -23,9 +23,7 @@ inline bool has_key(const qim_node_cache_entry_t& entry, uint32_t ses, qim_node_
 // link before the first entry, so that removing that one is no special case.
 inline uint32_t qim_node_cache_unlink_int(uint32_t ses, qim_node_id_t node_id,
                                           qim_node_cache_entry_t** out) {
-  if (out != nullptr) {
-    *out = nullptr;
-  }
+  if (out != nullptr) *out = nullptr;
   qim_node_cache_entry_t** link = &node_cache_head;
   qim_node_cache_entry_t* previous = nullptr;
   while (*link != nullptr && !has_key(**link, ses, node_id)) {
@@ -33,17 +31,11 @@ inline uint32_t qim_node_cache_unlink_int(uint32_t ses, qim_node_id_t node_id,
     link = &previous->next;
   }
   qim_node_cache_entry_t* found = *link;
-  if (found == nullptr) {
-    return 0;
-  }
-  if (found == node_cache_tail) {
-    node_cache_tail = previous;
-  }
+  if (found == nullptr) return 0;
+  if (found == node_cache_tail) node_cache_tail = previous;
   *link = found->next;
   node_cache_count--;
-  if (out != nullptr) {
-    *out = found;
-  }
+  if (out != nullptr) *out = found;
   return 0;
 }
 

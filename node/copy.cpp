@@ -37,9 +37,7 @@ consteval auto copied_runs() {
         next = i;
       }
     }
-    if (next == record.row_count) {
-      return runs;
-    }
+    if (next == record.row_count) return runs;
     const schema::Row& row = record.rows[next];
     const bool joins = runs.count != 0 && row.position == from;
     from = row.position + row.width;
@@ -110,8 +108,6 @@ QIM_API uint32_t qim_node_cp(uint32_t, const qim_node_t* src, qim_node_t* dst) {
   qim_lib_ctx_t* ctx = qim_lib_get();
   qim::node::copy_record<qim::schema::node>(src, dst);
   const uint32_t status = qim::node::body_cp(src, dst);
-  if (status != 0) {
-    qim::report(status, "qim_node_cp", 1275, ctx);
-  }
+  if (status != 0) qim::report(status, "qim_node_cp", 1275, ctx);
   return status;
 }

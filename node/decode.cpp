@@ -33,9 +33,7 @@ uint32_t pinst_fill(uint32_t ses, uint32_t name_len, const void* name, qim_node_
   }
   node->body.pinst.edests = node->refs - node->body.pinst.nonedests;
   status = qim_pinst_dsetname_get(ses, name_len, name, node);
-  if (status != 0) {
-    report(status, kDecode, 337, qim_lib_get());
-  }
+  if (status != 0) report(status, kDecode, 337, qim_lib_get());
   return status;
 }
 
@@ -66,9 +64,7 @@ uint32_t qim_node_from_tlva(uint32_t ses, uint32_t tlv_len, const void* tlv, uin
     return pinst_fill(ses, name_len, name, node);
   }
   status = finish(ses, type, node);
-  if (status != 0) {
-    report(status, kDecode, 370, qim_lib_get());
-  }
+  if (status != 0) report(status, kDecode, 370, qim_lib_get());
   return status;
 }
 

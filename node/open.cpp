@@ -85,9 +85,7 @@ uint32_t decode(const rov_node_parms_t& parms, const Blocks& blocks, uint32_t se
 // The type is looked at only after the cache has been offered the node; clients rely on the order
 // of these reports.
 uint32_t check_type(int32_t required, const qim_node_t& node, qim_lib_ctx_t* lib) {
-  if (required == 0 || static_cast<uint32_t>(required) == node.type) {
-    return 0;
-  }
+  if (required == 0 || static_cast<uint32_t>(required) == node.type) return 0;
   qim_dbg_errors(QIM_ERR_INTERNAL, kOpen, 563, lib);
   return fail(QIM_ERR_NODE_TYPE, 564, lib);
 }
@@ -97,37 +95,25 @@ uint32_t load(uint32_t ses, qim_node_id_t node_id, rov_node_id_t rov_id,
               const rov_node_parms_t& parms, int32_t type, Blocks& blocks, qim_node_t** node_out,
               qim_lib_ctx_t* lib) {
   uint32_t status = alloc_blocks(parms, blocks, lib);
-  if (status != 0) {
-    return fail(status, 517, lib);
-  }
+  if (status != 0) return fail(status, 517, lib);
   status = rov_node_data_get(ses, rov_id, parms.tlv_len, blocks.tlv, parms.dset_len, blocks.name,
                              parms.priv_len, blocks.priv);
-  if (status != 0) {
-    return fail(status, 524, lib);
-  }
+  if (status != 0) return fail(status, 524, lib);
   auto* entry = static_cast<qim_node_cache_entry_t*>(blocks.entry);
   fill_header(parms, ses, node_id, blocks.priv, entry);
   status = decode(parms, blocks, ses, &entry->node, lib);
-  if (status != 0) {
-    return status;
-  }
+  if (status != 0) return status;
   // A node that the cache could not keep is no failure; a lock that failed would be.
   status = qim_node_cache_add(ses, entry, lib);
-  if (status != 0) {
-    return fail(status, 556, lib);
-  }
+  if (status != 0) return fail(status, 556, lib);
   status = check_type(type, entry->node, lib);
-  if (status == 0) {
-    *node_out = &entry->node;
-  }
+  if (status == 0) *node_out = &entry->node;
   return status;
 }
 
 // Frees a block if there is one. The first failure of an open is the one it returns.
 void release(void* block, int32_t line, uint32_t& status, qim_lib_ctx_t* lib) {
-  if (block == nullptr) {
-    return;
-  }
+  if (block == nullptr) return;
   const uint32_t freed = qim_mem_free(block, lib);
   if (freed != 0) {
     report(freed, kOpen, line, lib);
@@ -145,9 +131,7 @@ uint32_t clean_up(const Blocks& blocks, const rov_node_parms_t& parms, bool open
     release(blocks.priv, 579, status, lib);
   }
   release(blocks.tlv, 585, status, lib);
-  if (parms.dset_len != 0) {
-    release(blocks.name, 590, status, lib);
-  }
+  if (parms.dset_len != 0) release(blocks.name, 590, status, lib);
   return status;
 }
 
@@ -158,31 +142,23 @@ QIM_API uint32_t qim_int_node_open(uint32_t ses, qim_node_id_t node_id,
                                    const rov_node_parms_t* parms, int32_t type,
                                    qim_node_t** node_out, qim_lib_ctx_t* lib) {
   using namespace qim::node;
-  if (node_id == 0 && parms != nullptr) {
-    node_id = qim_from_rov_node_id(&parms->id);
-  }
+  if (node_id == 0 && parms != nullptr) node_id = qim_from_rov_node_id(&parms->id);
   *node_out = nullptr;
   qim_node_cache_entry_t* cached = nullptr;
   uint32_t status = qim_node_cache_get(ses, node_id, &cached);
-  if (status != 0) {
-    return fail(status, 486, lib);
-  }
+  if (status != 0) return fail(status, 486, lib);
   if (cached != nullptr) {
     *node_out = &cached->node;  // whatever its type: a cached node was checked when it was opened
     return 0;
   }
   rov_node_id_t rov_id;
   status = qim_to_rov_node_id(node_id, &rov_id);
-  if (status != 0) {
-    return fail(status, 495, lib);
-  }
+  if (status != 0) return fail(status, 495, lib);
   rov_node_parms_t fetched;
   if (parms == nullptr) {
     memset(&fetched, 0, sizeof(fetched));
     status = rov_node_parms_get(ses, rov_id, &fetched);
-    if (status != 0) {
-      return fail(status, 503, lib);
-    }
+    if (status != 0) return fail(status, 503, lib);
     parms = &fetched;
   }
   Blocks blocks;

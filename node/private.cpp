@@ -15,9 +15,7 @@ struct Caller {
 uint32_t to_rov_id(qim_node_id_t node, rov_node_id_t* id, const Caller& caller,
                    qim_lib_ctx_t* ctx) {
   const uint32_t status = qim_to_rov_node_id(node, id);
-  if (status != 0) {
-    qim::report(status, caller.function, caller.id_line, ctx);
-  }
+  if (status != 0) qim::report(status, caller.function, caller.id_line, ctx);
   return status;
 }
 
@@ -58,12 +56,8 @@ QIM_API uint32_t qim_node_priv_get(uint32_t ses, qim_node_id_t node, uint32_t le
   qim_node_cache_entry_t* entry = nullptr;
   rov_node_id_t id;
   const uint32_t status = begin_read(ses, node, &entry, &id, {"qim_node_priv_get", 1410, 1418});
-  if (status != 0) {
-    return status;
-  }
-  if (entry != nullptr) {
-    return rov_data_cpy(len, buf, entry->node.priv_len, entry->node.priv_buf);
-  }
+  if (status != 0) return status;
+  if (entry != nullptr) return rov_data_cpy(len, buf, entry->node.priv_len, entry->node.priv_buf);
   return rov_node_data_get(ses, id, 0, nullptr, 0, nullptr, len, buf);
 }
 
@@ -77,9 +71,7 @@ QIM_API uint32_t qim_node_priv_ptr_get(uint32_t ses, qim_node_id_t node, void** 
   qim_node_cache_entry_t* entry = nullptr;
   rov_node_id_t id;
   const uint32_t status = begin_read(ses, node, &entry, &id, {"qim_node_priv_ptr_get", 1501, 1507});
-  if (status != 0) {
-    return status;
-  }
+  if (status != 0) return status;
   if (entry != nullptr) {
     *out = reinterpret_cast<void*>(entry->node.priv_ptr);
     return 0;

@@ -10,9 +10,7 @@ QIM_API uint32_t qim_node_read_int(uint32_t ses, qim_node_id_t node_id,
   qim_lib_ctx_t* ctx = qim_lib_get();
   // A client that ignores the status finds an empty record and not what was there before.
   memset_s(dst, sizeof(*dst), 0, sizeof(*dst));
-  if (node_id == 0 && parms != nullptr) {
-    node_id = qim_from_rov_node_id(&parms->id);
-  }
+  if (node_id == 0 && parms != nullptr) node_id = qim_from_rov_node_id(&parms->id);
   qim_node_t* node = nullptr;
   uint32_t status = qim_int_node_open(ses, node_id, parms, type, &node, ctx);
   if (status != 0) {
@@ -22,15 +20,11 @@ QIM_API uint32_t qim_node_read_int(uint32_t ses, qim_node_id_t node_id,
     return status;
   }
   status = qim_node_cp(ses, node, dst);
-  if (status != 0) {
-    qim::report(status, "qim_node_read_int", 1307, ctx);
-  }
+  if (status != 0) qim::report(status, "qim_node_read_int", 1307, ctx);
   // The node is closed whatever became of the copy, whose failure comes first.
   const uint32_t closed = qim_int_node_close(node, ctx);
   status = status != 0 ? status : closed;
-  if (status != 0) {
-    qim::report(status, "qim_node_read_int", 1315, ctx);
-  }
+  if (status != 0) qim::report(status, "qim_node_read_int", 1315, ctx);
   return status;
 }
 

@@ -14,9 +14,7 @@ namespace {
 uint32_t qim_list_get_fixed(uint32_t ses, qim_node_id_t id, uint16_t field, qim_link_t* link,
                             qim_node_t* node) {
   const uint32_t status = qim_link_field_get(ses, id, field, link);
-  if (status == ROV_ERR_NO_LINK) {
-    return 0;
-  }
+  if (status == ROV_ERR_NO_LINK) return 0;
   if (status != 0) {
     report(status, "qim_list_get_fixed", 151, qim_lib_get());
     return status;
@@ -59,9 +57,7 @@ constexpr int32_t kFirstSlotLine = 210;
 uint32_t links_get(uint32_t ses, const schema::NodeType& type, qim_node_t* node) {
   int32_t line = kFirstSlotLine;
   for (const schema::Row& row : *type.body) {
-    if (row.slot == schema::Slot::none) {
-      continue;
-    }
+    if (row.slot == schema::Slot::none) continue;
     const uint32_t status = slot_get(ses, row, node);
     if (status != 0) {
       report(status, type.resolver, line, qim_lib_get());
@@ -75,12 +71,8 @@ uint32_t links_get(uint32_t ses, const schema::NodeType& type, qim_node_t* node)
 uint32_t qim_pinst_dsetname_get(uint32_t ses, uint32_t name_len, const void* name,
                                 qim_node_t* node) {
   const uint32_t status = links_get(ses, *schema::node_type(node->type), node);
-  if (status != 0) {
-    return status;
-  }
-  if (name == nullptr) {
-    return 0;
-  }
+  if (status != 0) return status;
+  if (name == nullptr) return 0;
   qim_dsetname_t copy;  // decoding converts the name in place, and the buffer may be shorter
   memset(&copy, 0, sizeof(copy));
   memcpy(&copy, name, name_len < sizeof(copy) ? name_len : sizeof(copy));

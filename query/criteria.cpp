@@ -35,12 +35,8 @@ uint32_t write_criteria(const qim_criterion_t* crit, uint32_t buf_len, void* buf
     }
     auto* record = reinterpret_cast<qim_criterion_t*>(at);
     *record = {nullptr, crit->type, crit->args_len, reinterpret_cast<uint8_t*>(args)};
-    if (crit->args_len != 0) {
-      memcpy(record->args, crit->args, crit->args_len);
-    }
-    if (link != nullptr) {
-      *link = record;
-    }
+    if (crit->args_len != 0) memcpy(record->args, crit->args, crit->args_len);
+    if (link != nullptr) *link = record;
     link = &record->next;
     at = qim_align8(args + crit->args_len);
   }
@@ -49,15 +45,11 @@ uint32_t write_criteria(const qim_criterion_t* crit, uint32_t buf_len, void* buf
 
 // Records are written at the very start of the buffer, so it needs their alignment.
 uint32_t copy_out(const qim_filter_t& filter, uint32_t buf_len, void* buf, qim_lib_ctx_t* ctx) {
-  if (buf_len < filter.crit_bytes) {
-    return fail(QIM_ERR_BUF_SMALL, 214, ctx);
-  }
+  if (buf_len < filter.crit_bytes) return fail(QIM_ERR_BUF_SMALL, 214, ctx);
   if (reinterpret_cast<uintptr_t>(buf) % alignof(qim_criterion_t) != 0) {
     return fail(QIM_ERR_INVALID, 218, ctx);
   }
-  if (buf_len != 0) {
-    memset(buf, 0, buf_len);
-  }
+  if (buf_len != 0) memset(buf, 0, buf_len);
   return write_criteria(filter.crit, buf_len, buf, ctx);
 }
 
@@ -69,9 +61,7 @@ QIM_API uint32_t qim_filter_criteria_get(uint32_t ses, qim_node_id_t node_id, ui
   qim_lib_ctx_t* ctx = qim_lib_get();
   qim_node_t* node = nullptr;
   uint32_t status = qim_int_node_open(ses, node_id, nullptr, QIM_NODE_FILTER, &node, ctx);
-  if (status != 0) {
-    return qim::query::fail(status, 209, ctx);
-  }
+  if (status != 0) return qim::query::fail(status, 209, ctx);
   status = qim::query::copy_out(node->body.filter, buf_len, buf, ctx);
   qim_int_node_close(node, ctx);
   return status;

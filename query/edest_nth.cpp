@@ -19,18 +19,14 @@ uint32_t try_referrer(uint32_t ses, qim_node_id_t ref, uint32_t n, qim_node_t* o
   }
   if (node->type == QIM_NODE_EDEST) {
     if (*count == n) {
-      if (out != nullptr) {
-        qim_node_cp(ses, node, out);
-      }
+      if (out != nullptr) qim_node_cp(ses, node, out);
       *found = true;
     } else {
       ++*count;
     }
   }
   status = qim_int_node_close(node, ctx);
-  if (status != 0) {
-    qim::report(status, kGetInt, 1830, ctx);
-  }
+  if (status != 0) qim::report(status, kGetInt, 1830, ctx);
   return status;
 }
 
@@ -50,9 +46,7 @@ QIM_API uint32_t qim_pinst_edest_get_int(uint32_t ses, qim_node_id_t pinst_id, u
       return status;
     }
     status = try_referrer(ses, ref, n, out, count, &found, ctx);
-    if (status != 0) {
-      return status;
-    }
+    if (status != 0) return status;
   }
   return 0;
 }
@@ -63,8 +57,6 @@ QIM_API uint32_t qim_pinst_edest_get(uint32_t ses, qim_node_id_t pinst_id, uint3
   qim_lib_ctx_t* ctx = qim_lib_get();
   uint32_t count = 0;
   const uint32_t status = qim_pinst_edest_get_int(ses, pinst_id, n, out, &count);
-  if (status != 0) {
-    qim::report(status, "qim_pinst_edest_get", 681, ctx);
-  }
+  if (status != 0) qim::report(status, "qim_pinst_edest_get", 681, ctx);
   return status;
 }

@@ -14,8 +14,6 @@ QIM_API int qim_is_actionlist_type(const qim_node_t* node) {
 }
 
 QIM_API int qim_is_ifelse_filter_type(const qim_node_t* node) {
-  if (qim_is_filterlist_type(node) != 0) {
-    return 1;
-  }
+  if (qim_is_filterlist_type(node) != 0) return 1;
   return node->type == QIM_NODE_GROUP && node->body.group.type == QIM_GROUP_IFELSE ? 1 : 0;
 }

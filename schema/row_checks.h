@@ -65,23 +65,17 @@ consteval bool every_member_has_a_row(const Record& record) {
 constexpr bool names_record(const char* type, const Record& record) {
   constexpr const char* prefix = "qim_";
   for (const char* c = prefix; *c != '\0'; c++, type++) {
-    if (*type != *c) {
-      return false;
-    }
+    if (*type != *c) return false;
   }
   for (const char* c = record.kind; *c != '\0'; c++, type++) {
-    if (*type != *c) {
-      return false;
-    }
+    if (*type != *c) return false;
   }
   return same_text(type, "_t");
 }
 
 constexpr bool rows_are_of(const Record& record) {
   for (const Row& row : record) {
-    if (row.of != nullptr && !names_record(row.of, record)) {
-      return false;
-    }
+    if (row.of != nullptr && !names_record(row.of, record)) return false;
   }
   return true;
 }
@@ -112,17 +106,13 @@ constexpr bool rows_cover(const Record& record) {
   size_t seen = 0;
   for (size_t i = next_member(record, 0); i != record.row_count; i = next_member(record, end)) {
     const Row& row = record.rows[i];
-    if (row.position != aligned(end, row.align)) {
-      return false;
-    }
+    if (row.position != aligned(end, row.align)) return false;
     end = row.position + row.width;
     align = row.align > align ? row.align : align;
     seen++;
   }
   size_t with_member = 0;
-  for (const Row& row : record) {
-    with_member += row.of != nullptr ? 1 : 0;
-  }
+  for (const Row& row : record) with_member += row.of != nullptr ? 1 : 0;
   return seen == with_member && aligned(end, align) == record.size;
 }
 
@@ -132,9 +122,7 @@ constexpr uint32_t width_of(Slot form) {
 
 // A slot is as wide as its form, and a field as its coding asks for.
 constexpr bool width_fits(const Row& row) {
-  if (row.slot != Slot::none && row.width != width_of(row.slot)) {
-    return false;
-  }
+  if (row.slot != Slot::none && row.width != width_of(row.slot)) return false;
   switch (row.coding) {
     case Coding::integer:
       return row.width == 4 || row.width == 8;
@@ -150,9 +138,7 @@ constexpr bool width_fits(const Row& row) {
 
 constexpr bool widths_fit(const Record& record) {
   for (const Row& row : record) {
-    if (!width_fits(row)) {
-      return false;
-    }
+    if (!width_fits(row)) return false;
   }
   return true;
 }
@@ -164,9 +150,7 @@ constexpr bool lengths_fit(const Record& record) {
     for (const Row& length : record) {
       found = found || (length.position == row.length_at && length.width == sizeof(uint32_t));
     }
-    if (!found) {
-      return false;
-    }
+    if (!found) return false;
   }
   return true;
 }
@@ -214,12 +198,8 @@ QIM_CODEC_KINDS(QIM_CHECK_ROWS)
 constexpr bool record_ids_differ() {
   for (const Record* record : records) {
     size_t same = 0;
-    for (const Record* other : records) {
-      same += record->struct_id == other->struct_id ? 1 : 0;
-    }
-    if (same != 1) {
-      return false;
-    }
+    for (const Record* other : records) same += record->struct_id == other->struct_id ? 1 : 0;
+    if (same != 1) return false;
   }
   return true;
 }
@@ -233,9 +213,7 @@ static_assert(sizeof(records) / sizeof(records[0]) == sizeof(kinds) / sizeof(kin
 
 constexpr bool type_codes_differ() {
   size_t found = 0;
-  for (const NodeType* type : types_by_code.at) {
-    found += type != nullptr ? 1 : 0;
-  }
+  for (const NodeType* type : types_by_code.at) found += type != nullptr ? 1 : 0;
   return found == sizeof(tlv_types) / sizeof(NodeType) + sizeof(dset_types) / sizeof(NodeType);
 }
 static_assert(type_codes_differ(), "two node types have one code");
@@ -243,9 +221,7 @@ static_assert(type_codes_differ(), "two node types have one code");
 // The show table finds their names by position.
 constexpr bool tlv_codes_run() {
   for (uint32_t i = 0; i < sizeof(tlv_types) / sizeof(NodeType); i++) {
-    if (node_type(i + 1) == nullptr) {
-      return false;
-    }
+    if (node_type(i + 1) == nullptr) return false;
   }
   return true;
 }

@@ -461,12 +461,8 @@ struct TypesByCode {
 
 consteval TypesByCode make_types_by_code() {
   TypesByCode types = {};
-  for (const NodeType& type : tlv_types) {
-    types.at[type.code] = &type;
-  }
-  for (const NodeType& type : dset_types) {
-    types.at[type.code] = &type;
-  }
+  for (const NodeType& type : tlv_types) types.at[type.code] = &type;
+  for (const NodeType& type : dset_types) types.at[type.code] = &type;
   return types;
 }
 inline constexpr TypesByCode types_by_code = make_types_by_code();
@@ -490,13 +486,9 @@ constexpr bool is_of(uint32_t code, Families families) {
 
 // The slot that holds link `field` of nodes of this type; NULL when none does.
 constexpr const Row* slot_of(const NodeType& type, uint32_t field) {
-  if (type.body == nullptr) {
-    return nullptr;
-  }
+  if (type.body == nullptr) return nullptr;
   for (const Row& row : *type.body) {
-    if (row.slot != Slot::none && row.link == field) {
-      return &row;
-    }
+    if (row.slot != Slot::none && row.link == field) return &row;
   }
   return nullptr;
 }
@@ -504,13 +496,9 @@ constexpr const Row* slot_of(const NodeType& type, uint32_t field) {
 // The row of a type's variable part, coded as `coding`: Coding::args or Coding::list. NULL when it
 // has none.
 constexpr const Row* part_of(const NodeType& type, Coding coding) {
-  if (type.body == nullptr) {
-    return nullptr;
-  }
+  if (type.body == nullptr) return nullptr;
   for (const Row& row : *type.body) {
-    if (row.coding == coding) {
-      return &row;
-    }
+    if (row.coding == coding) return &row;
   }
   return nullptr;
 }

@@ -100,9 +100,7 @@ constexpr const tlvo_table_t* table_of(const Record& record) {
 consteval BodyMembers make_body_members() {
   BodyMembers members = {};
   size_t i = 0;
-  for (const NodeType& type : tlv_types) {
-    members.entry[i++] = {type.code, table_of(*type.body), 0};
-  }
+  for (const NodeType& type : tlv_types) members.entry[i++] = {type.code, table_of(*type.body), 0};
   return members;
 }
 constexpr BodyMembers body_members = make_body_members();
@@ -160,9 +158,7 @@ constexpr uint32_t tlvo_kind(Coding coding) {
 
 consteval size_t coded_rows(const Record& record) {
   size_t count = 0;
-  for (const Row& row : record) {
-    count += row.coding != Coding::none ? 1 : 0;
-  }
+  for (const Row& row : record) count += row.coding != Coding::none ? 1 : 0;
   return count;
 }
 
@@ -173,9 +169,7 @@ consteval tlvo_field_t make_field(const Row& row, const Callbacks& callbacks) {
   field.width = is_list ? 0 : row.width;
   field.position = is_list ? 0 : row.position;
   field.kind = tlvo_kind(row.coding);
-  if (row.coding == Coding::record) {
-    field.record = table_of(*row.record);
-  }
+  if (row.coding == Coding::record) field.record = table_of(*row.record);
   field.count = callbacks.count;
   field.encode = callbacks.encode;
   field.decode = callbacks.decode;
