@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "policy/base/names.h"
 
@@ -24,7 +25,7 @@ void expect_name(const std::string& hex, const char* text) {
   const auto bytes = qimctl::bytes_from_hex(hex).value();
   ASSERT_EQ(bytes.size(), sizeof(name));
   memcpy(&name, bytes.data(), sizeof(name));
-  EXPECT_EQ(json(dset_to_json(name)), json::parse(text));
+  EXPECT_EQ(json(dset_to_json(name).get()), json::parse(text));
 }
 
 TEST(DsetJson, holds_an_interface_name) {

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
+
 #include "policy/base/json_text.h"
 #include "policy/base/json_value.h"
 #include "policy/base/names.h"
@@ -38,9 +40,10 @@ std::vector<std::string> allowed(const json& document, const std::vector<std::st
   const json schema = json::parse(qimctl::native_schema_text);
   const qimctl::SchemaWalk walk(schema, document);
   std::vector<std::string> names;
-  for (const json* part : walk.at(path)) {
-    if (!part->contains("additionalProperties")) continue;
-    for (const auto& [name, inner] : part->at("properties").items()) {
+  for (const qimctl::JsonView found : walk.at(path)) {
+    const json& part = found.get();
+    if (!part.contains("additionalProperties")) continue;
+    for (const auto& [name, inner] : part.at("properties").items()) {
       if (name != "comment") names.push_back(name);
     }
   }
@@ -244,8 +247,8 @@ TEST(SchemaWalk, finds_nothing_where_there_is_nothing) {
   EXPECT_THAT(walk.at({"a", "1"}), IsEmpty());
   EXPECT_THAT(walk.at({"a", "x"}), IsEmpty());
   EXPECT_THAT(walk.at({"b"}), IsEmpty());
-  EXPECT_EQ(walk.value({"a", "0"})->get<int>(), 1);
-  EXPECT_EQ(walk.value({"a", "0", "0"}), nullptr);
+  EXPECT_EQ(walk.value({"a", "0"}).number(), 1u);
+  EXPECT_FALSE(walk.value({"a", "0", "0"}));
 }
 
 }  // namespace

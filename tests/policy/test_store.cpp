@@ -32,7 +32,7 @@ class Store : public testing::Test {
  protected:
   StoreCounts store(const std::vector<Node>& nodes, bool replace = false) {
     WriteSession session(database_);
-    const StoreCounts counts = qimctl::write_policies({{nodes, {}}}, session, {replace, false});
+    const StoreCounts counts = qimctl::write_policies({{nodes, {}}}, session, {.replace = replace});
     session.commit();
     return counts;
   }
@@ -40,9 +40,9 @@ class Store : public testing::Test {
   std::vector<uint32_t> stored_ids() const {
     const ReadSession session(database_);
     std::vector<uint32_t> ids;
-    for (auto id = qimctl::next_node_id(session, 0); id; id = qimctl::next_node_id(session, *id)) {
-      ids.push_back(*id);
-    }
+    qimctl::each_node(session.handle(), [&ids](const rov_node_parms_t& parms) {
+      ids.push_back(qim_from_rov_node_id(&parms.id));
+    });
     return ids;
   }
 

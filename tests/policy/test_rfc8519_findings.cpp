@@ -1,5 +1,5 @@
 // What cannot be carried is said, and never makes a rule wider than it was.
-#include "tests/tools/rfc8519_support.h"
+#include "tests/policy/rfc8519_support.h"
 
 namespace {
 

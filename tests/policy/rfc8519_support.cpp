@@ -1,4 +1,4 @@
-#include "tests/tools/rfc8519_support.h"
+#include "tests/policy/rfc8519_support.h"
 
 #include <fstream>
 #include <iterator>

@@ -3,7 +3,7 @@
 
 #include "policy/base/criteria.h"
 #include "policy/base/names.h"
-#include "tests/tools/rfc8519_support.h"
+#include "tests/policy/rfc8519_support.h"
 
 namespace {
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "policy/base/names.h"
 #include "policy/base/policy_check.h"
 #include "policy/formats/native/native.h"
@@ -50,11 +52,12 @@ Policy store_and_read(const Policy& policy) {
   const ReadSession session(database);
   ordered_json document = {{"format", native_format_name}, {"version", 1}};
   document["nodes"] = ordered_json::array();
-  for (auto id = next_node_id(session, 0); id; id = next_node_id(session, *id)) {
-    ordered_json node = node_to_json(read_node(session, *id));
+  each_node(session.handle(), [&](const rov_node_parms_t& parms) {
+    const uint32_t id = qim_from_rov_node_id(&parms.id);
+    ordered_json node = node_to_json(read_node(session, id)).get();
     EXPECT_EQ(node.erase("computed"), 1u);
     document["nodes"].push_back(node);
-  }
+  });
   return read_native(document.dump(), "read-back.json");
 }
 
@@ -105,12 +108,12 @@ TEST(NodeJson, tells_what_was_counted) {
   write_policies({read_native(tools_test::read_text(file), "x")}, writer, {});
   writer.commit();
   const ReadSession session(database);
-  const ordered_json filter = node_to_json(read_node(session, 0x04100010));
+  const ordered_json filter = node_to_json(read_node(session, 0x04100010)).get();
   EXPECT_EQ(filter["computed"].dump(),
             R"({"links_total":2,"links_unfixed":1,"refs":1,"priv_len":8,"priv_ptr":0,)"
             R"("crit_cnt":3,"crit_bytes":107})");
   EXPECT_EQ(filter["body"]["crit"][0]["comment"], "ipv4.protocol 6");
-  const ordered_json pinst = node_to_json(read_node(session, 0x04100080));
+  const ordered_json pinst = node_to_json(read_node(session, 0x04100080)).get();
   EXPECT_EQ(pinst["computed"]["edests"], 4);
   EXPECT_EQ(pinst["computed"]["nonedests"], 0);
 }

@@ -4,7 +4,7 @@
 
 #include "policy/base/criteria.h"
 #include "policy/formats/rfc8519/ids.h"
-#include "tests/tools/rfc8519_support.h"
+#include "tests/policy/rfc8519_support.h"
 
 namespace {
 

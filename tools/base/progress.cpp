@@ -1,4 +1,5 @@
-#include "policy/base/progress.h"
+// A progress line on a terminal's standard error; nothing anywhere else.
+#include "tools/base/progress.h"
 
 #include <unistd.h>
 

@@ -1,5 +1,5 @@
 // Input that is wrong: each fault is reported where it is, and all of them at once.
-#include "tests/tools/rfc8519_support.h"
+#include "tests/policy/rfc8519_support.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <map>
 
-#include "tests/tools/rfc8519_support.h"
+#include "tests/policy/rfc8519_support.h"
 
 namespace {
 
