@@ -1,3 +1,4 @@
+// What tests of imported access lists share.
 #include "tests/policy/rfc8519_support.h"
 
 #include <fstream>

@@ -1,3 +1,4 @@
+// Data-set names as JSON and as text.
 #include "policy/base/dsetname.h"
 
 #include <gtest/gtest.h>

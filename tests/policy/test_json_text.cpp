@@ -1,3 +1,4 @@
+// JSON input and the lines of what is in it.
 #include "policy/base/json_text.h"
 
 #include <gmock/gmock.h>

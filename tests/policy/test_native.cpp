@@ -1,3 +1,4 @@
+// Reading the native format.
 #include "policy/formats/native/native.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// The native format's schema, and what is said of documents that break it.
 #include "policy/formats/native/native_schema.h"
 
 #include <gmock/gmock.h>

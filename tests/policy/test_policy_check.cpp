@@ -1,3 +1,4 @@
+// What is refused of policies whoever made them.
 #include "policy/base/policy_check.h"
 
 #include <gmock/gmock.h>

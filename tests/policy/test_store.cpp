@@ -1,3 +1,4 @@
+// Writing policies into a database.
 #include "policy/store/store_policy.h"
 
 #include <gmock/gmock.h>

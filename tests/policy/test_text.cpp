@@ -1,3 +1,4 @@
+// Text that is safe to print, and JSON laid out for reading.
 #include "policy/base/text.h"
 
 #include <gmock/gmock.h>

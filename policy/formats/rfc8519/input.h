@@ -1,7 +1,6 @@
 // Reading one value of the model at a time: members of objects, leaves by their YANG types, and the
 // problems and findings that come up.
-#ifndef POLICY_FORMATS_RFC8519_INPUT_H
-#define POLICY_FORMATS_RFC8519_INPUT_H
+#pragma once
 
 #include <cstdint>
 #include <initializer_list>
@@ -99,5 +98,3 @@ std::string alternatives(const std::vector<std::string_view>& names);
 std::string in_quotes(std::string_view text);
 
 }  // namespace qimctl::rfc8519
-
-#endif

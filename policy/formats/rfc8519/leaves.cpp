@@ -1,3 +1,4 @@
+// Reading the leaves of matches as the arguments of criteria.
 #include "policy/formats/rfc8519/leaves.h"
 
 #include <arpa/inet.h>
