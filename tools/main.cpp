@@ -1,3 +1,4 @@
+// The program: sees to its standard streams and runs the command line.
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>

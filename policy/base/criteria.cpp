@@ -1,3 +1,4 @@
+// The table of criterion types, and the names of actions.
 #include "policy/base/criteria.h"
 
 #include <algorithm>

@@ -1,7 +1,6 @@
 // What is known of criterion and action types: their names, how their arguments are laid out, and
 // how both read as text.
-#ifndef POLICY_BASE_CRITERIA_H
-#define POLICY_BASE_CRITERIA_H
+#pragma once
 
 #include <cstdint>
 #include <span>
@@ -73,5 +72,3 @@ std::string criterion_text(uint32_t type, std::span<const uint8_t> args);
 std::string_view action_name(uint32_t type);
 
 }  // namespace qimctl
-
-#endif

@@ -1,8 +1,7 @@
 // The codes that imported access lists use in policy records whose values the policy library
 // carries without interpreting them: criteria, actions, defaults, groups and policies.
 // docs/rfc8519.md says how they fit together.
-#ifndef POLICY_BASE_CRITERIA_CODES_H
-#define POLICY_BASE_CRITERIA_CODES_H
+#pragma once
 
 #include <cstdint>
 
@@ -53,5 +52,3 @@ inline constexpr uint32_t policy_type_stages = 0xffff;
 inline constexpr uint8_t dir_out = 2;
 
 }  // namespace qimctl
-
-#endif

@@ -1,8 +1,10 @@
+// Data-set names as JSON and as text.
 #include "policy/base/dsetname.h"
 
 #include <cstring>
 #include <optional>
 
+#include "policy/base/criteria_codes.h"
 #include "policy/base/json_value.h"
 #include "policy/base/names.h"
 #include "schema/rows.h"
@@ -11,12 +13,7 @@ namespace qimctl {
 
 namespace {
 
-using nlohmann::json;
-using nlohmann::ordered_json;
 using qim::schema::At;
-
-// What "out" stands for: any number but QIM_DIR_IN is output, this is the one written for it.
-constexpr uint8_t dir_out = 2;
 
 // The members of a destination format, in the order of its record.
 struct Format {
@@ -51,9 +48,9 @@ const Format* format_of(uint8_t code) {
   return nullptr;
 }
 
-const Format& format_of(const json& value) {
+const Format& format_of(JsonView value) {
   for (const Format& format : formats) {
-    if (value == format.name || value == format.code) return format;
+    if (value.is(format.name) || value.is(format.code)) return format;
   }
   throw std::logic_error("a destination format that the schema let pass");
 }
@@ -71,14 +68,14 @@ qim_dsetname_t encode(const qim_pinst_fields_t& fields) {
   return name;
 }
 
-ordered_json direction_to_json(uint8_t dir) {
+JsonValue direction_to_json(uint8_t dir) {
   if (dir == QIM_DIR_IN || dir == dir_out) return direction_name(dir);
   return dir;
 }
 
-uint8_t direction_from_json(const json& value) {
-  if (value == direction_name(QIM_DIR_IN)) return QIM_DIR_IN;
-  if (value == direction_name(dir_out)) return dir_out;
+uint8_t direction_from_json(JsonView value) {
+  if (value.is(direction_name(QIM_DIR_IN))) return QIM_DIR_IN;
+  if (value.is(direction_name(dir_out))) return dir_out;
   return static_cast<uint8_t>(number_from_json(value));
 }
 
@@ -88,7 +85,7 @@ const char* direction_name(uint8_t dir) {
   return dir == QIM_DIR_IN ? "in" : "out";
 }
 
-ordered_json dset_to_json(const qim_dsetname_t& name) {
+JsonValue dset_to_json(const qim_dsetname_t& name) {
   const qim_pinst_fields_t fields = decode(name);
   const Format* format = format_of(fields.dest.fmt);
   const qim_dsetname_t again = encode(fields);
@@ -96,38 +93,49 @@ ordered_json dset_to_json(const qim_dsetname_t& name) {
   if (format == nullptr || memcmp(&again, &name, sizeof(name)) != 0) {
     return hex_bytes(&name, sizeof(name));
   }
-  ordered_json dest;
-  dest["fmt"] = format->name;
+  JsonValue dest;
+  dest.set("fmt", format->name);
   for (size_t i = 0; i < format->count; i++) {
     const At& member = format->members[i];
-    dest[member.name] = load(fields.dest.bytes, member.position, member.width);
+    dest.set(member.name, load(fields.dest.bytes, member.position, member.width));
   }
-  ordered_json value;
-  value["dest"] = dest;
-  value["type"] = fields.type;
-  value["dir"] = direction_to_json(fields.dir);
+  JsonValue value;
+  value.set("dest", std::move(dest));
+  value.set("type", fields.type);
+  value.set("dir", direction_to_json(fields.dir));
   return value;
 }
 
-qim_dsetname_t dset_from_json(const json& value) {
+qim_dsetname_t dset_from_json(JsonView value) {
   qim_dsetname_t name{};
   if (value.is_string()) {
     const std::vector<uint8_t> bytes = bytes_from_json(value);
     memcpy(&name, bytes.data(), std::min(bytes.size(), sizeof(name)));
     return name;
   }
-  const json& dest = value.at("dest");
+  const JsonView dest = value.at("dest");
   const Format& format = format_of(dest.at("fmt"));
   qim_pinst_fields_t fields{};
   fields.dest.fmt = format.code;
   for (size_t i = 0; i < format.count; i++) {
     const At& member = format.members[i];
-    if (!dest.contains(member.name)) continue;
-    store(fields.dest.bytes, member.position, member.width, number_from_json(dest[member.name]));
+    const JsonView number = dest.find(member.name);
+    if (!number) continue;
+    store(fields.dest.bytes, member.position, member.width, number_from_json(number));
   }
-  if (value.contains("type")) fields.type = static_cast<uint32_t>(number_from_json(value["type"]));
-  if (value.contains("dir")) fields.dir = direction_from_json(value["dir"]);
+  if (const JsonView type = value.find("type")) {
+    fields.type = static_cast<uint32_t>(number_from_json(type));
+  }
+  if (const JsonView dir = value.find("dir")) fields.dir = direction_from_json(dir);
   return encode(fields);
+}
+
+std::optional<qim_dsetname_t> dset_from_hex(const std::string& text) {
+  const std::optional<std::vector<uint8_t>> bytes = bytes_from_hex(text);
+  qim_dsetname_t name;
+  if (!bytes || bytes->size() != sizeof(name)) return std::nullopt;
+  memcpy(&name, bytes->data(), sizeof(name));
+  return name;
 }
 
 std::string dset_text(const qim_pinst_fields_t& fields) {

@@ -1,11 +1,11 @@
 // Data-set names as JSON and as text.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "policy/base/json.h"
 #include "qim.h"
 
 namespace qimctl {
@@ -13,10 +13,13 @@ namespace qimctl {
 // A name in network order as the native format writes it: structured by its format, or, of a format
 // without structure, as 42 hexadecimal digits. What a structured form would not give back byte for
 // byte is written as digits too.
-nlohmann::ordered_json dset_to_json(const qim_dsetname_t& name);
+JsonValue dset_to_json(const qim_dsetname_t& name);
 
 // The reverse, in network order. `value` must follow the native format's schema.
-qim_dsetname_t dset_from_json(const nlohmann::json& value);
+qim_dsetname_t dset_from_json(JsonView value);
+
+// A name in network order from its 42 hexadecimal digits. Nothing for anything else.
+std::optional<qim_dsetname_t> dset_from_hex(const std::string& text);
 
 // "interface 17 vrf 1 vlan 0 vdc 0, type 5, in"
 std::string dset_text(const qim_pinst_fields_t& fields);

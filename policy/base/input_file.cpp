@@ -1,3 +1,4 @@
+// Reading files, and refusing them.
 #include "policy/base/input_file.h"
 
 #include <cerrno>

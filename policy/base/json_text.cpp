@@ -1,6 +1,8 @@
+// JSON input: building the document, and finding the lines of its values.
 #include "policy/base/json_text.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <unordered_map>
 #include <utility>
 
@@ -257,10 +259,10 @@ void fill_places(const std::string& text, const std::string& file, std::vector<I
 
 }  // namespace
 
-json parse_json(const std::string& text, const std::string& file) {
+JsonDocument parse_json(const std::string& text, const std::string& file) {
   Builder builder(text, file);
   json::sax_parse(text, &builder);
-  return builder.take();
+  return JsonDocument(builder.take());
 }
 
 std::string pointer_to(const std::string& base, const std::string& member) {

@@ -5,17 +5,17 @@
 // text, so that reading good input costs nothing for them.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "policy/base/json.h"
 #include "policy/base/policy.h"
 
 namespace qimctl {
 
 // Parses `text`. Throws InputError for text that is not JSON (RFC 8259, UTF-8), for two members of
 // one name in an object and for values nested deeper than max_json_depth.
-nlohmann::json parse_json(const std::string& text, const std::string& file);
+JsonDocument parse_json(const std::string& text, const std::string& file);
 
 inline constexpr size_t max_json_depth = 64;
 

@@ -1,3 +1,4 @@
+// Numbers, bytes and record members in the native format's JSON.
 #include "policy/base/json_value.h"
 
 #include <cstring>
@@ -9,8 +10,6 @@ namespace qimctl {
 
 namespace {
 
-using nlohmann::json;
-using nlohmann::ordered_json;
 using qim::schema::Coding;
 using qim::schema::Row;
 
@@ -33,22 +32,22 @@ std::logic_error odd_width() {
 
 }  // namespace
 
-ordered_json number_to_json(uint64_t value) {
+JsonValue number_to_json(uint64_t value) {
   if (value <= max_json_number) return value;
   return hex_number(value, 16);
 }
 
-uint64_t number_from_json(const json& value) {
-  if (value.is_number_unsigned() || value == 0) return value.get<uint64_t>();  // -0 is signed
+uint64_t number_from_json(JsonView value) {
+  if (value.is_count() || value.is(0)) return value.number();  // -0 is signed
   if (value.is_string()) {
-    const std::optional<uint64_t> number = parse_number(value.get<std::string>());
+    const std::optional<uint64_t> number = parse_number(value.text());
     if (number) return *number;
   }
   throw std::logic_error("a number that the schema let pass: " + value.dump());
 }
 
-std::vector<uint8_t> bytes_from_json(const json& value) {
-  std::optional<std::vector<uint8_t>> bytes = bytes_from_hex(value.get<std::string>());
+std::vector<uint8_t> bytes_from_json(JsonView value) {
+  std::optional<std::vector<uint8_t>> bytes = bytes_from_hex(value.text());
   if (!bytes) throw std::logic_error("bytes that the schema let pass: " + value.dump());
   return *std::move(bytes);
 }
@@ -89,12 +88,12 @@ bool is_input(const Row& row) {
   return row.coding == Coding::integer || row.coding == Coding::record;
 }
 
-ordered_json row_to_json(const Row& row, const void* record) {
+JsonValue row_to_json(const Row& row, const void* record) {
   if (row.coding == Coding::record) {
     const char* inner = static_cast<const char*>(record) + row.position;
-    ordered_json members = ordered_json::object();
+    JsonValue members = JsonValue::object();
     for (const Row& member : *row.record) {
-      if (is_input(member)) members[member.name] = row_to_json(member, inner);
+      if (is_input(member)) members.set(member.name, row_to_json(member, inner));
     }
     return members;
   }
@@ -105,19 +104,18 @@ ordered_json row_to_json(const Row& row, const void* record) {
   return number_to_json(value);
 }
 
-void row_from_json(const Row& row, const json& value, void* record) {
+void row_from_json(const Row& row, JsonView value, void* record) {
   if (row.coding == Coding::record) {
     char* inner = static_cast<char*>(record) + row.position;
     for (const Row& member : *row.record) {
-      if (is_input(member) && value.contains(member.name)) {
-        row_from_json(member, value[member.name], inner);
-      }
+      const JsonView part = is_input(member) ? value.find(member.name) : JsonView();
+      if (part) row_from_json(member, part, inner);
     }
     return;
   }
   std::optional<uint32_t> named;
   if (row.show_kind == ROV_SHOW_ENUM && value.is_string()) {
-    named = link_kind_code(value.get<std::string>());
+    named = link_kind_code(value.text());
   }
   store(record, row.position, row.width, named ? *named : number_from_json(value));
 }

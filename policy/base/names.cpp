@@ -1,3 +1,4 @@
+// Codes, numbers and bytes as people write them.
 #include "policy/base/names.h"
 
 #include <strings.h>

@@ -1,3 +1,4 @@
+// Places and problems as text.
 #include "policy/base/policy.h"
 
 #include <utility>

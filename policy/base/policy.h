@@ -1,7 +1,6 @@
 // A policy as importers hand it to the writer: nodes with everything that belongs to them, where
 // each came from, and what could not be carried over.
-#ifndef POLICY_BASE_POLICY_H
-#define POLICY_BASE_POLICY_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -102,5 +101,3 @@ class InputError : public std::runtime_error {
 };
 
 }  // namespace qimctl
-
-#endif

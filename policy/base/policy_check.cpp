@@ -1,3 +1,4 @@
+// What a policy must hold to, whichever importer made it.
 #include "policy/base/policy_check.h"
 
 #include <set>

@@ -1,3 +1,4 @@
+// The connection to the node database, and its failures in words.
 #include "policy/store/database.h"
 
 #include <cstdlib>
@@ -80,7 +81,7 @@ std::string status_name(uint32_t status) {
 }
 
 void require(uint32_t status, const std::string& attempt) {
-  if (status != 0) throw DatabaseError(status, attempt);
+  if (status != ROV_OK) throw DatabaseError(status, attempt);
 }
 
 void require_node(uint32_t status, const std::string& attempt) {

@@ -29,7 +29,7 @@ class DatabaseError : public std::runtime_error {
 // "QIM_ERR_NODE_TYPE", "ROV_ERR_NO_ITEM"
 std::string status_name(uint32_t status);
 
-// Throws DatabaseError unless `status` is 0. `attempt` completes "cannot ...".
+// Throws DatabaseError unless `status` is ROV_OK. `attempt` completes "cannot ...".
 void require(uint32_t status, const std::string& attempt);
 // The same for what was attempted with a node, which may not be there.
 void require_node(uint32_t status, const std::string& attempt);

@@ -1,3 +1,4 @@
+// Reading nodes.
 #include "policy/store/node_image.h"
 
 #include <algorithm>
@@ -129,12 +130,15 @@ NodeImage read_node(const ReadSession& session, uint32_t id) {
   return image;
 }
 
-std::optional<uint32_t> next_node_id(const ReadSession& session, uint32_t id) {
+void each_node(uint32_t session, const std::function<void(const rov_node_parms_t&)>& visit) {
+  rov_node_id_t after{};
   rov_node_parms_t parms;
-  const uint32_t status = rov_node_next(session.handle(), database_id(id), &parms);
-  if (status == ROV_ERR_NO_ITEM) return std::nullopt;
-  require(status, "list the nodes behind " + node_id_text(id));
-  return qim_from_rov_node_id(&parms.id);
+  uint32_t status = ROV_OK;
+  while ((status = rov_node_next(session, after, &parms)) == ROV_OK) {
+    visit(parms);
+    after = parms.id;
+  }
+  if (status != ROV_ERR_NO_ITEM) require(status, "list the nodes");
 }
 
 }  // namespace qimctl

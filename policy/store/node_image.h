@@ -3,11 +3,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
 #include "policy/store/database.h"
 #include "qim.h"
+#include "rov.h"
 
 namespace qimctl {
 
@@ -42,8 +44,8 @@ bool has_dset(const qim_node_t& record);
 // order.
 qim_dsetname_t name_of(const qim_pinst_fields_t& fields);
 
-// The node after `id` in the database, the first one for 0; nothing behind the last. The library
-// has no call for this, so the database itself is asked.
-std::optional<uint32_t> next_node_id(const ReadSession& session, uint32_t id);
+// Calls `visit` for every node of the database, in the order of identifiers. The library has no call
+// for this, so the database itself is asked.
+void each_node(uint32_t session, const std::function<void(const rov_node_parms_t&)>& visit);
 
 }  // namespace qimctl

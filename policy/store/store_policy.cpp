@@ -1,10 +1,10 @@
+// Writing policies into a database.
 #include "policy/store/store_policy.h"
 
 #include <algorithm>
 #include <unordered_set>
 
 #include "policy/base/names.h"
-#include "policy/base/progress.h"
 #include "rov_edit.h"
 #include "schema/args_field.h"
 #include "schema/rows.h"
@@ -66,10 +66,9 @@ class Writer {
   StoreCounts write() {
     make_room();
     refuse_if_any();
-    Progress progress("storing nodes", known_.size(), options_.progress);
-    each_node([&](const Node& node) {
+    each_node([this](const Node& node) {
       put_node(node);
-      progress.step();
+      if (options_.stored) options_.stored();
     });
     each_node([this](const Node& node) {
       for (const Link& link : node.links) put_link(node, link);

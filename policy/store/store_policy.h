@@ -2,6 +2,7 @@
 // with their links, data-set names and private data.
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "policy/base/policy.h"
@@ -12,8 +13,8 @@ namespace qimctl {
 struct StoreOptions {
   bool replace =
       false;  // nodes that the database has already are replaced, links and private data with them
-  bool dangling = false;  // links may lead to nodes that are nowhere
-  bool progress = false;  // show a progress line
+  bool dangling = false;           // links may lead to nodes that are nowhere
+  std::function<void()> stored{};  // called for every node, when it is stored
 };
 
 struct StoreCounts {

@@ -1,5 +1,6 @@
 // Data-set names: each form leads back to the one it came from.
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "policy/base/dsetname.h"
 #include "qim.h"

@@ -15,6 +15,7 @@
 #include "tests/system/e2e/leaks_allowed.h"
 #include "tools/base/output.h"
 #include "tools/commands/dump.h"
+#include "tools/commands/restore.h"
 
 namespace fuzz {
 namespace {

@@ -1,3 +1,4 @@
+// What tests of the command-line tool share.
 #include "tests/tools/support.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// Walks along the links of a policy.
 #include <gmock/gmock.h>
 
 #include "policy/base/names.h"

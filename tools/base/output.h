@@ -1,4 +1,4 @@
-// Standard output, checked: output that can't be written is a failure like any other.
+// Standard output, checked, for what cannot be written is a failure like any other; and complaints.
 #pragma once
 
 #include <stdexcept>
@@ -14,5 +14,8 @@ struct OutputError : std::runtime_error {
 void print(const std::string& text);
 // Everything printed so far reaches its destination. Throws OutputError.
 void flush_output();
+
+// Says on standard error what went wrong.
+void complain(const std::string& message);
 
 }  // namespace qimctl

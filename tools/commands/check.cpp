@@ -1,7 +1,9 @@
+// `qimctl check`: the database's file, and what the policy in it says.
 #include "tools/commands/check.h"
 
-#include <nlohmann/json.hpp>
+#include <utility>
 
+#include "policy/base/json.h"
 #include "policy/base/names.h"
 #include "policy/base/text.h"
 #include "rov_edit.h"
@@ -12,20 +14,24 @@ namespace qimctl {
 
 namespace {
 
-using nlohmann::ordered_json;
-
 void print_json(const rov_verify_t& file, const std::vector<Found>& defects) {
-  ordered_json list = ordered_json::array();
+  JsonValue list = JsonValue::array();
   for (const Found& found : defects) {
-    list.push_back({{"node", node_id_text(found.node)},
-                    {"defect", defect_name(found.defect)},
-                    {"what", found.what}});
+    JsonValue item;
+    item.set("node", node_id_text(found.node));
+    item.set("defect", defect_name(found.defect));
+    item.set("what", found.what);
+    list.add(std::move(item));
   }
-  const ordered_json value = {
-      {"nodes", file.nodes}, {"records", file.records}, {"revision", file.revision},
-      {"bytes", file.bytes}, {"pages", file.pages},     {"free_pages", file.free_pages},
-      {"defects", list}};
-  print(value.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n");
+  JsonValue value;
+  value.set("nodes", file.nodes);
+  value.set("records", file.records);
+  value.set("revision", file.revision);
+  value.set("bytes", file.bytes);
+  value.set("pages", file.pages);
+  value.set("free_pages", file.free_pages);
+  value.set("defects", std::move(list));
+  print(value.dump_repaired(2) + "\n");
 }
 
 void print_text(const rov_verify_t& file, const std::vector<Found>& defects) {
@@ -39,24 +45,6 @@ void print_text(const rov_verify_t& file, const std::vector<Found>& defects) {
 }
 
 }  // namespace
-
-const char* defect_name(Defect defect) {
-  switch (defect) {
-    case Defect::undecodable:
-      return "undecodable";
-    case Defect::dangling:
-      return "dangling";
-    case Defect::target_type:
-      return "target_type";
-    case Defect::unreferenced:
-      return "unreferenced";
-    case Defect::data_set_name:
-      return "data_set_name";
-    case Defect::same_place:
-      break;
-  }
-  return "same_place";
-}
 
 bool check_database(const Database& database, bool json) {
   rov_verify_t file;

@@ -1,8 +1,12 @@
+// `qimctl dump`: a whole database as one file.
 #include "tools/commands/dump.h"
 
-#include <nlohmann/json.hpp>
+#include <cstring>
+#include <optional>
+#include <utility>
 
 #include "policy/base/dsetname.h"
+#include "policy/base/json_text.h"
 #include "policy/base/names.h"
 #include "policy/base/policy_check.h"
 #include "policy/formats/native/native.h"
@@ -15,9 +19,6 @@
 namespace qimctl {
 
 namespace {
-
-using nlohmann::json;
-using nlohmann::ordered_json;
 
 constexpr uint32_t largest_private = 1U << 20;
 
@@ -56,8 +57,8 @@ class StoreReader {
 
   void read_links(Stored& node) {
     rov_link_t link;
-    uint32_t status = 0;
-    for (uint32_t n = 0; (status = rov_node_link_nth(session_, node.id, n, &link)) == 0; n++) {
+    uint32_t status = ROV_OK;
+    for (uint32_t n = 0; (status = rov_node_link_nth(session_, node.id, n, &link)) == ROV_OK; n++) {
       node.links.push_back(link);
     }
     if (status != ROV_ERR_NO_LINK) require(status, "read the links of node " + name_of(node));
@@ -66,9 +67,9 @@ class StoreReader {
   void read_clients(Stored& node) {
     uint32_t client = 0;
     uint32_t length = 0;
-    uint32_t status = 0;
+    uint32_t status = ROV_OK;
     for (uint32_t n = 0; (status = rov_edit_priv_nth(session_, node.id, n, &client, largest_private,
-                                                     room_.data(), &length)) == 0;
+                                                     room_.data(), &length)) == ROV_OK;
          n++) {
       node.clients.push_back({client, {room_.begin(), room_.begin() + length}});
     }
@@ -79,15 +80,9 @@ class StoreReader {
   std::vector<uint8_t> room_;
 };
 
-// What criteria mean is said for people only.
-void drop_comments(ordered_json& value) {
-  if (!value.contains("body") || !value["body"].contains("crit")) return;
-  for (ordered_json& criterion : value["body"]["crit"]) criterion.erase("comment");
-}
-
 // Would this give back the node byte for byte?
-bool is_faithful(const ordered_json& value, const Stored& stored) {
-  Node node = read_native_node(json::parse(value.dump()));
+bool is_faithful(const JsonValue& value, const Stored& stored) {
+  Node node = read_native_node(parse_json(value.dump(), "").view());
   Policy policy;
   policy.nodes.push_back(std::move(node));
   const Node& same = policy.nodes.front();
@@ -100,49 +95,42 @@ bool is_faithful(const ordered_json& value, const Stored& stored) {
          check_policies({policy}).empty();
 }
 
-ordered_json link_value(const rov_link_t& link) {
-  const uint32_t node2 = qim_from_rov_node_id(&link.node2);
-  const std::string node = node_id_text(qim_from_rov_node_id(&link.node));
-  if (node2 == 0 && link.val == 0 && link.tag == 0) return node;
-  ordered_json value;
-  value["node"] = node;
-  if (node2 != 0) value["node2"] = node_id_text(node2);
-  if (link.val != 0) value["val"] = link.val;
-  if (link.tag != 0) value["tag"] = link.tag;
-  return value;
-}
-
-void add_links(const Stored& stored, ordered_json& value) {
+// Adds what stands in a file beside a node's contents.
+JsonValue with_rest(JsonValue value, std::optional<JsonValue> dset, const Stored& stored) {
+  JsonValue links;
   for (const rov_link_t& link : stored.links) {
-    value["links"][slot_name(link.field)] = link_value(link);
+    qim_link_t form{};
+    form.node = qim_from_rov_node_id(&link.node);
+    form.node2 = qim_from_rov_node_id(&link.node2);
+    form.val = link.val;
+    form.tag = link.tag;
+    links.set(slot_name(link.field), link_to_json(form));
   }
-}
-
-void add_private(const Stored& stored, ordered_json& value) {
-  for (const ClientData& data : stored.clients) {
-    if (data.client == client_id) value["priv"] = hex_bytes(data.data);
-  }
-  for (const ClientData& data : stored.clients) {
-    if (data.client != client_id)
-      value["private"][hex_number(data.client, 8)] = hex_bytes(data.data);
-  }
-}
-
-ordered_json with_rest(ordered_json value, const ordered_json& dset, const Stored& stored) {
-  add_links(stored, value);
-  if (!dset.is_null()) value["dset"] = dset;
+  if (!links.is_empty()) value.set("links", std::move(links));
+  if (dset) value.set("dset", *std::move(dset));
   return value;
+}
+
+void add_private(const Stored& stored, JsonValue& value) {
+  JsonValue others;
+  for (const ClientData& data : stored.clients) {
+    if (data.client == client_id) {
+      value.set("priv", hex_bytes(data.data));
+    } else {
+      others.set(hex_number(data.client, 8), hex_bytes(data.data));
+    }
+  }
+  if (!others.is_empty()) value.set("private", std::move(others));
 }
 
 // The node in terms of its record; nothing when that says less or something else.
-std::optional<ordered_json> record_form(const ReadSession& session, const Stored& stored) {
+std::optional<JsonValue> record_form(const ReadSession& session, const Stored& stored) {
   try {
-    ordered_json whole = node_to_json(read_node(session, qim_from_rov_node_id(&stored.id)));
-    const ordered_json dset = whole.value("dset", ordered_json());
-    for (const char* member : {"computed", "links", "dset", "priv"}) whole.erase(member);
-    drop_comments(whole);
-    if (!node_type_code(whole["type"].get<std::string>())) return std::nullopt;
-    ordered_json value = with_rest(std::move(whole), dset, stored);
+    const NodeImage image = read_node(session, qim_from_rov_node_id(&stored.id));
+    if (!node_type_code(node_type_name(image.record.type))) return std::nullopt;
+    std::optional<JsonValue> dset;
+    if (image.dset) dset = dset_to_json(*image.dset);
+    JsonValue value = with_rest(contents_to_json(image), std::move(dset), stored);
     if (is_faithful(value, stored)) return value;
   } catch (const DatabaseError& error) {
     if (!is_about_contents(error.status())) throw;
@@ -150,15 +138,17 @@ std::optional<ordered_json> record_form(const ReadSession& session, const Stored
   return std::nullopt;
 }
 
-ordered_json raw_form(const Stored& stored) {
-  ordered_json value;
-  value["id"] = node_id_text(qim_from_rov_node_id(&stored.id));
-  value["type"] = raw_type_name;
-  value["body"]["flags"] = stored.flags;
-  value["body"]["tlv"] = hex_bytes(stored.tlv);
-  const ordered_json dset =
-      stored.dset.empty() ? ordered_json() : ordered_json(hex_bytes(stored.dset));
-  return with_rest(std::move(value), dset, stored);
+JsonValue raw_form(const Stored& stored) {
+  JsonValue body;
+  body.set("flags", stored.flags);
+  body.set("tlv", hex_bytes(stored.tlv));
+  JsonValue value;
+  value.set("id", node_id_text(qim_from_rov_node_id(&stored.id)));
+  value.set("type", raw_type_name);
+  value.set("body", std::move(body));
+  std::optional<JsonValue> dset;
+  if (!stored.dset.empty()) dset = hex_bytes(stored.dset);
+  return with_rest(std::move(value), std::move(dset), stored);
 }
 
 // Prints, and sums up what was printed.
@@ -180,20 +170,15 @@ void dump_database(const ReadSession& session) {
   StoreReader reader(session.handle());
   CheckedOutput output;
   output.put("{\"format\":\"" + std::string(native_format_name) + "\",\"version\":1,\"nodes\":[\n");
-  rov_node_id_t after{};
-  rov_node_parms_t parms;
   const char* separator = "";
-  uint32_t status = 0;
-  while ((status = rov_node_next(session.handle(), after, &parms)) == 0) {
+  each_node(session.handle(), [&](const rov_node_parms_t& parms) {
     const Stored stored = reader.read(parms);
-    std::optional<ordered_json> value = record_form(session, stored);
+    std::optional<JsonValue> value = record_form(session, stored);
     if (!value) value = raw_form(stored);
     add_private(stored, *value);
     output.put(separator + value->dump());
     separator = ",\n";
-    after = parms.id;
-  }
-  if (status != ROV_ERR_NO_ITEM) require(status, "list the nodes");
+  });
   output.put("\n],\n");
   print("\"checksum\":\"" + output.checksum() + "\"}\n");
 }

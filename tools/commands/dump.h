@@ -1,7 +1,5 @@
-// `qimctl dump` and `qimctl restore`: a whole database as one file, and back.
+// `qimctl dump`: a whole database as one file.
 #pragma once
-
-#include <string>
 
 #include "policy/store/database.h"
 
@@ -11,15 +9,5 @@ namespace qimctl {
 // format: in canonical order, a node a line, with a checksum at the end. One database gives the
 // same bytes on every machine.
 void dump_database(const ReadSession& session);
-
-struct RestoreCounts {
-  size_t nodes = 0;
-  size_t links = 0;
-};
-
-// Stores what a dump holds, in one transaction, in the database in `directory`
-// (database_directory), which is made when it is not there and must have no nodes. Throws
-// InputError, also for a file without checksum, and DatabaseError; nothing is stored then.
-RestoreCounts restore_database(const std::string& directory, const std::string& file);
 
 }  // namespace qimctl

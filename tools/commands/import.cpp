@@ -1,21 +1,21 @@
+// `qimctl import`: policy files into a database.
 #include "tools/commands/import.h"
+
+#include <utility>
 
 #include "policy/base/input_file.h"
 #include "policy/base/json_text.h"
 #include "policy/base/names.h"
 #include "policy/base/policy_check.h"
-#include "policy/base/progress.h"
 #include "policy/base/text.h"
 #include "policy/formats/native/native.h"
 #include "policy/formats/rfc8519/rfc8519.h"
-#include "policy/store/store_policy.h"
 #include "tools/base/output.h"
+#include "tools/nodes/write.h"
 
 namespace qimctl {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 Policy read_policy(const Source& source, Format wanted) {
   const Format format = wanted == Format::guess ? guess_format(source.text) : wanted;
@@ -89,14 +89,16 @@ class Report {
     return text;
   }
 
-  ordered_json json() const {
-    ordered_json list = ordered_json::array();
+  JsonValue json() const {
+    JsonValue list = JsonValue::array();
     for (const Finding& finding : findings_) {
-      list.push_back({{"fate", fate_name(finding.fate)},
-                      {"file", finding.place.file},
-                      {"line", finding.place.line},
-                      {"path", finding.place.path},
-                      {"what", finding.what}});
+      JsonValue item;
+      item.set("fate", fate_name(finding.fate));
+      item.set("file", finding.place.file);
+      item.set("line", finding.place.line);
+      item.set("path", finding.place.path);
+      item.set("what", finding.what);
+      list.add(std::move(item));
     }
     return list;
   }
@@ -113,13 +115,14 @@ std::string tally(const Report& report) {
 
 void print_report(const ImportOptions& options, const Report& report, const StoreCounts* stored) {
   if (options.json) {
-    ordered_json value;
-    value["imported"] = stored != nullptr;
-    value["nodes"] = stored == nullptr ? 0 : stored->nodes;
-    value["links"] = stored == nullptr ? 0 : stored->links;
-    value["replaced"] = stored == nullptr ? 0 : stored->replaced;
-    value["findings"] = report.json();
-    print(value.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n");
+    const StoreCounts counts = stored == nullptr ? StoreCounts() : *stored;
+    JsonValue value;
+    value.set("imported", stored != nullptr);
+    value.set("nodes", counts.nodes);
+    value.set("links", counts.links);
+    value.set("replaced", counts.replaced);
+    value.set("findings", report.json());
+    print(value.dump_repaired(2) + "\n");
     return;
   }
   print(report.text(options.verbose));
@@ -137,8 +140,7 @@ StoreCounts store(const ImportOptions& options, const std::vector<Source>& sourc
   const Database database(options.database, OpenMode::create);
   WriteSession session(database);
   try {
-    const StoreCounts counts = write_policies(
-        policies, session, {.replace = options.replace, .progress = progress_wanted()});
+    const StoreCounts counts = write_with_progress(policies, session, {.replace = options.replace});
     session.commit();
     return counts;
   } catch (const InputError& error) {
@@ -162,6 +164,9 @@ bool import_files(const ImportOptions& options) {
   const Report report(sources, policies);
   if (report.losses() != 0 && !options.lossy) {
     print_report(options, report, nullptr);
+    complain(
+        "nothing was imported, for not everything above can be carried as it is; "
+        "repeat with --lossy to accept that");
     return false;
   }
   const StoreCounts counts = store(options, sources, policies);

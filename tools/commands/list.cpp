@@ -1,10 +1,11 @@
+// `qimctl list`: the nodes of a database.
 #include "tools/commands/list.h"
 
 #include "policy/base/names.h"
-#include "policy/base/text.h"
 #include "policy/formats/native/node_json.h"
 #include "policy/store/node_image.h"
 #include "tools/base/output.h"
+#include "tools/base/table.h"
 
 namespace qimctl {
 
@@ -13,10 +14,10 @@ namespace {
 // Calls visit(record) for every node that is wanted.
 template <typename Visit>
 void each_record(const ReadSession& session, const ListOptions& options, Visit visit) {
-  for (auto id = next_node_id(session, 0); id; id = next_node_id(session, *id)) {
-    const qim_node_t record = read_record(session, *id);
+  each_node(session.handle(), [&](const rov_node_parms_t& parms) {
+    const qim_node_t record = read_record(session, qim_from_rov_node_id(&parms.id));
     if (!options.type || record.type == *options.type) visit(record);
-  }
+  });
 }
 
 // Printed node by node: a database may be larger than what one likes to hold at once.

@@ -1,10 +1,11 @@
+// `qimctl restore`: a database made from a dump.
+#include "tools/commands/restore.h"
+
 #include "policy/base/input_file.h"
 #include "policy/base/policy_check.h"
-#include "policy/base/progress.h"
 #include "policy/formats/native/native.h"
-#include "policy/store/store_policy.h"
 #include "rov_edit.h"
-#include "tools/commands/dump.h"
+#include "tools/nodes/write.h"
 
 namespace qimctl {
 
@@ -41,8 +42,7 @@ RestoreCounts restore_database(const std::string& directory, const std::string& 
   const Database database(directory, OpenMode::create);
   WriteSession session(database);
   require_empty(database, session, source);
-  const StoreCounts counts =
-      write_policies({policy}, session, {.dangling = true, .progress = progress_wanted()});
+  const StoreCounts counts = write_with_progress({policy}, session, {.dangling = true});
   session.commit();
   return {counts.nodes, counts.links};
 }

@@ -1,7 +1,8 @@
+// `qimctl show`: one node with all that belongs to it.
 #include "tools/commands/show.h"
 
+#include "policy/base/json_layout.h"
 #include "policy/base/names.h"
-#include "policy/base/text.h"
 #include "policy/formats/native/node_json.h"
 #include "policy/store/node_image.h"
 #include "rov.h"
@@ -10,8 +11,6 @@
 namespace qimctl {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 // "0x00300002 Filter"
 std::string target_text(const ReadSession& session, uint32_t id) {
@@ -23,27 +22,27 @@ std::string target_text(const ReadSession& session, uint32_t id) {
   return node_id_text(id) + " " + node_type_name(record.type);
 }
 
-ordered_json describe_links(const ReadSession& session, const std::vector<qim_link_t>& links) {
-  ordered_json described = ordered_json::object();
+JsonValue describe_links(const ReadSession& session, const std::vector<qim_link_t>& links) {
+  JsonValue described = JsonValue::object();
   for (const qim_link_t& link : links) {
     std::string text = "-> " + target_text(session, link.node);
     if (link.node2 != 0) text += ", node2 " + target_text(session, link.node2);
     if (link.val != 0) text += ", val " + std::to_string(link.val);
     if (link.tag != 0) text += ", tag " + std::to_string(link.tag);
-    described[slot_name(link.field)] = text;
+    described.set(slot_name(link.field), text);
   }
   return described;
 }
 
 void show_text(const ReadSession& session, const NodeImage& image) {
-  ordered_json value = node_to_json(image);
-  print("node " + value["id"].get<std::string>() + "  " + value["type"].get<std::string>() + "\n");
+  JsonValue value = node_to_json(image);
+  print("node " + value.text("id") + "  " + value.text("type") + "\n");
   value.erase("id");
   value.erase("type");
-  if (value.contains("links")) value["links"] = describe_links(session, image.links);
+  if (value.contains("links")) value.set("links", describe_links(session, image.links));
   const std::string text = private_text(image.record.priv_buf, image.record.priv_len);
-  if (!text.empty()) value["priv"] = value["priv"].get<std::string>() + "  " + text;
-  print(layout(value, 2));
+  if (!text.empty()) value.set("priv", value.text("priv") + "  " + text);
+  print(layout(value.get(), 2));
 }
 
 }  // namespace
@@ -55,6 +54,20 @@ void show_node(const ReadSession& session, uint32_t id, bool json) {
   } else {
     show_text(session, image);
   }
+}
+
+void print_shown(const Database& database, const ReadSession& session, uint32_t id) {
+  std::string text;
+  rov_show_req_t request{};
+  request.ses = session.handle();
+  request.what = ROV_SHOW_NODE;
+  request.node = database_id(id);
+  // Collected first: the database's caller must not be left by an exception.
+  request.out = [](const char* piece, void* to) { *static_cast<std::string*>(to) += piece; };
+  request.arg = &text;
+  const uint32_t status = qim_db_show_internal(database.handle(), &request);
+  print(text);
+  require_node(status, "show node " + node_id_text(id));
 }
 
 }  // namespace qimctl

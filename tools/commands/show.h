@@ -7,7 +7,9 @@
 
 namespace qimctl {
 
-// Throws DatabaseError.
+// Both throw DatabaseError.
 void show_node(const ReadSession& session, uint32_t id, bool json);
+// The node as the database's own show prints it.
+void print_shown(const Database& database, const ReadSession& session, uint32_t id);
 
 }  // namespace qimctl

@@ -1,6 +1,7 @@
+// `qimctl tree`: a policy expanded along its links.
 #include "tools/commands/tree.h"
 
-#include <nlohmann/json.hpp>
+#include <utility>
 
 #include "policy/base/names.h"
 #include "policy/formats/native/node_json.h"
@@ -10,8 +11,6 @@
 namespace qimctl {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 const char* mark_text(TreeMark mark) {
   switch (mark) {
@@ -65,37 +64,38 @@ void print_text(TreeWalk& walk) {
   }
 }
 
-ordered_json step_to_json(const TreeStep& step) {
-  ordered_json value;
-  if (!step.via.empty()) value["via"] = step.via;
-  if (step.next) value["next"] = true;
-  if (step.link.val != 0) value["val"] = step.link.val;
-  if (step.link.tag != 0) value["tag"] = step.link.tag;
-  value["id"] = node_id_text(step.id);
-  if (step.mark != TreeMark::none) value["mark"] = tree_mark_name(step.mark);
+JsonValue step_to_json(const TreeStep& step) {
+  JsonValue value;
+  if (!step.via.empty()) value.set("via", step.via);
+  if (step.next) value.set("next", true);
+  if (step.link.val != 0) value.set("val", step.link.val);
+  if (step.link.tag != 0) value.set("tag", step.link.tag);
+  value.set("id", node_id_text(step.id));
+  if (step.mark != TreeMark::none) value.set("mark", tree_mark_name(step.mark));
   if (!step.node) return value;
-  value["type"] = node_type_name(step.node->record.type);
+  value.set("type", node_type_name(step.node->record.type));
   const std::string summary = node_summary(*step.node);
-  if (!summary.empty()) value["summary"] = summary;
+  if (!summary.empty()) value.set("summary", summary);
   return value;
 }
 
-void print_json(TreeWalk& walk) {
-  ordered_json root;
-  // Lists of siblings from the root's down to the level where the walk is. Only the innermost one
-  // grows, so those above stay where they are.
-  std::vector<ordered_json*> nodes{&root};
-  while (const auto step = walk.step()) {
-    if (step->depth == 0) {
-      root = step_to_json(*step);
-      continue;
-    }
-    nodes.resize(step->depth);
-    ordered_json& below = (*nodes.back())["nodes"];
-    below.push_back(step_to_json(*step));
-    nodes.push_back(&below.back());
+// A node is complete when the walk comes back to its level or above, and goes into the one above it.
+void close_below(std::vector<JsonValue>& open, size_t depth) {
+  while (open.size() > depth) {
+    JsonValue node = std::move(open.back());
+    open.pop_back();
+    open.back().add_to("nodes", std::move(node));
   }
-  print(root.dump(2) + "\n");
+}
+
+void print_json(TreeWalk& walk) {
+  std::vector<JsonValue> open;  // from the root down to where the walk is
+  while (const auto step = walk.step()) {
+    if (step->depth != 0) close_below(open, step->depth);
+    open.push_back(step_to_json(*step));
+  }
+  close_below(open, 1);
+  print(open.front().dump(2) + "\n");
 }
 
 }  // namespace

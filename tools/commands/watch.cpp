@@ -1,10 +1,10 @@
+// `qimctl watch`: following the changes of a database.
 #include "tools/commands/watch.h"
 
 #include <poll.h>
 
 #include <cerrno>
 #include <cstring>
-#include <nlohmann/json.hpp>
 
 #include "policy/base/dsetname.h"
 #include "policy/base/names.h"
@@ -14,8 +14,6 @@
 namespace qimctl {
 
 namespace {
-
-using nlohmann::ordered_json;
 
 struct KindName {
   uint32_t kind;
@@ -77,13 +75,15 @@ std::string change_text(const Database& database, const rov_change_t& change) {
 }
 
 std::string change_json(const rov_change_t& change) {
-  ordered_json value = {{"revision", joined(change.revision)}, {"kind", kind_name(change.kind)}};
-  if (change.kind == ROV_CHANGE_PRIV_POST) value["key"] = change.field;
+  JsonValue value;
+  value.set("revision", joined(change.revision));
+  value.set("kind", kind_name(change.kind));
+  if (change.kind == ROV_CHANGE_PRIV_POST) value.set("key", change.field);
   const uint32_t node = qim_from_rov_node_id(&change.node);
-  if (node != 0) value["node"] = node_id_text(node);
-  if (is_of_link(change)) value["field"] = slot_name(static_cast<uint16_t>(change.field));
-  if (change.dset_len != 0) value["dset"] = hex_bytes(change.dset, change.dset_len);
-  value["user"] = hex_number(joined(change.user), 16);
+  if (node != 0) value.set("node", node_id_text(node));
+  if (is_of_link(change)) value.set("field", slot_name(static_cast<uint16_t>(change.field)));
+  if (change.dset_len != 0) value.set("dset", hex_bytes(change.dset, change.dset_len));
+  value.set("user", hex_number(joined(change.user), 16));
   return value.dump() + "\n";
 }
 

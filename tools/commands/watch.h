@@ -1,4 +1,4 @@
-// Following the changes of a database.
+// `qimctl watch`: following the changes of a database.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
-#include <algorithm>
-#include <cstring>
+// What is wrong with the policy in a database.
+#include "tools/nodes/defects.h"
+
 #include <map>
 #include <unordered_map>
 
@@ -8,7 +9,6 @@
 #include "policy/store/node_image.h"
 #include "rov_edit.h"
 #include "schema/rows.h"
-#include "tools/nodes/defects.h"
 
 namespace qimctl {
 
@@ -33,24 +33,12 @@ class Checker {
   explicit Checker(uint32_t session) : session_(session) {}
 
   std::vector<Found> run() {
-    each_node([this](const rov_node_parms_t& parms) { learn(parms); });
-    each_node([this](const rov_node_parms_t& parms) { check(parms); });
+    each_node(session_, [this](const rov_node_parms_t& parms) { learn(parms); });
+    each_node(session_, [this](const rov_node_parms_t& parms) { check(parms); });
     return std::move(found_);
   }
 
  private:
-  template <typename Visit>
-  void each_node(Visit visit) {
-    rov_node_id_t after{};
-    rov_node_parms_t parms;
-    uint32_t status = 0;
-    while ((status = rov_node_next(session_, after, &parms)) == 0) {
-      visit(parms);
-      after = parms.id;
-    }
-    if (status != ROV_ERR_NO_ITEM) require(status, "list the nodes");
-  }
-
   void report(Defect defect, const std::string& what) { found_.push_back({id_, defect, what}); }
 
   // A status of the database itself ends the check.
@@ -142,8 +130,9 @@ class Checker {
 
   void check_links(const rov_node_parms_t& parms, const Known& node) {
     rov_link_t link;
-    uint32_t status = 0;
-    for (uint32_t n = 0; (status = rov_node_link_nth(session_, parms.id, n, &link)) == 0; n++) {
+    uint32_t status = ROV_OK;
+    for (uint32_t n = 0; (status = rov_node_link_nth(session_, parms.id, n, &link)) == ROV_OK;
+         n++) {
       const std::string name = slot_name(link.field);
       const uint32_t target = qim_from_rov_node_id(&link.node);
       const uint32_t second = qim_from_rov_node_id(&link.node2);
@@ -183,6 +172,24 @@ class Checker {
 };
 
 }  // namespace
+
+const char* defect_name(Defect defect) {
+  switch (defect) {
+    case Defect::undecodable:
+      return "undecodable";
+    case Defect::dangling:
+      return "dangling";
+    case Defect::target_type:
+      return "target_type";
+    case Defect::unreferenced:
+      return "unreferenced";
+    case Defect::data_set_name:
+      return "data_set_name";
+    case Defect::same_place:
+      break;
+  }
+  return "same_place";
+}
 
 std::vector<Found> find_defects(const ReadSession& session) {
   return Checker(session.handle()).run();

@@ -1,3 +1,4 @@
+// Walking a policy along its links.
 #include "tools/nodes/tree_walk.h"
 
 #include <utility>

@@ -2,9 +2,9 @@
 // (docs/native-format.md).
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 
+#include "policy/base/json.h"
 #include "policy/base/policy.h"
 
 namespace qimctl {
@@ -19,7 +19,7 @@ std::string checksum_text(const std::string& text);
 std::string checksum_digits(uint32_t checksum);
 
 // Reads one node that follows the schema.
-Node read_native_node(const nlohmann::json& value);
+Node read_native_node(JsonView value);
 
 // Reads a document. `file` names it in places. Throws InputError with everything that breaks the
 // format. What a document alone can't show, such as links that lead nowhere, is left to

@@ -1,10 +1,10 @@
 // The JSON Schema of the native format, and what is wrong with a document by it, in words.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "policy/base/json.h"
 #include "policy/base/policy.h"
 
 namespace qimctl {
@@ -14,6 +14,6 @@ extern const char* const native_schema_text;
 
 // Every place where `document` breaks the schema, in no order and without lines; empty when it
 // follows it. `file` goes into the places.
-std::vector<Problem> check_native_schema(const nlohmann::json& document, const std::string& file);
+std::vector<Problem> check_native_schema(JsonView document, const std::string& file);
 
 }  // namespace qimctl

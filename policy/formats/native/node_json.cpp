@@ -1,9 +1,11 @@
+// Nodes as JSON.
 #include "policy/formats/native/node_json.h"
 
 #include <span>
 
 #include "policy/base/criteria.h"
 #include "policy/base/dsetname.h"
+#include "policy/base/json_layout.h"
 #include "policy/base/json_value.h"
 #include "policy/base/names.h"
 #include "policy/base/text.h"
@@ -14,7 +16,6 @@ namespace qimctl {
 
 namespace {
 
-using nlohmann::ordered_json;
 using qim::schema::Coding;
 using qim::schema::Record;
 using qim::schema::Row;
@@ -32,62 +33,57 @@ bool is_computed(const Row& row) {
          !name.starts_with("reserved") && name.find('.') == std::string::npos;
 }
 
-ordered_json criterion_to_json(const qim_criterion_t& criterion) {
-  ordered_json value;
-  value["type"] = criterion.type;
-  value["args"] = hex_bytes(criterion.args, criterion.args_len);
-  if (find_criterion_kind(criterion.type) != nullptr) {
-    value["comment"] = criterion_text(criterion.type, {criterion.args, criterion.args_len});
+// How much of the variable parts of a body is told.
+enum class Variable { none, bare, commented };
+
+JsonValue criterion_to_json(const qim_criterion_t& criterion, Variable parts) {
+  JsonValue value;
+  value.set("type", criterion.type);
+  value.set("args", hex_bytes(criterion.args, criterion.args_len));
+  if (parts == Variable::commented && find_criterion_kind(criterion.type) != nullptr) {
+    value.set("comment", criterion_text(criterion.type, {criterion.args, criterion.args_len}));
   }
   return value;
 }
 
-ordered_json criteria_to_json(const qim_criterion_t* first) {
-  ordered_json list = ordered_json::array();
+JsonValue criteria_to_json(const qim_criterion_t* first, Variable parts) {
+  JsonValue list = JsonValue::array();
   for (const qim_criterion_t* criterion = first; criterion != nullptr;
        criterion = criterion->next) {
-    list.push_back(criterion_to_json(*criterion));
+    list.add(criterion_to_json(*criterion, parts));
   }
   return list;
 }
 
 // The variable part that hangs on a pointer of the body.
-ordered_json variable_to_json(const Row& row, const qim_node_t& record) {
-  if (row.coding == Coding::list) return criteria_to_json(record.body.filter.crit);
+JsonValue variable_to_json(const Row& row, const qim_node_t& record, Variable parts) {
+  if (row.coding == Coding::list) return criteria_to_json(record.body.filter.crit, parts);
   const auto [bytes, length] = qim::schema::args_at(&record.body, row.position, row.length_at);
   return hex_bytes(bytes, length);
 }
 
-ordered_json body_to_json(const qim_node_t& record, bool variable_parts) {
-  ordered_json body = ordered_json::object();
+JsonValue body_to_json(const qim_node_t& record, Variable parts) {
+  JsonValue body = JsonValue::object();
   const Record* rows = body_of(record.type);
   if (rows == nullptr) return body;
   for (const Row& row : *rows) {
-    if (is_input(row)) body[row.name] = row_to_json(row, &record.body);
+    if (is_input(row)) body.set(row.name, row_to_json(row, &record.body));
     const bool variable = row.coding == Coding::list || row.coding == Coding::args;
-    if (variable && variable_parts) body[row.name] = variable_to_json(row, record);
+    if (variable && parts != Variable::none) {
+      body.set(row.name, variable_to_json(row, record, parts));
+    }
   }
   return body;
 }
 
-ordered_json link_to_json(const qim_link_t& link) {
-  if (link.node2 == 0 && link.val == 0 && link.tag == 0) return node_id_text(link.node);
-  ordered_json value;
-  value["node"] = node_id_text(link.node);
-  if (link.node2 != 0) value["node2"] = node_id_text(link.node2);
-  if (link.val != 0) value["val"] = link.val;
-  if (link.tag != 0) value["tag"] = link.tag;
-  return value;
-}
-
-void add_computed(const Record& rows, const void* record, ordered_json& computed) {
+void add_computed(const Record& rows, const void* record, JsonValue& computed) {
   for (const Row& row : rows) {
-    if (is_computed(row)) computed[row.name] = row_to_json(row, record);
+    if (is_computed(row)) computed.set(row.name, row_to_json(row, record));
   }
 }
 
-ordered_json computed_to_json(const qim_node_t& record) {
-  ordered_json computed;
+JsonValue computed_to_json(const qim_node_t& record) {
+  JsonValue computed;
   add_computed(qim::schema::node, &record, computed);
   // These two lead the node's own description.
   computed.erase("id");
@@ -97,30 +93,22 @@ ordered_json computed_to_json(const qim_node_t& record) {
   return computed;
 }
 
-ordered_json head_to_json(const qim_node_t& record, bool variable_parts) {
-  ordered_json value;
-  value["id"] = node_id_text(record.id);
-  value["type"] = node_type_name(record.type);
+JsonValue head_to_json(const qim_node_t& record, Variable parts) {
+  JsonValue value;
+  value.set("id", node_id_text(record.id));
+  value.set("type", node_type_name(record.type));
   if (qim::schema::is_of(record.type, qim::schema::family::data_sets)) return value;
   for (const Row& row : qim::schema::node) {
-    if (is_input(row)) value[row.name] = row_to_json(row, &record);
+    if (is_input(row)) value.set(row.name, row_to_json(row, &record));
   }
-  const ordered_json body = body_to_json(record, variable_parts);
-  if (!body.empty()) value["body"] = body;
+  JsonValue body = body_to_json(record, parts);
+  if (!body.is_empty()) value.set("body", std::move(body));
   return value;
 }
 
 void append(std::string& text, const std::string& part) {
   if (!text.empty() && !part.empty()) text += ", ";
   text += part;
-}
-
-bool is_zero(const ordered_json& value) {
-  if (!value.is_object()) return value == 0;
-  for (const ordered_json& member : value) {
-    if (member != 0) return false;
-  }
-  return true;
 }
 
 // " (accept)" behind the type of an action or a default, which share their types.
@@ -132,32 +120,49 @@ std::string type_note(const qim_node_t& record) {
 }
 
 std::string member_summary(const Row& row, const qim_node_t& record) {
-  const ordered_json value = row_to_json(row, &record.body);
-  if (is_zero(value)) return "";
+  const JsonValue value = row_to_json(row, &record.body);
+  if (value.is_zero()) return "";
   const bool type = row.tlv_id != 0 && std::string_view(row.name) == "type";
-  return row.name + (" " + inline_text(value)) + (type ? type_note(record) : "");
+  return row.name + (" " + inline_text(value.get())) + (type ? type_note(record) : "");
 }
 
 }  // namespace
 
-ordered_json node_to_json(const NodeImage& image) {
-  ordered_json value = head_to_json(image.record, true);
+JsonValue node_to_json(const NodeImage& image) {
+  JsonValue value = head_to_json(image.record, Variable::commented);
   if (!image.links.empty()) {
-    ordered_json& links = value["links"];
-    for (const qim_link_t& link : image.links) links[slot_name(link.field)] = link_to_json(link);
+    JsonValue links;
+    for (const qim_link_t& link : image.links) {
+      links.set(slot_name(link.field), link_to_json(link));
+    }
+    value.set("links", std::move(links));
   }
-  if (image.dset) value["dset"] = dset_to_json(*image.dset);
+  if (image.dset) value.set("dset", dset_to_json(*image.dset));
   if (image.record.priv_len != 0) {
-    value["priv"] = hex_bytes(image.record.priv_buf, image.record.priv_len);
+    value.set("priv", hex_bytes(image.record.priv_buf, image.record.priv_len));
   }
-  value["computed"] = computed_to_json(image.record);
+  value.set("computed", computed_to_json(image.record));
   return value;
 }
 
-ordered_json record_to_json(const qim_node_t& record) {
-  ordered_json value = head_to_json(record, false);
-  if (has_dset(record)) value["dset"] = dset_to_json(name_of(record.body.pinst.fields));
-  value["computed"] = computed_to_json(record);
+JsonValue link_to_json(const qim_link_t& link) {
+  if (link.node2 == 0 && link.val == 0 && link.tag == 0) return node_id_text(link.node);
+  JsonValue value;
+  value.set("node", node_id_text(link.node));
+  if (link.node2 != 0) value.set("node2", node_id_text(link.node2));
+  if (link.val != 0) value.set("val", link.val);
+  if (link.tag != 0) value.set("tag", link.tag);
+  return value;
+}
+
+JsonValue contents_to_json(const NodeImage& image) {
+  return head_to_json(image.record, Variable::bare);
+}
+
+JsonValue record_to_json(const qim_node_t& record) {
+  JsonValue value = head_to_json(record, Variable::none);
+  if (has_dset(record)) value.set("dset", dset_to_json(name_of(record.body.pinst.fields)));
+  value.set("computed", computed_to_json(record));
   return value;
 }
 

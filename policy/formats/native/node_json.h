@@ -1,9 +1,9 @@
 // Nodes as JSON.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 
+#include "policy/base/json.h"
 #include "policy/store/node_image.h"
 
 namespace qimctl {
@@ -11,11 +11,18 @@ namespace qimctl {
 // The node in the native format, followed by a member "computed" with what the library and the
 // database count and keep for it. Criteria of known types carry a comment that says what they
 // match.
-nlohmann::ordered_json node_to_json(const NodeImage& image);
+JsonValue node_to_json(const NodeImage& image);
+
+// The head and the body alone: identifier, type, group, flags and body, as a file to be read again
+// has them, without comments.
+JsonValue contents_to_json(const NodeImage& image);
+
+// A link as the member of its name: the node that it leads to, or an object when it carries more.
+JsonValue link_to_json(const qim_link_t& link);
 
 // What qim_node_read alone tells of a node, for lists: identifier, type, group, flags, body,
 // data-set name and counts.
-nlohmann::ordered_json record_to_json(const qim_node_t& record);
+JsonValue record_to_json(const qim_node_t& record);
 
 // A record's body in one line: "match True, nomatch Next, crit_cnt 2". Members that are 0 are left
 // out.

@@ -1,104 +1,111 @@
+// Finding the parts of a JSON Schema that apply to a place in a document.
 #include "policy/formats/native/schema_walk.h"
 
-#include <algorithm>
-#include <regex>
-#include <unordered_map>
+#include "policy/formats/native/validator.h"
 
 namespace qimctl {
 
 namespace {
 
-using nlohmann::json;
-
-const json* child(const json& value, const std::string& step) {
-  if (value.is_object()) {
-    const auto found = value.find(step);
-    return found == value.end() ? nullptr : &*found;
-  }
+JsonView child(JsonView value, const std::string& step) {
+  if (value.is_object()) return value.find(step);
   if (!value.is_array() || step.empty() || step.find_first_not_of("0123456789") != step.npos) {
-    return nullptr;
+    return {};
   }
   const size_t index = std::stoul(step);
-  return index < value.size() ? &value[index] : nullptr;
+  return index < value.size() ? value[index] : JsonView();
 }
 
-bool has_all(const json& names, const json& value) {
-  return std::all_of(names.begin(), names.end(), [&value](const json& name) {
-    return value.is_object() && value.contains(name.get<std::string>());
-  });
-}
-
-bool among(const json& choices, const json& value) {
-  return std::find(choices.begin(), choices.end(), value) != choices.end();
-}
-
-bool properties_met(const json& properties, const json& value) {
-  for (const auto& [name, condition] : properties.items()) {
-    const json* member = child(value, name);
-    if (member != nullptr && !SchemaWalk::meets(condition, *member)) return false;
+bool has_all(JsonView names, JsonView value) {
+  for (size_t i = 0; i < names.size(); i++) {
+    if (!value.find(names[i].text())) return false;
   }
   return true;
 }
 
-// Compiling an expression costs a thousand times what a search with it does; a schema has few.
-const std::regex& compiled(const std::string& pattern) {
-  static std::unordered_map<std::string, std::regex> all;
-  const auto at = all.find(pattern);
-  return at != all.end() ? at->second : all.emplace(pattern, pattern).first->second;
+bool among(JsonView choices, JsonView value) {
+  for (size_t i = 0; i < choices.size(); i++) {
+    if (choices[i] == value) return true;
+  }
+  return false;
+}
+
+bool properties_met(JsonView properties, JsonView value) {
+  bool met = true;
+  properties.each([&](const std::string& name, JsonView condition) {
+    const JsonView member = child(value, name);
+    if (member && !SchemaWalk::meets(condition, member)) met = false;
+  });
+  return met;
+}
+
+bool any_met(JsonView conditions, JsonView value) {
+  for (size_t i = 0; i < conditions.size(); i++) {
+    if (SchemaWalk::meets(conditions[i], value)) return true;
+  }
+  return false;
+}
+
+// What "#/definitions/name" stands for.
+JsonView resolve(JsonView root, const std::string& reference) {
+  JsonView part = root;
+  for (size_t at = reference.find('/'); at != reference.npos;) {
+    const size_t end = reference.find('/', at + 1);
+    part = part.at(reference.substr(at + 1, end == reference.npos ? end : end - at - 1));
+    at = end;
+  }
+  return part;
 }
 
 }  // namespace
 
-const json* member_schema(const json& schema, const std::string& member) {
-  const auto properties = schema.find("properties");
-  if (properties != schema.end() && properties->contains(member)) return &properties->at(member);
-  const auto patterns = schema.find("patternProperties");
-  if (patterns == schema.end()) return nullptr;
-  for (const auto& [pattern, inner] : patterns->items()) {
-    if (std::regex_search(member, compiled(pattern))) return &inner;
-  }
-  return nullptr;
+JsonView member_schema(JsonView schema, const std::string& member) {
+  const JsonView properties = schema.find("properties");
+  JsonView found = properties ? properties.find(member) : JsonView();
+  const JsonView patterns = schema.find("patternProperties");
+  if (found || !patterns) return found;
+  patterns.each([&](const std::string& pattern, JsonView inner) {
+    if (!found && matches_pattern(member, pattern)) found = inner;
+  });
+  return found;
 }
 
-SchemaWalk::SchemaWalk(const json& schema, const json& document)
-    : schema_(schema), document_(document) {}
+SchemaWalk::SchemaWalk(JsonView schema, JsonView document) : schema_(schema), document_(document) {}
 
-bool SchemaWalk::meets(const json& condition, const json& value) {
-  if (condition.contains("enum") && !among(condition["enum"], value)) return false;
-  if (condition.contains("required") && !has_all(condition["required"], value)) return false;
-  if (condition.contains("properties") && !properties_met(condition["properties"], value)) {
-    return false;
-  }
-  if (condition.contains("not") && meets(condition["not"], value)) return false;
-  if (!condition.contains("anyOf")) return true;
-  const json& any = condition["anyOf"];
-  return std::any_of(any.begin(), any.end(),
-                     [&value](const json& one) { return meets(one, value); });
+bool SchemaWalk::meets(JsonView condition, JsonView value) {
+  const JsonView choices = condition.find("enum");
+  if (choices && !among(choices, value)) return false;
+  const JsonView required = condition.find("required");
+  if (required && !has_all(required, value)) return false;
+  const JsonView properties = condition.find("properties");
+  if (properties && !properties_met(properties, value)) return false;
+  const JsonView forbidden = condition.find("not");
+  if (forbidden && meets(forbidden, value)) return false;
+  const JsonView any = condition.find("anyOf");
+  return !any || any_met(any, value);
 }
 
-void SchemaWalk::add(const json& schema, const json& value, std::vector<const json*>& found) const {
-  if (schema.contains("$ref")) {
-    const std::string target = schema["$ref"].get<std::string>().substr(1);
-    add(schema_.at(json::json_pointer(target)), value, found);
+void SchemaWalk::add(JsonView schema, JsonView value, std::vector<JsonView>& found) const {
+  if (const JsonView reference = schema.find("$ref")) {
+    add(resolve(schema_, reference.text()), value, found);
     return;
   }
-  found.push_back(&schema);
-  if (schema.contains("allOf")) {
-    for (const json& part : schema["allOf"]) add(part, value, found);
-  }
-  if (schema.contains("if") && schema.contains("then") && meets(schema["if"], value)) {
-    add(schema["then"], value, found);
-  }
+  found.push_back(schema);
+  const JsonView all = schema.find("allOf");
+  for (size_t i = 0; all && i < all.size(); i++) add(all[i], value, found);
+  const JsonView condition = schema.find("if");
+  const JsonView consequence = schema.find("then");
+  if (condition && consequence && meets(condition, value)) add(consequence, value, found);
 }
 
 // The schemas of a part of a value that `schemas` apply to.
-SchemaWalk::Schemas SchemaWalk::inside(const Schemas& schemas, const json& value,
-                                       const std::string& step, const json& inner) const {
+SchemaWalk::Schemas SchemaWalk::inside(const Schemas& schemas, JsonView value,
+                                       const std::string& step, JsonView inner) const {
   Schemas found;
-  for (const json* schema : schemas) {
-    const json* part = value.is_array() && schema->contains("items") ? &(*schema)["items"]
-                                                                     : member_schema(*schema, step);
-    if (part != nullptr) add(*part, inner, found);
+  for (const JsonView schema : schemas) {
+    const JsonView items = value.is_array() ? schema.find("items") : JsonView();
+    const JsonView part = items ? items : member_schema(schema, step);
+    if (part) add(part, inner, found);
   }
   return found;
 }
@@ -110,39 +117,39 @@ void SchemaWalk::each_text(const Visit& visit) const {
   each_text(found, document_, path, visit);
 }
 
-void SchemaWalk::each_text(const Schemas& schemas, const json& value,
-                           std::vector<std::string>& path, const Visit& visit) const {
+void SchemaWalk::each_text(const Schemas& schemas, JsonView value, std::vector<std::string>& path,
+                           const Visit& visit) const {
   if (schemas.empty()) return;
   if (value.is_string()) {
-    for (const json* schema : schemas) visit(path, value.get_ref<const std::string&>(), *schema);
+    for (const JsonView schema : schemas) visit(path, value.text(), schema);
     return;
   }
-  for (const auto& [step, inner] : value.items()) {
-    if (!inner.is_structured() && !inner.is_string()) continue;
+  value.each([&](const std::string& step, JsonView inner) {
+    if (!inner.is_object() && !inner.is_array() && !inner.is_string()) return;
     path.push_back(step);
     each_text(inside(schemas, value, step, inner), inner, path, visit);
     path.pop_back();
-  }
+  });
 }
 
-std::vector<const json*> SchemaWalk::at(const std::vector<std::string>& path) const {
-  std::vector<const json*> found;
-  const json* value = &document_;
-  add(schema_, *value, found);
+std::vector<JsonView> SchemaWalk::at(const std::vector<std::string>& path) const {
+  std::vector<JsonView> found;
+  JsonView value = document_;
+  add(schema_, value, found);
   for (const std::string& step : path) {
-    const json* inner = child(*value, step);
-    if (inner == nullptr) return {};
-    found = inside(found, *value, step, *inner);
+    const JsonView inner = child(value, step);
+    if (!inner) return {};
+    found = inside(found, value, step, inner);
     value = inner;
   }
   return found;
 }
 
-const json* SchemaWalk::value(const std::vector<std::string>& path) const {
-  const json* value = &document_;
+JsonView SchemaWalk::value(const std::vector<std::string>& path) const {
+  JsonView value = document_;
   for (const std::string& step : path) {
-    value = child(*value, step);
-    if (value == nullptr) return nullptr;
+    value = child(value, step);
+    if (!value) return {};
   }
   return value;
 }

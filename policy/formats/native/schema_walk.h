@@ -7,46 +7,46 @@
 #pragma once
 
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
+
+#include "policy/base/json.h"
 
 namespace qimctl {
 
 class SchemaWalk {
  public:
   // Both must outlive the walk.
-  SchemaWalk(const nlohmann::json& schema, const nlohmann::json& document);
+  SchemaWalk(JsonView schema, JsonView document);
 
   // The schemas that apply to the value at `path` (member names and indices from the root down).
-  std::vector<const nlohmann::json*> at(const std::vector<std::string>& path) const;
+  std::vector<JsonView> at(const std::vector<std::string>& path) const;
 
   // Calls `visit` for every text of the document and every schema that applies to it.
   using Visit = std::function<void(const std::vector<std::string>& path, const std::string& text,
-                                   const nlohmann::json& schema)>;
+                                   JsonView schema)>;
   void each_text(const Visit& visit) const;
 
-  // The value at `path`; NULL when there is none.
-  const nlohmann::json* value(const std::vector<std::string>& path) const;
+  // The value at `path`; none when there is none.
+  JsonView value(const std::vector<std::string>& path) const;
 
   // Does `value` meet a condition as described above?
-  static bool meets(const nlohmann::json& condition, const nlohmann::json& value);
+  static bool meets(JsonView condition, JsonView value);
 
  private:
-  using Schemas = std::vector<const nlohmann::json*>;
+  using Schemas = std::vector<JsonView>;
 
-  Schemas inside(const Schemas& schemas, const nlohmann::json& value, const std::string& step,
-                 const nlohmann::json& inner) const;
-  void each_text(const Schemas& schemas, const nlohmann::json& value,
-                 std::vector<std::string>& path, const Visit& visit) const;
-  void add(const nlohmann::json& schema, const nlohmann::json& value,
-           std::vector<const nlohmann::json*>& found) const;
+  Schemas inside(const Schemas& schemas, JsonView value, const std::string& step,
+                 JsonView inner) const;
+  void each_text(const Schemas& schemas, JsonView value, std::vector<std::string>& path,
+                 const Visit& visit) const;
+  void add(JsonView schema, JsonView value, std::vector<JsonView>& found) const;
 
-  const nlohmann::json& schema_;
-  const nlohmann::json& document_;
+  JsonView schema_;
+  JsonView document_;
 };
 
 // Is `member` one that the schema names, outright or by a pattern?
-const nlohmann::json* member_schema(const nlohmann::json& schema, const std::string& member);
+JsonView member_schema(JsonView schema, const std::string& member);
 
 }  // namespace qimctl

@@ -61,7 +61,7 @@ void SetReader::read(const Value& value) {
 
 void SetReader::read_set(const Value& value) {
   const Object object(notes_, value, "an attached access list", {"name", "ace-statistics"});
-  if (!value.json->is_object()) return;
+  if (!value.json.is_object()) return;
   note_approximated(notes_, object);
   read_statistics(object.find("ace-statistics"));
   const Value leaf = object.require(notes_, "name");
@@ -99,7 +99,7 @@ void read_interface(Reading& reading, const Value& value, std::set<std::string>&
   Notes& notes = reading.notes;
   const Object object(notes, value, "an attachment point",
                       {"interface-id", directions[0].name, directions[1].name});
-  if (!value.json->is_object()) return;
+  if (!value.json.is_object()) return;
   note_approximated(notes, object);
   const Value leaf = object.require(notes, "interface-id");
   const auto name = leaf ? read_name(notes, leaf, std::string::npos) : std::nullopt;

@@ -1,3 +1,4 @@
+// The names of Ethernet types.
 #include "policy/formats/rfc8519/ethertypes.h"
 
 #include <algorithm>

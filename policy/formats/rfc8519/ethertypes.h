@@ -1,6 +1,5 @@
 // Names of Ethernet types.
-#ifndef POLICY_FORMATS_RFC8519_ETHERTYPES_H
-#define POLICY_FORMATS_RFC8519_ETHERTYPES_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -12,5 +11,3 @@ namespace qimctl::rfc8519 {
 std::optional<uint16_t> ethertype_by_name(std::string_view name);
 
 }  // namespace qimctl::rfc8519
-
-#endif

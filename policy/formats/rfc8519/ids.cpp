@@ -1,3 +1,4 @@
+// The identifiers of nodes that are made of access lists.
 #include "policy/formats/rfc8519/ids.h"
 
 namespace qimctl::rfc8519 {

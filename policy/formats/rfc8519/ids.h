@@ -1,8 +1,7 @@
 // Numbers that names stand for: node identifiers of an access list, and interface indexes. They are
 // functions of the names alone, so that the same name has the same number in every file and every
 // run, and different files hardly ever want the same number for different names.
-#ifndef POLICY_FORMATS_RFC8519_IDS_H
-#define POLICY_FORMATS_RFC8519_IDS_H
+#pragma once
 
 #include <cstdint>
 #include <map>
@@ -43,5 +42,3 @@ class Interfaces {
 };
 
 }  // namespace qimctl::rfc8519
-
-#endif

@@ -1,3 +1,4 @@
+// Reading one value of the model at a time.
 #include "policy/formats/rfc8519/input.h"
 
 #include <algorithm>
@@ -70,11 +71,11 @@ void Notes::finding(Fate fate, const std::string& path, std::string what) {
 Object::Object(Notes& notes, const Value& value, std::string_view what,
                const std::vector<std::string_view>& known)
     : path_(value.path), what_(what) {
-  if (!value.json->is_object()) {
-    notes.problem(path_, what_ + " must be an object, not " + kind_of(*value.json));
+  if (!value.json.is_object()) {
+    notes.problem(path_, what_ + " must be an object, not " + value.json.kind());
     return;
   }
-  for (const auto& [spelled, json] : value.json->items()) {
+  value.json.each([&](const std::string& spelled, JsonView json) {
     const std::string path = pointer_to(path_, spelled);
     std::string name = spelled;
     if (name.starts_with(own_prefix)) name.erase(0, own_prefix.size());
@@ -85,11 +86,11 @@ Object::Object(Notes& notes, const Value& value, std::string_view what,
     } else if (std::find(known.begin(), known.end(), name) == known.end()) {
       notes.problem(path, "unknown member " + in_quotes(spelled) + " of " + what_ +
                               "; it may have " + alternatives(known));
-    } else if (!members_.emplace(name, Value{&json, path}).second) {
+    } else if (!members_.emplace(name, Value{json, path}).second) {
       notes.problem(path,
                     in_quotes(name) + " comes twice, with and without its prefix; remove one");
     }
-  }
+  });
 }
 
 Value Object::find(std::string_view name) const {
@@ -106,37 +107,37 @@ Value Object::require(Notes& notes, std::string_view name) const {
 std::vector<Value> elements(Notes& notes, const Value& list) {
   std::vector<Value> found;
   if (!list) return found;
-  if (!list.json->is_array()) {
-    notes.problem(list.path, "must be an array, not " + kind_of(*list.json));
+  if (!list.json.is_array()) {
+    notes.problem(list.path, std::string("must be an array, not ") + list.json.kind());
     return found;
   }
-  found.reserve(list.json->size());
-  for (size_t i = 0; i < list.json->size(); i++) {
-    found.push_back({&(*list.json)[i], pointer_to(list.path, i)});
+  found.reserve(list.json.size());
+  for (size_t i = 0; i < list.json.size(); i++) {
+    found.push_back({list.json[i], pointer_to(list.path, i)});
   }
   return found;
 }
 
 std::optional<uint32_t> read_number(Notes& notes, const Value& leaf, uint32_t min, uint32_t max) {
-  const nlohmann::json& json = *leaf.json;
+  const JsonView json = leaf.json;
   const std::string wanted = "must be a whole number, " + range_text(min, max);
   if (!json.is_number()) {
-    notes.problem(leaf.path, wanted + ", not " + kind_of(json));
+    notes.problem(leaf.path, wanted + ", not " + json.kind());
     return {};
   }
-  if (!json.is_number_unsigned() || json.get<uint64_t>() < min || json.get<uint64_t>() > max) {
+  if (!json.is_count() || json.number() < min || json.number() > max) {
     notes.problem(leaf.path, "is " + json.dump() + ", but " + wanted);
     return {};
   }
-  return json.get<uint32_t>();
+  return static_cast<uint32_t>(json.number());
 }
 
 std::optional<std::string> read_string(Notes& notes, const Value& leaf) {
-  if (!leaf.json->is_string()) {
-    notes.problem(leaf.path, "must be a string, not " + kind_of(*leaf.json));
+  if (!leaf.json.is_string()) {
+    notes.problem(leaf.path, std::string("must be a string, not ") + leaf.json.kind());
     return {};
   }
-  auto text = leaf.json->get<std::string>();
+  const std::string& text = leaf.json.text();
   if (std::any_of(text.begin(), text.end(), forbidden)) {
     notes.problem(leaf.path, "holds a control character; remove it");
     return {};
@@ -175,23 +176,6 @@ std::optional<Identity> read_identity(Notes& notes, const Value& leaf) {
   if (!text) return {};
   if (text->starts_with(own_prefix)) return Identity{text->substr(own_prefix.size()), false};
   return Identity{*text, text->find(':') != std::string::npos};
-}
-
-std::string kind_of(const nlohmann::json& json) {
-  switch (json.type()) {
-    case nlohmann::json::value_t::null:
-      return "null";
-    case nlohmann::json::value_t::object:
-      return "an object";
-    case nlohmann::json::value_t::array:
-      return "an array";
-    case nlohmann::json::value_t::string:
-      return "a string";
-    case nlohmann::json::value_t::boolean:
-      return "true or false";
-    default:
-      return "a number";
-  }
 }
 
 std::string alternatives(const std::vector<std::string_view>& names) {

@@ -1,17 +1,16 @@
 // Reading one value of the model at a time: members of objects, leaves by their YANG types, and the
 // problems and findings that come up.
-#ifndef POLICY_FORMATS_RFC8519_INPUT_H
-#define POLICY_FORMATS_RFC8519_INPUT_H
+#pragma once
 
 #include <cstdint>
 #include <initializer_list>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "policy/base/json.h"
 #include "policy/base/policy.h"
 
 namespace qimctl::rfc8519 {
@@ -37,10 +36,10 @@ class Notes {
 
 // A value and where it is.
 struct Value {
-  const nlohmann::json* json = nullptr;
+  JsonView json;
   std::string path;
 
-  explicit operator bool() const { return json != nullptr; }
+  explicit operator bool() const { return static_cast<bool>(json); }
 };
 
 // A member that belongs to another module.
@@ -93,13 +92,9 @@ struct Identity {
 };
 std::optional<Identity> read_identity(Notes& notes, const Value& leaf);
 
-// "a string", "an array", ... for messages.
-std::string kind_of(const nlohmann::json& json);
 // "\"a\", \"b\" or \"c\"".
 std::string alternatives(const std::vector<std::string_view>& names);
 // The text in double quotes, shortened when long.
 std::string in_quotes(std::string_view text);
 
 }  // namespace qimctl::rfc8519
-
-#endif

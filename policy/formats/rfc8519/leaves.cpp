@@ -1,3 +1,4 @@
+// Reading the leaves of matches as the arguments of criteria.
 #include "policy/formats/rfc8519/leaves.h"
 
 #include <arpa/inet.h>
@@ -30,11 +31,11 @@ Args integer_args(Notes& notes, const CriterionKind& kind, const Value& leaf, si
 
 // A number, or one of the names of the model.
 Args ethertype_args(Notes& notes, const CriterionKind& kind, const Value& leaf) {
-  if (!leaf.json->is_string()) return integer_args(notes, kind, leaf, 2);
+  if (!leaf.json.is_string()) return integer_args(notes, kind, leaf, 2);
   const auto name = read_string(notes, leaf);
   const auto number = name ? ethertype_by_name(*name) : std::nullopt;
   if (!number) {
-    notes.problem(leaf.path, in_quotes(leaf.json->get<std::string>()) +
+    notes.problem(leaf.path, in_quotes(leaf.json.text()) +
                                  " is not the name of an Ethernet type; give its number, such as "
                                  "2048 for IPv4");
     return {};

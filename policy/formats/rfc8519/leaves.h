@@ -1,6 +1,5 @@
 // Leaves of a header's matches as criterion arguments.
-#ifndef POLICY_FORMATS_RFC8519_LEAVES_H
-#define POLICY_FORMATS_RFC8519_LEAVES_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -24,5 +23,3 @@ std::optional<std::vector<uint8_t>> read_ports(Notes& notes, const Object& ports
 std::optional<std::vector<uint8_t>> read_mac(Notes& notes, const Value& address, const Value& mask);
 
 }  // namespace qimctl::rfc8519
-
-#endif

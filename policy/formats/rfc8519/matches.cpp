@@ -124,7 +124,7 @@ void MatchReader::read_ports_field(const CriterionKind& kind, const Value& value
   const Object ports(notes_, value, in_quotes(kind.field()),
                      {"operator", "port", "lower-port", "upper-port"});
   note_obstacles(ports, obstacles_);
-  if (value.json->is_object() && !value.json->empty() && ports.foreign().empty()) {
+  if (value.json.is_object() && value.json.size() != 0 && ports.foreign().empty()) {
     add(kind, read_ports(notes_, ports));
   }
 }

@@ -1,7 +1,6 @@
 // The access-list model as far as nodes can carry it: what the reader finds in the input and the
 // mapper turns into nodes.
-#ifndef POLICY_FORMATS_RFC8519_MODEL_H
-#define POLICY_FORMATS_RFC8519_MODEL_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -44,5 +43,3 @@ struct Model {
 };
 
 }  // namespace qimctl::rfc8519
-
-#endif

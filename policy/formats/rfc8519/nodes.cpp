@@ -1,3 +1,4 @@
+// Making nodes of access lists and of where they are applied.
 #include "policy/formats/rfc8519/nodes.h"
 
 #include <map>

@@ -1,6 +1,5 @@
 // Access lists as policy nodes.
-#ifndef POLICY_FORMATS_RFC8519_NODES_H
-#define POLICY_FORMATS_RFC8519_NODES_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -17,5 +16,3 @@ namespace qimctl::rfc8519 {
 std::vector<Node> make_nodes(const Model& model, const std::string& file);
 
 }  // namespace qimctl::rfc8519
-
-#endif

@@ -87,7 +87,7 @@ void read_actions(Notes& notes, const Value& actions, Entry& entry,
                   std::vector<Obstacle>& obstacles) {
   const Object object(notes, actions, "\"actions\"", {"forwarding", "logging"});
   note_obstacles(object, obstacles);
-  if (!actions.json->is_object()) return;
+  if (!actions.json.is_object()) return;
   const Value forwarding = object.require(notes, "forwarding");
   if (forwarding) read_forwarding(notes, forwarding, entry, obstacles);
   if (const Value logging = object.find("logging")) {
@@ -143,7 +143,7 @@ class ListReader {
 
 void ListReader::read(const Value& value) {
   const Object object(notes_, value, "an access list", {"name", "type", "aces"});
-  if (!value.json->is_object()) return;
+  if (!value.json.is_object()) return;
   list_.path = value.path;
   const Value name_leaf = object.require(notes_, "name");
   const auto name = name_leaf ? read_name(notes_, name_leaf, longest_name) : std::nullopt;
@@ -169,7 +169,7 @@ void ListReader::read_entries(const Value& aces) {
 void ListReader::read_entry(const Value& value) {
   entries_++;
   const Object object(notes_, value, "an entry", {"name", "matches", "actions", "statistics"});
-  if (!value.json->is_object()) return;
+  if (!value.json.is_object()) return;
   Entry entry;
   std::vector<Obstacle> obstacles;
   entry.path = value.path;

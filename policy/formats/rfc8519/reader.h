@@ -1,6 +1,5 @@
 // The model's tree, read into a Model. Each function reads one level of it.
-#ifndef POLICY_FORMATS_RFC8519_READER_H
-#define POLICY_FORMATS_RFC8519_READER_H
+#pragma once
 
 #include <set>
 #include <string>
@@ -63,5 +62,3 @@ inline constexpr std::string_view matched_octets = "matched-octets";
 inline constexpr size_t longest_name = 64;
 
 }  // namespace qimctl::rfc8519
-
-#endif

@@ -1,3 +1,4 @@
+// Finding the access lists in a document, and making a policy of them.
 #include "policy/formats/rfc8519/rfc8519.h"
 
 #include <utility>
@@ -20,8 +21,8 @@ class RootFinder {
   explicit RootFinder(Notes& notes) : notes_(notes) {}
 
   // Nothing, with a problem reported, unless they are there once.
-  Value find(const nlohmann::json& document) {
-    search({&document, ""});
+  Value find(JsonView document) {
+    search({document, ""});
     if (!found_) {
       notes_.problem("", "has no access lists; they are in a member " + in_quotes(rfc8519_root));
     }
@@ -31,11 +32,11 @@ class RootFinder {
  private:
   // True when `value` is or holds the access lists.
   bool search(const Value& value) {
-    if (!value.json->is_object()) return false;
+    if (!value.json.is_object()) return false;
     bool here = false;
     std::vector<std::pair<std::string, std::string>> beside;  // name and path
-    for (const auto& [name, json] : value.json->items()) {
-      const Value member{&json, pointer_to(value.path, name)};
+    value.json.each([&](const std::string& name, JsonView json) {
+      const Value member{json, pointer_to(value.path, name)};
       if (name == rfc8519_root) {
         take(member);
         here = true;
@@ -44,7 +45,7 @@ class RootFinder {
       } else {
         beside.emplace_back(name, member.path);
       }
-    }
+    });
     if (!here) return false;
     for (const auto& [name, path] : beside) {
       notes_.finding(Fate::skipped, path, in_quotes(name) + " is no access list and is left out");
@@ -75,9 +76,9 @@ void fill_node_lines(const std::string& text, const std::string& file, std::vect
 }  // namespace
 
 Policy read_rfc8519(const std::string& text, const std::string& file) {
-  const nlohmann::json document = parse_json(text, file);
+  const JsonDocument document = parse_json(text, file);
   rfc8519::Reading reading{Notes(file), {}, {}, {}};
-  const Value acls = RootFinder(reading.notes).find(document);
+  const Value acls = RootFinder(reading.notes).find(document.view());
   if (acls) read_acls(reading, acls);
   if (!reading.notes.problems().empty()) {
     fill_lines(text, file, reading.notes.problems());

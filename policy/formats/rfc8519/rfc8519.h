@@ -1,6 +1,5 @@
 // Access lists of the IETF model (RFC 8519) in their JSON encoding (RFC 7951) as a policy.
-#ifndef POLICY_FORMATS_RFC8519_RFC8519_H
-#define POLICY_FORMATS_RFC8519_RFC8519_H
+#pragma once
 
 #include <string>
 
@@ -19,5 +18,3 @@ inline constexpr const char* rfc8519_root = "ietf-access-control-list:acls";
 Policy read_rfc8519(const std::string& text, const std::string& file);
 
 }  // namespace qimctl
-
-#endif

@@ -1,0 +1,13 @@
+// `qimctl args`: the arguments of an action or default.
+#pragma once
+
+#include <cstdint>
+
+#include "policy/store/database.h"
+
+namespace qimctl {
+
+// Throws DatabaseError.
+void print_args(const ReadSession& session, uint32_t id, bool json);
+
+}  // namespace qimctl

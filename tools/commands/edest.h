@@ -1,0 +1,17 @@
+// `qimctl edest`: where a policy instance is enforced.
+#pragma once
+
+#include <cstdint>
+
+#include "policy/store/database.h"
+
+namespace qimctl {
+
+// The enforcement destinations of a policy instance, one after the other.
+void print_edests(const ReadSession& session, uint32_t pinst, bool json);
+
+// The one at a destination. Both throw DatabaseError.
+void print_edest_at(const ReadSession& session, uint32_t pinst, const qim_policy_dest_t& dest,
+                    bool json);
+
+}  // namespace qimctl

@@ -1,0 +1,24 @@
+// `qimctl name`: building and reading data-set names, without a database.
+#include "tools/commands/name.h"
+
+#include "policy/base/dsetname.h"
+#include "policy/base/names.h"
+#include "tools/base/output.h"
+
+namespace qimctl {
+
+void print_built_name(const qim_pinst_fields_t& fields, bool json) {
+  qim_dsetname_t name{};
+  qim_pinst_to_dsetname(&fields, &name);
+  const std::string digits = hex_bytes(&name, sizeof name);
+  print(json ? JsonValue(digits).dump() + "\n" : digits + "\n");
+}
+
+void print_parsed_name(const qim_dsetname_t& name, bool json) {
+  qim_dsetname_t copy = name;
+  qim_pinst_fields_t fields{};
+  qim_pinst_from_dsetname(&fields, &copy);
+  print(json ? dset_to_json(name).dump(2) + "\n" : dset_text(fields) + "\n");
+}
+
+}  // namespace qimctl

@@ -1,0 +1,20 @@
+// `qimctl priv`: this tool's private data on a node.
+#include "tools/commands/priv.h"
+
+#include "policy/base/names.h"
+#include "policy/store/node_image.h"
+#include "tools/nodes/records.h"
+
+namespace qimctl {
+
+void print_private(const ReadSession& session, uint32_t id, bool json) {
+  print_bytes(read_private(session, read_record(session, id)), json);
+}
+
+void set_private(const ReadSession& session, uint32_t id, const std::vector<uint8_t>& data) {
+  const auto length = static_cast<uint32_t>(data.size());
+  require_node(qim_node_priv_set(session.handle(), id, data.data(), length),
+               "set the private data of " + node_id_text(id));
+}
+
+}  // namespace qimctl

@@ -1,0 +1,13 @@
+// `qimctl refs`: the nodes that refer to a node.
+#pragma once
+
+#include <cstdint>
+
+#include "policy/store/database.h"
+
+namespace qimctl {
+
+// Throws DatabaseError.
+void print_referrers(const ReadSession& session, uint32_t id, bool json);
+
+}  // namespace qimctl

@@ -1,0 +1,19 @@
+// `qimctl restore`: a database made from a dump.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace qimctl {
+
+struct RestoreCounts {
+  size_t nodes = 0;
+  size_t links = 0;
+};
+
+// Stores what a dump holds, in one transaction, in the database in `directory`
+// (database_directory), which is made when it is not there and must have no nodes. Throws
+// InputError, also for a file without checksum, and DatabaseError; nothing is stored then.
+RestoreCounts restore_database(const std::string& directory, const std::string& file);
+
+}  // namespace qimctl
