@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "policy/base/policy_check.h"
 #include "policy/formats/native/native.h"
@@ -36,7 +37,7 @@ int fail(const std::string& what) {
 }
 
 std::string read_back(const ReadSession& session, uint32_t id) {
-  ordered_json value = node_to_json(read_node(session, id));
+  ordered_json value = node_to_json(read_node(session, id)).get();
   value.erase("computed");
   return value.dump();
 }
