@@ -9,7 +9,7 @@ endforeach()
 foreach(folder include database/include)
   if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/
-      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qim FILES_MATCHING PATTERN "*.h")
   endif()
 endforeach()
 
