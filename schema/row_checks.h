@@ -143,12 +143,14 @@ constexpr bool widths_fit(const Record& record) {
   return true;
 }
 
-// The member that an args row names as its length is one, and as wide as lengths are.
+// The member that an args row names as its length is a value beside it, as wide as lengths are. Where
+// pointers are as wide, only its being coded tells the arguments themselves from their length.
 constexpr bool lengths_fit(const Record& record) {
   for (const Row& row : record) {
     bool found = row.coding != Coding::args;
     for (const Row& length : record) {
-      found = found || (length.position == row.length_at && length.width == sizeof(uint32_t));
+      found = found || (length.position == row.length_at && length.coding == Coding::none &&
+                        length.width == sizeof(uint32_t));
     }
     if (!found) return false;
   }
