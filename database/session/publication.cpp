@@ -218,7 +218,9 @@ uint32_t publication_size(uint32_t ses, const uint8_t* dset_name, uint32_t* size
 }
 
 uint32_t publication_write(uint32_t ses, const uint8_t* dset_name, uint8_t* out, uint32_t room) {
-  Publication pub = {.ses = ses, .out = out, .room = room};
+  Publication pub = {.ses = ses};
+  pub.out = out;
+  pub.room = room;
   return publish(pub, dset_name);
 }
 
