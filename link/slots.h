@@ -40,7 +40,6 @@ struct Places {
 void types_that_share_a_code_hold_it_in_different_places();
 
 consteval void add_type(Places& places, const schema::NodeType& type) {
-  if (type.body == nullptr) return;
   for (const schema::Row& row : *type.body) {
     if (row.slot == schema::Slot::none) continue;
     Place& place = places.at[row.link / kCodesPerRecord][row.link % kCodesPerRecord];

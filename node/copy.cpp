@@ -68,17 +68,12 @@ struct Copiers {
   Copier of[schema::kTypeCodes];
 };
 
-void copy_nothing(const void*, void*) {}
-
 template <uint32_t code>
 consteval Copier copier_of() {
-  constexpr const schema::NodeType* type = schema::node_type(code);
-  if constexpr (type == nullptr) {
+  if constexpr (!schema::is_type(code)) {
     return nullptr;
-  } else if constexpr (type->body == nullptr) {
-    return copy_nothing;
   } else {
-    return copy_record<*type->body>;
+    return copy_record<*schema::node_type(code)->body>;
   }
 }
 

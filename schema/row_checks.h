@@ -213,30 +213,48 @@ inline constexpr const char* kinds[] = {QIM_CODEC_KINDS(QIM_KIND_NAME)};
 static_assert(sizeof(records) / sizeof(records[0]) == sizeof(kinds) / sizeof(kinds[0]),
               "a record is missing in the list of records");
 
+// These look at codes and not at pointers to the types, which compilers that check pointers as the
+// program runs don't compare before that.
+struct Codes {
+  bool seen[kTypeCodes] = {};
+  bool differ = true;
+};
+
+template <size_t Count>
+constexpr void see(const NodeType (&types)[Count], Codes* codes) {
+  for (const NodeType& type : types) {
+    codes->differ = codes->differ && !codes->seen[type.code];
+    codes->seen[type.code] = true;
+  }
+}
+
 constexpr bool type_codes_differ() {
-  size_t found = 0;
-  for (const NodeType* type : types_by_code.at) found += type != nullptr ? 1 : 0;
-  return found == sizeof(tlv_types) / sizeof(NodeType) + sizeof(dset_types) / sizeof(NodeType);
+  Codes codes;
+  see(tlv_types, &codes);
+  see(dset_types, &codes);
+  return codes.differ;
 }
 static_assert(type_codes_differ(), "two node types have one code");
 
 // The show table finds their names by position.
 constexpr bool tlv_codes_run() {
+  Codes codes;
+  see(tlv_types, &codes);
   for (uint32_t i = 0; i < sizeof(tlv_types) / sizeof(NodeType); i++) {
-    if (node_type(i + 1) == nullptr) return false;
+    if (!codes.seen[i + 1]) return false;
   }
   return true;
 }
 static_assert(tlv_codes_run(), "the codes of the types that TLV carries do not count up from 1");
 
-constexpr bool types_have_one_family() {
-  for (const NodeType* type : types_by_code.at) {
-    if (type != nullptr && (type->family == 0 || (type->family & (type->family - 1)) != 0)) {
-      return false;
-    }
+template <size_t Count>
+constexpr bool have_one_family(const NodeType (&types)[Count]) {
+  for (const NodeType& type : types) {
+    if (type.family == 0 || (type.family & (type.family - 1)) != 0) return false;
   }
   return true;
 }
-static_assert(types_have_one_family(), "a node type is of no family, or of several");
+static_assert(have_one_family(tlv_types) && have_one_family(dset_types),
+              "a node type is of no family, or of several");
 
 }  // namespace qim::schema::check

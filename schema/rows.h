@@ -366,13 +366,17 @@ struct PartLines {
 struct NodeType {
   uint32_t code;
   const char* name;
-  const Record* body;    // NULL: nothing but a header
+  const Record* body;
   const char* resolver;  // the name under which resolving its links is reported
   Families family;       // one of them
   Naming naming = Naming::never;
   Families leads_to = family::any;  // narrows what the slots of a record that types share lead to
   PartLines lines = {};
 };
+
+// What has nothing but a header. A record, and not NULL: gcc does not compare pointers in constant
+// expressions when it is asked to check pointers as the program runs.
+inline constexpr Record no_body = {"none", 0, 0, nullptr, nullptr, 0};
 
 // The types that TLV carries, in the order of the body union. Pinst and Edest share a record.
 inline constexpr NodeType tlv_types[] = {
@@ -447,7 +451,7 @@ inline constexpr NodeType dset_types[] = {
      .leads_to = family::instances},
     {.code = QIM_NODE_DSET_NONAME,
      .name = "DsetNoname",
-     .body = nullptr,
+     .body = &no_body,
      .resolver = nullptr,
      .family = family::data_sets},
 };
@@ -466,6 +470,14 @@ consteval TypesByCode make_types_by_code() {
   return types;
 }
 inline constexpr TypesByCode types_by_code = make_types_by_code();
+
+// Is that the code of a node type?
+constexpr bool is_type(uint32_t code) {
+  bool found = false;
+  for (const NodeType& type : tlv_types) found = found || type.code == code;
+  for (const NodeType& type : dset_types) found = found || type.code == code;
+  return found;
+}
 
 // NULL for a code that is no node type.
 constexpr const NodeType* node_type(uint32_t code) {
@@ -486,7 +498,6 @@ constexpr bool is_of(uint32_t code, Families families) {
 
 // The slot that holds link `field` of nodes of this type; NULL when none does.
 constexpr const Row* slot_of(const NodeType& type, uint32_t field) {
-  if (type.body == nullptr) return nullptr;
   for (const Row& row : *type.body) {
     if (row.slot != Slot::none && row.link == field) return &row;
   }
@@ -496,7 +507,6 @@ constexpr const Row* slot_of(const NodeType& type, uint32_t field) {
 // The row of a type's variable part, coded as `coding`: Coding::args or Coding::list. NULL when it
 // has none.
 constexpr const Row* part_of(const NodeType& type, Coding coding) {
-  if (type.body == nullptr) return nullptr;
   for (const Row& row : *type.body) {
     if (row.coding == coding) return &row;
   }

@@ -23,7 +23,7 @@ using qim::schema::Slot;
 
 const Record* body_of(uint32_t type) {
   const qim::schema::NodeType* known = qim::schema::node_type(type);
-  return known == nullptr ? nullptr : known->body;
+  return known == nullptr || known->body->row_count == 0 ? nullptr : known->body;
 }
 
 // A count or the like, which the library fills in by itself.
