@@ -3,6 +3,7 @@
 
 #include "lib/export.h"
 #include "qim.h"
+#include "rov.h"
 
 namespace {
 
@@ -63,7 +64,7 @@ QIM_API uint32_t qim_if_policy_dest_get2(const qim_policy_dest_t* dest, uint16_t
   *vrf = dest->intf.vrf;
   *vlan = dest->intf.vlan;
   *ifix = dest->intf.ifix;
-  return 0;
+  return ROV_OK;
 }
 
 QIM_API uint32_t qim_if_policy_dest_get(const qim_policy_dest_t* dest, uint16_t* vdc, uint16_t* vrf,

@@ -9,6 +9,7 @@
 #include <stdlib.h>
 
 #include "lib/export.h"
+#include "rov.h"
 
 namespace qim {
 
@@ -63,7 +64,7 @@ QIM_API uint32_t qim_lib_tls_init_int(void) {
   if (pthread_setspecific(qim::tls_key, copy) != 0) {
     return QIM_ERR_THREAD;  // the block stays allocated, as every per-thread context does
   }
-  return 0;
+  return ROV_OK;
 }
 
 QIM_API uint32_t qim_lib_tls_init(uint32_t) {

@@ -28,18 +28,18 @@ uint32_t get_link(qim_node_id_t node_id, qim_link_t* link, const char* function,
   memset(link, 0, sizeof(*link));
   rov_node_id_t id;
   uint32_t status = qim_to_rov_node_id(node_id, &id);
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, function, id_line, ctx);
     return status;
   }
   rov_link_t found;  // the database fills it
   status = query(id, &found);
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, function, query_line, ctx);
     return status;
   }
   qim_link_from_rov(link, found);
-  return 0;
+  return ROV_OK;
 }
 
 }  // namespace

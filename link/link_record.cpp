@@ -4,6 +4,7 @@
 #include "lib/export.h"
 #include "lib/report.h"
 #include "link/slots.h"
+#include "rov.h"
 
 QIM_API uint32_t qim_link_ptr(const qim_node_t* node, uint16_t field, const qim_node_id_t** single,
                               const qim_link_t** full) {
@@ -11,7 +12,7 @@ QIM_API uint32_t qim_link_ptr(const qim_node_t* node, uint16_t field, const qim_
   if (full != nullptr) *full = nullptr;
   const qim::link::Place* place = qim::link::place_of(field);
   if (place == nullptr) return QIM_ERR_INVALID;
-  if (!qim::link::has_type(*place, node->type)) return 0;
+  if (!qim::link::has_type(*place, node->type)) return ROV_OK;
   const char* at = reinterpret_cast<const char*>(&node->body) + place->position;
   if (place->form == qim::schema::Slot::single) {
     if (single != nullptr) {
@@ -20,7 +21,7 @@ QIM_API uint32_t qim_link_ptr(const qim_node_t* node, uint16_t field, const qim_
   } else if (full != nullptr) {
     *full = reinterpret_cast<const qim_link_t*>(at);
   }
-  return 0;
+  return ROV_OK;
 }
 
 QIM_API uint32_t qim_link_val(uint32_t ses, const qim_node_t* node, uint16_t field,
@@ -33,7 +34,7 @@ QIM_API uint32_t qim_link_val(uint32_t ses, const qim_node_t* node, uint16_t fie
   if (status == QIM_ERR_INVALID && static_cast<int16_t>(field) < 0) {
     return qim_link_field_get(ses, node->id, field, link);  // no record holds these codes
   }
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, "qim_link_val", 1182, ctx);
     return status;
   }
@@ -47,5 +48,5 @@ QIM_API uint32_t qim_link_val(uint32_t ses, const qim_node_t* node, uint16_t fie
     // NOLINTNEXTLINE(clang-analyzer-core.*): the fault is meant
     *link = *slot;
   }
-  return 0;
+  return ROV_OK;
 }

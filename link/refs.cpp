@@ -34,11 +34,11 @@ uint32_t gather(uint32_t ses, const qim_node_t* node, rov_node_id_t* scratch, qi
   *refs = found;
   rov_node_id_t id;
   uint32_t status = qim_to_rov_node_id(node->id, &id);
-  if (status != 0) return fail(status, 164, ctx);
+  if (status != ROV_OK) return fail(status, 164, ctx);
   status = rov_node_ref_get_all(ses, id, scratch, total);
-  if (status != 0) return fail(status, 170, ctx);
+  if (status != ROV_OK) return fail(status, 170, ctx);
   for (uint32_t i = 0; i < total; i++) found[i] = qim_from_rov_node_id(&scratch[i]);
-  return 0;
+  return ROV_OK;
 }
 
 // A failure leaves the caller nothing to free.
@@ -58,7 +58,7 @@ QIM_API uint32_t qim_ref_get(uint32_t ses, qim_node_id_t node_id, uint32_t index
   *ref = 0;
   rov_node_id_t id;
   uint32_t status = qim_to_rov_node_id(node_id, &id);
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, "qim_ref_get", 92, ctx);
     return status;
   }
@@ -67,14 +67,14 @@ QIM_API uint32_t qim_ref_get(uint32_t ses, qim_node_id_t node_id, uint32_t index
   rov_node_id_t found = {};
   status = rov_node_ref_get(ses, id, index, &total, &field, &found);
   if (status == ROV_ERR_NO_ITEM) {
-    return 0;  // past the last referrer: callers walk until they get 0
+    return ROV_OK;  // past the last referrer: callers walk until they get 0
   }
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, "qim_ref_get", 101, ctx);
     return status;
   }
   *ref = qim_from_rov_node_id(&found);
-  return 0;
+  return ROV_OK;
 }
 
 QIM_API uint32_t qim_node_ref_get(uint32_t ses, qim_node_id_t node_id, uint32_t index,
@@ -87,11 +87,11 @@ QIM_API uint32_t qim_ref_get_all(uint32_t ses, const qim_node_t* node, qim_node_
   qim_lib_ctx_t* ctx = qim_lib_get();
   *refs = nullptr;
   *count = 0;
-  if (node->refs == 0) return 0;
+  if (node->refs == 0) return ROV_OK;
   auto* scratch = static_cast<rov_node_id_t*>(calloc(node->refs, sizeof(rov_node_id_t)));
   if (scratch == nullptr) return fail(QIM_ERR_NO_MEM, 141, ctx);
   const uint32_t status = gather(ses, node, scratch, refs, count, ctx);
-  if (status != 0) take_back(refs, count);
+  if (status != ROV_OK) take_back(refs, count);
   free(scratch);
   return status;
 }

@@ -7,6 +7,7 @@
 #include "lib/export.h"
 #include "lib/report.h"
 #include "node/cache_steps.h"
+#include "rov.h"
 
 QIM_API_DATA qim_node_cache_entry_t* node_cache_head = nullptr;
 QIM_API_DATA qim_node_cache_entry_t* node_cache_tail = nullptr;
@@ -36,12 +37,12 @@ uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
   while (node_cache_count >= node_cache_max) {
     qim_node_cache_entry_t* victim = nullptr;
     const uint32_t status = qim_node_cache_unlink_int(ses, node_cache_tail->node.id, &victim);
-    if (status != 0) return status;
+    if (status != ROV_OK) return status;
     if (victim == nullptr) return QIM_ERR_INTERNAL;
     const uint32_t destroyed = qim_lib_node_destroy(victim, lib);
     if (destroyed != 0) return destroyed;
   }
-  return 0;
+  return ROV_OK;
 }
 
 // Brings the list to where `entry` can be put at its head: nothing under its key, and room for one.
@@ -49,7 +50,7 @@ uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
 uint32_t make_place(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib) {
   qim_node_cache_entry_t* older = nullptr;
   const uint32_t status = qim_node_cache_unlink_int(ses, entry->node.id, &older);
-  if (status != 0) return status;
+  if (status != ROV_OK) return status;
   if (older == nullptr) return evict(entry->ses, lib);
   return older == entry ? 0 : qim_lib_node_destroy(older, lib);
 }
@@ -76,39 +77,39 @@ QIM_API uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id,
                                     qim_node_cache_entry_t** out) {
   qim_lib_ctx_t* ctx = qim_lib_get();
   uint32_t status = qim_node_cache_lock();
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, "qim_node_cache_get", 812, ctx);
     return status;
   }
   qim_node_cache_entry_t* entry = nullptr;
   status = qim_node_cache_unlink_int(ses, node_id, &entry);
-  if (status != 0) report(status, "qim_node_cache_get", 818, ctx);
+  if (status != ROV_OK) report(status, "qim_node_cache_get", 818, ctx);
   if (entry != nullptr) insert_at_head(entry);
   status = qim_node_cache_unlock();
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, "qim_node_cache_get", 829, ctx);
     return status;
   }
   *out = entry;
-  return 0;
+  return ROV_OK;
 }
 
 QIM_API uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry,
                                     qim_lib_ctx_t* lib) {
-  if (node_cache_max < 1) return 0;
+  if (node_cache_max < 1) return ROV_OK;
   uint32_t status = qim_node_cache_lock();
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, "qim_node_cache_add", 851, lib);
     return status;
   }
   status = make_place(ses, entry, lib);
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, "qim_node_cache_add", 860, lib);  // costs the caching, not the caller
   } else {
     insert_at_head(entry);
   }
   status = qim_node_cache_unlock();
-  if (status != 0) report(status, "qim_node_cache_add", 871, lib);
+  if (status != ROV_OK) report(status, "qim_node_cache_add", 871, lib);
   return status;
 }
 
@@ -116,21 +117,21 @@ QIM_API uint32_t qim_node_cache_unlink(uint32_t ses, qim_node_id_t node_id,
                                        qim_node_cache_entry_t** out) {
   qim_lib_ctx_t* ctx = qim_lib_get();
   uint32_t status = qim_node_cache_lock();
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, "qim_node_cache_unlink", 893, ctx);
     return status;
   }
   status = qim_node_cache_unlink_int(ses, node_id, out);
   const uint32_t unlocked = qim_node_cache_unlock();
-  status = status != 0 ? status : unlocked;
-  if (status != 0) report(status, "qim_node_cache_unlink", 901, ctx);
+  status = status != ROV_OK ? status : unlocked;
+  if (status != ROV_OK) report(status, "qim_node_cache_unlink", 901, ctx);
   return status;
 }
 
 QIM_API uint32_t qim_node_cache_rm(uint32_t ses, qim_node_id_t node_id, qim_lib_ctx_t* lib) {
   qim_node_cache_entry_t* entry = nullptr;
   const uint32_t status = qim_node_cache_unlink(ses, node_id, &entry);
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, "qim_node_cache_rm", 918, lib);
     return status;
   }
@@ -145,7 +146,7 @@ QIM_API uint32_t qim_node_cache_replace(uint32_t ses, const qim_node_t* node, qi
 
 QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
   uint32_t status = qim_node_cache_lock();
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, "qim_node_cache_destroy", 949, lib);
     return status;
   }
@@ -153,7 +154,7 @@ QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
     qim_node_cache_entry_t* head = take_head();
     status =
         head == nullptr ? static_cast<uint32_t>(QIM_ERR_INTERNAL) : qim_lib_node_destroy(head, lib);
-    if (status != 0) {
+    if (status != ROV_OK) {
       report(status, "qim_node_cache_destroy", 964,
              lib);  // stops here and leaves the rest in place
       break;
@@ -164,7 +165,7 @@ QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
     node_cache_tail = nullptr;
   }
   status = qim_node_cache_unlock();
-  if (status != 0) report(status, "qim_node_cache_destroy", 977, lib);
+  if (status != ROV_OK) report(status, "qim_node_cache_destroy", 977, lib);
   return status;
 }
 
@@ -173,7 +174,7 @@ QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
 QIM_API uint32_t qim_int_node_close(qim_node_t* node, qim_lib_ctx_t* lib) {
   qim_node_cache_entry_t* entry = entry_of(node);
   if (entry->next != nullptr || entry == node_cache_tail) {
-    return 0;  // the cache's own
+    return ROV_OK;  // the cache's own
   }
   return qim_lib_node_destroy(entry, lib);
 }

@@ -3,16 +3,17 @@
 #pragma once
 
 #include "node/cache.h"
+#include "rov.h"
 
 namespace qim::node {
 
 // These mark where a process-wide lock belongs. With a capacity of 0 nothing is shared, so there is
 // none.
 inline uint32_t qim_node_cache_lock() {
-  return 0;
+  return ROV_OK;
 }
 inline uint32_t qim_node_cache_unlock() {
-  return 0;
+  return ROV_OK;
 }
 
 inline bool has_key(const qim_node_cache_entry_t& entry, uint32_t ses, qim_node_id_t node_id) {
@@ -31,12 +32,12 @@ inline uint32_t qim_node_cache_unlink_int(uint32_t ses, qim_node_id_t node_id,
     link = &previous->next;
   }
   qim_node_cache_entry_t* found = *link;
-  if (found == nullptr) return 0;
+  if (found == nullptr) return ROV_OK;
   if (found == node_cache_tail) node_cache_tail = previous;
   *link = found->next;
   node_cache_count--;
   if (out != nullptr) *out = found;
-  return 0;
+  return ROV_OK;
 }
 
 }  // namespace qim::node

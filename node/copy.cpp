@@ -5,6 +5,7 @@
 
 #include "lib/export.h"
 #include "lib/report.h"
+#include "rov.h"
 #include "schema/rows.h"
 
 namespace qim::node {
@@ -92,7 +93,7 @@ uint32_t body_cp(const qim_node_t* src, qim_node_t* dst) {
     return QIM_ERR_NODE_TYPE;
   }
   copy(&src->body, &dst->body);
-  return 0;
+  return ROV_OK;
 }
 
 }  // namespace
@@ -103,6 +104,6 @@ QIM_API uint32_t qim_node_cp(uint32_t, const qim_node_t* src, qim_node_t* dst) {
   qim_lib_ctx_t* ctx = qim_lib_get();
   qim::node::copy_record<qim::schema::node>(src, dst);
   const uint32_t status = qim::node::body_cp(src, dst);
-  if (status != 0) qim::report(status, "qim_node_cp", 1275, ctx);
+  if (status != ROV_OK) qim::report(status, "qim_node_cp", 1275, ctx);
   return status;
 }

@@ -5,6 +5,7 @@
 #include "lib/report.h"
 #include "node/nonedests.h"
 #include "node/resolve.h"
+#include "rov.h"
 #include "tlvo.h"
 
 namespace qim::node {
@@ -27,13 +28,13 @@ void count_criteria(qim_filter_t& filter) {
 
 uint32_t pinst_fill(uint32_t ses, uint32_t name_len, const void* name, qim_node_t* node) {
   uint32_t status = qim_node_nonedests_recount(ses, node);
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, kDecode, 331, qim_lib_get());
     return status;
   }
   node->body.pinst.edests = node->refs - node->body.pinst.nonedests;
   status = qim_pinst_dsetname_get(ses, name_len, name, node);
-  if (status != 0) report(status, kDecode, 337, qim_lib_get());
+  if (status != ROV_OK) report(status, kDecode, 337, qim_lib_get());
   return status;
 }
 
@@ -55,7 +56,7 @@ uint32_t finish(uint32_t ses, const schema::NodeType* type, qim_node_t* node) {
 uint32_t qim_node_from_tlva(uint32_t ses, uint32_t tlv_len, const void* tlv, uint32_t name_len,
                             const void* name, qim_node_t* node) {
   uint32_t status = qim_node_to_struct(&node, tlv, tlv_len, TLVO_DEC_IN_PLACE);
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, kDecode, 304, qim_lib_get());
     return status;
   }
@@ -64,7 +65,7 @@ uint32_t qim_node_from_tlva(uint32_t ses, uint32_t tlv_len, const void* tlv, uin
     return pinst_fill(ses, name_len, name, node);
   }
   status = finish(ses, type, node);
-  if (status != 0) report(status, kDecode, 370, qim_lib_get());
+  if (status != ROV_OK) report(status, kDecode, 370, qim_lib_get());
   return status;
 }
 

@@ -5,6 +5,7 @@
 #include "lib/export.h"
 #include "lib/report.h"
 #include "node/memory.h"
+#include "rov.h"
 #include "schema/args_field.h"
 #include "schema/rows.h"
 
@@ -15,7 +16,7 @@ constexpr const char* kDestroy = "qim_lib_node_destroy";
 
 uint32_t free_block(void* block, int32_t line, qim_lib_ctx_t* lib) {
   const uint32_t status = qim_mem_free(block, lib);
-  if (status != 0) report(status, kDestroy, line, lib);
+  if (status != ROV_OK) report(status, kDestroy, line, lib);
   return status;
 }
 
@@ -32,18 +33,18 @@ uint32_t free_criteria(qim_criterion_t* crit, int32_t line, qim_lib_ctx_t* lib) 
   while (crit != nullptr) {
     qim_criterion_t* next = crit->next;
     uint32_t status = free_args(crit->args, crit->args_len, line, lib);
-    if (status != 0) return status;
+    if (status != ROV_OK) return status;
     status = free_block(crit, line + 11, lib);
-    if (status != 0) return status;
+    if (status != ROV_OK) return status;
     crit = next;
   }
-  return 0;
+  return ROV_OK;
 }
 
 // Frees what decoding allocated for the body.
 uint32_t free_body(qim_node_t& node, qim_lib_ctx_t* lib) {
   const schema::NodeType* type = schema::node_type(node.type);
-  if (type == nullptr) return 0;
+  if (type == nullptr) return ROV_OK;
   if (const schema::Row* row = schema::part_of(*type, schema::Coding::args)) {
     const schema::Args args = schema::args_at(&node.body, row->position, row->length_at);
     return free_args(args.bytes, args.length, type->lines.free, lib);
@@ -51,7 +52,7 @@ uint32_t free_body(qim_node_t& node, qim_lib_ctx_t* lib) {
   if (schema::part_of(*type, schema::Coding::list) != nullptr) {
     return free_criteria(node.body.filter.crit, type->lines.free, lib);
   }
-  return 0;
+  return ROV_OK;
 }
 
 }  // namespace
@@ -61,11 +62,11 @@ QIM_API uint32_t qim_lib_node_destroy(qim_node_cache_entry_t* entry, qim_lib_ctx
   using namespace qim::node;
   qim_node_t& node = entry->node;
   uint32_t status = free_body(node, lib);
-  if (status != 0) return status;
+  if (status != ROV_OK) return status;
   // Lengths from 2^31 on count as none: no database keeps private data of that size.
   if (static_cast<int32_t>(node.priv_len) > 0 && node.priv_buf != nullptr) {
     status = free_block(node.priv_buf, 682, lib);
-    if (status != 0) return status;
+    if (status != ROV_OK) return status;
   }
   return free_block(entry, 688, lib);
 }

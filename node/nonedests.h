@@ -3,6 +3,7 @@
 #pragma once
 
 #include "qim.h"
+#include "rov.h"
 
 namespace qim::node {
 
@@ -10,7 +11,7 @@ namespace qim::node {
 // recount.
 inline uint32_t qim_node_nonedests_recount(uint32_t, qim_node_t* node) {
   node->body.pinst.nonedests = 0;
-  return 0;
+  return ROV_OK;
 }
 
 }  // namespace qim::node

@@ -39,7 +39,7 @@ uint32_t alloc_blocks(const rov_node_parms_t& parms, Blocks& blocks, qim_lib_ctx
       {sizeof(qim_node_cache_entry_t), &blocks.entry},
   };
   const uint32_t status = qim_mem_alloc_ary(sizeof(requests) / sizeof(requests[0]), requests, lib);
-  if (status == 0) {
+  if (status == ROV_OK) {
     // The record's counts and slots start from zero, whether the allocator clears its blocks or
     // not.
     memset(blocks.entry, 0, sizeof(qim_node_cache_entry_t));
@@ -65,7 +65,7 @@ uint32_t decode_dset(const rov_node_parms_t& parms, const Blocks& blocks, uint32
                      qim_node_t* node) {
   if (parms.dset_len == 0) {
     node->type = QIM_NODE_DSET_NONAME;
-    return 0;
+    return ROV_OK;
   }
   node->type = QIM_NODE_DSET;
   return qim_pinst_dsetname_get(ses, parms.dset_len, blocks.name, node);
@@ -75,17 +75,17 @@ uint32_t decode(const rov_node_parms_t& parms, const Blocks& blocks, uint32_t se
                 qim_lib_ctx_t* lib) {
   if ((parms.flags & ROV_NODE_DSET) != 0) {
     const uint32_t status = decode_dset(parms, blocks, ses, node);
-    return status == 0 ? 0 : fail(status, 541, lib);
+    return status == ROV_OK ? uint32_t{ROV_OK} : fail(status, 541, lib);
   }
   const uint32_t status =
       qim_node_from_tlva(ses, parms.tlv_len, blocks.tlv, parms.dset_len, blocks.name, node);
-  return status == 0 ? 0 : fail(status, 549, lib);
+  return status == ROV_OK ? uint32_t{ROV_OK} : fail(status, 549, lib);
 }
 
 // The type is looked at only after the cache has been offered the node; clients rely on the order
 // of these reports.
 uint32_t check_type(int32_t required, const qim_node_t& node, qim_lib_ctx_t* lib) {
-  if (required == 0 || static_cast<uint32_t>(required) == node.type) return 0;
+  if (required == 0 || static_cast<uint32_t>(required) == node.type) return ROV_OK;
   qim_dbg_errors(QIM_ERR_INTERNAL, kOpen, 563, lib);
   return fail(QIM_ERR_NODE_TYPE, 564, lib);
 }
@@ -95,19 +95,19 @@ uint32_t load(uint32_t ses, qim_node_id_t node_id, rov_node_id_t rov_id,
               const rov_node_parms_t& parms, int32_t type, Blocks& blocks, qim_node_t** node_out,
               qim_lib_ctx_t* lib) {
   uint32_t status = alloc_blocks(parms, blocks, lib);
-  if (status != 0) return fail(status, 517, lib);
+  if (status != ROV_OK) return fail(status, 517, lib);
   status = rov_node_data_get(ses, rov_id, parms.tlv_len, blocks.tlv, parms.dset_len, blocks.name,
                              parms.priv_len, blocks.priv);
-  if (status != 0) return fail(status, 524, lib);
+  if (status != ROV_OK) return fail(status, 524, lib);
   auto* entry = static_cast<qim_node_cache_entry_t*>(blocks.entry);
   fill_header(parms, ses, node_id, blocks.priv, entry);
   status = decode(parms, blocks, ses, &entry->node, lib);
-  if (status != 0) return status;
+  if (status != ROV_OK) return status;
   // A node that the cache could not keep is no failure; a lock that failed would be.
   status = qim_node_cache_add(ses, entry, lib);
-  if (status != 0) return fail(status, 556, lib);
+  if (status != ROV_OK) return fail(status, 556, lib);
   status = check_type(type, entry->node, lib);
-  if (status == 0) *node_out = &entry->node;
+  if (status == ROV_OK) *node_out = &entry->node;
   return status;
 }
 
@@ -117,7 +117,7 @@ void release(void* block, int32_t line, uint32_t& status, qim_lib_ctx_t* lib) {
   const uint32_t freed = qim_mem_free(block, lib);
   if (freed != 0) {
     report(freed, kOpen, line, lib);
-    status = status != 0 ? status : freed;
+    status = status != ROV_OK ? status : freed;
   }
 }
 
@@ -146,19 +146,19 @@ QIM_API uint32_t qim_int_node_open(uint32_t ses, qim_node_id_t node_id,
   *node_out = nullptr;
   qim_node_cache_entry_t* cached = nullptr;
   uint32_t status = qim_node_cache_get(ses, node_id, &cached);
-  if (status != 0) return fail(status, 486, lib);
+  if (status != ROV_OK) return fail(status, 486, lib);
   if (cached != nullptr) {
     *node_out = &cached->node;  // whatever its type: a cached node was checked when it was opened
-    return 0;
+    return ROV_OK;
   }
   rov_node_id_t rov_id;
   status = qim_to_rov_node_id(node_id, &rov_id);
-  if (status != 0) return fail(status, 495, lib);
+  if (status != ROV_OK) return fail(status, 495, lib);
   rov_node_parms_t fetched;
   if (parms == nullptr) {
     memset(&fetched, 0, sizeof(fetched));
     status = rov_node_parms_get(ses, rov_id, &fetched);
-    if (status != 0) return fail(status, 503, lib);
+    if (status != ROV_OK) return fail(status, 503, lib);
     parms = &fetched;
   }
   Blocks blocks;

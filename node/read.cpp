@@ -4,6 +4,7 @@
 #include "lib/report.h"
 #include "mem.h"
 #include "qim.h"
+#include "rov.h"
 
 QIM_API uint32_t qim_node_read_int(uint32_t ses, qim_node_id_t node_id,
                                    const rov_node_parms_t* parms, int32_t type, qim_node_t* dst) {
@@ -13,18 +14,18 @@ QIM_API uint32_t qim_node_read_int(uint32_t ses, qim_node_id_t node_id,
   if (node_id == 0 && parms != nullptr) node_id = qim_from_rov_node_id(&parms->id);
   qim_node_t* node = nullptr;
   uint32_t status = qim_int_node_open(ses, node_id, parms, type, &node, ctx);
-  if (status != 0) {
+  if (status != ROV_OK) {
     // Even when only a scratch buffer could not be freed and a node came back: callers get nothing
     // of a failed open.
     qim::report(status, "qim_node_read_int", 1301, ctx);
     return status;
   }
   status = qim_node_cp(ses, node, dst);
-  if (status != 0) qim::report(status, "qim_node_read_int", 1307, ctx);
+  if (status != ROV_OK) qim::report(status, "qim_node_read_int", 1307, ctx);
   // The node is closed whatever became of the copy, whose failure comes first.
   const uint32_t closed = qim_int_node_close(node, ctx);
-  status = status != 0 ? status : closed;
-  if (status != 0) qim::report(status, "qim_node_read_int", 1315, ctx);
+  status = status != ROV_OK ? status : closed;
+  if (status != ROV_OK) qim::report(status, "qim_node_read_int", 1315, ctx);
   return status;
 }
 

@@ -14,13 +14,13 @@ namespace {
 uint32_t qim_list_get_fixed(uint32_t ses, qim_node_id_t id, uint16_t field, qim_link_t* link,
                             qim_node_t* node) {
   const uint32_t status = qim_link_field_get(ses, id, field, link);
-  if (status == ROV_ERR_NO_LINK) return 0;
-  if (status != 0) {
+  if (status == ROV_ERR_NO_LINK) return ROV_OK;
+  if (status != ROV_OK) {
     report(status, "qim_list_get_fixed", 151, qim_lib_get());
     return status;
   }
   node->links_unfixed--;
-  return 0;
+  return ROV_OK;
 }
 
 uint32_t qim_link_get_fixed(uint32_t ses, qim_node_id_t id, uint16_t field, qim_node_id_t* target,
@@ -28,7 +28,7 @@ uint32_t qim_link_get_fixed(uint32_t ses, qim_node_id_t id, uint16_t field, qim_
   *target = 0;
   qim_link_t link;
   const uint32_t status = qim_list_get_fixed(ses, id, field, &link, node);
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, "qim_link_get_fixed", 183, qim_lib_get());
     return status;
   }
@@ -38,7 +38,7 @@ uint32_t qim_link_get_fixed(uint32_t ses, qim_node_id_t id, uint16_t field, qim_
     return QIM_ERR_INTERNAL;
   }
   *target = link.node;
-  return 0;
+  return ROV_OK;
 }
 
 uint32_t slot_get(uint32_t ses, const schema::Row& row, qim_node_t* node) {
@@ -59,25 +59,25 @@ uint32_t links_get(uint32_t ses, const schema::NodeType& type, qim_node_t* node)
   for (const schema::Row& row : *type.body) {
     if (row.slot == schema::Slot::none) continue;
     const uint32_t status = slot_get(ses, row, node);
-    if (status != 0) {
+    if (status != ROV_OK) {
       report(status, type.resolver, line, qim_lib_get());
       return status;
     }
     line++;
   }
-  return 0;
+  return ROV_OK;
 }
 
 uint32_t qim_pinst_dsetname_get(uint32_t ses, uint32_t name_len, const void* name,
                                 qim_node_t* node) {
   const uint32_t status = links_get(ses, *schema::node_type(node->type), node);
-  if (status != 0) return status;
-  if (name == nullptr) return 0;
+  if (status != ROV_OK) return status;
+  if (name == nullptr) return ROV_OK;
   qim_dsetname_t copy;  // decoding converts the name in place, and the buffer may be shorter
   memset(&copy, 0, sizeof(copy));
   memcpy(&copy, name, name_len < sizeof(copy) ? name_len : sizeof(copy));
   qim_pinst_from_dsetname(&node->body.pinst.fields, &copy);
-  return 0;
+  return ROV_OK;
 }
 
 }  // namespace qim::node

@@ -5,6 +5,7 @@
 
 #include "lib/export.h"
 #include "lib/report.h"
+#include "rov.h"
 #include "schema/args_field.h"
 #include "schema/rows.h"
 
@@ -22,7 +23,7 @@ uint32_t args_get(uint32_t ses, qim_node_id_t node_id, uint32_t type, uint32_t b
   qim_node_t* node = nullptr;
   const uint32_t status =
       qim_int_node_open(ses, node_id, nullptr, static_cast<int32_t>(type), &node, ctx);
-  if (status != 0) {
+  if (status != ROV_OK) {
     report(status, kArgGet, 279, ctx);
     return status;
   }
@@ -34,7 +35,7 @@ uint32_t args_get(uint32_t ses, qim_node_id_t node_id, uint32_t type, uint32_t b
     memcpy(buf, args.bytes, args.length);
   }
   qim_int_node_close(node, ctx);
-  return 0;
+  return ROV_OK;
 }
 
 }  // namespace qim::query

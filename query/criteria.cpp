@@ -8,6 +8,7 @@
 #include "lib/report.h"
 #include "qim.h"
 #include "query/align.h"
+#include "rov.h"
 
 namespace qim::query {
 namespace {
@@ -40,7 +41,7 @@ uint32_t write_criteria(const qim_criterion_t* crit, uint32_t buf_len, void* buf
     link = &record->next;
     at = qim_align8(args + crit->args_len);
   }
-  return 0;
+  return ROV_OK;
 }
 
 // Records are written at the very start of the buffer, so it needs their alignment.
@@ -61,7 +62,7 @@ QIM_API uint32_t qim_filter_criteria_get(uint32_t ses, qim_node_id_t node_id, ui
   qim_lib_ctx_t* ctx = qim_lib_get();
   qim_node_t* node = nullptr;
   uint32_t status = qim_int_node_open(ses, node_id, nullptr, QIM_NODE_FILTER, &node, ctx);
-  if (status != 0) return qim::query::fail(status, 209, ctx);
+  if (status != ROV_OK) return qim::query::fail(status, 209, ctx);
   status = qim::query::copy_out(node->body.filter, buf_len, buf, ctx);
   qim_int_node_close(node, ctx);
   return status;

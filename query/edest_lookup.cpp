@@ -49,13 +49,13 @@ uint32_t leave(Lookup& lookup, uint32_t status) {
   if (lookup.open != nullptr) {
     const uint32_t closed = close_open(lookup);
     // A node is still open only after a failure, so that `status` is not 0
-    status = status != 0 ? status : closed;  // GCOVR_EXCL_BR_LINE: see above
+    status = status != ROV_OK ? status : closed;  // GCOVR_EXCL_BR_LINE: see above
   }
   if (lookup.refs != nullptr) {
     free(lookup.refs);
     lookup.refs = nullptr;
   }
-  return status == 0 ? 0 : report_lookup(lookup, status, 1782);
+  return status == ROV_OK ? uint32_t{ROV_OK} : report_lookup(lookup, status, 1782);
 }
 
 bool is_edest_at(const qim_node_t& node, const qim_policy_dest_t* dest) {
@@ -84,14 +84,14 @@ Direct try_name(Lookup& lookup, uint32_t base, const qim_dsetname_t& name, uint3
   memset(&parms, 0, sizeof(parms));
   *status = rov_ses_dset_name_get(base, sizeof(name), &name, &parms);
   if (*status == ROV_ERR_NO_ITEM) return Direct::missed;
-  if (*status != 0) {
+  if (*status != ROV_OK) {
     report_lookup(lookup, *status, 1729);
     return Direct::done;
   }
   *status = qim_int_node_open(lookup.ses, qim_from_rov_node_id(&parms.id), nullptr, 0, &lookup.open,
                               lookup.ctx);
   if (*status == ROV_ERR_NO_ITEM || *status == QIM_ERR_NO_EDEST) return Direct::missed;
-  if (*status != 0) {
+  if (*status != ROV_OK) {
     report_lookup(lookup, *status, 1711);
     return Direct::failed;
   }
@@ -102,27 +102,27 @@ Direct try_name(Lookup& lookup, uint32_t base, const qim_dsetname_t& name, uint3
   }
   give(lookup);
   *status = close_open(lookup);
-  if (*status != 0) report_lookup(lookup, *status, 1726);
+  if (*status != ROV_OK) report_lookup(lookup, *status, 1726);
   return Direct::done;
 }
 
 // Looks at one referrer. They all refer to the policy instance, so the link back is not looked at.
 uint32_t try_referrer(Lookup& lookup, qim_node_id_t ref, bool* found) {
   uint32_t status = qim_int_node_open(lookup.ses, ref, nullptr, 0, &lookup.open, lookup.ctx);
-  if (status != 0) return report_lookup(lookup, status, 1750);
+  if (status != ROV_OK) return report_lookup(lookup, status, 1750);
   if (is_edest_at(*lookup.open, lookup.dest)) {
     give(lookup);
     *found = true;
   }
   status = close_open(lookup);
-  return status == 0 ? 0 : report_lookup(lookup, status, 1763);
+  return status == ROV_OK ? uint32_t{ROV_OK} : report_lookup(lookup, status, 1763);
 }
 
 // The first referrer that is enforced at the place, in the database's order.
 uint32_t walk(Lookup& lookup) {
   uint32_t count = 0;
   const uint32_t status = qim_ref_get_all(lookup.ses, lookup.pinst, &lookup.refs, &count);
-  if (status != 0) return report_lookup(lookup, status, 1741);
+  if (status != ROV_OK) return report_lookup(lookup, status, 1741);
   if (count == 0) return QIM_ERR_NO_EDEST;
   bool found = false;
   for (int32_t i = 0; !found && i < static_cast<int32_t>(count); i++) {
@@ -138,7 +138,7 @@ uint32_t run(Lookup& lookup) {
   make_name(lookup, &name);
   uint32_t base = 0;
   uint32_t status = rov_ses_orig_handle(lookup.ses, &base);
-  if (status != 0) return report_lookup(lookup, status, 1688);
+  if (status != ROV_OK) return report_lookup(lookup, status, 1688);
   uint32_t dsets = 0;
   if (rov_ses_get_num_dsets(lookup.ses, &dsets) == 0 && dsets <= kMaxDsetsForNameQuery) {
     switch (try_name(lookup, base, name, &status)) {  // GCOVR_EXCL_BR_LINE: no fourth case
@@ -152,7 +152,7 @@ uint32_t run(Lookup& lookup) {
   }
   if (lookup.open != nullptr) {
     status = close_open(lookup);
-    if (status != 0) return leave(lookup, report_lookup(lookup, status, 1735));
+    if (status != ROV_OK) return leave(lookup, report_lookup(lookup, status, 1735));
   }
   return walk(lookup);
 }
@@ -173,13 +173,13 @@ QIM_API uint32_t qim_pinst_edest_name_get(uint32_t ses, qim_node_id_t pinst_id,
   qim_lib_ctx_t* ctx = qim_lib_get();
   qim_node_t* pinst = nullptr;
   uint32_t status = qim_int_node_open(ses, pinst_id, nullptr, QIM_NODE_PINST, &pinst, ctx);
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, "qim_pinst_edest_name_get", 720, ctx);
     return status;
   }
   status = qim_pinst_edest_lookup(ses, pinst, dest, out);
   const uint32_t closed = qim_int_node_close(pinst, ctx);
-  status = status != 0 ? status : closed;
-  if (status != 0) qim::report(status, "qim_pinst_edest_name_get", 727, ctx);
+  status = status != ROV_OK ? status : closed;
+  if (status != ROV_OK) qim::report(status, "qim_pinst_edest_name_get", 727, ctx);
   return status;
 }

@@ -2,6 +2,7 @@
 #include "lib/export.h"
 #include "lib/report.h"
 #include "qim.h"
+#include "rov.h"
 
 namespace {
 
@@ -13,7 +14,7 @@ uint32_t try_referrer(uint32_t ses, qim_node_id_t ref, uint32_t n, qim_node_t* o
                       bool* found, qim_lib_ctx_t* ctx) {
   qim_node_t* node = nullptr;
   uint32_t status = qim_int_node_open(ses, ref, nullptr, 0, &node, ctx);
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, kGetInt, 1817, ctx);
     return status;
   }
@@ -26,7 +27,7 @@ uint32_t try_referrer(uint32_t ses, qim_node_id_t ref, uint32_t n, qim_node_t* o
     }
   }
   status = qim_int_node_close(node, ctx);
-  if (status != 0) qim::report(status, kGetInt, 1830, ctx);
+  if (status != ROV_OK) qim::report(status, kGetInt, 1830, ctx);
   return status;
 }
 
@@ -41,14 +42,14 @@ QIM_API uint32_t qim_pinst_edest_get_int(uint32_t ses, qim_node_id_t pinst_id, u
   for (uint32_t i = 0; !found; i++) {
     qim_node_id_t ref = 0;
     uint32_t status = qim_node_ref_get(ses, pinst_id, i, &ref);
-    if (status != 0) {
+    if (status != ROV_OK) {
       qim::report(status, kGetInt, 1814, ctx);
       return status;
     }
     status = try_referrer(ses, ref, n, out, count, &found, ctx);
-    if (status != 0) return status;
+    if (status != ROV_OK) return status;
   }
-  return 0;
+  return ROV_OK;
 }
 
 // For clients that walk the destinations and count for themselves.
@@ -57,6 +58,6 @@ QIM_API uint32_t qim_pinst_edest_get(uint32_t ses, qim_node_id_t pinst_id, uint3
   qim_lib_ctx_t* ctx = qim_lib_get();
   uint32_t count = 0;
   const uint32_t status = qim_pinst_edest_get_int(ses, pinst_id, n, out, &count);
-  if (status != 0) qim::report(status, "qim_pinst_edest_get", 681, ctx);
+  if (status != ROV_OK) qim::report(status, "qim_pinst_edest_get", 681, ctx);
   return status;
 }

@@ -15,7 +15,7 @@ uint32_t read_dset(uint32_t ses, qim_node_t* out, const char* function, int32_t 
   rov_node_parms_t parms;
   memset(&parms, 0, sizeof(parms));
   const uint32_t status = query(&parms);
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, function, line, ctx);
     return status;
   }
@@ -47,7 +47,7 @@ QIM_API uint32_t qim_node_pinst_get(uint32_t ses, qim_node_id_t node_id, uint32_
   qim_lib_ctx_t* ctx = qim_lib_get();
   rov_node_id_t id;
   const uint32_t status = qim_to_rov_node_id(node_id, &id);
-  if (status != 0) {
+  if (status != ROV_OK) {
     qim::report(status, "qim_node_pinst_get", 633, ctx);
     return status;
   }

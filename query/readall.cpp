@@ -3,6 +3,7 @@
 #include "lib/report.h"
 #include "query/align.h"
 #include "query/args.h"
+#include "rov.h"
 #include "schema/args_field.h"
 #include "schema/rows.h"
 
@@ -35,17 +36,17 @@ bool fits(const ReadAll& all, uint32_t len) {
 uint32_t read_private(ReadAll& all) {
   const uint32_t len = all.out->priv_len;
   all.out->priv_buf = nullptr;
-  if (len == 0) return 0;
+  if (len == 0) return ROV_OK;
   if (!fits(all, len)) return fail(all, QIM_ERR_BUF_SMALL, 504);
   const uint32_t status = qim_node_priv_get(all.ses, all.out->id, len, all.cursor);
-  if (status != 0) return fail(all, status, 508);
+  if (status != ROV_OK) return fail(all, status, 508);
   all.out->priv_buf = all.cursor;
   const auto from = reinterpret_cast<uintptr_t>(all.cursor);
   const uintptr_t to = qim_align8(from + len);
   all.cursor = reinterpret_cast<uint8_t*>(to);
   // In 64 bits: a length that is negative as a signed number moves the cursor by more than 2^31.
   all.left = static_cast<int32_t>(all.left - static_cast<int64_t>(to - from));
-  return 0;
+  return ROV_OK;
 }
 
 // Fetches `len` bytes of the node's variable part behind the private data with `get`, and points
@@ -54,12 +55,12 @@ template <class T, class Get>
 uint32_t read_part(const ReadAll& all, uint32_t len, T** member, const schema::PartLines& lines,
                    Get get) {
   *member = nullptr;
-  if (len == 0) return 0;
+  if (len == 0) return ROV_OK;
   if (!fits(all, len)) return fail(all, QIM_ERR_BUF_SMALL, lines.room);
   const uint32_t status = get(static_cast<uint32_t>(all.left));
-  if (status != 0) return fail(all, status, lines.get);
+  if (status != ROV_OK) return fail(all, status, lines.get);
   *member = reinterpret_cast<T*>(all.cursor);
-  return 0;
+  return ROV_OK;
 }
 
 uint32_t read_variable(const ReadAll& all) {
@@ -72,7 +73,7 @@ uint32_t read_variable(const ReadAll& all) {
                      });
   }
   const schema::Row* row = schema::part_of(type, schema::Coding::args);
-  if (row == nullptr) return 0;
+  if (row == nullptr) return ROV_OK;
   return read_part(all, *schema::length_at(&body, row->length_at),
                    schema::bytes_at(&body, row->position), type.lines, [&](uint32_t room) {
                      return args_get(all.ses, all.node_id, type.code, room, all.cursor);
@@ -86,7 +87,7 @@ QIM_API uint32_t qim_node_readall(uint32_t ses, qim_node_id_t node_id, int32_t t
                                   qim_node_t* out, int32_t buf_len, void* buf) {
   qim::query::ReadAll all = {ses, node_id, out, buf_len, static_cast<uint8_t*>(buf), qim_lib_get()};
   uint32_t status = qim_node_read(ses, node_id, type, out);
-  if (status != 0) return qim::query::fail(all, status, 495);
+  if (status != ROV_OK) return qim::query::fail(all, status, 495);
   status = qim::query::read_private(all);
-  return status != 0 ? status : qim::query::read_variable(all);
+  return status != ROV_OK ? status : qim::query::read_variable(all);
 }

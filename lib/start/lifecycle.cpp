@@ -31,13 +31,13 @@ uint32_t refuse(uint32_t status, int32_t line, qim_lib_ctx_t* ctx) {
 // An initialised context takes a second initialisation only from the same client, in the same
 // manner, and when either call allows it.
 uint32_t check_again(uint32_t id, uint32_t flags, qim_lib_ctx_t* ctx) {
-  if (ctx->init_id == 0) return 0;
+  if (ctx->init_id == 0) return ROV_OK;
   if (ctx->init_id != id) return refuse(QIM_ERR_INVALID, 189, ctx);
   if (((ctx->init_flags ^ flags) & kFlagsThatMustAgree) != 0) {
     return refuse(QIM_ERR_INVALID, 193, ctx);
   }
   if (((flags | ctx->init_flags) & QIM_INIT_AGAIN) == 0) return refuse(QIM_ERR_INVALID, 196, ctx);
-  return 0;
+  return ROV_OK;
 }
 
 // A context serves one database library. The client may name it, and once it is known only that one
@@ -49,18 +49,18 @@ uint32_t take_rov_lib(uint32_t rov_lib, uint32_t id, qim_lib_ctx_t* ctx) {
     } else if (ctx->rov_lib != rov_lib) {
       return refuse(QIM_ERR_INVALID, 210, ctx);
     }
-    return 0;
+    return ROV_OK;
   }
-  if (ctx->rov_lib != 0) return 0;
+  if (ctx->rov_lib != 0) return ROV_OK;
   const uint32_t status = rov_lib_init(id, &ctx->rov_lib);
-  return status == 0 ? 0 : refuse(status, 203, ctx);
+  return status == ROV_OK ? uint32_t{ROV_OK} : refuse(status, 203, ctx);
 }
 
 // A callback that the database refuses costs diagnostics, not the start-up. Returns the last
 // registration's status.
 uint32_t register_callbacks(uint32_t db, qim_lib_ctx_t* ctx) {
   const auto check = [ctx](uint32_t status, int32_t line) {
-    if (status != 0) qim_dbg_errors(QIM_ERR_INTERNAL, kInit, line, ctx);
+    if (status != ROV_OK) qim_dbg_errors(QIM_ERR_INTERNAL, kInit, line, ctx);
     return status;
   };
   check(rov_reg_show_output(db, &qim_dbg_tlva_handler), 233);
@@ -75,7 +75,7 @@ uint32_t refresh(uint32_t db, uint32_t id, uint32_t arg, uint32_t flags, qim_lib
   rov_parms_t block;
   memset(&block, 0, sizeof(block));
   const uint32_t status = rov_db_init_parms_get(db, kParmsVersion, &block);
-  if (status != 0) return refuse(status, 247, ctx);
+  if (status != ROV_OK) return refuse(status, 247, ctx);
   // This replaces the logger and the debug flags, too, by those of the handle that was opened last.
   ctx->db_parms = block.p;
   ctx->init_id = id;
@@ -97,9 +97,9 @@ uint32_t open_db(uint32_t a1, uint32_t a2, uint32_t id, rov_parms_t* parms, uint
   parms->p.init_id = id;
   uint32_t status =
       rov_db_init(ctx->rov_lib, kDbInitVersion, a1, a2, kDbInitProto, a6, parms, flags, db_out);
-  if (status != 0) return refuse(status, 222, ctx);
+  if (status != ROV_OK) return refuse(status, 222, ctx);
   status = rov_db_reg_node_id_cnv(*db_out, rov_node_id_to_qim, rov_node_id_from_qim);
-  return status == 0 ? 0 : refuse(status, 230, ctx);
+  return status == ROV_OK ? uint32_t{ROV_OK} : refuse(status, 230, ctx);
 }
 
 }  // namespace
@@ -109,7 +109,7 @@ QIM_API uint32_t qim_lib_defaults(uint32_t id, uint32_t arg) {
   qim_lib_ctx_t* ctx = qim_lib_get();
   if (ctx->rov_lib == 0) {
     const uint32_t status = rov_lib_init(id, &ctx->rov_lib);
-    if (status != 0) {
+    if (status != ROV_OK) {
       qim::report(status, "qim_lib_defaults", 135, ctx);
       return status;
     }
@@ -123,15 +123,15 @@ QIM_API uint32_t qim_lib_init(uint32_t a1, uint32_t a2, uint32_t id, uint32_t ar
   qim_lib_ctx_t* ctx = qim_lib_get();
   *db_out = 0;
   uint32_t status = qim::check_again(id, flags, ctx);
-  if (status != 0) return status;
+  if (status != ROV_OK) return status;
   status = qim::take_rov_lib(rov_lib, id, ctx);
-  if (status != 0) return status;
+  if (status != ROV_OK) return status;
   status = qim::open_db(a1, a2, id, parms, a6, flags, db_out, ctx);
-  if (status != 0) return status;
+  if (status != ROV_OK) return status;
   status = qim::register_callbacks(*db_out, ctx);
   if (ctx->init_id == 0 || (ctx->init_flags & QIM_INIT_AGAIN) != 0) {
     status = qim::refresh(*db_out, id, arg, flags, ctx);
-    if (status != 0) return status;
+    if (status != ROV_OK) return status;
   }
   qim::convert_field_sets();
   ctx->use_count++;
