@@ -69,10 +69,14 @@ struct Copiers {
   Copier of[schema::kTypeCodes];
 };
 
+void copy_nothing(const void*, void*) {}
+
 template <uint32_t code>
 consteval Copier copier_of() {
   if constexpr (!schema::is_type(code)) {
     return nullptr;
+  } else if constexpr (schema::node_type(code)->body->row_count == 0) {
+    return copy_nothing;
   } else {
     return copy_record<*schema::node_type(code)->body>;
   }
