@@ -376,7 +376,7 @@ struct NodeType {
 
 // What has nothing but a header. A record, and not NULL: gcc does not compare pointers in constant
 // expressions when it is asked to check pointers as the program runs.
-inline constexpr Record no_body = {"none", 0, 0, nullptr, nullptr, 0};
+inline constexpr Record no_body = {"", 0, 0, nullptr, nullptr, 0};
 
 // The types that TLV carries, in the order of the body union. Pinst and Edest share a record.
 inline constexpr NodeType tlv_types[] = {

@@ -58,7 +58,7 @@ void print_record(const Record& record) {
 
 void print_type(const NodeType& type) {
   printf(R"({"code": %u, "name": "%s", "body": "%s", "tlv": %s, "named": %s, "required": %s})",
-         type.code, type.name, type.body == nullptr ? "" : type.body->kind,
+         type.code, type.name, type.body->kind,
          qim::schema::tlv_type(type.code) != nullptr ? "true" : "false",
          type.naming != Naming::never ? "true" : "false",
          type.naming == Naming::required ? "true" : "false");
