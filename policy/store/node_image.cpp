@@ -40,7 +40,7 @@ size_t room_for(const qim_node_t& record) {
 void add_slots(const ReadSession& session, const qim_node_t& record,
                std::vector<qim_link_t>& links) {
   const NodeType* type = qim::schema::node_type(record.type);
-  if (type == nullptr || type->body == nullptr) return;
+  if (type == nullptr) return;
   for (const Row& row : *type->body) {
     if (row.slot == Slot::none) continue;
     qim_link_t link;

@@ -129,10 +129,8 @@ TEST_P(NodeCopyTypes, are_described_alike_by_the_rows) {
   const qim::schema::NodeType* const type = qim::schema::node_type(GetParam().type);
   ASSERT_NE(type, nullptr);
   std::vector<Range> rows;
-  if (type->body != nullptr) {
-    for (const qim::schema::Row& row : *type->body) {
-      if (row.copied) rows.push_back({row.position, row.position + row.width - 1});
-    }
+  for (const qim::schema::Row& row : *type->body) {
+    if (row.copied) rows.push_back({row.position, row.position + row.width - 1});
   }
   for (std::size_t i = 0; i < sizeof(qim_node_body_t); ++i) {
     EXPECT_EQ(holds(rows, i), holds(GetParam().copied, i)) << i;
