@@ -19,9 +19,12 @@ all:
 	@cmake --preset native -DQIM_TESTS=ON -DQIM_BENCH=ON $(if $(V),,--log-level=NOTICE)
 	@cmake --build --preset native -j $(JOBS)
 
+# What compiling says is for terminals, where it takes a line.
 demo:
 	@scripts/setup demo
-	@$(MAKE) native
+	@echo 'Building the libraries and the tool, a minute or two at the first time'
+	@if [ -t 1 ]; then $(MAKE) native; else mkdir -p build && $(MAKE) native >build/demo.log || \
+	  { tail -n 40 build/demo.log; exit 1; }; fi
 	@scripts/demo
 
 check:
