@@ -53,9 +53,10 @@ struct RecordLayout {
 
   // Where a member stands in this build: behind the one before it, pointers at their alignment.
   std::uint32_t here(const RecordMember& member) const {
+    constexpr std::uint32_t word = sizeof(void*);
     std::uint32_t end = 0;
     for (const RecordMember& one : members) {
-      if (one.widens()) end = (end + sizeof(void*) - 1) / sizeof(void*) * sizeof(void*);
+      if (one.widens()) end = (end + word - 1) / word * word;
       if (one.name == member.name) break;
       end += one.width_here();
     }
