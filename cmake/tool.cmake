@@ -41,9 +41,10 @@ endfunction()
 
 # The names and rows of the records, which are constants, are shared with the library.
 qim_policy_layer(policy_base policy/base USES qim_headers qim_rows)
-qim_policy_layer(policy_store policy/store USES policy_base)
+qim_policy_layer(policy_model policy/model USES policy_base)
+qim_policy_layer(policy_store policy/store USES policy_model)
 qim_policy_layer(policy_native policy/formats/native USES policy_store)
-qim_policy_layer(policy_rfc8519 policy/formats/rfc8519 USES policy_store)
+qim_policy_layer(policy_rfc8519 policy/formats/rfc8519 USES policy_model)
 include(${PROJECT_SOURCE_DIR}/policy/formats/native/embed_schema.cmake)
 
 qim_tool_layer(qimctl_base tools/base USES policy_base)

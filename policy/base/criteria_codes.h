@@ -19,6 +19,12 @@ enum class Header : uint32_t {
   icmp = 0x0700,
 };
 
+// What an entry is called, in UTF-8: it holds for every packet.
+inline constexpr uint32_t criterion_name = 0x0001;
+// A match that only another data model understands (policy/model/model.h tells how its arguments are
+// laid out): nobody else can say whether it holds. An entry may have several.
+inline constexpr uint32_t criterion_opaque = 0x0002;
+
 // The comparison that begins a port criterion's arguments.
 enum class PortOperator : uint8_t { eq = 1, neq = 2, lte = 3, gte = 4, range = 5 };
 

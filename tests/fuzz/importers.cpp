@@ -5,6 +5,7 @@
 #include "policy/base/policy_check.h"
 #include "policy/formats/native/native.h"
 #include "policy/formats/rfc8519/rfc8519.h"
+#include "policy/store/list_nodes.h"
 #include "tests/fuzz/targets.h"
 #include "tools/commands/import.h"
 
@@ -37,7 +38,13 @@ void native(const uint8_t* bytes, size_t size) {
 }
 
 void rfc8519(const uint8_t* bytes, size_t size) {
-  import(bytes, size, qimctl::read_rfc8519);
-}
+  import(bytes, size, [](const std::string& text, const std::string& file) {
+    qimctl::ModelInput input = qimctl::read_rfc8519(text, file);
+  Policy policy;
+  policy.nodes = qimctl::make_nodes(input.model);
+  policy.findings = std::move(input.findings);
+  return policy;
+});
+}  // namespace fuzz
 
 }  // namespace fuzz

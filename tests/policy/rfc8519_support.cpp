@@ -5,6 +5,8 @@
 #include <iterator>
 
 #include "policy/base/criteria.h"
+#include "policy/base/json_text.h"
+#include "policy/store/list_nodes.h"
 
 namespace rfc8519_test {
 
@@ -22,7 +24,14 @@ std::string entry(const std::string& name, const std::string& matches, const std
 }
 
 Policy read(const std::string& text) {
-  return qimctl::read_rfc8519(text, file_name);
+  qimctl::ModelInput input = qimctl::read_rfc8519(text, file_name);
+  Policy policy;
+  policy.nodes = qimctl::make_nodes(input.model);
+  policy.findings = std::move(input.findings);
+  std::vector<qimctl::Place*> places;
+  for (Node& node : policy.nodes) places.push_back(&node.place);
+  qimctl::fill_lines(text, file_name, places);
+  return policy;
 }
 
 std::vector<std::string> problems_of(const std::string& text) {

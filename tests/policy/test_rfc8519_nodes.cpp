@@ -3,7 +3,8 @@
 #include <set>
 
 #include "policy/base/criteria.h"
-#include "policy/formats/rfc8519/ids.h"
+#include "policy/model/name_hash.h"
+#include "policy/store/id_blocks.h"
 #include "tests/policy/rfc8519_support.h"
 
 namespace {
@@ -186,7 +187,7 @@ TEST(Rfc8519Nodes, AnAttachmentIsAnInstanceAndADestination) {
   EXPECT_EQ(target(destination, owner), instance.id);
   const qim_pinst_fields_t where = dset_of(destination);
   EXPECT_EQ(where.dest.intf.fmt, QIM_DEST_IF);
-  EXPECT_EQ(where.dest.intf.ifix, qimctl::rfc8519::interface_index("te0/1"));
+  EXPECT_EQ(where.dest.intf.ifix, qimctl::interface_index("te0/1"));
   EXPECT_EQ(where.dest.intf.vrf, 0u);
   EXPECT_EQ(where.dest.intf.vlan, 0u);
   EXPECT_EQ(where.dest.intf.vdc, 0u);
@@ -284,7 +285,7 @@ TEST(Rfc8519Nodes, IdentifiersDependOnTheNamesOfListsAlone) {
   const std::string m = list("m", entry("a"));
   const Policy first = read(document(lists(l + "," + m)));
   const Policy second = read(document(lists(m + "," + l)));
-  const Policy alone = qimctl::read_rfc8519(document(lists(m)), "other.json");
+  const Policy alone = read(document(lists(m)));
   ASSERT_EQ(first.nodes.size(), 9u);
   ASSERT_EQ(alone.nodes.size(), 4u);
   for (size_t i = 0; i < 4; i++) {
@@ -352,13 +353,13 @@ TEST(Rfc8519Nodes, PlacesLeadToTheInput) {
 
 // Reference values: FNV-1a of "" is 0x811c9dc5, of "foobar" 0xbf9cf968; both finalized.
 TEST(Rfc8519Ids, HashIsTheSameEverywhere) {
-  EXPECT_EQ(qimctl::rfc8519::name_hash(""), 0xab3e7c0bu);
-  EXPECT_EQ(qimctl::rfc8519::name_hash("foobar"), 0xc0da6dcu);
-  EXPECT_EQ(qimctl::rfc8519::interface_index("one"), 0xaba5e87fu & 0x7fffffffu);
+  EXPECT_EQ(qimctl::name_hash(""), 0xab3e7c0bu);
+  EXPECT_EQ(qimctl::name_hash("foobar"), 0xc0da6dcu);
+  EXPECT_EQ(qimctl::interface_index("one"), 0xaba5e87fu & 0x7fffffffu);
 }
 
 TEST(Rfc8519Ids, BlocksNeverOverlap) {
-  qimctl::rfc8519::IdBlocks blocks;
+  qimctl::IdBlocks blocks;
   constexpr uint32_t size = 0x01000000;
   std::vector<uint32_t> firsts;
   for (int i = 0; i < 60; i++) firsts.push_back(blocks.take("same name", size));
@@ -373,7 +374,7 @@ TEST(Rfc8519Ids, BlocksNeverOverlap) {
 }
 
 TEST(Rfc8519Ids, ABlockStartsWhereTheNameSays) {
-  qimctl::rfc8519::IdBlocks blocks;
+  qimctl::IdBlocks blocks;
   EXPECT_EQ(blocks.take("foobar", 1), 0x80000000u | 0xc0da6dcu);
   EXPECT_NE(blocks.take("foobar", 1), 0x80000000u | 0xc0da6dcu);
 }

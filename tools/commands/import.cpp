@@ -10,6 +10,7 @@
 #include "policy/base/text.h"
 #include "policy/formats/native/native.h"
 #include "policy/formats/rfc8519/rfc8519.h"
+#include "policy/store/list_nodes.h"
 #include "tools/base/output.h"
 #include "tools/nodes/write.h"
 
@@ -17,13 +18,17 @@ namespace qimctl {
 
 namespace {
 
+Policy nodes_of(ModelInput input) {
+  return {make_nodes(input.model), std::move(input.findings)};
+}
+
 Policy read_policy(const Source& source, Format wanted) {
   const Format format = wanted == Format::guess ? guess_format(source.text) : wanted;
   switch (format) {
     case Format::native:
       return read_native(source.text, source.file);
     case Format::rfc8519:
-      return read_rfc8519(source.text, source.file);
+      return nodes_of(read_rfc8519(source.text, source.file));
     case Format::guess:
       break;
   }

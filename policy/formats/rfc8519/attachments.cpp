@@ -80,7 +80,8 @@ void SetReader::attach(const Value& leaf, const std::string& list) {
                                   " access lists at one interface; merge some of them");
     return;
   }
-  reading_.model.attachments.push_back({leaf.path, list, interface_, direction_.dir, stage_});
+  reading_.model.attachments.push_back(
+      {list, interface_, direction_.dir, stage_, notes_.place(leaf.path)});
 }
 
 void SetReader::read_statistics(const Value& list) {

@@ -144,7 +144,7 @@ class ListReader {
 void ListReader::read(const Value& value) {
   const Object object(notes_, value, "an access list", {"name", "type", "aces"});
   if (!value.json.is_object()) return;
-  list_.path = value.path;
+  list_.place = notes_.place(value.path);
   const Value name_leaf = object.require(notes_, "name");
   const auto name = name_leaf ? read_name(notes_, name_leaf, longest_name) : std::nullopt;
   list_.name = name.value_or("");
@@ -172,7 +172,7 @@ void ListReader::read_entry(const Value& value) {
   if (!value.json.is_object()) return;
   Entry entry;
   std::vector<Obstacle> obstacles;
-  entry.path = value.path;
+  entry.place = notes_.place(value.path);
   read_entry_name(object, entry);
   note_obstacles(object, obstacles);
   if (const Value matches = object.find("matches")) {
@@ -209,7 +209,7 @@ void ListReader::sum_up() {
                    name + ": counters of " + std::to_string(counted_) +
                        " entries left out, which are no policy");
   }
-  notes_.finding(Fate::accepted, list_.path,
+  notes_.finding(Fate::accepted, list_.place.path,
                  name + ": " + std::to_string(list_.entries.size()) + " of " +
                      std::to_string(entries_) + " entries");
 }
@@ -217,8 +217,9 @@ void ListReader::sum_up() {
 void check_attachments(Reading& reading) {
   for (const Attachment& attachment : reading.model.attachments) {
     if (reading.list_names.contains(attachment.list)) continue;
-    reading.notes.problem(attachment.path, "there is no access list " + in_quotes(attachment.list) +
-                                               "; define it or remove it from the interface");
+    reading.notes.problem(attachment.place.path, "there is no access list " +
+                                                     in_quotes(attachment.list) +
+                                                     "; define it or remove it from the interface");
   }
 }
 

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
-#include "policy/formats/rfc8519/ids.h"
 #include "policy/formats/rfc8519/input.h"
-#include "policy/formats/rfc8519/model.h"
+#include "policy/formats/rfc8519/interfaces.h"
+#include "policy/model/model.h"
 
 namespace qimctl::rfc8519 {
 

@@ -1,10 +1,9 @@
-// Finding the access lists in a document, and making a policy of them.
+// Finding the access lists in a document, and reading them into a model.
 #include "policy/formats/rfc8519/rfc8519.h"
 
 #include <utility>
 
 #include "policy/base/json_text.h"
-#include "policy/formats/rfc8519/nodes.h"
 #include "policy/formats/rfc8519/reader.h"
 
 namespace qimctl {
@@ -66,16 +65,9 @@ class RootFinder {
   Value found_;
 };
 
-void fill_node_lines(const std::string& text, const std::string& file, std::vector<Node>& nodes) {
-  std::vector<Place*> places;
-  places.reserve(nodes.size());
-  for (Node& node : nodes) places.push_back(&node.place);
-  fill_lines(text, file, places);
-}
-
 }  // namespace
 
-Policy read_rfc8519(const std::string& text, const std::string& file) {
+ModelInput read_rfc8519(const std::string& text, const std::string& file) {
   const JsonDocument document = parse_json(text, file);
   rfc8519::Reading reading{Notes(file), {}, {}, {}};
   const Value acls = RootFinder(reading.notes).find(document.view());
@@ -84,12 +76,9 @@ Policy read_rfc8519(const std::string& text, const std::string& file) {
     fill_lines(text, file, reading.notes.problems());
     throw InputError(std::move(reading.notes.problems()));
   }
-  Policy policy;
-  policy.nodes = make_nodes(reading.model, file);
-  policy.findings = std::move(reading.notes.findings());
-  fill_node_lines(text, file, policy.nodes);
-  fill_lines(text, file, policy.findings);
-  return policy;
+  ModelInput input{std::move(reading.model), std::move(reading.notes.findings())};
+  fill_lines(text, file, input.findings);
+  return input;
 }
 
 }  // namespace qimctl

@@ -1,13 +1,14 @@
 // Making nodes of access lists and of where they are applied.
-#include "policy/formats/rfc8519/nodes.h"
+#include "policy/store/list_nodes.h"
 
 #include <map>
 #include <set>
 #include <utility>
 
-#include "policy/formats/rfc8519/ids.h"
+#include "policy/model/name_hash.h"
+#include "policy/store/id_blocks.h"
 
-namespace qimctl::rfc8519 {
+namespace qimctl {
 
 namespace {
 
@@ -50,26 +51,25 @@ using Instance = std::pair<uint8_t, uint32_t>;
 class ListBuilder {
  public:
   ListBuilder(const AccessList& list, const std::vector<const Attachment*>& attachments,
-              const std::string& file, std::vector<Node>& nodes);
+              std::vector<Node>& nodes);
 
   // How many identifiers build() uses.
   uint32_t count() const;
   void build(uint32_t first_id);
 
  private:
-  Node& add(uint32_t type, const std::string& path);
+  Node& add(uint32_t type, const Place& place);
   void add_group();
   void add_default();
   void add_attachments();
   void add_actions();
-  uint32_t add_action(ActionType type, bool log, const std::string& path);
+  uint32_t add_action(ActionType type, bool log, Place place);
   void add_filter(size_t index);
 
   uint32_t filter_id(size_t index) const { return filters_ + static_cast<uint32_t>(index); }
 
   const AccessList& list_;
   const std::vector<const Attachment*>& attachments_;
-  const std::string& file_;
   std::vector<Node>& nodes_;
   std::map<Chain, const Entry*> chains_;  // and the first entry that uses it
   std::map<Chain, uint32_t> chain_ids_;
@@ -84,8 +84,8 @@ class ListBuilder {
 };
 
 ListBuilder::ListBuilder(const AccessList& list, const std::vector<const Attachment*>& attachments,
-                         const std::string& file, std::vector<Node>& nodes)
-    : list_(list), attachments_(attachments), file_(file), nodes_(nodes) {
+                         std::vector<Node>& nodes)
+    : list_(list), attachments_(attachments), nodes_(nodes) {
   for (const Entry& entry : list_.entries) {
     chains_.emplace(Chain(entry.forwarding, entry.log), &entry);
     if (entry.log && first_logged_ == nullptr) first_logged_ = &entry;
@@ -116,18 +116,18 @@ void ListBuilder::build(uint32_t first_id) {
   for (size_t i = 0; i < list_.entries.size(); i++) add_filter(i);
 }
 
-Node& ListBuilder::add(uint32_t type, const std::string& path) {
+Node& ListBuilder::add(uint32_t type, const Place& place) {
   Node& node = nodes_.emplace_back();
   node.id = next_++;
   node.record.id = node.id;
   node.record.type = type;
   node.record.group = group_;
-  node.place = {file_, 0, path};
+  node.place = place;
   return node;
 }
 
 void ListBuilder::add_group() {
-  Node& node = add(QIM_NODE_GROUP, list_.path);
+  Node& node = add(QIM_NODE_GROUP, list_.place);
   node.record.body.group.type = group_access_list;
   node.record.body.group.subtype = list_.type;
   node.priv = bytes_of(list_.name);
@@ -138,7 +138,7 @@ void ListBuilder::add_group() {
 }
 
 void ListBuilder::add_default() {
-  Node& node = add(QIM_NODE_DEF, list_.path);
+  Node& node = add(QIM_NODE_DEF, list_.place);
   node.record.body.def.type = static_cast<uint32_t>(ActionType::drop);
 }
 
@@ -148,13 +148,13 @@ void ListBuilder::add_attachments() {
   for (const Attachment* attachment : attachments_) {
     const auto [known, added] = ids.emplace(Instance(attachment->dir, attachment->stage), next_);
     if (!added) continue;
-    Node& node = add(QIM_NODE_PINST, attachment->path);
+    Node& node = add(QIM_NODE_PINST, attachment->place);
     node.dset = instance_name(group_, *attachment);
     node.priv = bytes_of(list_.name);
     node.links.push_back({.field = QIM_LN_PINST, .node = group_});
   }
   for (const Attachment* attachment : attachments_) {
-    Node& node = add(QIM_NODE_EDEST, attachment->path);
+    Node& node = add(QIM_NODE_EDEST, attachment->place);
     node.dset = destination_name(*attachment);
     node.priv = bytes_of(attachment->interface);
     const uint32_t instance = ids.at(Instance(attachment->dir, attachment->stage));
@@ -164,15 +164,16 @@ void ListBuilder::add_attachments() {
 
 void ListBuilder::add_actions() {
   if (first_logged_ != nullptr) {
-    logger_ = add_action(ActionType::log_syslog, false, first_logged_->path);
+    logger_ = add_action(ActionType::log_syslog, false, first_logged_->place);
   }
   for (const auto& [chain, entry] : chains_) {
-    chain_ids_[chain] = add_action(chain.first, chain.second, entry->path);
+    chain_ids_[chain] = add_action(chain.first, chain.second, entry->place);
   }
 }
 
-uint32_t ListBuilder::add_action(ActionType type, bool log, const std::string& path) {
-  Node& node = add(QIM_NODE_ACTION, path + "/actions");
+uint32_t ListBuilder::add_action(ActionType type, bool log, Place place) {
+  place.path += "/actions";
+  Node& node = add(QIM_NODE_ACTION, place);
   node.record.body.action.type = static_cast<uint32_t>(type);
   if (log) node.links.push_back({.field = QIM_LN_ACTION_NEXT, .node = logger_});
   return node.id;
@@ -181,7 +182,7 @@ uint32_t ListBuilder::add_action(ActionType type, bool log, const std::string& p
 void ListBuilder::add_filter(size_t index) {
   const Entry& entry = list_.entries[index];
   const bool last = index + 1 == list_.entries.size();
-  Node& node = add(QIM_NODE_FILTER, entry.path);
+  Node& node = add(QIM_NODE_FILTER, entry.place);
   node.record.body.filter.match = QIM_LINK_TRUE;
   node.record.body.filter.nomatch = last ? QIM_LINK_NOMATCH : QIM_LINK_NEXT;
   node.criteria = entry.criteria;
@@ -193,7 +194,7 @@ void ListBuilder::add_filter(size_t index) {
 
 }  // namespace
 
-std::vector<Node> make_nodes(const Model& model, const std::string& file) {
+std::vector<Node> make_nodes(const Model& model) {
   std::map<std::string_view, std::vector<const Attachment*>> attachments;
   for (const Attachment& attachment : model.attachments) {
     attachments[attachment.list].push_back(&attachment);
@@ -201,10 +202,10 @@ std::vector<Node> make_nodes(const Model& model, const std::string& file) {
   std::vector<Node> nodes;
   IdBlocks blocks;
   for (const AccessList& list : model.lists) {
-    ListBuilder builder(list, attachments[list.name], file, nodes);
+    ListBuilder builder(list, attachments[list.name], nodes);
     builder.build(blocks.take(list.name, builder.count()));
   }
   return nodes;
 }
 
-}  // namespace qimctl::rfc8519
+}  // namespace qimctl
