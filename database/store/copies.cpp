@@ -225,6 +225,17 @@ bool is_removed(const char* name) {
   return strncmp(name, kRemoved, strlen(kRemoved)) == 0;
 }
 
+// The data file goes first: to those who opened the directory when the copy was still there, one
+// without its format file would be damaged. 0 or errno.
+int take_apart(int copies, const char* removed) {
+  const int directory = openat(copies, removed, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (directory >= 0) {
+    unlinkat(directory, "data.mdb", 0);
+    close(directory);
+  }
+  return remove_tree(copies, removed);
+}
+
 // Takes a copy out of sight, then apart. 0 or errno; ENOENT when somebody else was first.
 int remove_copy(int copies, const char* name) {
   static std::atomic<uint32_t> s_number{0};
@@ -235,7 +246,7 @@ int remove_copy(int copies, const char* name) {
              static_cast<unsigned>(s_number.fetch_add(1)));
     error = renameat(copies, name, copies, removed) == 0 ? 0 : errno;
   }
-  return error == 0 ? remove_tree(copies, removed) : error;
+  return error == 0 ? take_apart(copies, removed) : error;
 }
 
 // Finds a name of which `wanted` says so. ENOENT when there is none.
@@ -256,7 +267,7 @@ int finish_removing(int copies) {
   int error = 0;
   while (error == 0) {
     error = find_name(copies, name, is_removed);
-    if (error == 0) error = remove_tree(copies, name);
+    if (error == 0) error = take_apart(copies, name);
   }
   return error == ENOENT ? 0 : error;
 }

@@ -217,6 +217,9 @@ uint32_t prepare_in(int directory, const char* path, bool create) {
   if (has_data(directory)) {
     const uint32_t status = format_check(directory, path);
     if (status != ROV_ERR_NO_ITEM) return status;
+    // Databases come with the format file first and go with the data file first: one that lost both
+    // since is gone.
+    if (!has_data(directory)) return no_database(path);
     return fail_text(
         ROV_ERR_FORMAT,
         "%s holds a data.mdb without a format file: it is no node database, or half of one; "
