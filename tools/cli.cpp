@@ -9,7 +9,8 @@
 #include "rov.h"
 #include "tools/base/exit_code.h"
 #include "tools/base/output.h"
-#include "tools/command_line.h"
+#include "tools/base/usage.h"
+#include "tools/options/command_line.h"
 
 namespace qimctl {
 
@@ -40,6 +41,9 @@ int run(int argc, const char* const* argv) {
     const int code = read_command_line(argc, argv)();
     flush_output();
     return code;
+  } catch (const UsageError& error) {
+    complain(error.what());
+    return exit_usage;
   } catch (const InputError& error) {
     complain_of(error);
     return exit_input;

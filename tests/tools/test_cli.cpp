@@ -60,8 +60,9 @@ TEST(CommandLine, explains_itself) {
   EXPECT_EQ(help.code, qimctl::exit_ok);
   size_t last = 0;
   for (const char* command :
-       {"--db", "\n  import ", "\n  list ", "\n  show ", "\n  tree ", "\n  refs ", "\n  criteria ",
-        "\n  args ", "\n  edest ", "\n  pinst ", "\n  name ", "\n  priv ", "\n  watch "}) {
+       {"--db", "--json", "\n  import ", "\n  restore ", "\n  priv ", "\n  list ", "\n  tree ",
+        "\n  watch ", "\n  show ", "\n  refs ", "\n  criteria ", "\n  args ", "\n  edest ",
+        "\n  pinst ", "\n  name ", "\n  check ", "\n  dump ", "\n  compact "}) {
     const size_t at = help.out.find(command);
     EXPECT_NE(at, std::string::npos) << command;
     EXPECT_GT(at, last) << command;
@@ -70,9 +71,25 @@ TEST(CommandLine, explains_itself) {
   EXPECT_THAT(help.err, IsEmpty());
   const Outcome import = run_qimctl({"import", "--help"});
   EXPECT_EQ(import.code, qimctl::exit_ok);
-  for (const char* option : {"--format", "--lossy", "--replace", "--json"}) {
+  for (const char* option : {"--format", "--lossy", "--replace"}) {
     EXPECT_THAT(import.out, HasSubstr(option));
   }
+}
+
+// What every command takes may stand in front of it or behind it.
+TEST(CommandLine, takes_the_database_behind_every_command) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "db";
+  const auto example = tools_test::source_dir() / "examples" / "edge-all-types.json";
+  ASSERT_EQ(run_qimctl({"import", example, "--db", db}).code, 0);
+  const Outcome dumped = run_qimctl({"dump", "--db", db});
+  EXPECT_EQ(dumped.out, run_qimctl({"--db", db, "dump"}).out);
+  tools_test::write_text(dir / "dump", dumped.out);
+  EXPECT_EQ(run_qimctl({"restore", dir / "dump", "--db", dir / "new"}).code, 0);
+  EXPECT_EQ(run_qimctl({"check", "--db", dir / "new"}).code, 0);
+  EXPECT_EQ(run_qimctl({"compact", "--db", dir / "new"}).code, 0);
+  EXPECT_EQ(run_qimctl({"priv", "get", "0x04100031", "--db", dir / "new"}).out, "none\n");
+  EXPECT_EQ(run_qimctl({"list", "--db", dir / "new"}).out, run_qimctl({"--db", db, "list"}).out);
 }
 
 TEST(CommandLine, does_not_make_a_database_to_read_from) {

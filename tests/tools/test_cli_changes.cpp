@@ -71,7 +71,7 @@ TEST_F(Changes, private_data_are_digits_unless_said_otherwise) {
   }
   EXPECT_EQ(run({"priv"}).code, qimctl::exit_usage);
   EXPECT_EQ(run({"priv", "set"}).code, qimctl::exit_usage);
-  EXPECT_EQ(run({"priv", "set", "1", "00", "--json"}).code, qimctl::exit_usage);
+  EXPECT_EQ(run({"priv", "set", "1", "00", "--replace"}).code, qimctl::exit_usage);
   EXPECT_EQ(output({"priv", "get", "1"}), "none\n");
 }
 

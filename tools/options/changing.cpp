@@ -1,0 +1,88 @@
+// Commands that change what the database holds.
+#include "policy/base/names.h"
+#include "tools/base/output.h"
+#include "tools/base/usage.h"
+#include "tools/commands/import.h"
+#include "tools/commands/priv.h"
+#include "tools/commands/restore.h"
+#include "tools/options/commands.h"
+#include "tools/options/values.h"
+
+namespace qimctl {
+
+namespace {
+
+void add_import(Commands& commands) {
+  const auto options = std::make_shared<ImportOptions>();
+  CLI::App* command = commands.add("import", "Import policy files, all or nothing");
+  const std::map<std::string, Format> formats{{"native", Format::native},
+                                              {"rfc8519", Format::rfc8519}};
+  command->add_option("--format", options->format, "Format of the files; guessed when not given")
+      ->transform(CLI::CheckedTransformer(formats).description("{native,rfc8519}"))
+      ->type_name("FORMAT");
+  command->add_flag("--lossy", options->lossy,
+                    "Import although something is approximated or skipped");
+  command->add_flag("--replace", options->replace, "Replace nodes that are there already");
+  command->add_flag("-v,--verbose", options->verbose, "List what was accepted, too");
+  command->add_option("FILE", options->files, "Policy files")->required()->type_name("");
+  commands.on(command, [&commands, options] {
+    options->database = commands.database();
+    options->json = commands.json();
+    return import_files(*options) ? exit_ok : exit_lossy;
+  });
+}
+
+void add_restore(Commands& commands) {
+  const auto file = std::make_shared<std::string>();
+  CLI::App* command = commands.add("restore", "Make a database from a dump");
+  command->add_option("FILE", *file, "What 'dump' printed")->required()->type_name("");
+  commands.on(command, [&commands, file] {
+    const RestoreCounts counts = restore_database(commands.database(), *file);
+    print("restored " + counted(counts.nodes, "node") + " and " + counted(counts.links, "link") +
+          "\n");
+    return exit_ok;
+  });
+}
+
+struct PrivateData {
+  std::string node;
+  std::string data;
+  bool is_text = false;
+};
+
+ExitCode run_priv_set(const std::string& directory, const PrivateData& given) {
+  std::optional<std::vector<uint8_t>> bytes = bytes_from_hex(given.data);
+  if (given.is_text) bytes.emplace(given.data.begin(), given.data.end());
+  if (!bytes) {
+    throw UsageError("'" + given.data + "' are no hexadecimal digits; for text give --text");
+  }
+  const Database database(directory, OpenMode::read);
+  set_private(ReadSession(database), node_of(given.node), *bytes);
+  return exit_ok;
+}
+
+void add_priv(Commands& commands) {
+  CLI::App* command = commands.add("priv", "This tool's private data on a node");
+  command->require_subcommand(1);
+  const auto given = std::make_shared<PrivateData>();
+  CLI::App* get = Commands::add(command, "get", "Show them");
+  Commands::add_node(get, given->node);
+  commands.ask(get, [&commands, given](const Database&, const ReadSession& session) {
+    print_private(session, node_of(given->node), commands.json());
+  });
+  CLI::App* set = Commands::add(command, "set", "Replace them; no data takes them away");
+  Commands::add_node(set, given->node);
+  set->add_flag("--text", given->is_text, "DATA is text, not hexadecimal digits");
+  set->add_option("DATA", given->data, "The data, as hexadecimal digits")->type_name("");
+  commands.on(set, [&commands, given] { return run_priv_set(commands.database(), *given); });
+}
+
+}  // namespace
+
+void add_changing(Commands& commands) {
+  add_import(commands);
+  add_restore(commands);
+  add_priv(commands);
+}
+
+}  // namespace qimctl

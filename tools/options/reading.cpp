@@ -1,0 +1,72 @@
+// Commands that show what the database holds, in the large.
+#include "policy/base/names.h"
+#include "tools/commands/list.h"
+#include "tools/commands/tree.h"
+#include "tools/commands/watch.h"
+#include "tools/options/commands.h"
+#include "tools/options/values.h"
+
+namespace qimctl {
+
+namespace {
+
+void add_list(Commands& commands) {
+  const auto type = std::make_shared<std::string>();
+  CLI::App* command = commands.add("list", "List the nodes");
+  command->add_option("--type", *type, "Only nodes of this type, by name or number")
+      ->check(check_type)
+      ->type_name("TYPE");
+  commands.ask(command, [&commands, type](const Database&, const ReadSession& session) {
+    ListOptions options;
+    options.json = commands.json();
+    if (!type->empty()) options.type = node_type_code(*type);
+    list_nodes(session, options);
+  });
+}
+
+void add_tree(Commands& commands) {
+  struct Given {
+    std::string node;
+    TreeOptions options;
+  };
+  const auto given = std::make_shared<Given>();
+  CLI::App* command = commands.add("tree", "Show a policy, expanded along its links");
+  Commands::add_node(command, given->node);
+  command->add_option("--depth", given->options.depth, "Levels below the node")
+      ->check(CLI::Range(uint32_t{0}, uint32_t{1000}))
+      ->capture_default_str()
+      ->type_name("N");
+  commands.ask(command, [&commands, given](const Database&, const ReadSession& session) {
+    given->options.json = commands.json();
+    print_tree(session, node_of(given->node), given->options);
+  });
+}
+
+void add_watch(Commands& commands) {
+  const auto options = std::make_shared<WatchOptions>();
+  CLI::App* command = commands.add("watch", "Print changes as they are committed");
+  command->add_option("--from", options->from, "Begin behind this revision; else from now on")
+      ->check(check_number)
+      ->type_name("REVISION");
+  command->add_option("--count", options->count, "Stop after so many messages")
+      ->check(check_number)
+      ->type_name("N");
+  command->add_option("--timeout", options->seconds, "Stop when none came for so many seconds")
+      ->check(CLI::Range(uint32_t{0}, uint32_t{1000000}))
+      ->type_name("SECONDS");
+  commands.on(command, [&commands, options] {
+    options->json = commands.json();
+    watch_changes(Database(commands.database(), OpenMode::read), *options);
+    return exit_ok;
+  });
+}
+
+}  // namespace
+
+void add_reading(Commands& commands) {
+  add_list(commands);
+  add_tree(commands);
+  add_watch(commands);
+}
+
+}  // namespace qimctl

@@ -1,0 +1,23 @@
+// Values on the command line: what is to be said of a wrong one, and what a right one means.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace qimctl {
+
+inline constexpr const char* dest_help =
+    "interface INDEX [vrf N] [vlan N] [vdc N], service ID [srv_def N] [srv_vdc N], or "
+    "generic [vdc N] [v8 N] [v16a N] [v16b N] [v32a N] [v32b N]";
+
+// Each returns what is to be said of a wrong text, "" of a right one.
+std::string check_type(const std::string& text);
+std::string check_node(const std::string& text);
+std::string check_name(const std::string& text);
+std::string check_number(const std::string& text);
+std::string check_name_or_selector(const std::string& text);
+
+// Of a text that check_node has nothing to say of.
+uint32_t node_of(const std::string& text);
+
+}  // namespace qimctl
