@@ -49,10 +49,8 @@ const StatusText* library_status(uint32_t status) {
 
 // The database's own words for its last failure are better than those for the status alone.
 std::string reason_of(uint32_t status) {
-  const StatusText* known = library_status(status);
-  if (known != nullptr) return known->text;
-  const std::string message = rov_err_message();
-  return message.empty() ? rov_status_text(status) : message;
+  const std::string message = library_status(status) == nullptr ? rov_err_message() : "";
+  return message.empty() ? status_text(status) : message;
 }
 
 std::string describe(uint32_t status, const std::string& attempt, const std::string& reason) {
@@ -78,6 +76,11 @@ DatabaseError::DatabaseError(uint32_t status, const std::string& attempt, const 
 std::string status_name(uint32_t status) {
   const StatusText* known = library_status(status);
   return known != nullptr ? known->name : rov_status_name(status);
+}
+
+std::string status_text(uint32_t status) {
+  const StatusText* known = library_status(status);
+  return known != nullptr ? known->text : rov_status_text(status);
 }
 
 void require(uint32_t status, const std::string& attempt) {

@@ -28,6 +28,8 @@ class DatabaseError : public std::runtime_error {
 
 // "QIM_ERR_NODE_TYPE", "ROV_ERR_NO_ITEM"
 std::string status_name(uint32_t status);
+// What it means and what to do about it.
+std::string status_text(uint32_t status);
 
 // Throws DatabaseError unless `status` is ROV_OK. `attempt` completes "cannot ...".
 void require(uint32_t status, const std::string& attempt);

@@ -1,0 +1,11 @@
+// `qimctl explain`: what a word or a number means.
+#pragma once
+
+#include <string>
+
+namespace qimctl {
+
+// Prints what is known of it. False when nothing is, after saying what it may have been meant for.
+bool explain_word(const std::string& word, bool json);
+
+}  // namespace qimctl
