@@ -20,8 +20,12 @@ constexpr uint32_t max_u8 = 0xff;
 constexpr uint32_t max_u16 = 0xffff;
 constexpr uint32_t max_u32 = 0xffffffff;
 
-// The fields, their names and their bounds are those of RFC 8519, sections 4.1 and 4.2.
+// But for those of `entry`, the fields, their names and their bounds are those of RFC 8519, sections
+// 4.1 and 4.2.
 constexpr std::array kinds{
+    row(Header::entry, 1, "entry.name", text),
+    row(Header::entry, 2, "entry.opaque", opaque),
+
     row(Header::interface, 1, "interface.ingress-interface", interface),
     row(Header::interface, 2, "interface.egress-interface", interface),
 
@@ -120,6 +124,8 @@ const CriterionKind* find_criterion_kind(std::string_view name) {
 
 std::string_view header_name(Header header) {
   switch (header) {
+    case Header::entry:
+      return "entry";
     case Header::interface:
       return "interface";
     case Header::eth:
@@ -158,6 +164,8 @@ std::string_view action_name(uint32_t type) {
       return "reject";
     case ActionType::log_syslog:
       return "log-syslog";
+    case ActionType::name:
+      return "name";
   }
   return "";
 }

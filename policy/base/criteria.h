@@ -26,6 +26,8 @@ enum class Encoding {
   ports,        // 1 byte PortOperator, u16 first port, u16 last port (the same one but for a range)
   bytes,        // as many as there are
   interface,    // u32 interface index, then the interface's name in UTF-8
+  text,         // UTF-8
+  opaque,       // a match of another model (policy/model/model.h)
 };
 
 // A criterion type. `name` is header and field with a dot between them, the header alone for field

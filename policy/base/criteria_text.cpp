@@ -85,6 +85,20 @@ Text interface_text(Args args) {
   return printable(name) + " (" + hex_number(number(args.first(4)), 8) + ")";
 }
 
+// "module:name json", below the container that holds it, if any: "ipv4/module:name json".
+Text opaque_text(Args args) {
+  std::array<std::string, 3> texts;  // container, module, name
+  for (std::string& text : texts) {
+    if (args.size() < 2 || args.size() - 2 < number(args.first(2))) return {};
+    const Args bytes = args.subspan(2, number(args.first(2)));
+    text = printable(std::string(bytes.begin(), bytes.end()));
+    args = args.subspan(2 + bytes.size());
+  }
+  const auto& [within, module, name] = texts;
+  const std::string json = printable(std::string(args.begin(), args.end()));
+  return (within.empty() ? "" : within + "/") + module + ":" + name + " " + json;
+}
+
 Text value_text(const CriterionKind& kind, Args args) {
   switch (kind.encoding) {
     case Encoding::none:
@@ -112,6 +126,10 @@ Text value_text(const CriterionKind& kind, Args args) {
       return args.empty() ? Text("empty") : Text(hex(args));
     case Encoding::interface:
       return interface_text(args);
+    case Encoding::text:
+      return '"' + printable(std::string(args.begin(), args.end())) + '"';
+    case Encoding::opaque:
+      return opaque_text(args);
   }
   return {};
 }

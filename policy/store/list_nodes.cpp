@@ -1,7 +1,6 @@
 // Making nodes of access lists and of where they are applied.
 #include "policy/store/list_nodes.h"
 
-#include <map>
 #include <set>
 #include <utility>
 
@@ -16,11 +15,11 @@ std::vector<uint8_t> bytes_of(const std::string& text) {
   return {text.begin(), text.end()};
 }
 
-qim_dsetname_t dset_of(const qim_policy_dest_t& dest, const Attachment& attachment) {
+qim_dsetname_t dset_of(const qim_policy_dest_t& dest, const PartKey& key, uint32_t stage) {
   qim_pinst_fields_t fields{};
   fields.dest = dest;
-  fields.dir = attachment.dir;
-  fields.type = policy_type_access_list | attachment.stage;
+  fields.dir = static_cast<uint8_t>(key.number);
+  fields.type = policy_type_access_list | stage;
   qim_dsetname_t name{};
   qim_pinst_to_dsetname(&fields, &name);
   return name;
@@ -28,182 +27,227 @@ qim_dsetname_t dset_of(const qim_policy_dest_t& dest, const Attachment& attachme
 
 // The generic format, which no interface's name has, keeps the names of instances apart from those
 // of the interfaces that they are applied at.
-qim_dsetname_t instance_name(uint32_t group, const Attachment& attachment) {
+qim_dsetname_t instance_name(uint32_t group, const PartKey& key) {
   qim_policy_dest_t dest{};
   dest.gen.fmt = QIM_DEST_GEN;
   dest.gen.v32a = group;
-  return dset_of(dest, attachment);
+  return dset_of(dest, key, key.stage);
 }
 
-qim_dsetname_t destination_name(const Attachment& attachment) {
+qim_dsetname_t destination_name(const PartKey& key, uint32_t stage) {
   qim_policy_dest_t dest{};
   dest.intf.fmt = QIM_DEST_IF;
-  dest.intf.ifix = interface_index(attachment.interface);
-  return dset_of(dest, attachment);
+  dest.intf.ifix = interface_index(key.text);
+  return dset_of(dest, key, stage);
 }
 
-// An action chain that entries share: what becomes of the packet, and whether it is logged.
-using Chain = std::pair<ActionType, bool>;
-// What the destinations of one instance have in common: direction and stage.
-using Instance = std::pair<uint8_t, uint32_t>;
-
-// Builds the nodes of one list.
-class ListBuilder {
- public:
-  ListBuilder(const AccessList& list, const std::vector<const Attachment*>& attachments,
-              std::vector<Node>& nodes);
-
-  // How many identifiers build() uses.
-  uint32_t count() const;
-  void build(uint32_t first_id);
-
- private:
-  Node& add(uint32_t type, const Place& place);
-  void add_group();
-  void add_default();
-  void add_attachments();
-  void add_actions();
-  uint32_t add_action(ActionType type, bool log, Place place);
-  void add_filter(size_t index);
-
-  uint32_t filter_id(size_t index) const { return filters_ + static_cast<uint32_t>(index); }
-
-  const AccessList& list_;
-  const std::vector<const Attachment*>& attachments_;
-  std::vector<Node>& nodes_;
-  std::map<Chain, const Entry*> chains_;  // and the first entry that uses it
-  std::map<Chain, uint32_t> chain_ids_;
-  const Entry* first_logged_ = nullptr;
-  std::set<Instance> instances_;
-
-  uint32_t group_ = 0;
-  uint32_t default_ = 0;
-  uint32_t filters_ = 0;
-  uint32_t logger_ = 0;
-  uint32_t next_ = 0;
-};
-
-ListBuilder::ListBuilder(const AccessList& list, const std::vector<const Attachment*>& attachments,
-                         std::vector<Node>& nodes)
-    : list_(list), attachments_(attachments), nodes_(nodes) {
-  for (const Entry& entry : list_.entries) {
-    chains_.emplace(Chain(entry.forwarding, entry.log), &entry);
-    if (entry.log && first_logged_ == nullptr) first_logged_ = &entry;
+uint32_t node_type_of(Part part) {
+  switch (part) {
+    case Part::group:
+      return QIM_NODE_GROUP;
+    case Part::fallback:
+      return QIM_NODE_DEF;
+    case Part::instance:
+      return QIM_NODE_PINST;
+    case Part::destination:
+      return QIM_NODE_EDEST;
+    case Part::police:
+      return QIM_NODE_POLICE;
+    case Part::list_name:
+    case Part::interface_name:
+    case Part::log:
+    case Part::policer_name:
+    case Part::forward:
+      break;
   }
-  for (const Attachment* attachment : attachments_) {
-    instances_.emplace(attachment->dir, attachment->stage);
-  }
+  return QIM_NODE_ACTION;
 }
 
-uint32_t ListBuilder::count() const {
-  const size_t actions = chains_.size() + (first_logged_ != nullptr ? 1 : 0);
-  return static_cast<uint32_t>(2 + list_.entries.size() + actions + instances_.size() +
-                               attachments_.size());
+// What follows a forwarding action or a policer in its chain.
+void link_next(const std::string& policer, bool log, const ListIds& ids, Node& node) {
+  if (policer.empty() && !log) return;
+  const PartKey next =
+      policer.empty() ? PartKey{Part::log} : PartKey{Part::police, policer, 0, 0, log};
+  node.links.push_back({.field = QIM_LN_ACTION_NEXT, .node = ids.parts.at(next)});
 }
 
-// Identifiers are given in the order in which the nodes are made, but links lead forward too. The
-// filters come last: when a list of fewer entries replaces a stored one, those left over are
-// filters that nothing leads to, and not destinations, which would still be found by their names.
-void ListBuilder::build(uint32_t first_id) {
-  next_ = first_id;
-  group_ = first_id;
-  default_ = first_id + 1;
-  filters_ = first_id + count() - static_cast<uint32_t>(list_.entries.size());
-  add_group();
-  add_default();
-  add_attachments();
-  add_actions();
-  for (size_t i = 0; i < list_.entries.size(); i++) add_filter(i);
+void fill_name(const std::string& name, Node& node) {
+  node.record.body.action.type = QIM_ACTION_NAME;
+  node.args = bytes_of(name);
 }
 
-Node& ListBuilder::add(uint32_t type, const Place& place) {
-  Node& node = nodes_.emplace_back();
-  node.id = next_++;
-  node.record.id = node.id;
-  node.record.type = type;
-  node.record.group = group_;
-  node.place = place;
-  return node;
-}
-
-void ListBuilder::add_group() {
-  Node& node = add(QIM_NODE_GROUP, list_.place);
-  node.record.body.group.type = group_access_list;
-  node.record.body.group.subtype = list_.type;
-  node.priv = bytes_of(list_.name);
-  const auto entries = static_cast<uint32_t>(list_.entries.size());
-  if (entries != 0)
-    node.links.push_back({.field = QIM_LN_GROUP_FIRST, .node = filters_, .val = entries});
-  node.links.push_back({.field = QIM_LN_GROUP_DEF, .node = default_});
-}
-
-void ListBuilder::add_default() {
-  Node& node = add(QIM_NODE_DEF, list_.place);
-  node.record.body.def.type = static_cast<uint32_t>(ActionType::drop);
-}
-
-// All instances before all destinations, both in the order in which the input names them.
-void ListBuilder::add_attachments() {
-  std::map<Instance, uint32_t> ids;
-  for (const Attachment* attachment : attachments_) {
-    const auto [known, added] = ids.emplace(Instance(attachment->dir, attachment->stage), next_);
-    if (!added) continue;
-    Node& node = add(QIM_NODE_PINST, attachment->place);
-    node.dset = instance_name(group_, *attachment);
-    node.priv = bytes_of(list_.name);
-    node.links.push_back({.field = QIM_LN_PINST, .node = group_});
-  }
-  for (const Attachment* attachment : attachments_) {
-    Node& node = add(QIM_NODE_EDEST, attachment->place);
-    node.dset = destination_name(*attachment);
-    node.priv = bytes_of(attachment->interface);
-    const uint32_t instance = ids.at(Instance(attachment->dir, attachment->stage));
-    node.links.push_back({.field = QIM_LN_PINST, .node = instance});
-  }
-}
-
-void ListBuilder::add_actions() {
-  if (first_logged_ != nullptr) {
-    logger_ = add_action(ActionType::log_syslog, false, first_logged_->place);
-  }
-  for (const auto& [chain, entry] : chains_) {
-    chain_ids_[chain] = add_action(chain.first, chain.second, entry->place);
-  }
-}
-
-uint32_t ListBuilder::add_action(ActionType type, bool log, Place place) {
-  place.path += "/actions";
-  Node& node = add(QIM_NODE_ACTION, place);
-  node.record.body.action.type = static_cast<uint32_t>(type);
-  if (log) node.links.push_back({.field = QIM_LN_ACTION_NEXT, .node = logger_});
-  return node.id;
-}
-
-void ListBuilder::add_filter(size_t index) {
-  const Entry& entry = list_.entries[index];
-  const bool last = index + 1 == list_.entries.size();
-  Node& node = add(QIM_NODE_FILTER, entry.place);
-  node.record.body.filter.match = QIM_LINK_TRUE;
-  node.record.body.filter.nomatch = last ? QIM_LINK_NOMATCH : QIM_LINK_NEXT;
-  node.criteria = entry.criteria;
-  node.priv = bytes_of(entry.name);
-  if (!last) node.links.push_back({.field = QIM_LN_FILTER_NEXT, .node = filter_id(index + 1)});
-  const uint32_t action = chain_ids_.at(Chain(entry.forwarding, entry.log));
-  node.links.push_back({.field = QIM_LN_FILTER_TRUE, .node = action});
+qim_action_bw_t bandwidth(const Policer& policer, uint64_t rate, uint64_t burst) {
+  const auto unit = static_cast<uint32_t>(policer.unit);
+  qim_action_bw_t bandwidth{};
+  bandwidth.rate_units = unit;
+  bandwidth.rate = rate;
+  bandwidth.burst_units = unit;
+  bandwidth.burst = burst;
+  return bandwidth;
 }
 
 }  // namespace
 
-std::vector<Node> make_nodes(const Model& model) {
-  std::map<std::string_view, std::vector<const Attachment*>> attachments;
-  for (const Attachment& attachment : model.attachments) {
-    attachments[attachment.list].push_back(&attachment);
+PartKey forward_key(const Entry& entry) {
+  return {Part::forward, entry.policer, static_cast<uint32_t>(entry.forwarding), 0, entry.log};
+}
+
+ListNodes::ListNodes(const Model& model, const AccessList& list,
+                     const std::vector<const Attachment*>& attachments)
+    : model_(model), list_(list) {
+  add({Part::group}, list.place);
+  add({Part::fallback}, list.place);
+  add({Part::list_name}, list.place);
+  add_attachments(attachments);
+  add_actions();
+}
+
+void ListNodes::add(const PartKey& key, const Place& place) {
+  if (places_.emplace(key, &place).second) order_.push_back(key);
+}
+
+// All instances before all destinations, both in the order in which the input names them.
+void ListNodes::add_attachments(const std::vector<const Attachment*>& attachments) {
+  for (const Attachment* at : attachments) add({Part::instance, "", at->dir, at->stage}, at->place);
+  for (const Attachment* at : attachments) {
+    const PartKey key{Part::destination, at->interface, at->dir};
+    add(key, at->place);
+    stages_[key] = at->stage;
   }
+  for (const Attachment* at : attachments) add({Part::interface_name, at->interface}, at->place);
+}
+
+void ListNodes::add_actions() {
+  std::map<PartKey, const Entry*> used;  // by the first entry
+  for (const Entry& entry : list_.entries) used.emplace(forward_key(entry), &entry);
+  for (const auto& [key, entry] : used) {
+    if (entry->log) add({Part::log}, entry->place);
+    if (entry->policer.empty()) continue;
+    add({Part::policer_name, entry->policer}, entry->place);
+    add({Part::police, entry->policer, 0, 0, entry->log}, entry->place);
+  }
+  for (const auto& [key, entry] : used) add(key, entry->place);
+}
+
+uint32_t ListNodes::count() const {
+  return static_cast<uint32_t>(order_.size() + list_.entries.size());
+}
+
+ListIds ListNodes::number(uint32_t first) const {
+  ListIds ids;
+  for (const PartKey& key : order_) ids.parts.emplace(key, first++);
+  ids.filters.reserve(list_.entries.size());
+  for (size_t i = 0; i < list_.entries.size(); i++) ids.filters.push_back(first++);
+  return ids;
+}
+
+Node ListNodes::part(const PartKey& key, const ListIds& ids) const {
+  Node node;
+  node.id = ids.parts.at(key);
+  node.record.id = node.id;
+  node.record.type = node_type_of(key.part);
+  node.record.group = ids.group();
+  node.place = *places_.at(key);
+  if (key.part >= Part::log) node.place.path += "/actions";
+  fill(key, ids, node);
+  return node;
+}
+
+void ListNodes::fill(const PartKey& key, const ListIds& ids, Node& node) const {
+  switch (key.part) {
+    case Part::group:
+      return fill_group(ids, node);
+    case Part::fallback:
+      node.record.body.def.type = static_cast<uint32_t>(list_.default_action);
+      return;
+    case Part::list_name:
+      return fill_name(list_.name, node);
+    case Part::instance:
+      node.dset = instance_name(ids.group(), key);
+      node.links.push_back({.field = QIM_LN_PINST, .node = ids.group()});
+      return;
+    case Part::destination: {
+      const uint32_t stage = stages_.at(key);
+      node.dset = destination_name(key, stage);
+      const uint32_t instance = ids.parts.at({Part::instance, "", key.number, stage});
+      node.links.push_back({.field = QIM_LN_PINST, .node = instance});
+      const uint32_t name = ids.parts.at({Part::interface_name, key.text});
+      node.links.push_back({.field = QIM_LN_EDEST_NAME, .node = name});
+      return;
+    }
+    case Part::interface_name:
+    case Part::policer_name:
+      return fill_name(key.text, node);
+    case Part::log:
+      node.record.body.action.type = QIM_ACTION_LOG;
+      return;
+    case Part::police:
+      return fill_police(key, ids, node);
+    case Part::forward:
+      break;
+  }
+  node.record.body.action.type = key.number;
+  link_next(key.text, key.log, ids, node);
+}
+
+void ListNodes::fill_group(const ListIds& ids, Node& node) const {
+  node.record.body.group.type = group_access_list;
+  node.record.body.group.subtype = list_.type;
+  if (!ids.filters.empty()) {
+    node.links.push_back({.field = QIM_LN_GROUP_FIRST,
+                          .node = ids.filters.front(),
+                          .val = static_cast<uint32_t>(ids.filters.size())});
+  }
+  node.links.push_back({.field = QIM_LN_GROUP_DEF, .node = ids.parts.at({Part::fallback})});
+  node.links.push_back({.field = QIM_LN_GROUP_NAME, .node = ids.parts.at({Part::list_name})});
+}
+
+void ListNodes::fill_police(const PartKey& key, const ListIds& ids, Node& node) const {
+  const Policer& policer = *find_policer(model_, key.text);
+  qim_police_t& police = node.record.body.police;
+  police.comt_bw = bandwidth(policer, policer.committed_rate, policer.committed_burst);
+  police.peak_bw = bandwidth(policer, policer.peak_rate, policer.peak_burst);
+  link_next("", key.log, ids, node);
+  node.links.push_back(
+      {.field = QIM_LN_POLICE_NAME, .node = ids.parts.at({Part::policer_name, key.text})});
+}
+
+Node ListNodes::filter(size_t index, const ListIds& ids) const {
+  const Entry& entry = list_.entries[index];
+  const bool last = index + 1 == list_.entries.size();
+  Node node;
+  node.id = ids.filters[index];
+  node.record.id = node.id;
+  node.record.type = QIM_NODE_FILTER;
+  node.record.group = ids.group();
+  node.record.body.filter.match = QIM_LINK_TRUE;
+  node.record.body.filter.nomatch = last ? QIM_LINK_NOMATCH : QIM_LINK_NEXT;
+  node.criteria.reserve(entry.criteria.size() + 1);
+  node.criteria.push_back({criterion_name, bytes_of(entry.name)});
+  node.criteria.insert(node.criteria.end(), entry.criteria.begin(), entry.criteria.end());
+  node.place = entry.place;
+  if (!last) node.links.push_back({.field = QIM_LN_FILTER_NEXT, .node = ids.filters[index + 1]});
+  const uint32_t action = ids.parts.at(forward_key(entry));
+  node.links.push_back({.field = QIM_LN_FILTER_TRUE, .node = action});
+  return node;
+}
+
+std::map<std::string_view, std::vector<const Attachment*>> attachments_by_list(const Model& model) {
+  std::map<std::string_view, std::vector<const Attachment*>> attachments;
+  for (const Attachment& attachment : model.attachments)
+    attachments[attachment.list].push_back(&attachment);
+  return attachments;
+}
+
+std::vector<Node> make_nodes(const Model& model) {
+  auto attachments = attachments_by_list(model);
   std::vector<Node> nodes;
   IdBlocks blocks;
   for (const AccessList& list : model.lists) {
-    ListBuilder builder(list, attachments[list.name], nodes);
-    builder.build(blocks.take(list.name, builder.count()));
+    const ListNodes made(model, list, attachments[list.name]);
+    const ListIds ids = made.number(blocks.take(list.name, made.count()));
+    for (const PartKey& key : made.parts()) nodes.push_back(made.part(key, ids));
+    for (size_t i = 0; i < list.entries.size(); i++) nodes.push_back(made.filter(i, ids));
   }
   return nodes;
 }

@@ -10,7 +10,7 @@ DESTDIR=$work/stage cmake --install "$QIM_BUILD_DIR" --prefix /opt/policy >"$wor
 mv "$work/stage/opt/policy" "$work/moved"
 cd "$work/moved"
 
-for file in include/qim/{qim,qim_codes,qim_db,rov_types,rov,rov_edit,tlvo,mem}.h bin/qimctl \
+for file in include/qim/{qim,qim_codes,qim_db,qim_policy,rov_types,rov,rov_edit,tlvo,mem}.h bin/qimctl \
   "$libdir"/lib{qim,rov}common.so{,.1} "$libdir"/pkgconfig/{qim,rov}common.pc; do
   [ -e "$file" ] || { echo "install: $file is missing" && exit 1; }
 done

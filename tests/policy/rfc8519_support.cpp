@@ -61,7 +61,8 @@ void expect_problem(const std::string& text, const std::string& path, const std:
 std::vector<const Node*> of_type(const Policy& policy, uint32_t type) {
   std::vector<const Node*> found;
   for (const Node& node : policy.nodes) {
-    if (node.record.type == type) found.push_back(&node);
+    const bool name = type == QIM_NODE_ACTION && node.record.body.action.type == QIM_ACTION_NAME;
+    if (node.record.type == type && !name) found.push_back(&node);
   }
   return found;
 }
@@ -82,13 +83,25 @@ uint32_t target(const Node& node, uint16_t field) {
   return 0;
 }
 
-std::string name_of(const Node& node) {
-  return {node.priv.begin(), node.priv.end()};
+std::string name_of(const Policy& policy, const Node& node) {
+  for (const qimctl::Criterion& criterion : node.criteria) {
+    if (criterion.type == qimctl::criterion_name)
+      return {criterion.args.begin(), criterion.args.end()};
+  }
+  if (node.record.type == QIM_NODE_PINST)
+    return name_of(policy, by_id(policy, target(node, QIM_LN_PINST)));
+  const bool list = node.record.type == QIM_NODE_GROUP;
+  const uint32_t action = target(node, list ? QIM_LN_GROUP_NAME : QIM_LN_EDEST_NAME);
+  if (action == 0) return "";
+  const Node& name = by_id(policy, action);
+  EXPECT_EQ(name.record.body.action.type, uint32_t{QIM_ACTION_NAME});
+  return {name.args.begin(), name.args.end()};
 }
 
 std::string criteria_of(const Node& node) {
   std::string text;
   for (const qimctl::Criterion& criterion : node.criteria) {
+    if (criterion.type == qimctl::criterion_name) continue;
     text += (text.empty() ? "" : ", ") + qimctl::criterion_text(criterion.type, criterion.args);
   }
   return text;

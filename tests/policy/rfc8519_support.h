@@ -34,14 +34,16 @@ std::vector<std::string> problems_of(const std::string& text);
 // message contains `message`.
 void expect_problem(const std::string& text, const std::string& path, const std::string& message);
 
-// Nodes of one type, in order.
+// Nodes of one type, in order; Actions that are only names do not count.
 std::vector<const Node*> of_type(const Policy& policy, uint32_t type);
 // The node of an identifier; fails the test and gives an empty one when there is none.
 const Node& by_id(const Policy& policy, uint32_t id);
 // Where the link of a field leads, 0 when there is none.
 uint32_t target(const Node& node, uint16_t field);
-std::string name_of(const Node& node);
-// The criteria as text, with ", " between them.
+// What a list, an entry or an interface is called, by its Group or Pinst, its Filter, its
+// Edest.
+std::string name_of(const Policy& policy, const Node& node);
+// The criteria that are matches as text, with ", " between them.
 std::string criteria_of(const Node& node);
 // A node's data-set name in host order.
 qim_pinst_fields_t dset_of(const Node& node);

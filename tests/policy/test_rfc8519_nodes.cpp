@@ -57,13 +57,13 @@ TEST(Rfc8519Nodes, AnEmptyDocumentGivesNoNodes) {
 
 TEST(Rfc8519Nodes, AListWithoutEntriesDropsEverything) {
   const Policy policy = read(document(lists(R"({"name":"l"})")));
-  ASSERT_EQ(policy.nodes.size(), 2u);
+  ASSERT_EQ(policy.nodes.size(), 3u);
   const Node& group = policy.nodes[0];
   const Node& def = policy.nodes[1];
   EXPECT_EQ(group.record.type, uint32_t{QIM_NODE_GROUP});
   EXPECT_EQ(group.record.body.group.type, qimctl::group_access_list);
   EXPECT_EQ(group.record.body.group.subtype, 0u);
-  EXPECT_EQ(name_of(group), "l");
+  EXPECT_EQ(name_of(policy, group), "l");
   EXPECT_EQ(target(group, first_filter), 0u);
   EXPECT_EQ(target(group, fallback), def.id);
   EXPECT_EQ(def.record.type, uint32_t{QIM_NODE_DEF});
@@ -93,13 +93,13 @@ TEST(Rfc8519Nodes, FiltersAreChainedInTheOrderOfTheEntries) {
   const auto filters = of_type(policy, QIM_NODE_FILTER);
   ASSERT_EQ(filters.size(), 3u);
   const Node& group = policy.nodes[0];
-  ASSERT_EQ(group.links.size(), 2u);
+  ASSERT_EQ(group.links.size(), 3u);
   EXPECT_EQ(group.links[0].field, first_filter);
   EXPECT_EQ(group.links[0].node, filters[0]->id);
   EXPECT_EQ(group.links[0].val, 3u);
-  EXPECT_EQ(name_of(*filters[0]), "z");
-  EXPECT_EQ(name_of(*filters[1]), "a");
-  EXPECT_EQ(name_of(*filters[2]), "m");
+  EXPECT_EQ(name_of(policy, *filters[0]), "z");
+  EXPECT_EQ(name_of(policy, *filters[1]), "a");
+  EXPECT_EQ(name_of(policy, *filters[2]), "m");
   EXPECT_EQ(target(*filters[0], next_filter), filters[1]->id);
   EXPECT_EQ(target(*filters[1], next_filter), filters[2]->id);
   EXPECT_EQ(target(*filters[2], next_filter), 0u);
@@ -168,12 +168,12 @@ TEST(Rfc8519Nodes, EntriesOfAListShareTheirActions) {
 TEST(Rfc8519Nodes, AnAttachmentIsAnInstanceAndADestination) {
   const Policy policy =
       read(document(lists(list("l", "")) + "," + referring(attach("te0/1", R"({"name":"l"})"))));
-  ASSERT_EQ(policy.nodes.size(), 4u);
+  ASSERT_EQ(policy.nodes.size(), 6u);
   const Node& group = policy.nodes[0];
-  const Node& instance = policy.nodes[2];
-  const Node& destination = policy.nodes[3];
+  const Node& instance = policy.nodes[3];
+  const Node& destination = policy.nodes[4];
   EXPECT_EQ(instance.record.type, uint32_t{QIM_NODE_PINST});
-  EXPECT_EQ(name_of(instance), "l");
+  EXPECT_EQ(name_of(policy, instance), "l");
   EXPECT_EQ(target(instance, owner), group.id);
   const qim_pinst_fields_t own = dset_of(instance);
   EXPECT_EQ(own.dest.gen.fmt, QIM_DEST_GEN);
@@ -183,7 +183,7 @@ TEST(Rfc8519Nodes, AnAttachmentIsAnInstanceAndADestination) {
   EXPECT_EQ(own.type, qimctl::policy_type_access_list | 1u);
 
   EXPECT_EQ(destination.record.type, uint32_t{QIM_NODE_EDEST});
-  EXPECT_EQ(name_of(destination), "te0/1");
+  EXPECT_EQ(name_of(policy, destination), "te0/1");
   EXPECT_EQ(target(destination, owner), instance.id);
   const qim_pinst_fields_t where = dset_of(destination);
   EXPECT_EQ(where.dest.intf.fmt, QIM_DEST_IF);
@@ -220,7 +220,7 @@ TEST(Rfc8519Nodes, InterfacesShareTheInstanceOfADirection) {
   EXPECT_EQ(target(*destinations[0], owner), instances[0]->id);
   EXPECT_EQ(target(*destinations[1], owner), instances[1]->id);
   EXPECT_EQ(target(*destinations[2], owner), instances[0]->id);
-  EXPECT_EQ(name_of(*destinations[2]), "b");
+  EXPECT_EQ(name_of(policy, *destinations[2]), "b");
 }
 
 TEST(Rfc8519Nodes, ListsOfOneInterfaceKeepTheirOrderAsStages) {
@@ -233,8 +233,8 @@ TEST(Rfc8519Nodes, ListsOfOneInterfaceKeepTheirOrderAsStages) {
   for (const Node* destination : destinations) {
     const Node& instance = by_id(policy, target(*destination, owner));
     EXPECT_EQ(dset_of(instance).type, dset_of(*destination).type);
-    seen.insert(name_of(*destination) + std::to_string(dset_of(*destination).type & 0xffff) +
-                name_of(instance));
+    seen.insert(name_of(policy, *destination) +
+                std::to_string(dset_of(*destination).type & 0xffff) + name_of(policy, instance));
   }
   EXPECT_EQ(seen, (std::set<std::string>{"a1m", "a2l", "b1l"}));
   EXPECT_EQ(of_type(policy, QIM_NODE_PINST).size(), 3u);
@@ -272,7 +272,7 @@ TEST(Rfc8519Nodes, MoreStagesThanANameCanTellAreRefused) {
 TEST(Rfc8519Nodes, AllNodesOfAListCarryItsGroupsIdentifierAsGroupNumber) {
   const Policy policy = read(
       document(lists(list("l", entry("a"))) + "," + referring(attach("i", R"({"name":"l"})"))));
-  ASSERT_EQ(policy.nodes.size(), 6u);
+  ASSERT_EQ(policy.nodes.size(), 8u);
   for (const Node& node : policy.nodes) {
     EXPECT_EQ(node.record.group, policy.nodes[0].id);
     EXPECT_EQ(node.record.id, node.id);
@@ -286,11 +286,11 @@ TEST(Rfc8519Nodes, IdentifiersDependOnTheNamesOfListsAlone) {
   const Policy first = read(document(lists(l + "," + m)));
   const Policy second = read(document(lists(m + "," + l)));
   const Policy alone = read(document(lists(m)));
-  ASSERT_EQ(first.nodes.size(), 9u);
-  ASSERT_EQ(alone.nodes.size(), 4u);
-  for (size_t i = 0; i < 4; i++) {
+  ASSERT_EQ(first.nodes.size(), 11u);
+  ASSERT_EQ(alone.nodes.size(), 5u);
+  for (size_t i = 0; i < 5; i++) {
     EXPECT_EQ(alone.nodes[i].id, second.nodes[i].id);
-    EXPECT_EQ(alone.nodes[i].id, first.nodes[i + 5].id);
+    EXPECT_EQ(alone.nodes[i].id, first.nodes[i + 6].id);
   }
 }
 
@@ -298,7 +298,7 @@ TEST(Rfc8519Nodes, IdentifiersOfAListAreConsecutiveWithBit31Set) {
   const Policy policy = read(
       document(lists(list("l", entry("a", "", R"("forwarding":"drop","logging":"log-syslog")"))) +
                "," + referring(attach("i", R"({"name":"l"})"))));
-  ASSERT_EQ(policy.nodes.size(), 7u);
+  ASSERT_EQ(policy.nodes.size(), 9u);
   for (size_t i = 0; i < policy.nodes.size(); i++) {
     EXPECT_EQ(policy.nodes[i].id, policy.nodes[0].id + i);
     EXPECT_NE(policy.nodes[i].id & 0x80000000u, 0u);
@@ -339,16 +339,14 @@ TEST(Rfc8519Nodes, PlacesLeadToTheInput) {
     return std::to_string(at.line) + " " + at.path;
   };
   const std::string root = "/ietf-access-control-list:acls/";
-  ASSERT_EQ(policy.nodes.size(), 8u);
-  EXPECT_EQ(place(0), "3 " + root + "acl/0");
-  EXPECT_EQ(place(1), "3 " + root + "acl/0");
+  ASSERT_EQ(policy.nodes.size(), 10u);
+  for (size_t i = 0; i < 3; i++) EXPECT_EQ(place(i), "3 " + root + "acl/0");
   const std::string set = "attachment-points/interface/0/ingress/acl-sets/acl-set/0/name";
-  EXPECT_EQ(place(2), "8 " + root + set);
-  EXPECT_EQ(place(3), "8 " + root + set);
-  EXPECT_EQ(place(4), "4 " + root + "acl/0/aces/ace/0/actions");
-  EXPECT_EQ(place(5), "5 " + root + "acl/0/aces/ace/1/actions");
-  EXPECT_EQ(place(6), "4 " + root + "acl/0/aces/ace/0");
-  EXPECT_EQ(place(7), "5 " + root + "acl/0/aces/ace/1");
+  for (size_t i = 3; i < 6; i++) EXPECT_EQ(place(i), "8 " + root + set);
+  EXPECT_EQ(place(6), "4 " + root + "acl/0/aces/ace/0/actions");
+  EXPECT_EQ(place(7), "5 " + root + "acl/0/aces/ace/1/actions");
+  EXPECT_EQ(place(8), "4 " + root + "acl/0/aces/ace/0");
+  EXPECT_EQ(place(9), "5 " + root + "acl/0/aces/ace/1");
 }
 
 // Reference values: FNV-1a of "" is 0x811c9dc5, of "foobar" 0xbf9cf968; both finalized.

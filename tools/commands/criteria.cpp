@@ -25,6 +25,7 @@ void print_criteria(const ReadSession& session, uint32_t id, bool json) {
   JsonValue list = JsonValue::array();
   for (const auto* crit = reinterpret_cast<const qim_criterion_t*>(room.data()); crit != nullptr;
        crit = crit->next) {
+    if (crit->type == criterion_name) continue;
     const std::string text = criterion_text(crit->type, {crit->args, crit->args_len});
     JsonValue item;
     item.set("type", crit->type);

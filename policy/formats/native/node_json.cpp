@@ -111,6 +111,18 @@ void append(std::string& text, const std::string& part) {
   text += part;
 }
 
+std::string quoted(const uint8_t* name, size_t length) {
+  return '"' + printable({name, name + length}) + '"';
+}
+
+// What an entry is called, in quotes; "" when it is called nothing.
+std::string entry_name(const qim_criterion_t* first) {
+  for (const auto* criterion = first; criterion != nullptr; criterion = criterion->next) {
+    if (criterion->type == criterion_name) return quoted(criterion->args, criterion->args_len);
+  }
+  return "";
+}
+
 // " (accept)" behind the type of an action or a default, which share their types.
 std::string type_note(const qim_node_t& record) {
   std::string_view name;
@@ -191,9 +203,15 @@ std::string named_summary(const std::string& private_text, const qim_node_t& rec
 std::string node_summary(const NodeImage& image) {
   qim_node_t record = image.record;
   std::string text = private_text(record.priv_buf, record.priv_len);
+  if (record.type == QIM_NODE_ACTION && record.body.action.type == QIM_ACTION_NAME) {
+    append(text, quoted(record.body.action.args, record.body.action.args_len));
+    record.body.action.args_len = 0;
+  }
   if (has_criteria(record.type)) {
+    append(text, entry_name(record.body.filter.crit));
     for (const auto* criterion = record.body.filter.crit; criterion != nullptr;
          criterion = criterion->next) {
+      if (criterion->type == criterion_name) continue;
       append(text, criterion_text(criterion->type, {criterion->args, criterion->args_len}));
     }
     record.body.filter.crit_cnt = 0;

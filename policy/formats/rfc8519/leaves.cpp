@@ -218,6 +218,8 @@ Args read_args(Notes& notes, const CriterionKind& kind, const Value& leaf) {
     case Encoding::mac:
     case Encoding::ports:
     case Encoding::interface:
+    case Encoding::text:
+    case Encoding::opaque:
       break;
   }
   return {};
