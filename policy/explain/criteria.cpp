@@ -46,6 +46,11 @@ std::string layout_text(Encoding encoding) {
       return "bytes as they stand in the packet";
     case Encoding::interface:
       return "4 bytes of index, then the interface's name";
+    case Encoding::text:
+      return "a text in UTF-8";
+    case Encoding::opaque:
+      return "three texts, each behind 2 bytes of length: where in the matches, module, name; then "
+             "the value in JSON";
   }
   return "";
 }
@@ -59,6 +64,8 @@ std::string range_text(const CriterionKind& kind) {
 std::string meaning_text(const CriterionKind& kind) {
   const std::string header(header_name(kind.header));
   if (kind.field().empty()) return "the packet has the header " + header;
+  if (kind.type == criterion_name) return "what the entry is called; it holds for every packet";
+  if (kind.type == criterion_opaque) return "a match that only another data model understands";
   if (kind.header == Header::interface) return "the packet comes in or goes out there";
   return "the field " + std::string(kind.field()) + " of the header " + header;
 }
