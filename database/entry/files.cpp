@@ -27,6 +27,12 @@ uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report) {
   return ROV_OK;
 }
 
+uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg) {
+  if (visit == nullptr) return bad_argument(2);
+  return rov::with_database(
+      db, [=](rov::Database& of) { return rov::store_holders(of.env, visit, arg); });
+}
+
 uint32_t rov_edit_compact(const char* path, uint64_t* before, uint64_t* after) {
   if (path == nullptr) return bad_argument(1);
   uint64_t sizes[2] = {};

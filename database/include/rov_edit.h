@@ -100,6 +100,23 @@ typedef struct rov_verify {
  * the same thread; a status of the store. */
 uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report);
 
+/* What somebody does with a database now (rov_edit_holders). */
+enum {
+  ROV_HOLDER_READER = 1, /* a session, or a call that is under way, reads commit `revision` */
+  ROV_HOLDER_WRITER = 2  /* a write session is open; `revision` is 0 */
+};
+typedef struct rov_holder {
+  uint32_t what;     /* ROV_HOLDER_* */
+  uint32_t pid;      /* the process */
+  uint64_t revision; /* pages of this commit and of later ones cannot be used again */
+} rov_holder_t;
+typedef void (*rov_holder_fn)(const rov_holder_t* holder, void* arg);
+/* Calls `visit` for everybody, of any process, who reads or writes the database, readers first, as
+ * it is at this moment; `arg` goes to it. It must not call the database. Readers of snapshots that
+ * are kept are none of the database's. Nobody waits for this and it waits for nobody.
+ * ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
+uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg);
+
 /* Rewrites the data file of the database in `path` without free pages, which makes the file as
  * small as it can be. Its commits keep their numbers. Nobody may have the database open. *before
  * and *after: bytes of the file; may be NULL. On failure the file stays as it was.

@@ -32,6 +32,7 @@
 #include "database/store/overlay.h"
 #include "database/store/pointers.h"
 #include "database/store/snapshot.h"
+#include "rov_edit.h"
 
 struct MDB_env;
 struct MDB_txn;
@@ -178,5 +179,7 @@ void store_check_readers(Env* env);
 // Hands `out` a table of the reader slots in use, over all processes: process, thread, and the
 // commit that each one reads, by which its age can be told.
 [[nodiscard]] uint32_t store_readers(Env* env, void (*out)(const char* text, void* arg), void* arg);
+// Tells `visit` of everybody who reads or writes now, over all processes.
+[[nodiscard]] uint32_t store_holders(Env* env, rov_holder_fn visit, void* arg);
 
 }  // namespace rov

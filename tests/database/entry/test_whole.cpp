@@ -1,4 +1,5 @@
 // What tools need that take a whole database: all clients' private data, and checksums.
+#include "tests/database/child.h"
 #include "tests/database/database_fixture.h"
 
 namespace {
@@ -78,6 +79,54 @@ TEST_F(WholeTest, BadArguments) {
   EXPECT_STATUS(rov_edit_priv_put(ses_, id(7), 1, &byte, 2U << 20), ROV_ERR_LENGTH);
   EXPECT_STATUS(rov_edit_priv_put(ses_, id(99), 1, &byte, 1), ROV_ERR_NO_ITEM);
   EXPECT_STATUS(rov_edit_priv_put(read(), id(7), 1, &byte, 1), ROV_ERR_READ_ONLY);
+}
+
+std::vector<rov_holder_t> holders_of(uint32_t db) {
+  std::vector<rov_holder_t> holders;
+  EXPECT_OK(rov_edit_holders(
+      db,
+      [](const rov_holder_t* holder, void* all) {
+        static_cast<std::vector<rov_holder_t>*>(all)->push_back(*holder);
+      },
+      &holders));
+  return holders;
+}
+
+TEST_F(WholeTest, HoldersAreReadersAndTheWriter) {
+  const std::vector<rov_holder_t> writing = holders_of(db_);
+  ASSERT_FALSE(writing.empty());
+  EXPECT_EQ(writing.back().what, static_cast<uint32_t>(ROV_HOLDER_WRITER));
+  EXPECT_EQ(writing.back().pid, static_cast<uint32_t>(getpid()));
+  commit(ses_);
+  const uint32_t ses = read();
+  const std::vector<rov_holder_t> reading = holders_of(db_);
+  ASSERT_FALSE(reading.empty());
+  for (const rov_holder_t& holder : reading) {
+    EXPECT_EQ(holder.what, static_cast<uint32_t>(ROV_HOLDER_READER));
+    EXPECT_EQ(holder.pid, static_cast<uint32_t>(getpid()));
+    EXPECT_GT(holder.revision, 0U);
+  }
+  ASSERT_OK(rov_ses_close(ses));
+  EXPECT_LT(holders_of(db_).size(), reading.size());
+  EXPECT_STATUS(rov_edit_holders(db_, nullptr, nullptr), ROV_ERR_INVALID);
+}
+
+TEST_F(WholeTest, AWriterOfAnotherProcessIsAHolder) {
+  commit(ses_);
+  Child child(path(), [](uint32_t db, int out) {
+    uint32_t ses = 0;
+    const uint32_t good = rov_edit_begin(db, &ses) == ROV_OK ? 1 : 0;
+    const bool told = write(out, &good, sizeof good) == sizeof good;
+    pause();
+    return told;
+  });
+  uint32_t good = 0;
+  ASSERT_TRUE(child.next(&good));
+  ASSERT_EQ(good, 1U);
+  const std::vector<rov_holder_t> holders = holders_of(db_);
+  ASSERT_FALSE(holders.empty());
+  EXPECT_EQ(holders.back().what, static_cast<uint32_t>(ROV_HOLDER_WRITER));
+  EXPECT_NE(holders.back().pid, static_cast<uint32_t>(getpid()));
 }
 
 TEST_F(WholeTest, ChecksumsContinue) {
