@@ -45,6 +45,7 @@ endfunction()
 # The names and rows of the records, which are constants, are shared with the library.
 qim_policy_layer(policy_base policy/base USES qim_headers qim_rows)
 qim_policy_layer(policy_model policy/model USES policy_base)
+qim_policy_layer(policy_trace policy/trace USES policy_model)
 qim_policy_layer(policy_store policy/store USES policy_model)
 qim_policy_layer(policy_explain policy/explain USES policy_store qim_rows)
 qim_policy_layer(policy_native policy/formats/native USES policy_store)
