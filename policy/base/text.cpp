@@ -33,13 +33,43 @@ bool is_plain(const std::string& text, size_t at, size_t length) {
   return !(length == 2 && first == 0xc2 && static_cast<unsigned char>(text[at + 1]) < 0xa0);
 }
 
-}  // namespace
+// The code point of a sound character of more than one byte.
+uint32_t code_point(const std::string& text, size_t at, size_t length) {
+  uint32_t code = static_cast<unsigned char>(text[at]) & (0x7fu >> length);
+  for (size_t i = 1; i < length; i++) {
+    code = code << 6 | (static_cast<unsigned char>(text[at + i]) & 0x3fu);
+  }
+  return code;
+}
 
-std::string printable(const std::string& text) {
+// Is it a character that shows nothing by itself, or turns the direction in which others are shown
+// (Unicode: format controls, fillers, separators of lines, selectors of variants, tags)?
+bool is_hidden(uint32_t code) {
+  struct Range {
+    uint32_t first;
+    uint32_t last;
+  };
+  constexpr Range hidden[] = {
+      {0xad, 0xad},       {0x34f, 0x34f},    {0x61c, 0x61c},   {0x115f, 0x1160}, {0x17b4, 0x17b5},
+      {0x180b, 0x180f},   {0x200b, 0x200f},  {0x2028, 0x202e}, {0x2060, 0x206f}, {0x3164, 0x3164},
+      {0xfe00, 0xfe0f},   {0xfeff, 0xfeff},  {0xffa0, 0xffa0}, {0xfff0, 0xfffb}, {0x1bca0, 0x1bca3},
+      {0x1d173, 0x1d17a}, {0xe0000, 0xe0fff}};
+  for (const Range& range : hidden) {
+    if (code >= range.first && code <= range.last) return true;
+  }
+  return false;
+}
+
+std::string escaped(const std::string& text, bool quotes) {
   std::string clean;
   for (size_t at = 0; at < text.size();) {
     const size_t length = character_length(text, at);
-    if (length != 0 && is_plain(text, at, length)) {
+    const bool plain = length != 0 && is_plain(text, at, length) && !(quotes && text[at] == '"');
+    const uint32_t code = plain && length > 1 ? code_point(text, at, length) : 0;
+    if (is_hidden(code)) {
+      clean += "\\u{" + hex_number(code, 4).substr(2) + "}";
+      at += length;
+    } else if (plain) {
       clean.append(text, at, length);
       at += length;
     } else {
@@ -48,6 +78,29 @@ std::string printable(const std::string& text) {
     }
   }
   return clean;
+}
+
+}  // namespace
+
+std::string printable(const std::string& text) {
+  return escaped(text, false);
+}
+
+std::string quoted(const std::string& text) {
+  return '"' + escaped(text, true) + '"';
+}
+
+bool reads_as_text(const std::string& bytes) {
+  size_t shown = 0;
+  size_t controls = 0;
+  for (size_t at = 0; at < bytes.size();) {
+    const size_t length = character_length(bytes, at);
+    if (length == 0 || bytes[at] == 0) return false;
+    const bool backslash = bytes[at] == '\\';
+    backslash || is_plain(bytes, at, length) ? shown++ : controls++;
+    at += length;
+  }
+  return shown != 0 && shown >= controls;
 }
 
 }  // namespace qimctl

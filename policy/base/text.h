@@ -5,8 +5,15 @@
 
 namespace qimctl {
 
-// `text` with every control character, backslash and byte that is not UTF-8 escaped as \xNN, so
-// that stored bytes can't drive a terminal.
+// `text` with every control character, backslash and byte that is not UTF-8 escaped as \xNN, and
+// every character that changes how others are shown or that shows nothing (bidirectional controls,
+// zero-width characters, separators of lines) as \u{N}, so that what was stored can neither drive a
+// terminal nor look like something else.
 std::string printable(const std::string& text);
+// The same in double quotes, with those in the text escaped as \x22: what is outside the quotes was
+// not in the text.
+std::string quoted(const std::string& text);
+// Could these bytes be meant as text? Sound UTF-8 without byte 0, and not mostly control characters.
+bool reads_as_text(const std::string& bytes);
 
 }  // namespace qimctl

@@ -1,10 +1,12 @@
 // The connection to the node database, and its failures in words.
 #include "policy/store/database.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
 #include "policy/base/names.h"
+#include "policy/base/text.h"
 #include "rov.h"
 #include "rov_edit.h"
 
@@ -104,13 +106,15 @@ std::string database_directory(const std::string& given) {
   return environment != nullptr && *environment != '\0' ? environment : "./qim.db";
 }
 
-Database::Database(const std::string& directory, OpenMode mode)
+Database::Database(const std::string& directory, OpenMode mode, const std::string& snapshot)
     : directory_(database_directory(directory)) {
   const std::string attempt = "open the database in " + directory_;
   rov_parms_t parms{};
   require(qim_db_init_parms_init(&parms, 1), attempt);
   parms.p.db_path = directory_.c_str();
-  const uint32_t flags = mode == OpenMode::read ? uint32_t{ROV_DB_NO_CREATE} : 0;
+  uint32_t flags = mode == OpenMode::read ? uint32_t{ROV_DB_NO_CREATE} : 0;
+  // The database makes a snapshot that is not there, unless it is opened for reading only.
+  if (!snapshot.empty()) flags |= ROV_DB_RDONLY;
   const uint32_t status = qim_lib_init(0, 0, client_id, 0, &parms, 0, flags, 0, &handle_);
   if (status == ROV_ERR_OPEN && mode == OpenMode::read && is_absent(directory_)) {
     throw DatabaseError(status, attempt,
@@ -118,6 +122,32 @@ Database::Database(const std::string& directory, OpenMode mode)
                         "the database with 'qimctl import'");
   }
   require(status, attempt);
+  if (snapshot.empty()) return;
+  try {
+    open_snapshot(snapshot);
+  } catch (const DatabaseError&) {
+    qim_lib_close(handle_, 0);
+    throw;
+  }
+}
+
+void Database::open_snapshot(const std::string& path) {
+  const std::string attempt = "read the snapshot " + quoted(path) + " of " + directory_;
+  const std::vector<std::string> paths = snapshot_paths(*this);
+  if (std::find(paths.begin(), paths.end(), path) == paths.end()) {
+    std::string known;
+    for (const std::string& other : paths) known += (known.empty() ? "" : ", ") + quoted(other);
+    throw DatabaseError(
+        ROV_ERR_NO_ITEM, attempt,
+        "there is none of that name; " +
+            (known.empty() ? "the database has no snapshots" : "there are " + known));
+  }
+  const size_t slash = path.rfind('/');
+  if (slash == path.npos)
+    return require(qim_db_snapshot(handle_, path.c_str(), &snapshot_), attempt);
+  require(qim_db_uri_snapshot(handle_, path.substr(0, slash).c_str(),
+                              path.substr(slash + 1).c_str(), &snapshot_),
+          attempt);
 }
 
 Database::~Database() {
@@ -125,7 +155,7 @@ Database::~Database() {
 }
 
 ReadSession::ReadSession(const Database& database) {
-  require(qim_ses_open_ro(database.handle(), &handle_),
+  require(qim_ses_open_ro(database.read_handle(), &handle_),
           "read the database in " + database.directory());
 }
 
@@ -146,6 +176,19 @@ void WriteSession::commit() {
   const uint32_t handle = handle_;
   handle_ = 0;  // ends here whatever the outcome
   require(rov_edit_commit(handle), "commit the changes");
+}
+
+std::vector<std::string> snapshot_paths(const Database& database) {
+  std::vector<std::string> paths;
+  char path[ROV_SNAPSHOT_PATH] = "";
+  uint32_t status = ROV_OK;
+  while ((status = rov_snapshot_next(database.handle(), path, sizeof path, path)) == ROV_OK) {
+    paths.emplace_back(path);
+  }
+  if (status != ROV_ERR_NO_ITEM) {
+    require(status, "list the snapshots of " + database.directory());
+  }
+  return paths;
 }
 
 rov_node_id_t database_id(uint32_t id) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "qim.h"
 
@@ -49,21 +50,27 @@ enum class OpenMode { read, create };
 // A database, open as long as the object lives. One at a time in a process.
 class Database {
  public:
-  // directory: as in database_directory.
-  Database(const std::string& directory, OpenMode mode);
+  // directory: as in database_directory. Where `snapshot` is the path of one ("before-upgrade",
+  // "acme://edge-7/nightly/monday"), sessions read that one; it must be there.
+  Database(const std::string& directory, OpenMode mode, const std::string& snapshot = "");
   ~Database();
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
   uint32_t handle() const { return handle_; }
+  // What sessions for reading are opened on: the database, or its snapshot.
+  uint32_t read_handle() const { return snapshot_ != 0 ? snapshot_ : handle_; }
   const std::string& directory() const { return directory_; }
 
  private:
+  void open_snapshot(const std::string& path);
+
   std::string directory_;
   uint32_t handle_ = 0;
+  uint32_t snapshot_ = 0;
 };
 
-// The newest state of a database, held still.
+// The newest state of a database, or that of its snapshot, held still.
 class ReadSession {
  public:
   explicit ReadSession(const Database& database);
@@ -91,6 +98,9 @@ class WriteSession {
  private:
   uint32_t handle_ = 0;
 };
+
+// The paths of all snapshots of a database, in the order of their bytes.
+std::vector<std::string> snapshot_paths(const Database& database);
 
 // A node's identifier in the database's form.
 rov_node_id_t database_id(uint32_t id);

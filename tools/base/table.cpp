@@ -4,18 +4,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "tools/base/terminal.h"
+
 namespace qimctl {
 
 namespace {
 
 constexpr const char* gap = "  ";
-
-// Characters of UTF-8 text.
-size_t width_of(const std::string& text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xc0u) != 0x80u;
-  }));
-}
 
 }  // namespace
 
@@ -27,7 +22,7 @@ void TextTable::add(std::vector<std::string> row) {
   rows_.push_back(std::move(row));
 }
 
-std::string TextTable::text() const {
+std::string TextTable::text(size_t width) const {
   std::vector<size_t> widths(rows_.front().size());
   for (const auto& row : rows_) {
     for (size_t i = 0; i < row.size(); i++) widths[i] = std::max(widths[i], width_of(row[i]));
@@ -40,7 +35,7 @@ std::string TextTable::text() const {
       if (i + 1 < row.size()) line.append(widths[i] - width_of(row[i]), ' ');
     }
     line.erase(line.find_last_not_of(' ') + 1);
-    text += line + "\n";
+    text += cut(line, width) + "\n";
   }
   return text;
 }

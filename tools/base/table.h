@@ -6,12 +6,14 @@
 
 namespace qimctl {
 
-// Rows of cells, aligned in columns that are two blanks apart. The last column is not padded.
+// Rows of cells, which may be styled, aligned in columns that are two blanks apart. The last column
+// is not padded.
 class TextTable {
  public:
   explicit TextTable(std::vector<std::string> head);
   void add(std::vector<std::string> row);
-  std::string text() const;
+  // Lines of at most `width` columns: longer ones are cut. 0 = of any width.
+  std::string text(size_t width = 0) const;
 
  private:
   std::vector<std::vector<std::string>> rows_;

@@ -2,6 +2,9 @@
 #include "tools/options/commands.h"
 
 #include "policy/base/dsetname.h"
+#include "tools/base/output.h"
+#include "tools/base/pager.h"
+#include "tools/base/usage.h"
 #include "tools/options/values.h"
 
 namespace qimctl {
@@ -11,7 +14,19 @@ Commands::Commands(CLI::App& app) : app_(app) {
   app_.fallthrough();
   app_.add_option("--db", database_, "Directory of the node database; else $ROV_DB, else ./qim.db")
       ->type_name("DIR");
-  app_.add_flag("--json", json_, "Print JSON");
+  app_.add_option_function<std::string>(
+          "-o,--output",
+          [this](const std::string& name) {
+            if (parse_form(name, form_)) return;
+            throw UsageError("'" + name + "' is no form of output; there are " + output_forms);
+          },
+          std::string("Form of the output: ") + output_forms)
+      ->type_name("FORM");
+  app_.add_flag_callback(
+      "--json", [this] { form_ = OutputForm::json; }, "The same as -o json");
+  app_.add_option("--at", snapshot_, "Read this snapshot in place of the newest state")
+      ->type_name("SNAPSHOT");
+  app_.add_flag("--no-pager", no_pager_, "Print long output to the terminal itself");
 }
 
 CLI::App* Commands::add(const std::string& name, const std::string& help) const {
@@ -23,14 +38,34 @@ CLI::App* Commands::add(CLI::App* above, const std::string& name, const std::str
 }
 
 void Commands::on(CLI::App* command, std::function<ExitCode()> run) {
-  command->callback([this, run = std::move(run)] { action_ = run; });
+  command->callback([this, run = std::move(run)] {
+    action_ = [this, run] {
+      if (snapshot_.empty()) return run();
+      throw UsageError(
+          "--at is for commands that read the database, and this one does not; leave it "
+          "out");
+    };
+  });
 }
 
 void Commands::ask(CLI::App* command, Query query) {
-  on(command, [this, query = std::move(query)] {
-    const Database database(database_, OpenMode::read);
-    query(database, ReadSession(database));
-    return exit_ok;
+  ask_for(command,
+          [query = std::move(query)](const Database& database, const ReadSession& session) {
+            query(database, session);
+            return exit_ok;
+          });
+}
+
+void Commands::ask_for(CLI::App* command, Reading reading) {
+  command->callback([this, reading = std::move(reading)] {
+    action_ = [this, reading] {
+      const Database database(database_, OpenMode::read, snapshot_);
+      const ReadSession session(database);
+      const Pager pager(!no_pager_);
+      const ExitCode code = reading(database, session);
+      flush_output();
+      return code;
+    };
   });
 }
 

@@ -10,7 +10,7 @@
 //     commands.add_node(command, options->node);
 //     command->add_flag("--loud", options->loud, "Shout");
 //     commands.ask(command, [&commands, options](const Database&, const ReadSession& session) {
-//       greet(session, *options, commands.json());
+//       greet(session, *options, commands.form());
 //     });
 //   }
 //
@@ -24,6 +24,7 @@
 
 #include "policy/store/database.h"
 #include "tools/base/exit_code.h"
+#include "tools/base/form.h"
 
 namespace qimctl {
 
@@ -31,7 +32,7 @@ class Commands {
  public:
   using Query = std::function<void(const Database&, const ReadSession&)>;
 
-  // Gives `app` what stands before and behind every command: --db, --json.
+  // Gives `app` what stands before and behind every command: --db, -o, --json, --at, --no-pager.
   explicit Commands(CLI::App& app);
   Commands(const Commands&) = delete;
   Commands& operator=(const Commands&) = delete;
@@ -40,14 +41,19 @@ class Commands {
   CLI::App* add(const std::string& name, const std::string& help) const;
   static CLI::App* add(CLI::App* above, const std::string& name, const std::string& help);
 
-  // What a command does.
+  // What a command does that has no use for --at.
   void on(CLI::App* command, std::function<ExitCode()> run);
-  // The same of one that asks about the newest state of the database and succeeds.
+  // The same of one that reads the database: its newest state, or with --at a snapshot. On a
+  // terminal its output goes through a pager.
   void ask(CLI::App* command, Query query);
+  // The same of one that does not always succeed.
+  using Reading = std::function<ExitCode(const Database&, const ReadSession&)>;
+  void ask_for(CLI::App* command, Reading reading);
 
   // What was given, good as soon as a command runs.
   const std::string& database() const { return database_; }  // as in database_directory
-  bool json() const { return json_; }
+  OutputForm form() const { return form_; }
+  bool json() const { return form_ == OutputForm::json; }
 
   // A node, as an argument that must be there.
   static void add_node(CLI::App* command, std::string& node, const char* name = "NODE");
@@ -61,7 +67,9 @@ class Commands {
   CLI::App& app_;
   std::function<int()> action_;
   std::string database_;
-  bool json_ = false;
+  std::string snapshot_;
+  OutputForm form_ = OutputForm::table;
+  bool no_pager_ = false;
 };
 
 // The groups, in the order in which help lists them.

@@ -191,7 +191,7 @@ std::string body_summary(const qim_node_t& record) {
 
 std::string private_text(const void* data, size_t length) {
   const std::string text(static_cast<const char*>(data), length);
-  return !text.empty() && printable(text) == text ? '"' + text + '"' : "";
+  return reads_as_text(text) ? quoted(text) : "";
 }
 
 std::string named_summary(const std::string& private_text, const qim_node_t& record) {
