@@ -50,11 +50,12 @@ qim_policy_layer(policy_store policy/store USES policy_model)
 qim_policy_layer(policy_explain policy/explain USES policy_store qim_rows)
 qim_policy_layer(policy_native policy/formats/native USES policy_store)
 qim_policy_layer(policy_rfc8519 policy/formats/rfc8519 USES policy_model)
+qim_policy_layer(policy_any policy/formats/any USES policy_native policy_rfc8519)
 include(${PROJECT_SOURCE_DIR}/policy/formats/native/embed_schema.cmake)
 
 qim_tool_layer(qimctl_base tools/base USES policy_base)
 qim_tool_layer(qimctl_nodes tools/nodes USES qimctl_base policy_native)
-qim_tool_layer(qimctl_commands tools/commands USES qimctl_nodes policy_rfc8519 policy_explain)
+qim_tool_layer(qimctl_commands tools/commands USES qimctl_nodes policy_any policy_explain)
 qim_tool_layer(qimctl_options tools/options USES qimctl_commands)
 
 add_library(qimctl_cli STATIC ${PROJECT_SOURCE_DIR}/tools/cli.cpp)

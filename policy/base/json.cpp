@@ -97,6 +97,10 @@ uint64_t JsonView::number() const {
   return value_->get<uint64_t>();
 }
 
+double JsonView::real() const {
+  return value_->get<double>();
+}
+
 std::string JsonView::dump() const {
   return value_->dump();
 }

@@ -50,6 +50,7 @@ class JsonView {
   // Of a string and of a number; anything else is a fault of the caller and throws.
   const std::string& text() const;
   uint64_t number() const;
+  double real() const;  // the number, as near as a double comes to it
 
   std::string dump() const;
   std::string dump_ascii() const;  // what is no ASCII is escaped, what is no UTF-8 replaced

@@ -37,6 +37,12 @@ const Policer* find_policer(const Model& model, std::string_view name) {
   return find_named(model.policers, name);
 }
 
+Problem problem_of(const EmptiedList& list) {
+  return {list.place, "access list \"" + list.name + "\": 0 of " + std::to_string(list.entries) +
+                          " entries carried; without any it would drop every packet, so it is not "
+                          "taken, whatever else may be lost"};
+}
+
 std::string attachment_text(const Attachment& attachment) {
   return "if:" + attachment.interface + "/" + direction_name(attachment.dir);
 }

@@ -80,10 +80,18 @@ struct Model {
   std::vector<Policer> policers;
 };
 
+// An access list of the input of whose entries none could be carried: it would drop everything.
+struct EmptiedList {
+  std::string name;
+  size_t entries = 0;  // that the input has
+  Place place;
+};
+
 // What a format makes of a file: the model, and what became of each piece of the input.
 struct ModelInput {
   Model model;
   std::vector<Finding> findings;
+  std::vector<EmptiedList> emptied;
 };
 
 // Do two entries match and do the same? Places do not count.
@@ -91,6 +99,8 @@ bool same_entry(const Entry& a, const Entry& b);
 // The list of a name, NULL when there is none.
 const AccessList* find_list(const Model& model, std::string_view name);
 const Policer* find_policer(const Model& model, std::string_view name);
+// What is wrong with importing it, and what to do.
+Problem problem_of(const EmptiedList& list);
 // "if:eth0/in"
 std::string attachment_text(const Attachment& attachment);
 

@@ -39,11 +39,8 @@ void native(const uint8_t* bytes, size_t size) {
 
 void rfc8519(const uint8_t* bytes, size_t size) {
   import(bytes, size, [](const std::string& text, const std::string& file) {
-    qimctl::ModelInput input = qimctl::read_rfc8519(text, file);
-  Policy policy;
-  policy.nodes = qimctl::make_nodes(input.model);
-  policy.findings = std::move(input.findings);
-  return policy;
+    qimctl::ModelInput input = qimctl::read_rfc8519(text, file, {"eth0"});
+  return Policy{qimctl::make_nodes(input.model), std::move(input.findings)};
 });
 }  // namespace fuzz
 

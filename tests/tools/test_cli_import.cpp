@@ -20,12 +20,11 @@ const char* const two_actions = R"({"format": "qim-policy", "version": 1, "nodes
   {"id": 1, "type": "Action", "links": {"ln_141": 2}},
   {"id": 2, "type": "Action"}]})";
 
-// One entry that can be carried, one that matches on something that can't.
+// One entry that can be carried, one that does something that can't.
 const char* const lossy_list = R"({"ietf-access-control-list:acls": {"acl": [{
   "name": "a", "type": "ipv4-acl-type", "aces": {"ace": [
     {"name": "good", "matches": {"ipv4": {"protocol": 6}}, "actions": {"forwarding": "accept"}},
-    {"name": "odd", "matches": {"ipv4": {"ietf-acldns:dst-dnsname": "example.com"}},
-     "actions": {"forwarding": "accept"}}]}}]}})";
+    {"name": "odd", "actions": {"forwarding": "accept", "example-rate:limit": 7}}]}}]}})";
 
 class Import : public testing::Test {
  protected:
@@ -183,6 +182,30 @@ TEST_F(Import, accepts_a_loss_when_told) {
   EXPECT_THAT(outcome.out, HasSubstr("accepted  "));
   EXPECT_THAT(outcome.out, HasSubstr(" approximated, 1 skipped\n"));
   EXPECT_GT(stored(), 0u);
+}
+
+// A list of two entries, none of which can be carried.
+const char* const emptied_list = R"({"ietf-access-control-list:acls": {"acl": [
+  {"name": "a", "aces": {"ace": [
+    {"name": "x", "actions": {"forwarding": "x:police"}},
+    {"name": "y", "actions": {"forwarding": "x:police"}}]}}]}})";
+
+TEST_F(Import, takes_no_list_that_would_come_out_empty) {
+  const std::string input = file("a.json", emptied_list);
+  const Outcome outcome = import({"--lossy", input});
+  EXPECT_EQ(outcome.code, qimctl::exit_lossy);
+  EXPECT_THAT(outcome.err, HasSubstr(input + ":2: /ietf-access-control-list:acls/acl/0: "));
+  EXPECT_THAT(outcome.err, HasSubstr("0 of 2 entries carried"));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "db"));
+}
+
+TEST_F(Import, attaches_the_lists_of_a_device_profile) {
+  const std::string input = file("a.json", R"({"ietf-mud:mud": {"from-device-policy":
+    {"access-lists": {"access-list": [{"name": "a"}]}}},
+    "ietf-access-control-list:acls": {"acl": [{"name": "a"}]}})");
+  EXPECT_EQ(import({input}).code, qimctl::exit_lossy);
+  EXPECT_EQ(import({"--interface", "eth3", input}).code, qimctl::exit_ok);
+  EXPECT_THAT(run({"list", "--type", "Edest"}).out, HasSubstr(" in\n1 node\n"));
 }
 
 TEST_F(Import, reports_a_loss_as_json) {

@@ -9,7 +9,6 @@
 #include "policy/base/policy_check.h"
 #include "policy/base/text.h"
 #include "policy/formats/native/native.h"
-#include "policy/formats/rfc8519/rfc8519.h"
 #include "policy/store/list_nodes.h"
 #include "tools/base/output.h"
 #include "tools/nodes/write.h"
@@ -18,40 +17,39 @@ namespace qimctl {
 
 namespace {
 
-Policy nodes_of(ModelInput input) {
-  return {make_nodes(input.model), std::move(input.findings)};
-}
+// What the files hold, and the lists among it that would come out empty.
+struct Input {
+  std::vector<Policy> policies;
+  std::vector<Problem> emptied;
+};
 
-Policy read_policy(const Source& source, Format wanted) {
-  const Format format = wanted == Format::guess ? guess_format(source.text) : wanted;
-  switch (format) {
-    case Format::native:
-      return read_native(source.text, source.file);
-    case Format::rfc8519:
-      return nodes_of(read_rfc8519(source.text, source.file));
-    case Format::guess:
-      break;
+void read_policy(const Source& source, const ImportOptions& options, Input& input) {
+  const Format format = format_of(source.text, source.file, options.format);
+  if (format == Format::native) {
+    input.policies.push_back(read_native(source.text, source.file));
+    return;
   }
-  throw InputError(
-      {source.file, 0, ""},
-      "is in no format known here; say which with --format native or --format rfc8519");
+  ModelInput read = read_model(source.text, source.file, format, options.reading);
+  input.policies.push_back({make_nodes(read.model), std::move(read.findings)});
+  for (const EmptiedList& list : read.emptied) input.emptied.push_back(problem_of(list));
 }
 
 // Reads all files, so that what is wrong in any of them is said at once.
-std::vector<Policy> read_policies(const std::vector<Source>& sources, Format format) {
-  std::vector<Policy> policies;
+Input read_policies(const std::vector<Source>& sources, const ImportOptions& options) {
+  Input input;
   std::vector<Problem> problems;
   for (const Source& source : sources) {
     try {
-      policies.push_back(read_policy(source, format));
+      read_policy(source, options, input);
     } catch (const InputError& error) {
       problems.insert(problems.end(), error.problems().begin(), error.problems().end());
     }
   }
   if (!problems.empty()) refuse(sources, std::move(problems));
-  std::vector<Problem> conflicts = check_policies(policies);
+  std::vector<Problem> conflicts = check_policies(input.policies);
   if (!conflicts.empty()) refuse(sources, std::move(conflicts));
-  return policies;
+  fill_all_lines(sources, input.emptied);
+  return input;
 }
 
 const char* fate_name(Fate fate) {
@@ -155,18 +153,11 @@ StoreCounts store(const ImportOptions& options, const std::vector<Source>& sourc
 
 }  // namespace
 
-Format guess_format(const std::string& text) {
-  const bool native = text.find('"' + std::string(native_format_name) + '"') != text.npos;
-  const bool rfc8519 = text.find('"' + std::string(rfc8519_root) + '"') != text.npos;
-  if (native == rfc8519) return Format::guess;
-  return native ? Format::native : Format::rfc8519;
-}
-
 bool import_files(const ImportOptions& options) {
   std::vector<Source> sources;
   for (const std::string& file : options.files) sources.push_back(read_source(file));
-  const std::vector<Policy> policies = read_policies(sources, options.format);
-  const Report report(sources, policies);
+  const Input input = read_policies(sources, options);
+  const Report report(sources, input.policies);
   if (report.losses() != 0 && !options.lossy) {
     print_report(options, report, nullptr);
     complain(
@@ -174,7 +165,13 @@ bool import_files(const ImportOptions& options) {
         "repeat with --lossy to accept that");
     return false;
   }
-  const StoreCounts counts = store(options, sources, policies);
+  if (!input.emptied.empty()) {
+    print_report(options, report, nullptr);
+    for (const Problem& problem : input.emptied)
+      complain(to_string(problem.place) + ": " + problem.message);
+    return false;
+  }
+  const StoreCounts counts = store(options, sources, input.policies);
   print_report(options, report, &counts);
   return true;
 }

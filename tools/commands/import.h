@@ -5,26 +5,23 @@
 #include <vector>
 
 #include "policy/base/policy.h"
+#include "policy/formats/any/any.h"
 
 namespace qimctl {
-
-enum class Format { guess, native, rfc8519 };
 
 struct ImportOptions {
   std::string database;  // as in database_directory
   std::vector<std::string> files;
   Format format = Format::guess;
+  ReadOptions reading{};
   bool lossy = false;    // import although something could not be carried, or not as it was
   bool replace = false;  // replace nodes that the database has already
   bool verbose = false;  // list what was accepted too
   bool json = false;     // report as JSON
 };
 
-// Returns false when something was approximated or skipped and `lossy` is not set; nothing is
-// imported then. Throws InputError and DatabaseError; nothing is imported then either.
+// Returns false when something was approximated or skipped and `lossy` is not set, or none of a
+// list's entries can be carried; nothing is imported then. Throws InputError and DatabaseError; nothing is imported then either.
 bool import_files(const ImportOptions& options);
-
-// The format that a text claims to be of; nothing when it claims none, or both.
-Format guess_format(const std::string& text);
 
 }  // namespace qimctl

@@ -6,6 +6,7 @@
 #include "tools/commands/priv.h"
 #include "tools/commands/restore.h"
 #include "tools/options/commands.h"
+#include "tools/options/files.h"
 #include "tools/options/values.h"
 
 namespace qimctl {
@@ -15,11 +16,7 @@ namespace {
 void add_import(Commands& commands) {
   const auto options = std::make_shared<ImportOptions>();
   CLI::App* command = commands.add("import", "Import policy files, all or nothing");
-  const std::map<std::string, Format> formats{{"native", Format::native},
-                                              {"rfc8519", Format::rfc8519}};
-  command->add_option("--format", options->format, "Format of the files; guessed when not given")
-      ->transform(CLI::CheckedTransformer(formats).description("{native,rfc8519}"))
-      ->type_name("FORMAT");
+  add_file_options(command, options->format, options->reading);
   command->add_flag("--lossy", options->lossy,
                     "Import although something is approximated or skipped");
   command->add_flag("--replace", options->replace, "Replace nodes that are there already");

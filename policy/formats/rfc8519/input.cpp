@@ -82,7 +82,7 @@ Object::Object(Notes& notes, const Value& value, std::string_view what,
     if (name.starts_with('@')) {
       notes.finding(Fate::skipped, path, "annotation " + in_quotes(spelled) + " left out");
     } else if (name.find(':') != std::string::npos) {
-      foreign_.push_back({spelled, path});
+      foreign_.push_back({spelled, path, json});
     } else if (std::find(known.begin(), known.end(), name) == known.end()) {
       notes.problem(path, "unknown member " + in_quotes(spelled) + " of " + what_ +
                               "; it may have " + alternatives(known));

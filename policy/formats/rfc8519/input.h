@@ -44,8 +44,9 @@ struct Value {
 
 // A member that belongs to another module.
 struct Foreign {
-  std::string name;
+  std::string name;  // with the module's prefix
   std::string path;
+  JsonView json;
 };
 
 // The members of one object. Those of the model are found by their simple names; one that is

@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "policy/base/canonical_json.h"
 #include "policy/formats/rfc8519/leaves.h"
 #include "policy/formats/rfc8519/reader.h"
 
@@ -34,11 +35,12 @@ class MatchReader {
       : reading_(reading), notes_(reading.notes), obstacles_(obstacles) {}
 
   void read(const Value& matches, const ListType& type);
-  std::vector<Criterion> take() { return std::move(criteria_); }
+  std::vector<Criterion> take();
 
  private:
   void read_header(Header header, const Value& value);
   void read_field(const CriterionKind& kind, const Object& object);
+  void read_opaque(const Object& object, const std::string& within);
   void read_ports_field(const CriterionKind& kind, const Value& value);
   void read_mac_field(const CriterionKind& kind, const Object& object);
   void read_interface(const CriterionKind& kind, const Value& leaf);
@@ -50,6 +52,7 @@ class MatchReader {
   Notes& notes_;
   std::vector<Obstacle>& obstacles_;
   std::vector<Criterion> criteria_;
+  std::vector<Criterion> opaque_;  // those of other models
 };
 
 void MatchReader::read(const Value& matches, const ListType& type) {
@@ -59,7 +62,7 @@ void MatchReader::read(const Value& matches, const ListType& type) {
   const std::vector<const CriterionKind*> interfaces = fields_of(Header::interface);
   for (const CriterionKind* kind : interfaces) known.push_back(kind->field());
   const Object object(notes_, matches, "\"matches\"", known);
-  note_obstacles(object, obstacles_);
+  read_opaque(object, "");
   check_choice(object, {"ipv4", "ipv6"});
   check_choice(object, {"tcp", "udp", "icmp"});
   check_type(object, type, Header::eth, acl_type_eth);
@@ -105,7 +108,7 @@ void MatchReader::read_header(Header header, const Value& value) {
   std::vector<std::string_view> known(masks.begin(), masks.end());
   for (const CriterionKind* kind : fields) known.push_back(kind->field());
   const Object object(notes_, value, in_quotes(header_name(header)), known);
-  note_obstacles(object, obstacles_);
+  read_opaque(object, std::string(header_name(header)));
   const size_t before = criteria_.size();
   for (const CriterionKind* kind : fields) read_field(*kind, object);
   if (criteria_.size() == before) criteria_.push_back({static_cast<uint32_t>(header), {}});
@@ -123,10 +126,41 @@ void MatchReader::read_field(const CriterionKind& kind, const Object& object) {
 void MatchReader::read_ports_field(const CriterionKind& kind, const Value& value) {
   const Object ports(notes_, value, in_quotes(kind.field()),
                      {"operator", "port", "lower-port", "upper-port"});
-  note_obstacles(ports, obstacles_);
-  if (value.json.is_object() && value.json.size() != 0 && ports.foreign().empty()) {
+  read_opaque(ports, std::string(header_name(kind.header)) + "/" + std::string(kind.field()));
+  if (value.json.is_object() && value.json.size() != ports.foreign().size())
     add(kind, read_ports(notes_, ports));
+}
+
+// Matches that only another model understands are carried whole.
+void MatchReader::read_opaque(const Object& object, const std::string& within) {
+  for (const Foreign& member : object.foreign()) {
+    const size_t colon = member.name.find(':');
+    OpaqueMatch match{within, member.name.substr(0, colon), member.name.substr(colon + 1), ""};
+    std::optional<std::string> json = canonical_json(member.json);
+    const bool short_enough = match.module.size() <= UINT16_MAX && match.name.size() <= UINT16_MAX;
+    if (!json || !short_enough) {
+      obstacles_.push_back(
+          {member.path,
+           in_quotes(member.name) +
+               (short_enough ? " with a number of 2^53 or more, which JSON does not keep exactly"
+                             : ", which is too long for a name")});
+      continue;
+    }
+    match.json = *std::move(json);
+    notes_.finding(Fate::accepted, member.path,
+                   in_quotes(member.name) + " is carried whole, but only a reader that knows " +
+                       in_quotes(match.module) + " can decide it");
+    opaque_.push_back(to_criterion(match));
   }
+}
+
+// In ascending order of type, and of arguments among those of other models, which come first.
+std::vector<Criterion> MatchReader::take() {
+  std::sort(opaque_.begin(), opaque_.end(),
+            [](const Criterion& a, const Criterion& b) { return a.args < b.args; });
+  opaque_.insert(opaque_.end(), std::make_move_iterator(criteria_.begin()),
+                 std::make_move_iterator(criteria_.end()));
+  return std::move(opaque_);
 }
 
 void MatchReader::read_mac_field(const CriterionKind& kind, const Object& object) {

@@ -212,6 +212,8 @@ void ListReader::sum_up() {
   notes_.finding(Fate::accepted, list_.place.path,
                  name + ": " + std::to_string(list_.entries.size()) + " of " +
                      std::to_string(entries_) + " entries");
+  if (list_.entries.empty() && entries_ != 0)
+    reading_.emptied.push_back({list_.name, entries_, list_.place});
 }
 
 void check_attachments(Reading& reading) {

@@ -18,6 +18,7 @@ struct Reading {
   Interfaces interfaces;
   std::set<std::string> list_names;
   Model model;
+  std::vector<EmptiedList> emptied;
 };
 
 // Everything under "acls". What is wrong is in reading.notes afterwards.
@@ -44,12 +45,16 @@ struct ListType {
 std::vector<Criterion> read_matches(Reading& reading, const Value& matches, const ListType& type,
                                     std::vector<Obstacle>& obstacles);
 
-// Members of other modules in an object of an entry are obstacles: they may narrow what it matches
-// or change what it does.
+// Members of other modules in an entry itself or its actions are obstacles: they may narrow what it
+// matches or change what it does.
 void note_obstacles(const Object& object, std::vector<Obstacle>& obstacles);
 
 // Where access lists are applied.
 void read_attachment_points(Reading& reading, const Value& points);
+
+// The directions of the access lists in a device profile, and the interface that the device is behind,
+// "" = it is not known.
+void read_device_profile(Reading& reading, const Value& profile, const std::string& interface);
 
 // Counters that the source kept, which are no policy. Checks them; true when there are any.
 bool read_counters(Notes& notes, const Object& object);

@@ -28,12 +28,15 @@ class RootFinder {
     return found_;
   }
 
+  // Those beside the access lists.
+  const std::vector<Value>& profiles() const { return profiles_; }
+
  private:
   // True when `value` is or holds the access lists.
   bool search(const Value& value) {
     if (!value.json.is_object()) return false;
     bool here = false;
-    std::vector<std::pair<std::string, std::string>> beside;  // name and path
+    std::vector<std::pair<std::string, Value>> beside;
     value.json.each([&](const std::string& name, JsonView json) {
       const Value member{json, pointer_to(value.path, name)};
       if (name == rfc8519_root) {
@@ -42,12 +45,17 @@ class RootFinder {
       } else if (search(member)) {
         here = true;
       } else {
-        beside.emplace_back(name, member.path);
+        beside.emplace_back(name, member);
       }
     });
     if (!here) return false;
-    for (const auto& [name, path] : beside) {
-      notes_.finding(Fate::skipped, path, in_quotes(name) + " is no access list and is left out");
+    for (const auto& [name, member] : beside) {
+      if (name == profile_root) {
+        profiles_.push_back(member);
+        continue;
+      }
+      notes_.finding(Fate::skipped, member.path,
+                     in_quotes(name) + " is no access list and is left out");
     }
     return true;
   }
@@ -63,20 +71,26 @@ class RootFinder {
 
   Notes& notes_;
   Value found_;
+  std::vector<Value> profiles_;
 };
 
 }  // namespace
 
-ModelInput read_rfc8519(const std::string& text, const std::string& file) {
+ModelInput read_rfc8519(const std::string& text, const std::string& file,
+                        const ReadOptions& options) {
   const JsonDocument document = parse_json(text, file);
-  rfc8519::Reading reading{Notes(file), {}, {}, {}};
-  const Value acls = RootFinder(reading.notes).find(document.view());
+  rfc8519::Reading reading{Notes(file), {}, {}, {}, {}};
+  RootFinder finder(reading.notes);
+  const Value acls = finder.find(document.view());
   if (acls) read_acls(reading, acls);
+  for (const Value& profile : finder.profiles())
+    read_device_profile(reading, profile, options.interface);
   if (!reading.notes.problems().empty()) {
     fill_lines(text, file, reading.notes.problems());
     throw InputError(std::move(reading.notes.problems()));
   }
-  ModelInput input{std::move(reading.model), std::move(reading.notes.findings())};
+  ModelInput input{std::move(reading.model), std::move(reading.notes.findings()),
+                   std::move(reading.emptied)};
   fill_lines(text, file, input.findings);
   return input;
 }

@@ -4,16 +4,20 @@
 #include <string>
 
 #include "policy/model/model.h"
+#include "policy/model/read_options.h"
 
 namespace qimctl {
 
 // The member that holds the access lists; it may lie anywhere in a larger document.
 inline constexpr const char* rfc8519_root = "ietf-access-control-list:acls";
+// That of a device profile (RFC 8520), beside it.
+inline constexpr const char* profile_root = "ietf-mud:mud";
 
 // Reads the access lists in `text`. The findings list what became of each access list, and everything
 // that was left out or carried differently. An entry with something that nothing here can carry is
 // left out whole. `file` names the input in places, which have paths but no lines in the model. Throws
 // InputError with everything that is wrong with the text.
-ModelInput read_rfc8519(const std::string& text, const std::string& file);
+ModelInput read_rfc8519(const std::string& text, const std::string& file,
+                        const ReadOptions& options = {});
 
 }  // namespace qimctl

@@ -1,0 +1,12 @@
+// Options of every command that reads policy files.
+#pragma once
+
+#include "policy/formats/any/any.h"
+#include "tools/options/commands.h"
+
+namespace qimctl {
+
+// --format and --interface.
+void add_file_options(CLI::App* command, Format& format, ReadOptions& reading);
+
+}  // namespace qimctl
