@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "policy/base/json_print.h"
+
 namespace qimctl {
 
 namespace {
@@ -73,7 +75,7 @@ class Writer {
               [](const auto& a, const auto& b) { return comes_before(a.first, b.first); });
     char before = '{';
     for (const auto& [name, member] : members) {
-      text_ += std::exchange(before, ',') + JsonValue(name).dump() + ':';
+      text_ += std::exchange(before, ',') + json_string(name) + ':';
       if (!write(member)) return false;
     }
     text_ += members.empty() ? "{}" : "}";

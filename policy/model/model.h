@@ -94,6 +94,13 @@ struct ModelInput {
   std::vector<EmptiedList> emptied;
 };
 
+// What a format makes of a model: a file, and what became of whatever it has no word for, each at
+// the list ("LIST" or "LIST/ENTRY") that it is of.
+struct ModelText {
+  std::string text;
+  std::vector<Finding> findings;
+};
+
 // Do two entries match and do the same? Places do not count.
 bool same_entry(const Entry& a, const Entry& b);
 // The list of a name, NULL when there is none.

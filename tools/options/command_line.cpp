@@ -16,7 +16,8 @@ class CommandLine {
   CommandLine() {
     app_.require_subcommand(0, 1);  // read() asks for it, so that a misspelt one is named
     app_.set_help_all_flag("--help-all", "Show help of all commands");
-    for (const auto add : {add_changing, add_reading, add_viewing, add_nodes, add_maintenance})
+    for (const auto add :
+         {add_changing, add_exporting, add_reading, add_viewing, add_nodes, add_maintenance})
       add(commands_);
   }
   CommandLine(const CommandLine&) = delete;

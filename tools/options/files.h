@@ -9,4 +9,7 @@ namespace qimctl {
 // --format and --interface.
 void add_file_options(CLI::App* command, Format& format, ReadOptions& reading);
 
+// --format of a command that writes one.
+void add_written_format(CLI::App* command, Format& format);
+
 }  // namespace qimctl

@@ -32,4 +32,8 @@ ModelInput read_model(const std::string& text, const std::string& file, Format f
   }
 }
 
+ModelText write_model(const Model& model, Format, const std::vector<std::string>& names) {
+  return write_rfc8519(model, names);
+}
+
 }  // namespace qimctl

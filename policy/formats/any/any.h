@@ -19,6 +19,9 @@ struct FormatName {
 inline constexpr std::array format_names{FormatName{"native", Format::native},
                                          FormatName{"rfc8519", Format::rfc8519}};
 
+// Those that access lists are written in.
+inline constexpr std::array written_formats{FormatName{"rfc8519", Format::rfc8519}};
+
 // The format that a text claims to be of; Format::guess when it claims none, or several.
 Format guess_format(const std::string& text);
 
@@ -28,5 +31,8 @@ Format format_of(const std::string& text, const std::string& file, Format wanted
 // Reads access lists; the native format, which holds nodes, is none that has them. Throws InputError.
 ModelInput read_model(const std::string& text, const std::string& file, Format format,
                       const ReadOptions& options = {});
+
+// Writes access lists: all that it is given, or those of these names.
+ModelText write_model(const Model& model, Format format, const std::vector<std::string>& names);
 
 }  // namespace qimctl

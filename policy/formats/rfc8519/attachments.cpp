@@ -9,13 +9,6 @@ namespace qimctl::rfc8519 {
 
 namespace {
 
-struct Direction {
-  std::string_view name;
-  uint8_t dir;
-};
-
-constexpr std::array directions{Direction{"ingress", QIM_DIR_IN}, Direction{"egress", dir_out}};
-
 // The list is attached all the same: it is the safer half of what was asked for.
 void note_approximated(Notes& notes, const Object& object) {
   for (const Foreign& member : object.foreign()) {

@@ -12,19 +12,6 @@ namespace {
 
 constexpr std::string_view own_prefix = "ietf-access-control-list:";
 
-// The characters of a UTF-8 text, which the JSON parser has checked.
-size_t characters(const std::string& text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
-  }));
-}
-
-// What RFC 7950 section 9.4 leaves out of strings, as far as it is a control character.
-bool forbidden(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 && c != '\t' && c != '\n' && c != '\r';
-}
-
 // The value of a base64 digit (RFC 4648 section 4), 64 for any other character.
 uint32_t base64_digit(char c) {
   constexpr std::string_view digits =
@@ -59,6 +46,17 @@ std::string range_text(uint32_t min, uint32_t max) {
 }
 
 }  // namespace
+
+size_t characters(const std::string& text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
+  }));
+}
+
+bool is_forbidden(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 && c != '\t' && c != '\n' && c != '\r';
+}
 
 void Notes::problem(const std::string& path, std::string message) {
   problems_.push_back({place(path), std::move(message)});
@@ -138,7 +136,7 @@ std::optional<std::string> read_string(Notes& notes, const Value& leaf) {
     return {};
   }
   const std::string& text = leaf.json.text();
-  if (std::any_of(text.begin(), text.end(), forbidden)) {
+  if (std::any_of(text.begin(), text.end(), is_forbidden)) {
     notes.problem(leaf.path, "holds a control character; remove it");
     return {};
   }

@@ -93,6 +93,11 @@ struct Identity {
 };
 std::optional<Identity> read_identity(Notes& notes, const Value& leaf);
 
+// The characters of a UTF-8 text.
+size_t characters(const std::string& text);
+// Is it what RFC 7950 section 9.4 leaves out of strings, as far as that is control characters?
+bool is_forbidden(char c);
+
 // "\"a\", \"b\" or \"c\"".
 std::string alternatives(const std::vector<std::string_view>& names);
 // The text in double quotes, shortened when long.

@@ -238,6 +238,12 @@ void read_acls(Reading& reading, const Value& acls) {
   check_attachments(reading);
 }
 
+std::string list_type_name(uint32_t bits) {
+  for (const TypeName& type : list_types)
+    if (type.bits == bits) return std::string(type.name);
+  return "";
+}
+
 void skip_foreign(Notes& notes, const Object& object) {
   for (const Foreign& member : object.foreign()) {
     notes.finding(Fate::skipped, member.path,

@@ -1,6 +1,7 @@
 // The model's tree, read into a Model. Each function reads one level of it.
 #pragma once
 
+#include <array>
 #include <set>
 #include <string>
 #include <string_view>
@@ -62,6 +63,16 @@ bool read_counters(Notes& notes, const Object& object);
 // The names of the counters, for the members that an object may have.
 inline constexpr std::string_view matched_packets = "matched-packets";
 inline constexpr std::string_view matched_octets = "matched-octets";
+
+// The identity of a list's type, "" when there is none of these headers.
+std::string list_type_name(uint32_t bits);
+
+struct Direction {
+  std::string_view name;
+  uint8_t dir;
+};
+inline constexpr std::array directions{Direction{"ingress", QIM_DIR_IN},
+                                       Direction{"egress", dir_out}};
 
 // Longest name of a list or an entry, in characters.
 inline constexpr size_t longest_name = 64;

@@ -20,4 +20,8 @@ inline constexpr const char* profile_root = "ietf-mud:mud";
 ModelInput read_rfc8519(const std::string& text, const std::string& file,
                         const ReadOptions& options = {});
 
+// Writes the lists of these names, all when there is none, and where they are attached. Reading the
+// text gives the same model again; the findings name every exception.
+ModelText write_rfc8519(const Model& model, const std::vector<std::string>& names = {});
+
 }  // namespace qimctl

@@ -1,0 +1,112 @@
+// JSON written value by value.
+#include "policy/base/json_print.h"
+
+#include <utility>
+
+namespace qimctl {
+
+namespace {
+
+constexpr std::string_view digits = "0123456789abcdef";
+
+// Behind a backslash; NUL for what needs none.
+char short_escape(char c) {
+  switch (c) {
+    case '"':
+    case '\\':
+      return c;
+    case '\b':
+      return 'b';
+    case '\f':
+      return 'f';
+    case '\n':
+      return 'n';
+    case '\r':
+      return 'r';
+    case '\t':
+      return 't';
+    default:
+      return '\0';
+  }
+}
+
+}  // namespace
+
+void append_json_string(std::string& to, std::string_view text) {
+  to += '"';
+  for (const char c : text) {
+    if (const char escape = short_escape(c)) {
+      to += '\\';
+      to += escape;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      to += "\\u00";
+      to += digits[static_cast<unsigned char>(c) >> 4];
+      to += digits[static_cast<unsigned char>(c) & 15];
+    } else {
+      to += c;
+    }
+  }
+  to += '"';
+}
+
+std::string json_string(std::string_view text) {
+  std::string json;
+  append_json_string(json, text);
+  return json;
+}
+
+JsonPrinter& JsonPrinter::open(char bracket) {
+  begin();
+  text_ += bracket;
+  closing_ += bracket == '{' ? '}' : ']';
+  empty_ = true;
+  return *this;
+}
+
+JsonPrinter& JsonPrinter::close() {
+  const char bracket = closing_.back();
+  closing_.pop_back();
+  if (!std::exchange(empty_, false)) next_line();
+  text_ += bracket;
+  return *this;
+}
+
+JsonPrinter& JsonPrinter::text(std::string_view value) {
+  begin();
+  append_json_string(text_, value);
+  return *this;
+}
+
+JsonPrinter& JsonPrinter::number(uint64_t value) {
+  return json(std::to_string(value));
+}
+
+JsonPrinter& JsonPrinter::json(std::string_view value) {
+  begin();
+  text_ += value;
+  return *this;
+}
+
+JsonPrinter& JsonPrinter::member(std::string_view name) {
+  text(name);
+  text_ += ": ";
+  named_ = true;
+  return *this;
+}
+
+std::string JsonPrinter::take() {
+  return std::move(text_) + "\n";
+}
+
+void JsonPrinter::begin() {
+  if (std::exchange(named_, false) || closing_.empty()) return;
+  if (!std::exchange(empty_, false)) text_ += ',';
+  next_line();
+}
+
+void JsonPrinter::next_line() {
+  text_ += '\n';
+  text_.append(2 * closing_.size(), ' ');
+}
+
+}  // namespace qimctl

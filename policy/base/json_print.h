@@ -1,0 +1,43 @@
+// JSON written value by value, for documents that may be large: nothing is kept but the text.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qimctl {
+
+// The text, which must be UTF-8, as a JSON string with as few escapes as can be.
+void append_json_string(std::string& to, std::string_view text);
+std::string json_string(std::string_view text);
+
+// A document with a level of indentation for each open object or array, and one member or element a
+// line. Empty ones take no line of their own.
+class JsonPrinter {
+ public:
+  // A value: the document itself, an element of the open array, or what member() has named.
+  JsonPrinter& object() { return open('{'); }
+  JsonPrinter& array() { return open('['); }
+  JsonPrinter& close();
+  JsonPrinter& text(std::string_view value);
+  JsonPrinter& number(uint64_t value);
+  JsonPrinter& json(std::string_view value);  // in one line
+
+  JsonPrinter& member(std::string_view name);
+
+  // With the end of the last line.
+  std::string take();
+
+ private:
+  JsonPrinter& open(char bracket);
+  void begin();
+  void next_line();
+
+  std::string text_;
+  std::string closing_;  // the brackets that are open
+  bool empty_ = true;    // is there nothing yet in the innermost one?
+  bool named_ = false;   // has member() said what the next value is?
+};
+
+}  // namespace qimctl

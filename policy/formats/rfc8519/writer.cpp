@@ -1,0 +1,172 @@
+// Access lists of a model as a document.
+#include <algorithm>
+#include <array>
+#include <set>
+
+#include "policy/base/criteria.h"
+#include "policy/formats/rfc8519/input.h"
+#include "policy/formats/rfc8519/reader.h"
+#include "policy/formats/rfc8519/rfc8519.h"
+#include "policy/formats/rfc8519/write_matches.h"
+
+namespace qimctl {
+
+namespace rfc8519 {
+
+namespace {
+
+class Writer {
+ public:
+  explicit Writer(const Model& model) : model_(model) {}
+
+  ModelText write(const std::vector<std::string>& names);
+
+ private:
+  void write_list(const AccessList& list);
+  void write_type(const AccessList& list, uint32_t headers);
+  void write_entry(const Entry& entry, const Containers& containers);
+  void write_attachments();
+  void write_interface(const std::string& name, std::vector<const Attachment*> attached);
+
+  void note(Fate fate, const std::string& where, std::string what) {
+    findings_.push_back({fate, {where, 0, ""}, std::move(what)});
+  }
+
+  const Model& model_;
+  JsonPrinter printer_;
+  std::vector<Finding> findings_;
+  std::set<std::string> written_;
+};
+
+ModelText Writer::write(const std::vector<std::string>& names) {
+  const std::set<std::string> wanted(names.begin(), names.end());
+  printer_.object().member(rfc8519_root).object().member("acl").array();
+  for (const AccessList& list : model_.lists)
+    if (wanted.empty() || wanted.contains(list.name)) write_list(list);
+  printer_.close();
+  write_attachments();
+  printer_.close().close();
+  return {printer_.take(), std::move(findings_)};
+}
+
+void Writer::write_list(const AccessList& list) {
+  const std::string obstacle = name_obstacle(list.name, longest_name);
+  if (!obstacle.empty())
+    return note(Fate::skipped, list.name,
+                "access list left out, for its name can't be one: " + obstacle);
+  written_.insert(list.name);
+  std::vector<std::pair<const Entry*, Containers>> entries;
+  uint32_t headers = acl_type_unknown;
+  for (const Entry& entry : list.entries) {
+    Matches matches = sort_matches(entry);
+    const std::string bad_name = name_obstacle(entry.name, longest_name);
+    if (!bad_name.empty()) matches.obstacle = "a name of which " + bad_name;
+    const std::string where = list.name + "/" + entry.name;
+    if (!matches.obstacle.empty()) {
+      note(Fate::skipped, where, "entry left out, for this format can't carry " + matches.obstacle);
+      continue;
+    }
+    headers |= matches.headers;
+    if (!entry.policer.empty())
+      note(Fate::approximated, where,
+           "written without the policer " + in_quotes(entry.policer) +
+               ", which this format has no word for");
+    entries.emplace_back(&entry, std::move(matches.containers));
+  }
+  printer_.object().member("name").text(list.name);
+  write_type(list, headers);
+  if (list.default_action != ActionType::drop)
+    note(Fate::skipped, list.name,
+         "this format can't say what becomes of packets that no entry matches: its readers drop "
+         "them, "
+         "where this list would " +
+             std::string(action_name(static_cast<uint32_t>(list.default_action))));
+  if (!entries.empty()) {
+    printer_.member("aces").object().member("ace").array();
+    for (const auto& [entry, containers] : entries) write_entry(*entry, containers);
+    printer_.close().close();
+  }
+  printer_.close();
+}
+
+// The model has no type for IPv4 beside IPv6 without Ethernet, and none that is narrower than the
+// entries.
+void Writer::write_type(const AccessList& list, uint32_t headers) {
+  uint32_t bits = list.type | headers;
+  if (bits == (acl_type_ipv4 | acl_type_ipv6)) bits |= acl_type_eth;
+  const std::string name = list_type_name(bits);
+  if (!name.empty()) printer_.member("type").text(name);
+  if (bits != list.type)
+    note(
+        Fate::approximated, list.name,
+        "written with the type " + in_quotes(name) + ", the narrowest that this format has for it");
+}
+
+void Writer::write_entry(const Entry& entry, const Containers& containers) {
+  printer_.object().member("name").text(entry.name);
+  if (!containers.empty()) {
+    printer_.member("matches");
+    print_matches(printer_, containers);
+  }
+  printer_.member("actions").object().member("forwarding");
+  printer_.text(action_name(static_cast<uint32_t>(entry.forwarding)));
+  if (entry.log)
+    printer_.member("logging").text(action_name(static_cast<uint32_t>(ActionType::log_syslog)));
+  printer_.close().close();
+}
+
+void Writer::write_attachments() {
+  std::vector<std::string> order;
+  std::map<std::string, std::vector<const Attachment*>> interfaces;
+  for (const Attachment& attachment : model_.attachments) {
+    if (!written_.contains(attachment.list)) continue;
+    std::vector<const Attachment*>& attached = interfaces[attachment.interface];
+    if (attached.empty()) order.push_back(attachment.interface);
+    attached.push_back(&attachment);
+  }
+  std::vector<std::string> sound;
+  for (const std::string& name : order) {
+    const std::string obstacle = name_obstacle(name, std::string::npos);
+    if (obstacle.empty()) {
+      sound.push_back(name);
+    } else {
+      note(Fate::skipped, name, "interface left out, for its name can't be one: " + obstacle);
+    }
+  }
+  if (sound.empty()) return;
+  printer_.member("attachment-points").object().member("interface").array();
+  for (const std::string& name : sound) write_interface(name, interfaces[name]);
+  printer_.close().close();
+}
+
+void Writer::write_interface(const std::string& name, std::vector<const Attachment*> attached) {
+  std::stable_sort(attached.begin(), attached.end(),
+                   [](const Attachment* a, const Attachment* b) { return a->stage < b->stage; });
+  printer_.object().member("interface-id").text(name);
+  for (const Direction& direction : directions) {
+    bool any = false;
+    for (const Attachment* attachment : attached) {
+      if ((attachment->dir == QIM_DIR_IN) != (direction.dir == QIM_DIR_IN)) continue;
+      if (!std::exchange(any, true))
+        printer_.member(direction.name)
+            .object()
+            .member("acl-sets")
+            .object()
+            .member("acl-set")
+            .array();
+      printer_.object().member("name").text(attachment->list).close();
+    }
+    if (any) printer_.close().close().close();
+  }
+  printer_.close();
+}
+
+}  // namespace
+
+}  // namespace rfc8519
+
+ModelText write_rfc8519(const Model& model, const std::vector<std::string>& names) {
+  return rfc8519::Writer(model).write(names);
+}
+
+}  // namespace qimctl

@@ -1,0 +1,34 @@
+// Commands that write policy files.
+#include "tools/commands/export.h"
+#include "tools/options/commands.h"
+#include "tools/options/files.h"
+
+namespace qimctl {
+
+namespace {
+
+ExitCode run_export(const Commands& commands, const ExportOptions& options) {
+  const Database database(commands.database(), OpenMode::read);
+  switch (export_lists(ReadSession(database), options)) {
+    case Exported::nothing_known:
+      return exit_not_found;
+    case Exported::lossy:
+      return exit_lossy;
+    default:
+      return exit_ok;
+  }
+}
+
+}  // namespace
+
+void add_exporting(Commands& commands) {
+  const auto options = std::make_shared<ExportOptions>();
+  CLI::App* command = commands.add("export", "Print access lists as a file that 'import' takes");
+  add_written_format(command, options->format);
+  command->add_flag("--lossy", options->lossy, "Print although the format can't say everything");
+  command->add_option("NAME", options->names, "Access lists; all when none is given")
+      ->type_name("");
+  commands.on(command, [&commands, options] { return run_export(commands, *options); });
+}
+
+}  // namespace qimctl
