@@ -142,21 +142,25 @@ void Database::open_snapshot(const std::string& path) {
         "there is none of that name; " +
             (known.empty() ? "the database has no snapshots" : "there are " + known));
   }
+  require(snapshot_open(handle_, path, &snapshot_), attempt);
+}
+
+uint32_t snapshot_open(uint32_t database, const std::string& path, uint32_t* handle) {
   const size_t slash = path.rfind('/');
-  if (slash == path.npos)
-    return require(qim_db_snapshot(handle_, path.c_str(), &snapshot_), attempt);
-  require(qim_db_uri_snapshot(handle_, path.substr(0, slash).c_str(),
-                              path.substr(slash + 1).c_str(), &snapshot_),
-          attempt);
+  if (slash == path.npos) return qim_db_snapshot(database, path.c_str(), handle);
+  return qim_db_uri_snapshot(database, path.substr(0, slash).c_str(),
+                             path.substr(slash + 1).c_str(), handle);
 }
 
 Database::~Database() {
   qim_lib_close(handle_, 0);
 }
 
-ReadSession::ReadSession(const Database& database) {
-  require(qim_ses_open_ro(database.read_handle(), &handle_),
-          "read the database in " + database.directory());
+ReadSession::ReadSession(const Database& database)
+    : ReadSession(database.read_handle(), "the database in " + database.directory()) {}
+
+ReadSession::ReadSession(uint32_t handle, const std::string& what) {
+  require(qim_ses_open_ro(handle, &handle_), "read " + what);
 }
 
 ReadSession::~ReadSession() {

@@ -74,6 +74,8 @@ class Database {
 class ReadSession {
  public:
   explicit ReadSession(const Database& database);
+  // The same of whatever has sessions: the handle of a database or a snapshot. `what` names it.
+  ReadSession(uint32_t handle, const std::string& what);
   ~ReadSession();
   ReadSession(const ReadSession&) = delete;
   ReadSession& operator=(const ReadSession&) = delete;
@@ -99,6 +101,9 @@ class WriteSession {
   uint32_t handle_ = 0;
 };
 
+// Opens the snapshot of that path; one that is not there is made where the database is open for
+// writing. Gives a status of the database.
+uint32_t snapshot_open(uint32_t database, const std::string& path, uint32_t* handle);
 // The paths of all snapshots of a database, in the order of their bytes.
 std::vector<std::string> snapshot_paths(const Database& database);
 

@@ -13,6 +13,7 @@
 #include "policy/formats/native/node_json.h"
 #include "policy/store/node_image.h"
 #include "policy/store/store_policy.h"
+#include "policy/store/stored_node.h"
 #include "rov_edit.h"
 #include "tools/base/output.h"
 
@@ -20,68 +21,8 @@ namespace qimctl {
 
 namespace {
 
-constexpr uint32_t largest_private = 1U << 20;
-
-// A node as the database keeps it.
-struct Stored {
-  rov_node_id_t id{};
-  uint32_t flags = 0;
-  std::vector<uint8_t> tlv;
-  std::vector<uint8_t> dset;
-  std::vector<rov_link_t> links;
-  std::vector<ClientData> clients;
-};
-
-class StoreReader {
- public:
-  explicit StoreReader(uint32_t session) : session_(session), room_(largest_private) {}
-
-  Stored read(const rov_node_parms_t& parms) {
-    Stored node;
-    node.id = parms.id;
-    node.flags = parms.flags;
-    node.tlv.resize(parms.tlv_len);
-    node.dset.resize(parms.dset_len);
-    require(rov_node_data_get(session_, parms.id, parms.tlv_len, node.tlv.data(), parms.dset_len,
-                              node.dset.data(), 0, nullptr),
-            "read node " + name_of(node));
-    read_links(node);
-    read_clients(node);
-    return node;
-  }
-
- private:
-  static std::string name_of(const Stored& node) {
-    return node_id_text(qim_from_rov_node_id(&node.id));
-  }
-
-  void read_links(Stored& node) {
-    rov_link_t link;
-    uint32_t status = ROV_OK;
-    for (uint32_t n = 0; (status = rov_node_link_nth(session_, node.id, n, &link)) == ROV_OK; n++) {
-      node.links.push_back(link);
-    }
-    if (status != ROV_ERR_NO_LINK) require(status, "read the links of node " + name_of(node));
-  }
-
-  void read_clients(Stored& node) {
-    uint32_t client = 0;
-    uint32_t length = 0;
-    uint32_t status = ROV_OK;
-    for (uint32_t n = 0; (status = rov_edit_priv_nth(session_, node.id, n, &client, largest_private,
-                                                     room_.data(), &length)) == ROV_OK;
-         n++) {
-      node.clients.push_back({client, {room_.begin(), room_.begin() + length}});
-    }
-    if (status != ROV_ERR_NO_VALUE) require(status, "read private data of node " + name_of(node));
-  }
-
-  uint32_t session_;
-  std::vector<uint8_t> room_;
-};
-
 // Would this give back the node byte for byte?
-bool is_faithful(const JsonValue& value, const Stored& stored) {
+bool is_faithful(const JsonValue& value, const StoredNode& stored) {
   Node node = read_native_node(parse_json(value.dump(), "").view());
   Policy policy;
   policy.nodes.push_back(std::move(node));
@@ -96,7 +37,7 @@ bool is_faithful(const JsonValue& value, const Stored& stored) {
 }
 
 // Adds what stands in a file beside a node's contents.
-JsonValue with_rest(JsonValue value, std::optional<JsonValue> dset, const Stored& stored) {
+JsonValue with_rest(JsonValue value, std::optional<JsonValue> dset, const StoredNode& stored) {
   JsonValue links;
   for (const rov_link_t& link : stored.links) {
     qim_link_t form{};
@@ -111,7 +52,7 @@ JsonValue with_rest(JsonValue value, std::optional<JsonValue> dset, const Stored
   return value;
 }
 
-void add_private(const Stored& stored, JsonValue& value) {
+void add_private(const StoredNode& stored, JsonValue& value) {
   JsonValue others;
   for (const ClientData& data : stored.clients) {
     if (data.client == client_id) {
@@ -124,9 +65,9 @@ void add_private(const Stored& stored, JsonValue& value) {
 }
 
 // The node in terms of its record; nothing when that says less or something else.
-std::optional<JsonValue> record_form(const ReadSession& session, const Stored& stored) {
+std::optional<JsonValue> record_form(const ReadSession& session, const StoredNode& stored) {
   try {
-    const NodeImage image = read_node(session, qim_from_rov_node_id(&stored.id));
+    const NodeImage image = read_node(session, stored.number());
     if (!node_type_code(node_type_name(image.record.type))) return std::nullopt;
     std::optional<JsonValue> dset;
     if (image.dset) dset = dset_to_json(*image.dset);
@@ -138,12 +79,12 @@ std::optional<JsonValue> record_form(const ReadSession& session, const Stored& s
   return std::nullopt;
 }
 
-JsonValue raw_form(const Stored& stored) {
+JsonValue raw_form(const StoredNode& stored) {
   JsonValue body;
   body.set("flags", stored.flags);
   body.set("tlv", hex_bytes(stored.tlv));
   JsonValue value;
-  value.set("id", node_id_text(qim_from_rov_node_id(&stored.id)));
+  value.set("id", node_id_text(stored.number()));
   value.set("type", raw_type_name);
   value.set("body", std::move(body));
   std::optional<JsonValue> dset;
@@ -167,12 +108,12 @@ class CheckedOutput {
 }  // namespace
 
 void dump_database(const ReadSession& session) {
-  StoreReader reader(session.handle());
+  StoredNodeReader reader(session);
   CheckedOutput output;
   output.put("{\"format\":\"" + std::string(native_format_name) + "\",\"version\":1,\"nodes\":[\n");
   const char* separator = "";
   each_node(session.handle(), [&](const rov_node_parms_t& parms) {
-    const Stored stored = reader.read(parms);
+    const StoredNode stored = reader.read(parms);
     std::optional<JsonValue> value = record_form(session, stored);
     if (!value) value = raw_form(stored);
     add_private(stored, *value);
