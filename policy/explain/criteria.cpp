@@ -103,20 +103,6 @@ Topic status_topic(uint32_t status) {
 std::vector<Topic> criterion_topics() {
   std::vector<Topic> topics;
   for (const CriterionKind& kind : criterion_kinds()) topics.push_back(criterion_topic(kind));
-  topics.push_back({{"name"},
-                    {criterion_name},
-                    "criterion " + hex_number(criterion_name, 4),
-                    {{"meaning", "what the entry is called; it holds for every packet"},
-                     {"arguments", "the name in UTF-8"},
-                     {"who uses it", "entries of access lists (Filter)"}}});
-  topics.push_back(
-      {{"opaque"},
-       {criterion_opaque},
-       "criterion " + hex_number(criterion_opaque, 4),
-       {{"meaning", "a match that only another data model understands"},
-        {"arguments",
-         "where it stands, module and name, each with 2 bytes of length in front; JSON"},
-        {"who uses it", "entries of access lists (Filter)"}}});
   return topics;
 }
 

@@ -51,7 +51,7 @@ TEST(Explain, knows_numbers_and_what_else_they_are) {
   EXPECT_THAT(kinds_of("0x41170006"), ElementsAre("ROV_ERR_NO_ITEM, status 0x41170006"));
   EXPECT_THAT(kinds_of("0x8082"), ElementsAre("0x8082, link 0x8082"));
   EXPECT_THAT(kinds_of("2"), ElementsAre("Action, node type 2", "False, branch 2",
-                                         "opaque, criterion 0x0002", "drop, action 2"));
+                                         "entry.opaque, criterion 0x0002", "drop, action 2"));
 }
 
 TEST(Explain, knows_fields_without_their_record) {

@@ -10,7 +10,7 @@ namespace qimctl {
 
 namespace {
 
-void print_json(const std::vector<Topic>& topics) {
+void print_documents(const std::vector<Topic>& topics, OutputForm form) {
   JsonValue list = JsonValue::array();
   for (const Topic& topic : topics) {
     JsonValue item;
@@ -21,7 +21,7 @@ void print_json(const std::vector<Topic>& topics) {
     item.set("facts", std::move(facts));
     list.add(std::move(item));
   }
-  print(list.dump(2) + "\n");
+  print_value(list, form);
 }
 
 std::string topic_text(const Topic& topic) {
@@ -47,14 +47,14 @@ void complain_of(const std::string& word) {
 
 }  // namespace
 
-bool explain_word(const std::string& word, bool json) {
+bool explain_word(const std::string& word, OutputForm form) {
   const std::vector<Topic> topics = find_topics(word);
   if (topics.empty()) {
     complain_of(word);
     return false;
   }
-  if (json) {
-    print_json(topics);
+  if (!is_text(form)) {
+    print_documents(topics, form);
     return true;
   }
   std::string text;

@@ -1,10 +1,31 @@
 // Commands that show policies as people think of them, and explain them.
+#include "tools/commands/acl.h"
 #include "tools/commands/explain.h"
+#include "tools/commands/snapshot.h"
+#include "tools/commands/status.h"
 #include "tools/options/commands.h"
 
 namespace qimctl {
 
 namespace {
+
+void add_acl(Commands& commands) {
+  const auto name = std::make_shared<std::string>();
+  CLI::App* command = commands.add("acl", "List the access lists, or the entries of one");
+  command->add_option("NAME", *name, "The list's name; all lists when not given")->type_name("");
+  commands.ask(command, [&commands, name](const Database&, const ReadSession& session) {
+    if (name->empty()) return print_lists(session, commands.form());
+    print_list(session, *name, commands.form());
+  });
+}
+
+void add_status(Commands& commands) {
+  CLI::App* command = commands.add("status", "Show what the database holds and who uses it");
+  commands.on(command, [&commands] {
+    print_status(Database(commands.database(), OpenMode::read), commands.form());
+    return exit_ok;
+  });
+}
 
 void add_explain(Commands& commands) {
   const auto word = std::make_shared<std::string>();
@@ -12,14 +33,58 @@ void add_explain(Commands& commands) {
       commands.add("explain", "Say what a node type, field, link, criterion, action or status is");
   command->add_option("WORD", *word, "A name or a number")->required()->type_name("");
   commands.on(command, [&commands, word] {
-    return explain_word(*word, commands.json()) ? exit_ok : exit_not_found;
+    return explain_word(*word, commands.form()) ? exit_ok : exit_not_found;
+  });
+}
+
+void add_name(CLI::App* command, const std::shared_ptr<std::string>& name) {
+  command->add_option("NAME", *name, "The snapshot's name")->required()->type_name("");
+}
+
+void add_snapshot(Commands& commands) {
+  const auto name = std::make_shared<std::string>();
+  CLI::App* command = commands.add("snapshot", "Keep states of the database under a name");
+  command->require_subcommand(1);
+  CLI::App* make = Commands::add(command, "make", "Keep the newest state");
+  add_name(make, name);
+  commands.on(make, [&commands, name] {
+    make_snapshot_named(Database(commands.database(), OpenMode::read), *name, commands.form());
+    return exit_ok;
+  });
+  CLI::App* list = Commands::add(command, "list", "List what is kept");
+  commands.on(list, [&commands] {
+    list_snapshots(commands.database(), commands.form());
+    return exit_ok;
+  });
+  CLI::App* remove = Commands::add(command, "remove", "Keep a state no longer");
+  add_name(remove, name);
+  commands.on(remove, [&commands, name] {
+    remove_snapshot_named(Database(commands.database(), OpenMode::read), *name, commands.form());
+    return exit_ok;
+  });
+}
+
+void add_rollback(Commands& commands) {
+  const auto options = std::make_shared<RollbackOptions>();
+  CLI::App* command =
+      commands.add("rollback", "Make the database hold again what a snapshot holds");
+  command->add_option("NAME", options->snapshot, "The snapshot's name")->required()->type_name("");
+  command->add_flag("-n,--dry-run", options->dry_run, "Only say what would change");
+  commands.on(command, [&commands, options] {
+    options->form = commands.form();
+    roll_back_to(Database(commands.database(), OpenMode::read), *options);
+    return exit_ok;
   });
 }
 
 }  // namespace
 
 void add_viewing(Commands& commands) {
+  add_acl(commands);
+  add_status(commands);
   add_explain(commands);
+  add_snapshot(commands);
+  add_rollback(commands);
 }
 
 }  // namespace qimctl

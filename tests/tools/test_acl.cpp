@@ -1,0 +1,83 @@
+// `qimctl acl`: lists and their entries.
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "policy/store/database.h"
+#include "policy/store/store_policy.h"
+#include "rov_edit.h"
+#include "tests/policy/lists_support.h"
+#include "tests/tools/lists_database.h"
+
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+
+class Acl : public tools_test::ListsDatabase {};
+
+TEST_F(Acl, lists_are_shown_by_name_with_where_they_are_attached) {
+  EXPECT_EQ(output({"acl"}),
+            "LIST   TYPE  ENTRIES  DEFAULT  ATTACHED\n"
+            "guard  ipv4  2        drop     if:eth0/in stage 2, if:eth1/out\n"
+            "loose  any   0        drop     nowhere\n"
+            "mac    eth   1        drop     if:eth0/in stage 1\n"
+            "3 access lists\n");
+  const json lists = json::parse(output({"acl", "--json"}));
+  ASSERT_EQ(lists.size(), 3u);
+  EXPECT_EQ(lists[0], json::parse(R"({"name": "guard", "type": "ipv4", "entries": 2,
+      "default": "drop", "attached": [{"interface": "eth0", "direction": "in", "stage": 2},
+      {"interface": "eth1", "direction": "out", "stage": 1}]})"));
+}
+
+TEST_F(Acl, of_one_list_each_entry_is_a_line) {
+  EXPECT_EQ(output({"acl", "guard"}),
+            "guard  type ipv4, 2 entries, default drop, attached at if:eth0/in stage 2, "
+            "if:eth1/out\n"
+            "NO  ENTRY  MATCHES                           ACTION\n"
+            "1   ssh    ipv4 tcp to 192.0.2.0/24 port 22  accept\n"
+            "2   rest   any                               drop log\n");
+  EXPECT_EQ(output({"acl", "loose"}),
+            "loose  type any, 0 entries, default drop, attached nowhere\n");
+  EXPECT_THAT(output({"acl", "mac"}), HasSubstr("mac  type eth, 1 entry, "));
+  const json list = json::parse(output({"acl", "guard", "--json"}));
+  EXPECT_EQ(list["entries"][0], json::parse(R"({"number": 1, "name": "ssh",
+      "matches": "ipv4 tcp to 192.0.2.0/24 port 22", "action": "accept"})"));
+}
+
+TEST_F(Acl, that_is_not_there_is_told) {
+  expect_failure({"acl", "gaurd"}, qimctl::exit_not_found, "there is none of that name");
+}
+
+TEST_F(Acl, policers_are_shown_below_the_lists_that_use_them) {
+  qimctl::Model model =
+      lists_test::model({lists_test::list("limited", {"web port=80 police=gold", "ssh port=22"})});
+  model.policers = {{"gold", qimctl::Policer::Unit::packets, 50, 5, 0, 0}};
+  lists_test::store(qimctl::Database(database(), qimctl::OpenMode::read), make_nodes(model));
+  EXPECT_THAT(output({"acl", "limited"}),
+              HasSubstr("accept police gold\n2   ssh    tcp to any port 22  accept\n"
+                        "policer gold: 50 packets/s burst 5\n"));
+}
+
+// A Filter of one that leads nowhere.
+TEST_F(Acl, what_cannot_be_read_is_named) {
+  qimctl::Model model = lists_test::model({lists_test::list("broken", {"a", "b"})});
+  std::vector<qimctl::Node> nodes = make_nodes(model);
+  const qimctl::Database database_(database(), qimctl::OpenMode::read);
+  lists_test::store(database_, nodes);
+  {
+    qimctl::WriteSession session(database_);
+    ASSERT_EQ(rov_edit_node_del(session.handle(), qimctl::database_id(nodes.back().id)), 0u);
+    session.commit();
+  }
+  EXPECT_THAT(output({"acl"}), HasSubstr("\n\"broken\" cannot be read as an access list: "));
+  const json lists = json::parse(output({"acl", "--json"}));
+  EXPECT_EQ(lists.back()["name"], "broken");
+  EXPECT_NE(lists.back()["unreadable"], "");
+  const tools_test::Outcome outcome = run({"acl", "broken"});
+  EXPECT_EQ(outcome.code, qimctl::exit_database);
+  EXPECT_THAT(outcome.err, HasSubstr("it cannot be read as an access list: "));
+}
+
+}  // namespace

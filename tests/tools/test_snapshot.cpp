@@ -1,0 +1,109 @@
+// `qimctl snapshot` and `qimctl rollback`.
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/tools/lists_database.h"
+
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::StartsWith;
+using tools_test::lists_file;
+
+class Snapshots : public tools_test::ListsDatabase {
+ protected:
+  void change() {
+    import(
+        replaced(replaced(lists_file, "\"accept\"", "\"reject\""), "\"port\": 22", "\"port\": 23"));
+  }
+};
+
+TEST_F(Snapshots, are_made_listed_and_removed) {
+  EXPECT_EQ(output({"snapshot", "list"}), "0 snapshots\n");
+  EXPECT_THAT(output({"snapshot", "make", "monday"}),
+              StartsWith("made snapshot \"monday\" of revision 2, "));
+  EXPECT_EQ(json::parse(output({"snapshot", "make", "acme://edge/nightly", "--json"}))["revision"],
+            2);
+  EXPECT_THAT(output({"snapshot", "list"}), HasSubstr("\nacme://edge/nightly  2  "));
+  const json listed = json::parse(output({"snapshot", "list", "--json"}));
+  ASSERT_EQ(listed.size(), 2u);
+  EXPECT_EQ(listed[1]["snapshot"], "monday");
+  EXPECT_EQ(output({"snapshot", "remove", "monday"}), "removed snapshot \"monday\"\n");
+  EXPECT_EQ(json::parse(output({"snapshot", "remove", "acme://edge/nightly", "--json"}))["removed"],
+            "acme://edge/nightly");
+  EXPECT_EQ(output({"snapshot", "list"}), "0 snapshots\n");
+}
+
+TEST_F(Snapshots, are_never_made_or_removed_by_mistake) {
+  output({"snapshot", "make", "a"});
+  expect_failure({"snapshot", "make", "a"}, qimctl::exit_database, "there is one of that name");
+  expect_failure({"snapshot", "remove", "b"}, qimctl::exit_not_found, "none of that name");
+  expect_failure({"rollback", "b"}, qimctl::exit_not_found, "none of that name");
+  output({"snapshot", "make", "a/b"});
+  expect_failure({"snapshot", "remove", "a"}, qimctl::exit_database, "lies below it");
+  EXPECT_EQ(json::parse(output({"snapshot", "list", "--json"})).size(), 2u);
+}
+
+TEST_F(Snapshots, that_are_damaged_do_not_hide_the_others) {
+  output({"snapshot", "make", "a"});
+  output({"snapshot", "make", "b"});
+  tools_test::write_text(dir_ / "db/snapshots/a/format", "node database\nformat 9\n");
+  EXPECT_THAT(output({"snapshot", "list"}), HasSubstr("cannot "));
+  const json listed = json::parse(output({"snapshot", "list", "--json"}));
+  EXPECT_TRUE(listed[0].contains("damage"));
+  EXPECT_EQ(listed[1]["revision"], 2);
+  EXPECT_EQ(run({"rollback", "a"}).code, qimctl::exit_database);
+}
+
+TEST_F(Snapshots, are_what_the_database_goes_back_to) {
+  output({"snapshot", "make", "before"});
+  const std::string dump = output({"dump"});
+  change();
+  EXPECT_NE(output({"dump"}), dump);
+  const std::string dry = output({"rollback", "--dry-run", "before"});
+  EXPECT_THAT(dry,
+              StartsWith("guard: ssh reject -> accept, ssh: ipv4 tcp to 192.0.2.0/24 port 23 -> "
+                         "ipv4 tcp to 192.0.2.0/24 port 22\nrolling back to \"before\" "
+                         "(revision 2): "));
+  EXPECT_NE(output({"dump"}), dump);
+  const std::string done = output({"rollback", "before"});
+  EXPECT_THAT(done, HasSubstr("\nrolled back to \"before\" (revision 2): "));
+  EXPECT_THAT(done, HasSubstr("\nrevision 4\n"));
+  EXPECT_EQ(output({"dump"}), dump);
+  EXPECT_THAT(output({"rollback", "before"}), StartsWith("unchanged: "));
+  EXPECT_EQ(json::parse(output({"status", "--json"}))["revision"], 4);
+}
+
+TEST_F(Snapshots, going_back_is_told_as_json) {
+  output({"snapshot", "make", "before"});
+  change();
+  const json told = json::parse(output({"rollback", "before", "--json"}));
+  EXPECT_EQ(told["snapshot_revision"], 2);
+  EXPECT_EQ(told["revision"], 4);
+  EXPECT_EQ(told["dry_run"], false);
+  EXPECT_EQ(told["lists"][0]["list"], "guard");
+  EXPECT_EQ(told["lists"][0]["changes"][0], "ssh reject -> accept");
+  EXPECT_EQ(told["nodes_deleted"], 0);
+}
+
+TEST_F(Snapshots, of_another_database_are_refused) {
+  change();
+  change();
+  output({"snapshot", "make", "late"});
+  const std::string copy = dir_ / "db/snapshots/late";
+  const auto away = dir_ / "late";
+  std::filesystem::copy(copy, away, std::filesystem::copy_options::recursive);
+  std::filesystem::remove_all(dir_ / "db");
+  import(lists_file);
+  output({"snapshot", "make", "own"});
+  std::filesystem::copy(away, copy, std::filesystem::copy_options::recursive);
+  const std::string dump = output({"dump"});
+  expect_failure({"rollback", "late"}, qimctl::exit_database,
+                 "it is of another database: it holds revision 4, and this one has only 2");
+  EXPECT_EQ(output({"dump"}), dump);
+}
+
+}  // namespace

@@ -1,0 +1,166 @@
+// `qimctl acl`: access lists as people think of them.
+#include "tools/commands/acl.h"
+
+#include <algorithm>
+#include <map>
+#include <unordered_map>
+
+#include "policy/base/criteria.h"
+#include "policy/base/json.h"
+#include "policy/base/names.h"
+#include "policy/base/text.h"
+#include "policy/model/words.h"
+#include "policy/store/stored_model.h"
+#include "rov.h"
+#include "tools/base/output.h"
+#include "tools/base/rows.h"
+
+namespace qimctl {
+
+namespace {
+
+// What is attached at each place: several lists have stages, one has none worth a word.
+class Places {
+ public:
+  explicit Places(const Model& model) {
+    for (const Attachment& attachment : model.attachments) {
+      counts_[attachment_text(attachment)]++;
+      by_list_[attachment.list].push_back(&attachment);
+    }
+  }
+  const std::vector<const Attachment*>& of(const std::string& list) { return by_list_[list]; }
+  // "if:eth0/in", "if:eth0/in stage 2"
+  std::string text(const Attachment& attachment) const {
+    const std::string place = attachment_text(attachment);
+    const bool alone = counts_.at(place) == 1;
+    return printable(place) + (alone ? "" : " stage " + std::to_string(attachment.stage));
+  }
+  std::string text_of(const std::string& list) {
+    std::string all;
+    for (const Attachment* attachment : of(list))
+      all += (all.empty() ? "" : ", ") + text(*attachment);
+    return all.empty() ? "nowhere" : all;
+  }
+
+ private:
+  std::unordered_map<std::string, size_t> counts_;
+  std::unordered_map<std::string, std::vector<const Attachment*>> by_list_;
+};
+
+std::string default_text(const AccessList& list) {
+  return std::string(action_name(static_cast<uint32_t>(list.default_action)));
+}
+
+JsonValue places_json(Places& places, const std::string& list) {
+  JsonValue all = JsonValue::array();
+  for (const Attachment* attachment : places.of(list)) {
+    JsonValue place;
+    place.set("interface", attachment->interface);
+    place.set("direction", attachment->dir == QIM_DIR_IN ? "in" : "out");
+    place.set("stage", attachment->stage);
+    all.add(std::move(place));
+  }
+  return all;
+}
+
+JsonValue list_json(const AccessList& list, Places& places) {
+  JsonValue value;
+  value.set("name", list.name);
+  value.set("type", list_type_words(list.type));
+  value.set("entries", list.entries.size());
+  value.set("default", default_text(list));
+  value.set("attached", places_json(places, list.name));
+  return value;
+}
+
+JsonValue entry_json(const Entry& entry, size_t number) {
+  JsonValue value;
+  value.set("number", number);
+  value.set("name", entry.name);
+  value.set("matches", criteria_words(entry));
+  value.set("action", action_words(entry));
+  return value;
+}
+
+void print_text(const StoredModel& stored, OutputForm form) {
+  Places places(stored.model);
+  Rows rows(form, {{"LIST"}, {"TYPE"}, {"ENTRIES"}, {"DEFAULT"}, {"ATTACHED"}});
+  for (const AccessList& list : stored.model.lists)
+    rows.add({printable(list.name), list_type_words(list.type), std::to_string(list.entries.size()),
+              default_text(list), places.text_of(list.name)});
+  rows.finish("access list");
+  for (const Unreadable& unreadable : stored.unreadable)
+    print((unreadable.name.empty() ? node_id_text(unreadable.node) : quoted(unreadable.name)) +
+          " " + printable(unreadable_text(unreadable)) + "\n");
+}
+
+JsonValue unreadable_json(const Unreadable& unreadable) {
+  JsonValue value;
+  value.set("name", unreadable.name);
+  value.set("node", node_id_text(unreadable.node));
+  value.set("unreadable", unreadable.why);
+  return value;
+}
+
+const AccessList& require_list(const StoredModel& stored, const std::string& name) {
+  const std::string attempt = "show the access list " + quoted(name);
+  for (const Unreadable& unreadable : stored.unreadable)
+    if (unreadable.name == name)
+      throw DatabaseError(QIM_ERR_INTERNAL, attempt, "it " + unreadable_text(unreadable));
+  const AccessList* list = find_list(stored.model, name);
+  if (list == nullptr)
+    throw DatabaseError(ROV_ERR_NO_ITEM, attempt,
+                        "there is none of that name; 'qimctl acl' names those that are");
+  return *list;
+}
+
+void print_entries(const AccessList& list, OutputForm form) {
+  Rows rows(form, {{"NO"}, {"ENTRY"}, {"MATCHES"}, {"ACTION"}});
+  for (size_t i = 0; i < list.entries.size(); i++) {
+    const Entry& entry = list.entries[i];
+    rows.add(
+        {std::to_string(i + 1), printable(entry.name), criteria_words(entry), action_words(entry)});
+  }
+  rows.finish();
+}
+
+}  // namespace
+
+void print_lists(const ReadSession& session, OutputForm form) {
+  StoredModel stored = read_stored_model(session);
+  std::sort(stored.model.lists.begin(), stored.model.lists.end(),
+            [](const AccessList& a, const AccessList& b) { return a.name < b.name; });
+  if (is_text(form)) return print_text(stored, form);
+  Places places(stored.model);
+  Rows rows(form, {});
+  for (const AccessList& list : stored.model.lists) rows.add(list_json(list, places));
+  for (const Unreadable& unreadable : stored.unreadable) rows.add(unreadable_json(unreadable));
+  rows.finish();
+}
+
+void print_list(const ReadSession& session, const std::string& name, OutputForm form) {
+  const StoredModel stored = read_stored_model(session);
+  const AccessList& list = require_list(stored, name);
+  Places places(stored.model);
+  if (!is_text(form)) {
+    JsonValue value = list_json(list, places);
+    JsonValue entries = JsonValue::array();
+    for (size_t i = 0; i < list.entries.size(); i++)
+      entries.add(entry_json(list.entries[i], i + 1));
+    value.set("entries", std::move(entries));
+    return print_value(value, form);
+  }
+  print(printable(list.name) + "  type " + list_type_words(list.type) + ", " +
+        std::to_string(list.entries.size()) + (list.entries.size() == 1 ? " entry" : " entries") +
+        ", default " + default_text(list) + ", attached " + (places.of(name).empty() ? "" : "at ") +
+        places.text_of(name) + "\n");
+  print_entries(list, form);
+  for (const Policer& policer : stored.model.policers) {
+    const bool used =
+        std::any_of(list.entries.begin(), list.entries.end(),
+                    [&](const Entry& entry) { return entry.policer == policer.name; });
+    if (used) print("policer " + name_word(policer.name) + ": " + policer_words(policer) + "\n");
+  }
+}
+
+}  // namespace qimctl
