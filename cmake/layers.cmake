@@ -29,16 +29,20 @@ endfunction()
 set(QIM_LAYERS_FILE ${CMAKE_BINARY_DIR}/layers.txt)
 file(WRITE ${QIM_LAYERS_FILE} "")
 
-# qim_layer(<target> <folder> [USES <layer>...] [LIBRARIES <target>...] [OPTIONS <option>...])
+# qim_layer(<target> <folder> [USES <layer>...] [LIBRARIES <target>...] [OPTIONS <option>...] [APART])
 # The sources of a folder as a static library that sees the layers it uses, and what these use.
-# LIBRARIES are what it needs besides, unseen by those who use it.
+# LIBRARIES are what it needs besides, unseen by those who use it. With QIM_UNITY they are compiled as
+# one, unless APART says otherwise: names of a file's own must differ from those of its neighbours.
 function(qim_layer target folder)
-  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "USES;LIBRARIES;OPTIONS")
+  cmake_parse_arguments(PARSE_ARGV 2 arg "APART" "" "USES;LIBRARIES;OPTIONS")
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
   if(NOT sources)
     message(FATAL_ERROR "The layer ${target} has no sources in ${folder}")
   endif()
   add_library(${target} STATIC ${sources})
+  if(QIM_UNITY AND NOT arg_APART)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
+  endif()
   qim_include_root(${target} PUBLIC ${folder})
   target_compile_options(${target} PRIVATE ${arg_OPTIONS})
   target_link_libraries(${target} PUBLIC ${arg_USES} PRIVATE ${arg_LIBRARIES} qim_warnings)

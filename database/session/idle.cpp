@@ -14,7 +14,7 @@ constexpr uint32_t kMaxLimit = UINT32_MAX / 2;
 
 // While it is held, the sessions of the list are there, and so are their databases: a session
 // leaves the list before its handle is given back, for which its database waits.
-pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t g_idle_mutex = PTHREAD_MUTEX_INITIALIZER;
 Session* g_first = nullptr;
 std::atomic<uint32_t> g_count{0};
 
@@ -59,22 +59,22 @@ uint32_t idle_limit(uint32_t seconds) {
 void idle_begin(Session* session) {
   if (session->idle.limit == 0) return;
   session->idle.used.store(now(), std::memory_order_relaxed);
-  pthread_mutex_lock(&g_mutex);
+  pthread_mutex_lock(&g_idle_mutex);
   session->idle.next = g_first;
   if (g_first != nullptr) g_first->idle.previous = session;
   g_first = session;
   g_count.fetch_add(1, std::memory_order_relaxed);
-  pthread_mutex_unlock(&g_mutex);
+  pthread_mutex_unlock(&g_idle_mutex);
 }
 
 void idle_end(Session* session) {
   Idle& idle = session->idle;
   if (idle.limit == 0) return;
-  pthread_mutex_lock(&g_mutex);
+  pthread_mutex_lock(&g_idle_mutex);
   (idle.previous == nullptr ? g_first : idle.previous->idle.next) = idle.next;
   if (idle.next != nullptr) idle.next->idle.previous = idle.previous;
   g_count.fetch_sub(1, std::memory_order_relaxed);
-  pthread_mutex_unlock(&g_mutex);
+  pthread_mutex_unlock(&g_idle_mutex);
 }
 
 bool idle_renew(Idle& idle) {
@@ -92,7 +92,7 @@ bool idle_any() {
 
 void idle_expire() {
   if (!idle_any()) return;
-  pthread_mutex_lock(&g_mutex);
+  pthread_mutex_lock(&g_idle_mutex);
   for (Session* session = g_first; session != nullptr; session = session->idle.next) {
     if (session->idle.stripped || !is_over(session->idle)) continue;
     Holdings holdings;
@@ -100,21 +100,21 @@ void idle_expire() {
     session->idle.stripped = true;
     give_back(session->db, holdings);
   }
-  pthread_mutex_unlock(&g_mutex);
+  pthread_mutex_unlock(&g_idle_mutex);
 }
 
 bool idle_has_expired(uint32_t handle) {
   bool expired = false;
-  pthread_mutex_lock(&g_mutex);
+  pthread_mutex_lock(&g_idle_mutex);
   for (Session* session = g_first; session != nullptr; session = session->idle.next) {
     if (session->handle == handle) expired = is_over(session->idle);
   }
-  pthread_mutex_unlock(&g_mutex);
+  pthread_mutex_unlock(&g_idle_mutex);
   return expired;
 }
 
 void idle_forget_all() {
-  pthread_mutex_init(&g_mutex, nullptr);
+  pthread_mutex_init(&g_idle_mutex, nullptr);
   g_first = nullptr;
   g_count.store(0, std::memory_order_relaxed);
 }

@@ -77,7 +77,7 @@ class NodeQueue {
 
 constexpr uint32_t kMagic = 0x51505542;  // "QPUB"
 constexpr uint32_t kVersion = 1;
-constexpr uint32_t kHead = 16;
+constexpr uint32_t kPublicationHead = 16;
 constexpr uint32_t kNodeHead = 20;
 constexpr uint32_t kLinkBytes = 16;
 
@@ -92,7 +92,7 @@ struct Publication {
   uint32_t max_bytes = 0;
   uint8_t* out = nullptr;
   uint32_t room = 0;
-  uint64_t bytes = kHead;
+  uint64_t bytes = kPublicationHead;
   uint32_t nodes = 0;
   NodeQueue queue = {};
 };

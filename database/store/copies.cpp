@@ -145,7 +145,7 @@ bool copy_is_below(const char* file, const CopyName& name) {
 namespace {
 
 constexpr const char* kCopies = "snapshots";
-constexpr const char* kMaking = ".making";
+constexpr const char* kMakingCopy = ".making";
 constexpr const char* kRemoved = ".removed-";
 
 // The directory of the copies while it is open.
@@ -204,18 +204,18 @@ uint32_t fill(Env* env, int making) {
 }
 
 uint32_t make_copy(Env* env, int copies, const CopyName& name) {
-  int error = remove_tree(copies, kMaking);
-  if (error == 0 && mkdirat(copies, kMaking, 0775) != 0) error = errno;
+  int error = remove_tree(copies, kMakingCopy);
+  if (error == 0 && mkdirat(copies, kMakingCopy, 0775) != 0) error = errno;
   if (error != 0) return engine_fail(error, env, "make a snapshot's directory");
-  const int making = openat(copies, kMaking, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int making = openat(copies, kMakingCopy, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (making < 0) return engine_fail(errno, env, "open a snapshot's directory");
   uint32_t status = fill(env, making);
   close(making);
   if (status == ROV_OK) {
-    error = move_durably(copies, kMaking, copies, name.file);
+    error = move_durably(copies, kMakingCopy, copies, name.file);
     status = engine_fail(error, env, "move a snapshot into place");
   }
-  if (status != ROV_OK) remove_tree(copies, kMaking);
+  if (status != ROV_OK) remove_tree(copies, kMakingCopy);
   return status;
 }
 

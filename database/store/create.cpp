@@ -127,7 +127,7 @@ uint32_t format_write(int directory, const char* name, const char* path) {
 
 namespace {
 
-constexpr const char* kMaking =
+constexpr const char* kMakingPlace =
     "making.tmp";  // the temporary place, within the database's directory
 
 uint32_t no_database(const char* path) {
@@ -165,18 +165,18 @@ int move_into_place(int making, int directory) {
 
 // The caller holds the directory's lock.
 uint32_t make_database(int directory, const char* path) {
-  int error = remove_tree(directory, kMaking);  // what an earlier attempt left
-  if (error == 0 && mkdirat(directory, kMaking, 0775) != 0) error = errno;
+  int error = remove_tree(directory, kMakingPlace);  // what an earlier attempt left
+  if (error == 0 && mkdirat(directory, kMakingPlace, 0775) != 0) error = errno;
   if (error != 0) return engine_fail_at(error, path, "make a temporary directory");
-  const int making = openat(directory, kMaking, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int making = openat(directory, kMakingPlace, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (making < 0) return engine_fail_at(errno, path, "open the temporary directory");
-  const size_t room = strlen(path) + strlen(kMaking) + 2;
+  const size_t room = strlen(path) + strlen(kMakingPlace) + 2;
   auto* place = static_cast<char*>(malloc(room));
   uint32_t status = ROV_OK;
   if (place == nullptr) {
     status = fail(ROV_ERR_NO_MEM, Note::kNoMemory, static_cast<uint32_t>(room));
   } else {
-    snprintf(place, room, "%s/%s", path, kMaking);
+    snprintf(place, room, "%s/%s", path, kMakingPlace);
     status = make_in(making, place, path);
     free(place);
   }
@@ -185,7 +185,7 @@ uint32_t make_database(int directory, const char* path) {
     if (error != 0) status = engine_fail_at(error, path, "move the new database into place");
   }
   close(making);
-  remove_tree(directory, kMaking);
+  remove_tree(directory, kMakingPlace);
   return status;
 }
 

@@ -6,7 +6,7 @@
 namespace rov {
 namespace {
 
-constexpr uint32_t kFirstCells = 64;
+constexpr uint32_t kFirstPointerCells = 64;
 
 uint32_t hash(uint32_t client, uint32_t node) {
   // Multiplicative hashing (Knuth, TAOCP 6.4) of both numbers.
@@ -57,7 +57,7 @@ uintptr_t PointerTable::get(uint32_t client, uint32_t node) const {
 
 bool PointerTable::grow() {
   Block* old = block_.load(std::memory_order_relaxed);
-  const uint32_t cells = old == nullptr ? kFirstCells : (old->mask + 1) * 2;
+  const uint32_t cells = old == nullptr ? kFirstPointerCells : (old->mask + 1) * 2;
   auto* block = static_cast<Block*>(calloc(1, sizeof(Block) + size_t{cells} * sizeof(Cell)));
   if (block == nullptr) return false;
   block->older = old;

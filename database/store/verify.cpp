@@ -31,7 +31,7 @@ namespace rov {
 namespace {
 
 // How often a file is verified again that somebody may have written to meanwhile.
-constexpr int kAttempts = 3;
+constexpr int kVerifyAttempts = 3;
 
 uint32_t verify_in(int directory, const char* path, VerifyReport* report) {
   const int file = openat(directory, "data.mdb", O_RDONLY | O_CLOEXEC);
@@ -64,7 +64,7 @@ uint32_t verify_alone(Env* env, const WriterWait& wait, VerifyReport* report) {
 // Without the right to write: a commit in the meantime can spoil the result, but then it shows.
 uint32_t verify_beside_writers(Env* env, VerifyReport* report) {
   uint32_t status = ROV_OK;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kVerifyAttempts; ++attempt) {
     const uint64_t before = store_revision(env);
     status = verify_in(env->directory, env->path, report);
     if (status == ROV_OK || store_revision(env) == before) return status;

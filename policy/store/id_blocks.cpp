@@ -10,7 +10,7 @@ namespace qimctl {
 
 namespace {
 
-constexpr uint32_t first_id = 0x80000000;
+constexpr uint32_t lowest_id = 0x80000000;
 
 }  // namespace
 
@@ -31,7 +31,7 @@ uint32_t IdBlocks::take(std::string_view name, uint32_t count) {
   // one.
   constexpr uint32_t step = 0x9e3779b9u;
   for (uint32_t hash = name_hash(name);; hash += step) {
-    const uint32_t first = first_id | hash;
+    const uint32_t first = lowest_id | hash;
     const uint32_t last = first + (count - 1);
     if (last < first || !is_free(first, last)) continue;
     reserve(first, last);
