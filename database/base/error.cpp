@@ -9,38 +9,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "database/base/failures.h"
 #include "database/base/logger.h"
 #include "rov.h"
 #include "rov_edit.h"
 
 namespace rov {
 namespace {
-
-struct Failure {
-  uint32_t status;
-  Note note;
-  uint32_t a;
-  uint32_t b;
-  char text[512];
-};
-
-// The thread's failures, the newest at t_count % kKept; t_count is its number, counted from 1.
-constexpr uint32_t kKept = 16;
-constinit thread_local Failure t_failures[kKept] = {};
-constinit thread_local uint32_t t_count = 0;
-
-Failure& newest() {
-  return t_failures[t_count % kKept];
-}
-
-// Makes room for another failure.
-Failure& next(uint32_t status, Note note) {
-  ++t_count;
-  Failure& f = newest();
-  f.status = status;
-  f.note = note;
-  return f;
-}
 
 struct Sentence {
   Note note;
@@ -105,6 +80,15 @@ constexpr bool has_every_note() {
 }
 static_assert(has_every_note(), "a note has no sentence, or the sentences are out of order");
 
+constexpr const char* kNoWords =
+    "out of memory, also for the words that say what went wrong: free some and try again";
+
+// A failure that there was no memory to remember.
+uint32_t without_words(uint32_t status) {
+  if (log_wanted()) log_failure(status, kNoWords);
+  return status;
+}
+
 void word(Failure& f) {
   if (f.note == Note::kText) return;
   // Numbers that a sentence does not name are passed over.
@@ -114,12 +98,13 @@ void word(Failure& f) {
 }  // namespace
 
 uint32_t fail(uint32_t status, Note note, uint32_t a, uint32_t b) {
-  Failure& f = next(status, note);
-  f.a = a;
-  f.b = b;
+  Failure* f = next_failure(status, note);
+  if (f == nullptr) return without_words(status);
+  f->a = a;
+  f->b = b;
   if (log_wanted()) [[unlikely]] {
-    word(f);
-    log_failure(status, f.text);
+    word(*f);
+    log_failure(status, f->text);
   }
   return status;
 }
@@ -129,35 +114,40 @@ uint32_t bad_argument(uint32_t number) {
 }
 
 uint32_t fail_text(uint32_t status, const char* format, ...) {
-  Failure& f = next(status, Note::kText);
+  Failure* f = next_failure(status, Note::kText);
+  if (f == nullptr) return without_words(status);
   va_list arguments;
   va_start(arguments, format);
-  vsnprintf(f.text, sizeof f.text, format, arguments);
+  vsnprintf(f->text, sizeof f->text, format, arguments);
   va_end(arguments);
-  if (log_wanted()) log_failure(status, f.text);
+  if (log_wanted()) log_failure(status, f->text);
   return status;
 }
 
 }  // namespace rov
 
 const char* rov_err_message(void) {
-  if (rov::t_count == 0) return "";
-  rov::word(rov::newest());
-  return rov::newest().text;
+  uint32_t newest = 0;
+  rov::Failure* f = rov::find_failure(&newest);
+  if (f == nullptr) {
+    return rov::unkept_failure() == 0 ? "" : rov::kNoWords;
+  }
+  rov::word(*f);
+  return f->text;
 }
 
 uint32_t rov_err_getprev(rov_err_t* err) {
   if (err == nullptr) return rov::fail(ROV_ERR_INVALID, rov::Note::kArgument, 1);
-  const uint32_t newest = rov::t_count;
-  const uint32_t wanted = err->seq == 0 ? newest : err->seq - 1;
   // Looking back is no failure of its own, or it would push out what is looked for.
-  if (wanted == 0 || wanted > newest || newest - wanted >= rov::kKept) return ROV_ERR_NO_VALUE;
-  rov::Failure& f = rov::t_failures[wanted % rov::kKept];
-  rov::word(f);
-  err->seq = wanted;
-  err->status = f.status;
+  if (err->seq == 1) return ROV_ERR_NO_VALUE;
+  uint32_t number = err->seq == 0 ? 0 : err->seq - 1;
+  rov::Failure* f = rov::find_failure(&number);
+  if (f == nullptr) return ROV_ERR_NO_VALUE;
+  rov::word(*f);
+  err->seq = number;
+  err->status = f->status;
   constexpr int kLongest = sizeof err->message - 1;
-  snprintf(err->message, sizeof err->message, "%.*s", kLongest, f.text);
+  snprintf(err->message, sizeof err->message, "%.*s", kLongest, f->text);
   return ROV_OK;
 }
 

@@ -1,0 +1,74 @@
+// The failures that a thread remembers. They lie in pages of their own, which a thread has from its
+// first failure to its end: the memory that each thread has from its start on is scarce for a library
+// that is loaded while a program runs, and the heap may be what there is none left of.
+#include "database/base/failures.h"
+
+#include <pthread.h>
+#include <sys/mman.h>
+
+namespace rov {
+
+namespace {
+
+constexpr uint32_t kKept = 16;
+
+struct Failures {
+  uint32_t count;       // of all that the thread has had
+  Failure kept[kKept];  // the newest at count % kKept
+};
+
+constinit thread_local Failures* t_failures = nullptr;
+constinit thread_local uint32_t t_unkept = 0;
+
+pthread_once_t g_once = PTHREAD_ONCE_INIT;
+pthread_key_t g_key;
+bool g_key_made = false;
+
+void forget(void* failures) {
+  munmap(failures, sizeof(Failures));
+  t_failures = nullptr;
+}
+
+void make_key() {
+  g_key_made = pthread_key_create(&g_key, forget) == 0;
+}
+
+// NULL when there is no memory.
+Failures* map_failures() {
+  pthread_once(&g_once, make_key);
+  void* block =
+      mmap(nullptr, sizeof(Failures), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (block == MAP_FAILED) return nullptr;
+  if (!g_key_made || pthread_setspecific(g_key, block) != 0) {
+    munmap(block, sizeof(Failures));
+    return nullptr;
+  }
+  return static_cast<Failures*>(block);
+}
+
+}  // namespace
+
+Failure* next_failure(uint32_t status, Note note) {
+  if (t_failures == nullptr) t_failures = map_failures();
+  t_unkept = t_failures == nullptr ? status : 0;
+  if (t_failures == nullptr) return nullptr;
+  Failure& failure = t_failures->kept[++t_failures->count % kKept];
+  failure.status = status;
+  failure.note = note;
+  return &failure;
+}
+
+Failure* find_failure(uint32_t* number) {
+  if (t_failures == nullptr) return nullptr;
+  const uint32_t newest = t_failures->count;
+  const uint32_t wanted = *number == 0 ? newest : *number;
+  if (wanted > newest || newest - wanted >= kKept) return nullptr;
+  *number = wanted;
+  return &t_failures->kept[wanted % kKept];
+}
+
+uint32_t unkept_failure() {
+  return t_unkept;
+}
+
+}  // namespace rov
