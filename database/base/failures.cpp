@@ -6,6 +6,8 @@
 #include <pthread.h>
 #include <sys/mman.h>
 
+#include <atomic>
+
 namespace rov {
 
 namespace {
@@ -20,12 +22,25 @@ struct Failures {
 constinit thread_local Failures* t_failures = nullptr;
 constinit thread_local uint32_t t_unkept = 0;
 
+// For one thread that gets no pages.
+constinit Failures g_spare = {};
+constinit std::atomic<bool> g_spare_taken{false};
+
 pthread_once_t g_once = PTHREAD_ONCE_INIT;
 pthread_key_t g_key;
 bool g_key_made = false;
 
+void release(Failures* failures) {
+  if (failures != &g_spare) {
+    munmap(failures, sizeof *failures);
+    return;
+  }
+  g_spare = {};
+  g_spare_taken.store(false, std::memory_order_release);
+}
+
 void forget(void* failures) {
-  munmap(failures, sizeof(Failures));
+  release(static_cast<Failures*>(failures));
   t_failures = nullptr;
 }
 
@@ -33,23 +48,27 @@ void make_key() {
   g_key_made = pthread_key_create(&g_key, forget) == 0;
 }
 
-// NULL when there is no memory.
-Failures* map_failures() {
-  pthread_once(&g_once, make_key);
-  void* block =
+// NULL when there are none, and the spare ones are taken.
+Failures* take_pages() {
+  void* pages =
       mmap(nullptr, sizeof(Failures), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (block == MAP_FAILED) return nullptr;
-  if (!g_key_made || pthread_setspecific(g_key, block) != 0) {
-    munmap(block, sizeof(Failures));
-    return nullptr;
-  }
-  return static_cast<Failures*>(block);
+  if (pages != MAP_FAILED) return static_cast<Failures*>(pages);
+  return g_spare_taken.exchange(true, std::memory_order_acquire) ? nullptr : &g_spare;
+}
+
+// A thread that could not be told to give them back at its end gets none.
+Failures* new_failures() {
+  pthread_once(&g_once, make_key);
+  Failures* failures = g_key_made ? take_pages() : nullptr;
+  if (failures == nullptr || pthread_setspecific(g_key, failures) == 0) return failures;
+  release(failures);
+  return nullptr;
 }
 
 }  // namespace
 
 Failure* next_failure(uint32_t status, Note note) {
-  if (t_failures == nullptr) t_failures = map_failures();
+  if (t_failures == nullptr) t_failures = new_failures();
   t_unkept = t_failures == nullptr ? status : 0;
   if (t_failures == nullptr) return nullptr;
   Failure& failure = t_failures->kept[++t_failures->count % kKept];

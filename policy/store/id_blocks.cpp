@@ -42,7 +42,7 @@ uint32_t IdBlocks::take(std::string_view name, uint32_t count) {
 uint32_t IdBlocks::take_behind(uint32_t id) {
   const auto run = std::prev(taken_.upper_bound(id));
   if (run->second == UINT32_MAX) return take("", 1);
-  const uint32_t free = std::max(run->second + 1, first_id);
+  const uint32_t free = std::max(run->second + 1, lowest_id);
   if (!is_free(free, free)) return take_behind(free);
   reserve(free, free);
   return free;

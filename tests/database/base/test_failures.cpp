@@ -46,6 +46,33 @@ void in_new_thread(Work work) {
   std::thread(work).join();
 }
 
+// Another thread has the spare pages meanwhile.
+class SpareTaken {
+ public:
+  SpareTaken() : thread_([this] { hold(); }) {
+    while (!taken_.load()) std::this_thread::yield();
+  }
+  ~SpareTaken() {
+    done_.store(true);
+    thread_.join();
+  }
+  SpareTaken(const SpareTaken&) = delete;
+  SpareTaken& operator=(const SpareTaken&) = delete;
+
+ private:
+  void hold() {
+    g_refuse.store(true);
+    rov::fail(ROV_ERR_INVALID, rov::Note::kArgument, 1);
+    g_refuse.store(false);
+    taken_.store(true);
+    while (!done_.load()) std::this_thread::yield();
+  }
+
+  std::atomic<bool> taken_{false};
+  std::atomic<bool> done_{false};
+  std::thread thread_;
+};
+
 TEST(Failures, AThreadBeginsWithoutAny) {
   rov::fail(ROV_ERR_NO_ITEM, rov::Note::kNoDataSetName);
   in_new_thread([] {
@@ -82,7 +109,22 @@ TEST(Failures, TheFirstHasNoneBeforeIt) {
   });
 }
 
+TEST(Failures, OneThreadIsSparedPagesForWords) {
+  for (int round = 0; round < 2; round++) {  // what the first thread had is given back
+    in_new_thread([] {
+      g_refuse.store(true);
+      rov::fail(ROV_ERR_INVALID, rov::Note::kArgument, 3);
+      g_refuse.store(false);
+      rov_err_t err = {};
+      ASSERT_EQ(rov_err_getprev(&err), uint32_t{ROV_OK});
+      EXPECT_EQ(err.seq, 1u);
+      EXPECT_STREQ(err.message, "argument 3 is missing or out of its range");
+    });
+  }
+}
+
 TEST(Failures, WithoutMemoryTheStatusComesAllTheSame) {
+  const SpareTaken taken;
   in_new_thread([] {
     g_refuse.store(true);
     const uint32_t numbered = rov::fail(ROV_ERR_INVALID, rov::Note::kArgument, 3);
@@ -106,6 +148,7 @@ TEST(Failures, ALoggerHearsOfThoseThatAreNotRemembered) {
   const auto listen = [](uint32_t, const char* text, void*) { heard = text; };
   ASSERT_EQ(rov::logger_set(database, listen, nullptr), uint32_t{ROV_OK});
   ASSERT_EQ(rov::debug_set(database, 1), uint32_t{ROV_OK});
+  const SpareTaken taken;
   in_new_thread([] {
     g_refuse.store(true);
     rov::fail(ROV_ERR_INVALID, rov::Note::kArgument, 3);
