@@ -22,7 +22,7 @@ constexpr size_t most_problems = 50;
 void complain_of(const InputError& error) {
   const std::vector<Problem>& problems = error.problems();
   for (size_t i = 0; i < problems.size() && i < most_problems; i++) {
-    complain(to_string(problems[i].place) + ": " + problems[i].message);
+    complain(problems[i]);
   }
   if (problems.size() > most_problems) {
     complain("and " + counted(problems.size() - most_problems, "more problem"));
@@ -48,7 +48,7 @@ int run(int argc, const char* const* argv) {
     complain_of(error);
     return exit_input;
   } catch (const DatabaseError& error) {
-    complain(error.what());
+    complain(error.what(), status_name(error.status()) + ", " + hex_number(error.status(), 8));
     return is_absent(error.status()) ? exit_not_found : exit_database;
   } catch (const OutputError& error) {
     complain(error.what());

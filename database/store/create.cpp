@@ -25,6 +25,7 @@
 #include "database/base/error.h"
 #include "database/store/engine.h"
 #include "rov.h"
+#include "rov_edit.h"
 
 namespace rov {
 
@@ -32,7 +33,7 @@ namespace rov {
 
 namespace {
 
-constexpr unsigned kFormat = 2;
+constexpr unsigned kFormat = ROV_FORMAT;
 constexpr unsigned kWordBits = sizeof(size_t) * 8;
 constexpr const char* kByteOrder = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? "little" : "big";
 constexpr size_t kMaxBytes = 256;

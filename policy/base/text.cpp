@@ -26,10 +26,10 @@ size_t character_length(const std::string& text, size_t at) {
   return in_plane && follows(at + 1) && follows(at + 2) && follows(at + 3) ? 4 : 0;
 }
 
-// C0 and C1 controls, DEL, and the escape character itself.
+// No C0 and C1 controls, and no DEL.
 bool is_plain(const std::string& text, size_t at, size_t length) {
   const auto first = static_cast<unsigned char>(text[at]);
-  if (length == 1) return first >= 0x20 && first != 0x7f && first != '\\';
+  if (length == 1) return first >= 0x20 && first != 0x7f;
   return !(length == 2 && first == 0xc2 && static_cast<unsigned char>(text[at + 1]) < 0xa0);
 }
 
@@ -60,11 +60,13 @@ bool is_hidden(uint32_t code) {
   return false;
 }
 
-std::string escaped(const std::string& text, bool quotes) {
+// Escapes what is not plain, and the ASCII characters of `more`.
+std::string escaped(const std::string& text, std::string_view more) {
   std::string clean;
   for (size_t at = 0; at < text.size();) {
     const size_t length = character_length(text, at);
-    const bool plain = length != 0 && is_plain(text, at, length) && !(quotes && text[at] == '"');
+    const bool plain =
+        length != 0 && is_plain(text, at, length) && more.find(text[at]) == more.npos;
     const uint32_t code = plain && length > 1 ? code_point(text, at, length) : 0;
     if (is_hidden(code)) {
       clean += "\\u{" + hex_number(code, 4).substr(2) + "}";
@@ -83,11 +85,15 @@ std::string escaped(const std::string& text, bool quotes) {
 }  // namespace
 
 std::string printable(const std::string& text) {
-  return escaped(text, false);
+  return escaped(text, "\\");
+}
+
+std::string harmless(const std::string& text) {
+  return escaped(text, "");
 }
 
 std::string quoted(const std::string& text) {
-  return '"' + escaped(text, true) + '"';
+  return '"' + escaped(text, "\\\"") + '"';
 }
 
 bool reads_as_text(const std::string& bytes) {
@@ -96,8 +102,7 @@ bool reads_as_text(const std::string& bytes) {
   for (size_t at = 0; at < bytes.size();) {
     const size_t length = character_length(bytes, at);
     if (length == 0 || bytes[at] == 0) return false;
-    const bool backslash = bytes[at] == '\\';
-    backslash || is_plain(bytes, at, length) ? shown++ : controls++;
+    is_plain(bytes, at, length) ? shown++ : controls++;
     at += length;
   }
   return shown != 0 && shown >= controls;

@@ -10,7 +10,9 @@ namespace qimctl {
 // zero-width characters, separators of lines) as \u{N}, so that what was stored can neither drive a
 // terminal nor look like something else.
 std::string printable(const std::string& text);
-// The same in double quotes, with those in the text escaped as \x22: what is outside the quotes was
+// The same with backslashes as they are: of messages, in which names stand that are escaped already.
+std::string harmless(const std::string& text);
+// As printable, in double quotes, with those in the text escaped as \x22: what is outside the quotes was
 // not in the text.
 std::string quoted(const std::string& text);
 // Could these bytes be meant as text? Sound UTF-8 without byte 0, and not mostly control characters.

@@ -25,9 +25,77 @@ void expect_usage(const std::vector<std::string>& arguments, const std::string& 
 }
 
 TEST(CommandLine, needs_a_command) {
-  expect_usage({}, "A subcommand is required");
-  expect_usage({"--db", "x"}, "A subcommand is required");
-  expect_usage({"lst"}, "lst");
+  expect_usage({}, "a command is required: one of import, restore");
+  expect_usage({"--db", "x"}, "a command is required");
+  expect_usage({"priv"}, "a command is required: one of get, set; see 'qimctl help priv'");
+}
+
+TEST(CommandLine, says_what_was_meant) {
+  expect_usage({"lst"}, "there is no command 'lst'; did you mean 'list'?");
+  expect_usage({"priv", "gte", "1"}, "there is no command 'priv gte'; did you mean 'get'?");
+  expect_usage({"zzzzzz"}, "there is no command 'zzzzzz'; see 'qimctl help'");
+  expect_usage({"list", "--jsno"}, "there is no option '--jsno'; did you mean '--json'?");
+  expect_usage({"tree", "1", "--deph=4"}, "there is no option '--deph'; did you mean '--depth'?");
+  expect_usage({"list", "-x"}, "there is no option '-x'; see 'qimctl help list'");
+  expect_usage({"help", "lst"}, "there is no command 'lst'; did you mean 'list'?");
+  expect_usage({"show", "-o", "xml", "1"}, "'xml' is no form of output; there are table, wide");
+  expect_usage({"compact", "--at", "x"}, "--at is for commands that read the database");
+}
+
+TEST(CommandLine, speaks_for_itself_of_wrong_values) {
+  expect_usage({"list", "--db"}, "--db needs a value; see 'qimctl help list'");
+  expect_usage({"list", "--type"}, "--type needs a value");
+  expect_usage({"list", "--type", "Def", "--type", "Def"}, "--type is given more than once");
+  expect_usage({"show", "--engine=x", "1"}, "what is given for --engine (Print it through");
+  expect_usage({"import", "--format", "nativ", "f"}, "'nativ' is none of native, rfc8519");
+  expect_usage({"name", "build", "service", "1", "--dir", "up"}, "'up' is none of in, out");
+  expect_usage({"name", "build", "service", "1", "--type", "4294967296"}, "is no number from 0 to");
+}
+
+// Raw bytes of arguments could drive the terminal.
+TEST(CommandLine, escapes_what_it_was_given) {
+  const std::string wild = "\x1b[2J\xe2\x80\xae\xff";
+  const std::string shown = "\\x1b[2J\\u{202e}\\xff";
+  const std::vector<std::vector<std::string>> wrong = {{wild},
+                                                       {"list", "--" + wild},
+                                                       {"list", "--type", wild},
+                                                       {"help", wild},
+                                                       {"show", wild},
+                                                       {"tree", "1", "--depth", wild},
+                                                       {"show", "1", wild},
+                                                       {"pinst", wild},
+                                                       {"import", "--format", wild, "f"},
+                                                       {"list", "-o", wild},
+                                                       {"priv", "set", "1", wild}};
+  for (const std::vector<std::string>& command : wrong) {
+    const Outcome outcome = run_qimctl(command);
+    EXPECT_EQ(outcome.code, qimctl::exit_usage);
+    EXPECT_THAT(outcome.err, HasSubstr(shown));
+    EXPECT_THAT(outcome.err, Not(HasSubstr("\x1b")));
+  }
+}
+
+TEST(CommandLine, tells_its_versions) {
+  const Outcome text = run_qimctl({"--version"});
+  EXPECT_EQ(text.code, qimctl::exit_ok);
+  EXPECT_THAT(text.out, testing::MatchesRegex(
+                            "qimctl [0-9.]+\nlibrary interface [0-9]+\ndatabase format [0-9]+\n"));
+  EXPECT_THAT(run_qimctl({"--version", "-o", "jsonl"}).out, HasSubstr("{\"tool\":\""));
+}
+
+TEST(CommandLine, complains_as_programs_like_it) {
+  EXPECT_EQ(run_qimctl({"lst", "-o", "json"}).err,
+            "{\"what\":\"there is no command 'lst'\",\"fix\":\"did you mean 'list'?\"}\n");
+  EXPECT_EQ(run_qimctl({"lst", "--output=yaml"}).err, run_qimctl({"lst", "-ojson"}).err);
+  EXPECT_EQ(run_qimctl({"import", "/nothing", "--json"}).err,
+            "{\"file\":\"/nothing\",\"what\":\"cannot be opened: No such file or directory\"}\n");
+  const tools_test::TempDir dir;
+  tools_test::write_text(dir / "wrong",
+                         "{\"format\": \"qim-policy\", \"version\": 1,\n\"nodes\": [7]}");
+  const std::string err = run_qimctl({"import", dir / "wrong", "-o", "json"}).err;
+  EXPECT_THAT(err, HasSubstr("\"line\":2,\"path\":\"/nodes/0\",\"what\":"));
+  EXPECT_THAT(run_qimctl({"list", "--db", dir / "none", "--json"}).err,
+              HasSubstr("\"status\":\"ROV_ERR_OPEN, 0x41170040\"}"));
 }
 
 TEST(CommandLine, refuses_what_is_no_node_identifier) {
@@ -71,6 +139,11 @@ TEST(CommandLine, explains_itself) {
   EXPECT_THAT(help.err, IsEmpty());
   const Outcome import = run_qimctl({"import", "--help"});
   EXPECT_EQ(import.code, qimctl::exit_ok);
+  EXPECT_EQ(run_qimctl({"help", "import"}).out, import.out);
+  EXPECT_EQ(run_qimctl({"help"}).out, help.out);
+  EXPECT_THAT(run_qimctl({"help", "priv", "set"}).out,
+              HasSubstr("Usage: qimctl priv set [OPTIONS]"));
+  EXPECT_THAT(run_qimctl({"--help-all"}).out, HasSubstr("--depth"));
   for (const char* option : {"--format", "--lossy", "--replace"}) {
     EXPECT_THAT(import.out, HasSubstr(option));
   }

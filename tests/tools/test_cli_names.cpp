@@ -77,7 +77,7 @@ TEST(Name, must_have_21_bytes) {
 }
 
 TEST(Name, must_be_of_a_destination) {
-  expect_name_usage({}, "A subcommand is required");
+  expect_name_usage({}, "a command is required: one of build, parse");
   expect_name_usage({"build"}, "DESTINATION is required");
   expect_name_usage({"build", "port", "1"}, "DESTINATION: not understood; give interface INDEX");
   expect_name_usage({"build", "service", "9", "--dir", "up"}, "up");

@@ -197,7 +197,7 @@ TEST_F(Query, shows_a_node_through_the_databases_own_show) {
   EXPECT_THAT(out, HasSubstr("\n  link 0x8082 node 0x04100031 "));
   EXPECT_THAT(output({"show", "0x04100090", "--engine"}), HasSubstr("vlan 0x64"));
   expect_failure({"show", "--engine", "--json", "0x04100010"}, qimctl::exit_usage,
-                 "--engine prints text, never JSON");
+                 "--engine prints text alone");
 }
 
 }  // namespace

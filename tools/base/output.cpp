@@ -1,11 +1,9 @@
-// Standard output, checked, and complaints.
+// Standard output, checked.
 #include "tools/base/output.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-
-#include "policy/base/text.h"
 
 namespace qimctl {
 
@@ -24,10 +22,6 @@ void print(const std::string& text) {
 
 void flush_output() {
   if (fflush(stdout) != 0) fail();
-}
-
-void complain(const std::string& message) {
-  fprintf(stderr, "qimctl: %s\n", printable(message).c_str());
 }
 
 }  // namespace qimctl

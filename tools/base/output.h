@@ -1,8 +1,10 @@
-// Standard output, checked, for what cannot be written is a failure like any other; and complaints.
+// Standard output, checked, for what cannot be written is a failure like any other.
 #pragma once
 
 #include <stdexcept>
 #include <string>
+
+#include "tools/base/complaint.h"
 
 namespace qimctl {
 
@@ -14,8 +16,5 @@ struct OutputError : std::runtime_error {
 void print(const std::string& text);
 // Everything printed so far reaches its destination. Throws OutputError.
 void flush_output();
-
-// Says on standard error what went wrong.
-void complain(const std::string& message);
 
 }  // namespace qimctl

@@ -37,8 +37,8 @@ std::vector<uint8_t> arguments(const ReadSession& session, const qim_node_t& rec
 
 }  // namespace
 
-void print_args(const ReadSession& session, uint32_t id, bool json) {
-  print_bytes(arguments(session, read_record(session, id)), json);
+void print_args(const ReadSession& session, uint32_t id, OutputForm form) {
+  print_bytes(arguments(session, read_record(session, id)), form);
 }
 
 }  // namespace qimctl

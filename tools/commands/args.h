@@ -4,10 +4,11 @@
 #include <cstdint>
 
 #include "policy/store/database.h"
+#include "tools/base/form.h"
 
 namespace qimctl {
 
 // Throws DatabaseError.
-void print_args(const ReadSession& session, uint32_t id, bool json);
+void print_args(const ReadSession& session, uint32_t id, OutputForm form);
 
 }  // namespace qimctl

@@ -8,12 +8,18 @@
 
 namespace qimctl {
 
-void compact_database(const std::string& given) {
+void compact_database(const std::string& given, OutputForm form) {
   const std::string directory = database_directory(given);
   uint64_t before = 0;
   uint64_t after = 0;
   require(rov_edit_compact(directory.c_str(), &before, &after),
           "compact the database in " + directory);
+  if (!is_text(form)) {
+    JsonValue value;
+    value.set("bytes_before", before);
+    value.set("bytes", after);
+    return print_value(value, form);
+  }
   print("compacted " + std::to_string(before) + " to " + counted(after, "byte") + "\n");
 }
 

@@ -3,9 +3,11 @@
 
 #include <string>
 
+#include "tools/base/form.h"
+
 namespace qimctl {
 
 // `given`: as in database_directory. Throws DatabaseError.
-void compact_database(const std::string& given);
+void compact_database(const std::string& given, OutputForm form);
 
 }  // namespace qimctl

@@ -6,7 +6,7 @@
 
 namespace qimctl {
 
-void print_edests(const ReadSession& session, uint32_t pinst, bool json) {
+void print_edests(const ReadSession& session, uint32_t pinst, OutputForm form) {
   const qim_node_t instance =
       read_typed(session, pinst, QIM_NODE_PINST, "list the enforcement destinations of");
   std::vector<qim_node_t> records;
@@ -17,17 +17,17 @@ void print_edests(const ReadSession& session, uint32_t pinst, bool json) {
     require(status, "read the enforcement destinations of " + node_id_text(pinst));
     records.push_back(record);
   }
-  print_records(records, "enforcement destination", json);
+  print_records(records, "enforcement destination", form);
 }
 
 void print_edest_at(const ReadSession& session, uint32_t pinst, const qim_policy_dest_t& dest,
-                    bool json) {
+                    OutputForm form) {
   const std::string purpose = "find that enforcement destination of";
   const qim_node_t instance = read_typed(session, pinst, QIM_NODE_PINST, purpose);
   qim_node_t record{};
   require(qim_pinst_edest_lookup(session.handle(), &instance, &dest, &record),
           purpose + " " + node_id_text(pinst));
-  print_record(record, json);
+  print_record(record, form);
 }
 
 }  // namespace qimctl

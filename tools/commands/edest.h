@@ -4,14 +4,15 @@
 #include <cstdint>
 
 #include "policy/store/database.h"
+#include "tools/base/form.h"
 
 namespace qimctl {
 
 // The enforcement destinations of a policy instance, one after the other.
-void print_edests(const ReadSession& session, uint32_t pinst, bool json);
+void print_edests(const ReadSession& session, uint32_t pinst, OutputForm form);
 
 // The one at a destination. Both throw DatabaseError.
 void print_edest_at(const ReadSession& session, uint32_t pinst, const qim_policy_dest_t& dest,
-                    bool json);
+                    OutputForm form);
 
 }  // namespace qimctl

@@ -86,8 +86,8 @@ class Report {
     std::string text;
     for (const Finding& finding : findings_) {
       if (finding.fate == Fate::accepted && !verbose) continue;
-      text += std::string(fate_name(finding.fate)) + "  " + printable(to_string(finding.place)) +
-              ": " + printable(finding.what) + "\n";
+      text += std::string(fate_name(finding.fate)) + "  " + harmless(to_string(finding.place)) +
+              ": " + harmless(finding.what) + "\n";
     }
     return text;
   }

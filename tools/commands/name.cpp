@@ -7,18 +7,20 @@
 
 namespace qimctl {
 
-void print_built_name(const qim_pinst_fields_t& fields, bool json) {
+void print_built_name(const qim_pinst_fields_t& fields, OutputForm form) {
   qim_dsetname_t name{};
   qim_pinst_to_dsetname(&fields, &name);
   const std::string digits = hex_bytes(&name, sizeof name);
-  print(json ? JsonValue(digits).dump() + "\n" : digits + "\n");
+  if (!is_text(form)) return print_value(digits, form);
+  print(digits + "\n");
 }
 
-void print_parsed_name(const qim_dsetname_t& name, bool json) {
+void print_parsed_name(const qim_dsetname_t& name, OutputForm form) {
   qim_dsetname_t copy = name;
   qim_pinst_fields_t fields{};
   qim_pinst_from_dsetname(&fields, &copy);
-  print(json ? dset_to_json(name).dump(2) + "\n" : dset_text(fields) + "\n");
+  if (!is_text(form)) return print_value(dset_to_json(name), form);
+  print(dset_text(fields) + "\n");
 }
 
 }  // namespace qimctl

@@ -7,8 +7,8 @@
 
 namespace qimctl {
 
-void print_private(const ReadSession& session, uint32_t id, bool json) {
-  print_bytes(read_private(session, read_record(session, id)), json);
+void print_private(const ReadSession& session, uint32_t id, OutputForm form) {
+  print_bytes(read_private(session, read_record(session, id)), form);
 }
 
 void set_private(const ReadSession& session, uint32_t id, const std::vector<uint8_t>& data) {

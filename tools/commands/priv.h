@@ -7,11 +7,12 @@
 #include <vector>
 
 #include "policy/store/database.h"
+#include "tools/base/form.h"
 
 namespace qimctl {
 
 // All throw DatabaseError.
-void print_private(const ReadSession& session, uint32_t id, bool json);
+void print_private(const ReadSession& session, uint32_t id, OutputForm form);
 // No data takes them away.
 void set_private(const ReadSession& session, uint32_t id, const std::vector<uint8_t>& data);
 

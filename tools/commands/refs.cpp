@@ -24,12 +24,12 @@ std::vector<uint32_t> referrers(const ReadSession& session, const qim_node_t& re
 
 }  // namespace
 
-void print_referrers(const ReadSession& session, uint32_t id, bool json) {
+void print_referrers(const ReadSession& session, uint32_t id, OutputForm form) {
   std::vector<qim_node_t> records;
   for (const uint32_t referrer : referrers(session, read_record(session, id))) {
     records.push_back(read_record(session, referrer));
   }
-  print_records(records, "referrer", json);
+  print_records(records, "referrer", form);
 }
 
 }  // namespace qimctl

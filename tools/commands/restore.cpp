@@ -2,9 +2,11 @@
 #include "tools/commands/restore.h"
 
 #include "policy/base/input_file.h"
+#include "policy/base/names.h"
 #include "policy/base/policy_check.h"
 #include "policy/formats/native/native.h"
 #include "rov_edit.h"
+#include "tools/base/output.h"
 #include "tools/nodes/write.h"
 
 namespace qimctl {
@@ -45,6 +47,17 @@ RestoreCounts restore_database(const std::string& directory, const std::string& 
   const StoreCounts counts = write_with_progress({policy}, session, {.dangling = true});
   session.commit();
   return {counts.nodes, counts.links};
+}
+
+void print_restored(const RestoreCounts& counts, OutputForm form) {
+  if (is_text(form)) {
+    return print("restored " + counted(counts.nodes, "node") + " and " +
+                 counted(counts.links, "link") + "\n");
+  }
+  JsonValue value;
+  value.set("nodes", counts.nodes);
+  value.set("links", counts.links);
+  print_value(value, form);
 }
 
 }  // namespace qimctl

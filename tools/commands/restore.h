@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <string>
 
+#include "tools/base/form.h"
+
 namespace qimctl {
 
 struct RestoreCounts {
@@ -15,5 +17,7 @@ struct RestoreCounts {
 // (database_directory), which is made when it is not there and must have no nodes. Throws
 // InputError, also for a file without checksum, and DatabaseError; nothing is stored then.
 RestoreCounts restore_database(const std::string& directory, const std::string& file);
+
+void print_restored(const RestoreCounts& counts, OutputForm form);
 
 }  // namespace qimctl

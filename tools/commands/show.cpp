@@ -47,13 +47,10 @@ void show_text(const ReadSession& session, const NodeImage& image) {
 
 }  // namespace
 
-void show_node(const ReadSession& session, uint32_t id, bool json) {
+void show_node(const ReadSession& session, uint32_t id, OutputForm form) {
   const NodeImage image = read_node(session, id);
-  if (json) {
-    print(node_to_json(image).dump(2) + "\n");
-  } else {
-    show_text(session, image);
-  }
+  if (!is_text(form)) return print_value(node_to_json(image), form);
+  show_text(session, image);
 }
 
 void print_shown(const Database& database, const ReadSession& session, uint32_t id) {

@@ -5,42 +5,33 @@
 #include "policy/formats/native/node_json.h"
 #include "policy/store/node_image.h"
 #include "tools/base/output.h"
-#include "tools/base/table.h"
+#include "tools/base/rows.h"
 
 namespace qimctl {
 
-void print_record(const qim_node_t& record, bool json) {
-  if (json) {
-    print(record_to_json(record).dump(2) + "\n");
-    return;
-  }
+void print_record(const qim_node_t& record, OutputForm form) {
+  if (!is_text(form)) return print_value(record_to_json(record), form);
   const std::string contents = body_summary(record);
   print(node_id_text(record.id) + "  " + node_type_name(record.type) +
         (contents.empty() ? "" : "  " + contents) + "\n");
 }
 
-void print_records(const std::vector<qim_node_t>& records, const char* noun, bool json) {
-  if (json) {
-    JsonValue list = JsonValue::array();
-    for (const qim_node_t& record : records) list.add(record_to_json(record));
-    print(list.dump(2) + "\n");
-    return;
-  }
-  TextTable table({"NODE", "TYPE", "CONTENTS"});
+void print_records(const std::vector<qim_node_t>& records, const char* noun, OutputForm form) {
+  Rows rows(form, {{"NODE"}, {"TYPE"}, {"CONTENTS"}});
   for (const qim_node_t& record : records) {
-    table.add({node_id_text(record.id), node_type_name(record.type), body_summary(record)});
+    if (rows.is_text()) {
+      rows.add({node_id_text(record.id), node_type_name(record.type), body_summary(record)});
+    } else {
+      rows.add(record_to_json(record));
+    }
   }
-  if (!records.empty()) print(table.text());
-  print(counted(records.size(), noun) + "\n");
+  rows.finish(noun);
 }
 
-void print_bytes(const std::vector<uint8_t>& bytes, bool json) {
+void print_bytes(const std::vector<uint8_t>& bytes, OutputForm form) {
+  if (!is_text(form)) return print_value(hex_bytes(bytes), form);
   const std::string text = private_text(bytes.data(), bytes.size());
-  if (json) {
-    print(JsonValue(hex_bytes(bytes)).dump() + "\n");
-  } else {
-    print((bytes.empty() ? "none" : hex_bytes(bytes)) + (text.empty() ? "" : "  " + text) + "\n");
-  }
+  print((bytes.empty() ? "none" : hex_bytes(bytes)) + (text.empty() ? "" : "  " + text) + "\n");
 }
 
 qim_node_t read_typed(const ReadSession& session, uint32_t id, uint32_t type,

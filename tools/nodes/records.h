@@ -6,16 +6,17 @@
 #include <vector>
 
 #include "policy/store/database.h"
+#include "tools/base/form.h"
 
 namespace qimctl {
 
-// A record in one line or as JSON.
-void print_record(const qim_node_t& record, bool json);
+// A record in one line or as a document.
+void print_record(const qim_node_t& record, OutputForm form);
 
 // Several, with their number. `noun` names one of them.
-void print_records(const std::vector<qim_node_t>& records, const char* noun, bool json);
+void print_records(const std::vector<qim_node_t>& records, const char* noun, OutputForm form);
 
-void print_bytes(const std::vector<uint8_t>& bytes, bool json);
+void print_bytes(const std::vector<uint8_t>& bytes, OutputForm form);
 
 // Reads a node that must be of a type. `purpose` completes "cannot ... 0x00000001". Throws
 // DatabaseError.

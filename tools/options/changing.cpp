@@ -35,8 +35,7 @@ void add_restore(Commands& commands) {
   command->add_option("FILE", *file, "What 'dump' printed")->required()->type_name("");
   commands.on(command, [&commands, file] {
     const RestoreCounts counts = restore_database(commands.database(), *file);
-    print("restored " + counted(counts.nodes, "node") + " and " + counted(counts.links, "link") +
-          "\n");
+    print_restored(counts, commands.form());
     return exit_ok;
   });
 }
@@ -65,7 +64,7 @@ void add_priv(Commands& commands) {
   CLI::App* get = Commands::add(command, "get", "Show them");
   Commands::add_node(get, given->node);
   commands.ask(get, [&commands, given](const Database&, const ReadSession& session) {
-    print_private(session, node_of(given->node), commands.json());
+    print_private(session, node_of(given->node), commands.form());
   });
   CLI::App* set = Commands::add(command, "set", "Replace them; no data takes them away");
   Commands::add_node(set, given->node);

@@ -82,7 +82,7 @@ void Commands::add_dest(CLI::App* command, std::vector<std::string>& words, bool
   // Checked as a whole: a word alone means nothing.
   command->parse_complete_callback([&words, option] {
     if (option->count() != 0 && !dest_from_words(words)) {
-      throw CLI::ValidationError("DESTINATION", std::string("not understood; give ") + dest_help);
+      throw UsageError(std::string("DESTINATION: not understood; give ") + dest_help);
     }
   });
 }

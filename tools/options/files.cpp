@@ -3,20 +3,27 @@
 
 #include <span>
 
+#include "tools/options/values.h"
+
 namespace qimctl {
 
 namespace {
 
 void add_format(CLI::App* command, Format& format, std::span<const FormatName> known,
                 const char* help) {
-  std::map<std::string, Format> formats;
-  std::string names;
+  std::vector<std::string> names;
+  std::string listed;
   for (const FormatName& one : known) {
-    formats.emplace(one.name, one.format);
-    names += (names.empty() ? "" : ",") + std::string(one.name);
+    names.emplace_back(one.name);
+    listed += (listed.empty() ? "" : ", ") + names.back();
   }
-  command->add_option("--format", format, help)
-      ->transform(CLI::CheckedTransformer(formats).description("{" + names + "}"))
+  const auto choose = [&format, known](const std::string& name) {
+    for (const FormatName& one : known) {
+      if (name == one.name) format = one.format;
+    }
+  };
+  command->add_option_function<std::string>("--format", choose, help + (": " + listed))
+      ->check(check_word(names))
       ->type_name("FORMAT");
 }
 

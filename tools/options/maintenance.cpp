@@ -17,7 +17,7 @@ void add_maintenance(Commands& commands) {
   commands.ask(dump, [](const Database&, const ReadSession& session) { dump_database(session); });
   CLI::App* compact = commands.add("compact", "Make the database's file as small as it can be");
   commands.on(compact, [&commands] {
-    compact_database(commands.database());
+    compact_database(commands.database(), commands.form());
     return exit_ok;
   });
 }

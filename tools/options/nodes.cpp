@@ -28,11 +28,11 @@ void add_show(Commands& commands) {
   command->add_flag("--engine", given->engine,
                     "Print it through the database's own show, by the library's tables");
   commands.ask(command, [&commands, given](const Database& database, const ReadSession& session) {
-    if (given->engine && commands.json()) {
-      throw UsageError("--engine prints text, never JSON; leave out one of --engine and --json");
+    if (given->engine && !is_text(commands.form())) {
+      throw UsageError("--engine prints text alone; leave it out, or -o and --json");
     }
     if (given->engine) return print_shown(database, session, node_of(given->node));
-    show_node(session, node_of(given->node), commands.json());
+    show_node(session, node_of(given->node), commands.form());
   });
 }
 
@@ -40,7 +40,7 @@ void add_questions(Commands& commands) {
   struct Question {
     const char* name;
     const char* help;
-    void (*answer)(const ReadSession& session, uint32_t id, bool json);
+    void (*answer)(const ReadSession& session, uint32_t id, OutputForm form);
   };
   for (const Question& question :
        {Question{"refs", "List the nodes that refer to a node", print_referrers},
@@ -50,7 +50,7 @@ void add_questions(Commands& commands) {
     CLI::App* command = commands.add(question.name, question.help);
     Commands::add_node(command, *node);
     commands.ask(command, [&commands, node, question](const Database&, const ReadSession& session) {
-      question.answer(session, node_of(*node), commands.json());
+      question.answer(session, node_of(*node), commands.form());
     });
   }
 }
@@ -67,8 +67,8 @@ void add_edest(Commands& commands) {
   Commands::add_dest(command, given->dest, false);
   commands.ask(command, [&commands, given](const Database&, const ReadSession& session) {
     const uint32_t id = node_of(given->node);
-    if (given->dest.empty()) return print_edests(session, id, commands.json());
-    print_edest_at(session, id, *dest_from_words(given->dest), commands.json());
+    if (given->dest.empty()) return print_edests(session, id, commands.form());
+    print_edest_at(session, id, *dest_from_words(given->dest), commands.form());
   });
 }
 
@@ -81,7 +81,7 @@ void add_pinst(Commands& commands) {
       ->check(check_name_or_selector)
       ->type_name("");
   commands.ask(command, [&commands, text](const Database&, const ReadSession& session) {
-    print_dset(session, *text, commands.json());
+    print_dset(session, *text, commands.form());
   });
 }
 
@@ -94,9 +94,11 @@ void add_name_build(Commands& commands, CLI::App* above) {
   const auto given = std::make_shared<Given>();
   CLI::App* build = Commands::add(above, "build", "Print the name of a destination");
   Commands::add_dest(build, given->dest, true);
-  build->add_option("--type", given->type, "Policy type")->type_name("N");
+  build->add_option("--type", given->type, "Policy type")
+      ->check(check_range(0, UINT32_MAX))
+      ->type_name("N");
   build->add_option("--dir", given->dir, "Direction")
-      ->check(CLI::IsMember({"in", "out"}))
+      ->check(check_word({"in", "out"}))
       ->capture_default_str()
       ->type_name("DIR");
   commands.on(build, [&commands, given] {
@@ -104,7 +106,7 @@ void add_name_build(Commands& commands, CLI::App* above) {
     fields.dest = *dest_from_words(given->dest);
     fields.type = given->type;
     fields.dir = given->dir == "in" ? uint8_t{QIM_DIR_IN} : dir_out;
-    print_built_name(fields, commands.json());
+    print_built_name(fields, commands.form());
     return exit_ok;
   });
 }
@@ -120,7 +122,7 @@ void add_name(Commands& commands) {
       ->check(check_name)
       ->type_name("");
   commands.on(parse, [&commands, text] {
-    print_parsed_name(*dset_from_hex(*text), commands.json());
+    print_parsed_name(*dset_from_hex(*text), commands.form());
     return exit_ok;
   });
 }

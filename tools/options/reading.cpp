@@ -33,7 +33,7 @@ void add_tree(Commands& commands) {
   CLI::App* command = commands.add("tree", "Show a policy, expanded along its links");
   Commands::add_node(command, given->node);
   command->add_option("--depth", given->options.depth, "Levels below the node")
-      ->check(CLI::Range(uint32_t{0}, uint32_t{1000}))
+      ->check(check_range(0, 1000))
       ->capture_default_str()
       ->type_name("N");
   commands.ask(command, [&commands, given](const Database&, const ReadSession& session) {
@@ -52,7 +52,7 @@ void add_watch(Commands& commands) {
       ->check(check_number)
       ->type_name("N");
   command->add_option("--timeout", options->seconds, "Stop when none came for so many seconds")
-      ->check(CLI::Range(uint32_t{0}, uint32_t{1000000}))
+      ->check(check_range(0, 1000000))
       ->type_name("SECONDS");
   commands.on(command, [&commands, options] {
     options->json = commands.json();

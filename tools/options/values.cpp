@@ -2,9 +2,11 @@
 #include "tools/options/values.h"
 
 #include <optional>
+#include <utility>
 
 #include "policy/base/dsetname.h"
 #include "policy/base/names.h"
+#include "tools/base/suggest.h"
 
 namespace qimctl {
 
@@ -34,6 +36,26 @@ std::string check_name_or_selector(const std::string& text) {
   const std::optional<uint64_t> number = parse_number(text);
   if ((number && *number <= UINT32_MAX) || dset_from_hex(text)) return "";
   return "'" + text + "' is neither a data set's number nor a name of 42 hexadecimal digits";
+}
+
+Check check_range(uint64_t least, uint64_t most) {
+  return [least, most](const std::string& text) -> std::string {
+    const std::optional<uint64_t> number = parse_number(text);
+    if (number && *number >= least && *number <= most) return "";
+    return "'" + text + "' is no number from " + std::to_string(least) + " to " +
+           std::to_string(most);
+  };
+}
+
+Check check_word(std::vector<std::string> words) {
+  return [words = std::move(words)](const std::string& text) -> std::string {
+    std::string known;
+    for (const std::string& word : words) {
+      if (text == word) return "";
+      known += (known.empty() ? "" : ", ") + word;
+    }
+    return "'" + text + "' is none of " + known + did_you_mean(text, words);
+  };
 }
 
 uint32_t node_of(const std::string& text) {

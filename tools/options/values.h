@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace qimctl {
 
@@ -16,6 +18,11 @@ std::string check_node(const std::string& text);
 std::string check_name(const std::string& text);
 std::string check_number(const std::string& text);
 std::string check_name_or_selector(const std::string& text);
+
+// The same of numbers from `least` to `most`, and of words of which there are few.
+using Check = std::function<std::string(const std::string& text)>;
+Check check_range(uint64_t least, uint64_t most);
+Check check_word(std::vector<std::string> words);
 
 // Of a text that check_node has nothing to say of.
 uint32_t node_of(const std::string& text);
