@@ -48,6 +48,7 @@ qim_policy_layer(policy_model policy/model USES policy_base)
 qim_policy_layer(policy_trace policy/trace USES policy_model)
 qim_policy_layer(policy_analysis policy/analysis USES policy_trace)
 qim_policy_layer(policy_store policy/store USES policy_model)
+qim_policy_layer(policy_change policy/change USES policy_store)
 qim_policy_layer(policy_explain policy/explain USES policy_store qim_rows)
 qim_policy_layer(policy_native policy/formats/native USES policy_store)
 qim_policy_layer(policy_rfc8519 policy/formats/rfc8519 USES policy_model)
@@ -56,7 +57,8 @@ include(${PROJECT_SOURCE_DIR}/policy/formats/native/embed_schema.cmake)
 
 qim_tool_layer(qimctl_base tools/base USES policy_base)
 qim_tool_layer(qimctl_nodes tools/nodes USES qimctl_base policy_native)
-qim_tool_layer(qimctl_commands tools/commands USES qimctl_nodes policy_any policy_explain)
+qim_tool_layer(qimctl_commands tools/commands USES qimctl_nodes policy_any policy_explain
+  policy_change)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/tools/commands/version.cpp PROPERTIES
   COMPILE_DEFINITIONS QIM_TOOL_VERSION="${PROJECT_VERSION}")
 qim_tool_layer(qimctl_options tools/options USES qimctl_commands)

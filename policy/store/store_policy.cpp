@@ -5,7 +5,7 @@
 #include <unordered_set>
 
 #include "policy/base/names.h"
-#include "rov_edit.h"
+#include "policy/store/node_edits.h"
 #include "schema/args_field.h"
 #include "schema/rows.h"
 
@@ -85,10 +85,6 @@ class Writer {
     }
   }
 
-  static std::string attempt(const char* verb, const Node& node) {
-    return std::string(verb) + " node " + node_id_text(node.id);
-  }
-
   void report(const Node& node, const std::string& message) {
     problems_.push_back({node.place, "node " + node_id_text(node.id) + " " + message});
   }
@@ -97,13 +93,7 @@ class Writer {
     if (!problems_.empty()) throw InputError(std::move(problems_));
   }
 
-  bool stored(uint32_t id) const {
-    rov_node_parms_t parms;
-    const uint32_t status = rov_node_parms_get(session_, database_id(id), &parms);
-    if (status == ROV_ERR_NO_ITEM) return false;
-    require(status, "look for node " + node_id_text(id));
-    return true;
-  }
+  bool stored(uint32_t id) const { return is_stored(session_, id); }
 
   // Finds the nodes that the database has already, and removes them if that is wanted.
   void make_room() {
@@ -114,46 +104,20 @@ class Writer {
         report(node, "is in the database already; import with --replace to replace it");
         return;
       }
-      require(rov_edit_node_del(session_, database_id(node.id)), attempt("replace", node));
+      delete_node(session_, node.id);
       counts_.replaced++;
     });
   }
 
   void put_node(const Node& node) {
-    const std::vector<uint8_t> tlv = encode_node(node);
-    rov_edit_node_t form{};
-    form.id = database_id(node.id);
-    form.flags = database_flags(node);
-    form.tlv_len = static_cast<uint32_t>(tlv.size());
-    form.tlv = tlv.empty() ? nullptr : tlv.data();
-    form.dset_len = node.dset ? static_cast<uint32_t>(sizeof(*node.dset)) : 0;
-    form.dset = node.dset ? &*node.dset : nullptr;
-    require(rov_edit_node_put(session_, &form), attempt("store", node));
-    if (!node.priv.empty()) {
-      require(qim_node_priv_set(session_, node.id, node.priv.data(),
-                                static_cast<uint32_t>(node.priv.size())),
-              attempt("store the private data of", node));
-    }
-    for (const ClientData& other : node.clients) {
-      require(rov_edit_priv_put(session_, form.id, other.client, other.data.data(),
-                                static_cast<uint32_t>(other.data.size())),
-              attempt("store other clients' private data of", node));
-    }
+    qimctl::put_node(session_, node);
     counts_.nodes++;
   }
 
   void put_link(const Node& node, const Link& link) {
     check_target(node, link, link.node);
     if (link.node2 != 0) check_target(node, link, link.node2);
-    rov_link_t form{};
-    form.owner = database_id(node.id);
-    form.field = link.field;
-    form.node = database_id(link.node);
-    form.node2 = database_id(link.node2);
-    form.val = link.val;
-    form.tag = link.tag;
-    require(rov_edit_link_put(session_, &form),
-            "store the link " + slot_name(link.field) + " of node " + node_id_text(node.id));
+    qimctl::put_link(session_, node.id, link);
     counts_.links++;
   }
 
