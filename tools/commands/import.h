@@ -2,26 +2,23 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
-#include "policy/base/policy.h"
-#include "policy/formats/any/any.h"
+#include "tools/commands/policy_files.h"
 
 namespace qimctl {
 
 struct ImportOptions {
   std::string database;  // as in database_directory
-  std::vector<std::string> files;
-  Format format = Format::guess;
-  ReadOptions reading{};
+  FileOptions input;
   bool lossy = false;    // import although something could not be carried, or not as it was
-  bool replace = false;  // replace nodes that the database has already
+  bool replace = false;  // replace nodes and lists that the database has already
   bool verbose = false;  // list what was accepted too
   bool json = false;     // report as JSON
 };
 
 // Returns false when something was approximated or skipped and `lossy` is not set, or none of a
-// list's entries can be carried; nothing is imported then. Throws InputError and DatabaseError; nothing is imported then either.
+// list's entries can be carried; nothing is imported then. Throws InputError and DatabaseError;
+// nothing is imported then either.
 bool import_files(const ImportOptions& options);
 
 }  // namespace qimctl

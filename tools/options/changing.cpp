@@ -16,12 +16,12 @@ namespace {
 void add_import(Commands& commands) {
   const auto options = std::make_shared<ImportOptions>();
   CLI::App* command = commands.add("import", "Import policy files, all or nothing");
-  add_file_options(command, options->format, options->reading);
+  add_file_options(command, options->input.format, options->input.reading);
   command->add_flag("--lossy", options->lossy,
                     "Import although something is approximated or skipped");
   command->add_flag("--replace", options->replace, "Replace nodes that are there already");
   command->add_flag("-v,--verbose", options->verbose, "List what was accepted, too");
-  command->add_option("FILE", options->files, "Policy files")->required()->type_name("");
+  command->add_option("FILE", options->input.files, "Policy files")->required()->type_name("");
   commands.on(command, [&commands, options] {
     options->database = commands.database();
     options->json = commands.json();

@@ -32,8 +32,8 @@ class CommandLine {
     app_.set_help_all_flag("--help-all", "Show help of all commands");
     app_.add_flag("--version", version_, "Print the versions of the tool and of what it uses");
     app_.footer("Every command takes --db, -o, --json, --at and --no-pager: see 'qimctl help'.");
-    for (const auto add :
-         {add_changing, add_exporting, add_reading, add_viewing, add_nodes, add_maintenance}) {
+    for (const auto add : {add_changing, add_lists, add_exporting, add_reading, add_viewing,
+                           add_nodes, add_maintenance}) {
       add(commands_);
     }
     add_help();

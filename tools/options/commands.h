@@ -75,6 +75,7 @@ class Commands {
 // The groups, in the order in which help lists them.
 void add_changing(Commands& commands);     // what changes policies
 void add_exporting(Commands& commands);    // what writes policy files
+void add_lists(Commands& commands);        // what changes access lists
 void add_reading(Commands& commands);      // what is there, in the large
 void add_viewing(Commands& commands);      // what is there, as people think of it
 void add_nodes(Commands& commands);        // what is known of one node

@@ -1,0 +1,149 @@
+// `qimctl apply`: policy files into a database that may hold them already.
+#include "tools/commands/apply.h"
+
+#include <algorithm>
+
+#include "policy/base/names.h"
+#include "policy/base/text.h"
+#include "policy/change/apply.h"
+#include "policy/change/referrers.h"
+#include "policy/change/words.h"
+#include "policy/model/words.h"
+#include "rov.h"
+#include "tools/base/complaint.h"
+#include "tools/base/output.h"
+#include "tools/base/progress.h"
+
+namespace qimctl {
+
+namespace {
+
+// The number of the newest commit.
+uint64_t newest_revision(const Database& database) {
+  rov_ntf_t registration{};
+  registration.kinds = 1u << ROV_CHANGE_GAP;
+  require(qim_db_ntf(database.handle(), &registration), "ask for the newest revision");
+  const uint64_t revision =
+      static_cast<uint64_t>(registration.revision[0]) << 32 | registration.revision[1];
+  registration.kinds = 0;
+  require(qim_db_ntf(database.handle(), &registration), "ask for the newest revision");
+  return revision;
+}
+
+// Lists that something else leads to are not pruned.
+void check_pruned(uint32_t session, const StoredModel& stored, const Change& change) {
+  std::vector<Problem> problems;
+  for (const ListChange& list : change.lists) {
+    if (list.fate != ListFate::removed) continue;
+    const std::string by = outside_referrer(session, find_stored(stored, list.name())->members);
+    if (!by.empty())
+      problems.push_back({{"--prune", 0, ""},
+                          "the access list \"" + list.name() + "\" is still referred to by " + by +
+                              "; delete that first"});
+  }
+  if (!problems.empty()) throw InputError(std::move(problems));
+}
+
+class Application {
+ public:
+  explicit Application(const ApplyOptions& options)
+      : options_(options),
+        database_(options.database, options.dry_run ? OpenMode::read : OpenMode::create) {}
+
+  void run(PolicyFiles& files) {
+    WriteSession session(database_);
+    StoredModel stored = read_stored_model(session.handle());
+    Progress progress("storing nodes", node_count(files), progress_wanted());
+    Editor editor(session.handle(), stored, [&progress] { progress.step(); });
+    editor.write_nodes(files.nodes, {});
+    const size_t node_edits = editor.counts().edits;
+    Change change = difference(stored.model, std::move(files.model), {.prune = options_.prune});
+    check_pruned(session.handle(), stored, change);
+    editor.write_lists(change);
+    const size_t edits = editor.counts().edits;
+    if (edits != 0 && !options_.dry_run) session.commit();
+    print_result(files, change, node_edits, edits);
+  }
+
+ private:
+  void print_result(const PolicyFiles& files, const Change& change, size_t node_edits,
+                    size_t edits) const {
+    if (options_.json) return print_json(files, change, edits);
+    print(files.text(options_.verbose));
+    for (const ListChange& list : change.lists)
+      print(name_word(list.name()) + "  " + change_summary(list) + "\n");
+    if (!files.nodes.empty()) print(nodes_text(files, node_edits));
+    print(last_line(edits));
+  }
+
+  static std::string nodes_text(const PolicyFiles& files, size_t edits) {
+    size_t count = 0;
+    for (const Policy& policy : files.nodes) count += policy.nodes.size();
+    return counted(count, "node") + "  " + (edits == 0 ? "unchanged" : counted(edits, "edit")) +
+           "\n";
+  }
+
+  std::string last_line(size_t edits) const {
+    const std::string revision = "revision " + std::to_string(newest_revision(database_)) + "\n";
+    if (edits == 0) return "nothing to do, " + revision;
+    if (options_.dry_run) return "nothing was done, " + revision;
+    return revision;
+  }
+
+  void print_json(const PolicyFiles& files, const Change& change, size_t edits) const {
+    JsonValue lists = JsonValue::array();
+    for (const ListChange& list : change.lists) {
+      JsonValue item;
+      item.set("list", list.name());
+      item.set("what", change_summary(list));
+      lists.add(std::move(item));
+    }
+    JsonValue value;
+    value.set("applied", !options_.dry_run);
+    value.set("lists", std::move(lists));
+    value.set("edits", edits);
+    value.set("revision", newest_revision(database_));
+    value.set("findings", files.json());
+    print(value.dump_repaired(2) + "\n");
+  }
+
+  const ApplyOptions& options_;
+  Database database_;
+};
+
+}  // namespace
+
+size_t node_count(const PolicyFiles& files) {
+  size_t count = 0;
+  for (const Policy& policy : files.nodes) count += policy.nodes.size();
+  for (const AccessList& list : files.model.lists) count += list.entries.size();
+  return count;
+}
+
+bool accept_losses(const PolicyFiles& files, bool lossy, const char* done) {
+  if (files.has_losses() && !lossy) {
+    complain(std::string("nothing was ") + done +
+             ", for not everything above can be carried as it is; "
+             "repeat with --lossy to accept that");
+    return false;
+  }
+  for (const Problem& problem : files.emptied) complain(problem);
+  return files.emptied.empty();
+}
+
+ExitCode apply_files(const ApplyOptions& options) {
+  PolicyFiles files = read_files(options.input);
+  if ((files.has_losses() && !options.lossy) || !files.emptied.empty()) {
+    print(files.text(options.verbose));
+    accept_losses(files, options.lossy, "applied");
+    return exit_lossy;
+  }
+  try {
+    Application(options).run(files);
+  } catch (const InputError& error) {
+    files.refuse(error);
+  }
+  return exit_ok;
+}
+
+}  // namespace qimctl

@@ -1,0 +1,133 @@
+// Reading policy files.
+#include "tools/commands/policy_files.h"
+
+#include <utility>
+
+#include "policy/base/policy_check.h"
+#include "policy/base/text.h"
+#include "policy/change/change.h"
+#include "policy/formats/native/native.h"
+
+namespace qimctl {
+
+namespace {
+
+const char* fate_name(Fate fate) {
+  switch (fate) {
+    case Fate::accepted:
+      return "accepted";
+    case Fate::approximated:
+      return "approximated";
+    case Fate::skipped:
+      break;
+  }
+  return "skipped";
+}
+
+class Reader {
+ public:
+  explicit Reader(const FileOptions& options) : options_(options) {
+    for (const std::string& file : options.files) files_.sources.push_back(read_source(file));
+  }
+
+  PolicyFiles read() {
+    for (const Source& source : files_.sources) {
+      try {
+        read(source);
+      } catch (const InputError& error) {
+        problems_.insert(problems_.end(), error.problems().begin(), error.problems().end());
+      }
+    }
+    refuse_if_any();
+    problems_ = check_policies(files_.nodes);
+    refuse_if_any();
+    try {
+      files_.model = merge_models(std::move(models_));
+    } catch (const InputError& error) {
+      files_.refuse(error);
+    }
+    fill_all_lines(files_.sources, files_.findings);
+    fill_all_lines(files_.sources, files_.emptied);
+    return std::move(files_);
+  }
+
+ private:
+  void read(const Source& source) {
+    const Format format = format_of(source.text, source.file, options_.format);
+    if (format == Format::native) {
+      Policy policy = read_native(source.text, source.file);
+      add(std::move(policy.findings));
+      files_.nodes.push_back(std::move(policy));
+      return;
+    }
+    ModelInput input = read_model(source.text, source.file, format, options_.reading);
+    models_.push_back(std::move(input.model));
+    add(std::move(input.findings));
+    for (const EmptiedList& list : input.emptied) files_.emptied.push_back(problem_of(list));
+  }
+
+  void add(std::vector<Finding> findings) {
+    std::move(findings.begin(), findings.end(), std::back_inserter(files_.findings));
+  }
+
+  void refuse_if_any() {
+    if (!problems_.empty()) qimctl::refuse(files_.sources, std::move(problems_));
+  }
+
+  const FileOptions& options_;
+  PolicyFiles files_;
+  std::vector<Model> models_;
+  std::vector<Problem> problems_;
+};
+
+}  // namespace
+
+void PolicyFiles::refuse(const InputError& error) const {
+  qimctl::refuse(sources, error.problems());
+}
+
+size_t PolicyFiles::count(Fate fate) const {
+  size_t count = 0;
+  for (const Finding& finding : findings) count += finding.fate == fate ? 1 : 0;
+  return count;
+}
+
+bool PolicyFiles::has_losses() const {
+  return count(Fate::approximated) + count(Fate::skipped) != 0;
+}
+
+std::string PolicyFiles::text(bool verbose) const {
+  std::string text;
+  for (const Finding& finding : findings) {
+    if (finding.fate == Fate::accepted && !verbose) continue;
+    text += std::string(fate_name(finding.fate)) + "  " + harmless(to_string(finding.place)) +
+            ": " + harmless(finding.what) + "\n";
+  }
+  return text;
+}
+
+JsonValue PolicyFiles::json() const {
+  JsonValue list = JsonValue::array();
+  for (const Finding& finding : findings) {
+    JsonValue item;
+    item.set("fate", fate_name(finding.fate));
+    item.set("file", finding.place.file);
+    item.set("line", finding.place.line);
+    item.set("path", finding.place.path);
+    item.set("what", finding.what);
+    list.add(std::move(item));
+  }
+  return list;
+}
+
+std::string PolicyFiles::tally() const {
+  return std::to_string(count(Fate::accepted)) + " accepted, " +
+         std::to_string(count(Fate::approximated)) + " approximated, " +
+         std::to_string(count(Fate::skipped)) + " skipped";
+}
+
+PolicyFiles read_files(const FileOptions& options) {
+  return Reader(options).read();
+}
+
+}  // namespace qimctl
