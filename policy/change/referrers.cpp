@@ -39,4 +39,8 @@ std::string outside_referrer(uint32_t session, const std::vector<uint32_t>& node
   return "";
 }
 
+bool has_outside_referrer(uint32_t session, uint32_t id, const std::vector<uint32_t>& nodes) {
+  return outsider(session, id, nodes) != 0;
+}
+
 }  // namespace qimctl

@@ -11,4 +11,7 @@ namespace qimctl {
 // (Hfilter)"; "" when there is none.
 std::string outside_referrer(uint32_t session, const std::vector<uint32_t>& nodes);
 
+// Is there one that leads to `id`?
+bool has_outside_referrer(uint32_t session, uint32_t id, const std::vector<uint32_t>& nodes);
+
 }  // namespace qimctl

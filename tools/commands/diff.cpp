@@ -1,0 +1,99 @@
+// `qimctl diff`: what differs between access lists here and there.
+#include "tools/commands/diff.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "policy/base/names.h"
+#include "policy/change/words.h"
+#include "policy/store/stored_model.h"
+#include "rov.h"
+#include "tools/base/complaint.h"
+#include "tools/base/output.h"
+#include "tools/base/usage.h"
+
+namespace qimctl {
+
+namespace {
+
+Model model_of(const std::string& directory, const std::string& snapshot) {
+  const Database database(directory, OpenMode::read, snapshot);
+  StoredModel stored = read_stored_model(ReadSession(database));
+  for (const Unreadable& list : stored.unreadable) {
+    const std::string what = list.name.empty() ? "node " + node_id_text(list.node) : list.name;
+    complain(what + " " + unreadable_text(list) + "; it is not compared");
+  }
+  return std::move(stored.model);
+}
+
+bool is_number(const std::string& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](unsigned char c) { return std::isdigit(c) != 0; });
+}
+
+// What the database was. Of revisions it keeps the newest alone.
+Model earlier_model(const DiffOptions& options) {
+  try {
+    return model_of(options.databases.front(), options.from);
+  } catch (const DatabaseError& error) {
+    if (error.status() != ROV_ERR_NO_ITEM || !is_number(options.from)) throw;
+    throw DatabaseError(ROV_ERR_NO_ITEM, "compare with revision " + options.from,
+                        "it is gone: a database keeps its newest state, and others as snapshots "
+                        "only; 'qimctl snapshot list' names them");
+  }
+}
+
+void say_losses(const PolicyFiles& files) {
+  for (const Finding& finding : files.findings) {
+    if (finding.fate != Fate::accepted) complain(to_string(finding.place) + ": " + finding.what);
+  }
+}
+
+void print_lines(const std::vector<DifferenceLine>& lines, bool json) {
+  JsonValue list = JsonValue::array();
+  for (const DifferenceLine& line : lines) {
+    if (!json) {
+      print(std::string(1, line.sign) + " " + line.name + "  " + line.what + "\n");
+      continue;
+    }
+    JsonValue item;
+    item.set("sign", std::string(1, line.sign));
+    item.set("name", line.name);
+    item.set("what", line.what);
+    list.add(std::move(item));
+  }
+  if (json) print(list.dump_repaired(2) + "\n");
+}
+
+}  // namespace
+
+ExitCode diff(const DiffOptions& options) {
+  const bool two = options.databases.size() == 2;
+  const bool files_given = !options.input.files.empty();
+  const bool from = !options.from.empty();
+  if (options.databases.size() > 2 || (two && (files_given || from)))
+    throw UsageError(
+        "two databases are compared with each other alone; leave out what else is given");
+  if (!two && !files_given && !from)
+    throw UsageError("there is nothing to compare with; give a FILE, a second --db or --from");
+
+  const Model before = from ? earlier_model(options) : model_of(options.databases.front(), "");
+  Model after;
+  if (files_given) {
+    PolicyFiles files = read_files(options.input);
+    say_losses(files);
+    if (!files.nodes.empty())
+      complain(
+          "files in the native format hold nodes and are not compared; 'qimctl apply --dry-run' "
+          "says what they would change");
+    after = std::move(files.model);
+  } else {
+    after = model_of(options.databases.back(), "");
+  }
+  const std::vector<DifferenceLine> lines =
+      difference_lines(difference(before, std::move(after), {.prune = !files_given}));
+  print_lines(lines, options.json);
+  return lines.empty() ? exit_ok : exit_differs;
+}
+
+}  // namespace qimctl
