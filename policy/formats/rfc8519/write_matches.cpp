@@ -17,7 +17,7 @@ namespace qimctl::rfc8519 {
 
 namespace {
 
-constexpr std::array headers{Header::eth, Header::ipv4, Header::ipv6,
+constexpr std::array header_order{Header::eth, Header::ipv4, Header::ipv6,
                              Header::tcp, Header::udp,  Header::icmp};
 
 constexpr std::string_view own_module = "ietf-access-control-list";
@@ -225,7 +225,7 @@ Matches sort_matches(const Entry& entry) {
 void print_matches(JsonPrinter& printer, const Containers& containers) {
   printer.object();
   print_members(printer, containers, "");
-  for (const Header header : headers) {
+  for (const Header header : header_order) {
     const std::string name(header_name(header));
     const std::string below = name + "/";
     const auto first = containers.lower_bound(name);
