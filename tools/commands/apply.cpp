@@ -9,6 +9,7 @@
 #include "policy/change/referrers.h"
 #include "policy/change/words.h"
 #include "policy/model/words.h"
+#include "policy/store/history.h"
 #include "rov.h"
 #include "tools/base/complaint.h"
 #include "tools/base/output.h"
@@ -17,18 +18,6 @@
 namespace qimctl {
 
 namespace {
-
-// The number of the newest commit.
-uint64_t newest_revision(const Database& database) {
-  rov_ntf_t registration{};
-  registration.kinds = 1u << ROV_CHANGE_GAP;
-  require(qim_db_ntf(database.handle(), &registration), "ask for the newest revision");
-  const uint64_t revision =
-      static_cast<uint64_t>(registration.revision[0]) << 32 | registration.revision[1];
-  registration.kinds = 0;
-  require(qim_db_ntf(database.handle(), &registration), "ask for the newest revision");
-  return revision;
-}
 
 // Lists that something else leads to are not pruned.
 void check_pruned(uint32_t session, const StoredModel& stored, const Change& change) {
