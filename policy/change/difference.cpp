@@ -47,10 +47,14 @@ class EntryComparison {
     size_t n = 0;
     for (size_t to = 0; to < indices.size(); to++) {
       if (indices[to] == SIZE_MAX) {
+        add_removed_here(after);
         changes_.push_back({EntryFate::added, 0, to, false});
         continue;
       }
-      if (stays[n]) add_removed(indices[to], after);
+      if (stays[n]) {
+        add_removed(indices[to], after);
+        seen_ = indices[to] + 1;
+      }
       add_common(indices[to], to, !stays[n++]);
     }
     add_removed(before_.entries.size(), after);
@@ -64,6 +68,13 @@ class EntryComparison {
       if (!after.contains(before_.entries[seen_].name))
         changes_.push_back({EntryFate::removed, seen_, 0, false});
     }
+  }
+
+  // What is replaced stands in front of what replaces it.
+  void add_removed_here(const Indices& after) {
+    size_t end = seen_;
+    while (end < before_.entries.size() && !after.contains(before_.entries[end].name)) end++;
+    add_removed(end, after);
   }
 
   void add_common(size_t from, size_t to, bool moved) {
