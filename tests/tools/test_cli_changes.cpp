@@ -76,7 +76,7 @@ TEST_F(Changes, private_data_are_digits_unless_said_otherwise) {
 }
 
 TEST_F(Changes, are_watched_as_another_process_makes_them) {
-  Process watch(on_database({"watch", "--from", "1", "--count", "4", "--timeout", "60"}));
+  Process watch(on_database({"watch", "--raw", "--from", "1", "--count", "4", "--timeout", "60"}));
   watch.wait_for("  node put  0x00000001 Action\n");  // so the rest comes while it watches
   import(2, 1);
   watch.wait_for("  node put  0x00000002 Action\n");
@@ -117,7 +117,7 @@ TEST_F(Changes, are_watched_whatever_their_kind) {
     ASSERT_EQ(rov_db_priv_post(database.handle(), 77, 3, "abc"), uint32_t{ROV_OK});
   }
   const std::string name = "interface 7 vrf 0 vlan 0 vdc 0, type 5, out";
-  EXPECT_EQ(output({"watch", "--from", "2", "--timeout", "0"}),
+  EXPECT_EQ(output({"watch", "--raw", "--from", "2", "--timeout", "0"}),
             "revision 3  node put  0x00000002  " + name +
                 "\nrevision 4  link put  0x00000001 Action  ln_141\n"
                 "revision 5  link deleted  0x00000001 Action  ln_141\n"
@@ -138,7 +138,7 @@ TEST_F(Changes, are_watched_whatever_their_kind) {
 
 // One commit with more changes than the database tells.
 TEST_F(Changes, that_are_too_many_show_as_a_gap) {
-  Process watch(on_database({"watch", "--from", "1", "--count", "3", "--timeout", "60"}));
+  Process watch(on_database({"watch", "--raw", "--from", "1", "--count", "3", "--timeout", "60"}));
   watch.wait_for("0x00000001 Action\n");
   import(2, 4200);
   watch.wait_for("revision 3  gap  changes were lost or too many to tell: read everything again\n");
@@ -166,7 +166,7 @@ TEST_F(Changes, are_watched_as_json_one_object_a_line) {
 TEST_F(Changes, are_watched_from_now_on_or_from_a_revision) {
   import(2, 1);
   EXPECT_EQ(output({"watch", "--timeout", "0"}), "");
-  EXPECT_EQ(output({"watch", "--from", "2", "--timeout", "0"}),
+  EXPECT_EQ(output({"watch", "--raw", "--from", "2", "--timeout", "0"}),
             "revision 3  node put  0x00000002 Action\n");
   const Outcome outcome = run({"watch", "--from", "4", "--timeout", "0"});
   EXPECT_EQ(outcome.code, qimctl::exit_database);

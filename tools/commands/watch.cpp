@@ -1,13 +1,16 @@
-// `qimctl watch`: following the changes of a database.
+// `qimctl watch`: following the changes of a database, node by node.
 #include "tools/commands/watch.h"
 
 #include <poll.h>
 
 #include <cerrno>
 #include <cstring>
+#include <unordered_map>
 
 #include "policy/base/dsetname.h"
 #include "policy/base/names.h"
+#include "policy/store/history.h"
+#include "policy/store/node_image.h"
 #include "rov.h"
 #include "tools/base/output.h"
 
@@ -31,10 +34,6 @@ std::string kind_name(uint32_t kind) {
     if (known.kind == kind) return known.name;
   }
   return "kind " + std::to_string(kind);
-}
-
-uint64_t joined(const uint32_t (&words)[2]) {
-  return uint64_t{words[0]} << 32 | words[1];
 }
 
 bool is_of_link(const rov_change_t& change) {
@@ -74,7 +73,7 @@ std::string change_text(const Database& database, const rov_change_t& change) {
   return text + "\n";
 }
 
-std::string change_json(const rov_change_t& change) {
+JsonValue change_json(const rov_change_t& change) {
   JsonValue value;
   value.set("revision", joined(change.revision));
   value.set("kind", kind_name(change.kind));
@@ -84,10 +83,65 @@ std::string change_json(const rov_change_t& change) {
   if (is_of_link(change)) value.set("field", slot_name(static_cast<uint16_t>(change.field)));
   if (change.dset_len != 0) value.set("dset", hex_bytes(change.dset, change.dset_len));
   value.set("user", hex_number(joined(change.user), 16));
-  return value.dump() + "\n";
+  return value;
 }
 
-// False when nothing came in time.
+// Of which type is the node of a change? That of a node that is gone is not known any more, unless it
+// was when the watching began.
+class Types {
+ public:
+  explicit Types(const Database& database) : database_(database) {
+    const ReadSession session(database);
+    each_node(session.handle(), [&](const rov_node_parms_t& parms) {
+      look(session, qim_from_rov_node_id(&parms.id));
+    });
+  }
+  bool is(const rov_change_t& change, uint32_t type) {
+    const uint32_t id = qim_from_rov_node_id(&change.node);
+    look(ReadSession(database_), id);
+    const auto found = types_.find(id);
+    return found != types_.end() && found->second == type;
+  }
+
+ private:
+  void look(const ReadSession& session, uint32_t id) {
+    qim_node_t record;
+    if (id != 0 && qim_node_read(session.handle(), id, 0, &record) == ROV_OK)
+      types_[id] = record.type;
+  }
+
+  const Database& database_;
+  std::unordered_map<uint32_t, uint32_t> types_;
+};
+
+// A line a document where there may be no end, so "json" is one a line, too.
+std::string line_of(const Database& database, const rov_change_t& change, OutputForm form) {
+  if (is_text(form)) return change_text(database, change);
+  return to_text(change_json(change), form == OutputForm::json ? OutputForm::jsonl : form);
+}
+
+void watch_nodes(const Database& database, const WatchOptions& options) {
+  const Following following(database, options.from);
+  std::optional<Types> types;
+  if (options.type) types.emplace(database);
+  uint64_t seen = 0;
+  while (!options.count || seen < *options.count) {
+    const std::optional<rov_change_t> change = following.next();
+    if (change) {
+      const bool wanted =
+          !types || change->kind == ROV_CHANGE_GAP || types->is(*change, *options.type);
+      if (!wanted) continue;
+      seen++;
+      print(line_of(database, *change, options.form));
+      continue;
+    }
+    flush_output();
+    if (!wait_for(following.descriptor(), options.seconds)) return;
+  }
+}
+
+}  // namespace
+
 bool wait_for(int fd, const std::optional<uint32_t>& seconds) {
   pollfd waiting = {fd, POLLIN, 0};
   const int milliseconds = seconds ? static_cast<int>(*seconds) * 1000 : -1;
@@ -96,42 +150,9 @@ bool wait_for(int fd, const std::optional<uint32_t>& seconds) {
   return ready > 0;
 }
 
-// The next message, or nothing when there is none now.
-std::optional<rov_change_t> next_change(const Database& database) {
-  rov_change_t change;
-  uint32_t length = 0;
-  const uint32_t status = qim_process_msg(database.handle(), &change, sizeof change, &length);
-  if (status == ROV_ERR_NO_VALUE) return std::nullopt;
-  require(status, "read the changes of " + database.directory());
-  return change;
-}
-
-}  // namespace
-
 void watch_changes(const Database& database, const WatchOptions& options) {
-  rov_ntf_t registration{};
-  registration.kinds = UINT32_MAX;
-  registration.revision[0] = static_cast<uint32_t>(options.from >> 32);
-  registration.revision[1] = static_cast<uint32_t>(options.from);
-  const std::string attempt = "follow the changes of " + database.directory();
-  const uint32_t status = qim_db_ntf(database.handle(), &registration);
-  if (status == ROV_ERR_INVALID && options.from != 0) {
-    throw DatabaseError(status, attempt,
-                        "there is no revision " + std::to_string(options.from) +
-                            " yet; without --from, changes from now on are printed");
-  }
-  require(status, attempt);
-  uint64_t seen = 0;
-  while (!options.count || seen < *options.count) {
-    const std::optional<rov_change_t> change = next_change(database);
-    if (change) {
-      seen++;
-      print(options.json ? change_json(*change) : change_text(database, *change));
-      continue;
-    }
-    flush_output();
-    if (!wait_for(registration.fd, options.seconds)) return;
-  }
+  const bool nodes = options.raw || options.type || !is_text(options.form);
+  nodes ? watch_nodes(database, options) : watch_lists(database, options);
 }
 
 }  // namespace qimctl

@@ -48,14 +48,23 @@ void add_watch(Commands& commands) {
   command->add_option("--from", options->from, "Begin behind this revision; else from now on")
       ->check(check_number)
       ->type_name("REVISION");
-  command->add_option("--count", options->count, "Stop after so many messages")
+  command->add_flag("--raw", options->raw, "Print each change of a node or link");
+  command->add_flag("--acl", options->acl, "Print what becomes of access lists, and nothing else")
+      ->excludes("--raw");
+  const auto type = std::make_shared<std::string>();
+  command->add_option("--type", *type, "Print each change of nodes of this type, by name or number")
+      ->check(check_type)
+      ->excludes("--acl")
+      ->type_name("TYPE");
+  command->add_option("--count", options->count, "Stop after so many lines")
       ->check(check_number)
       ->type_name("N");
   command->add_option("--timeout", options->seconds, "Stop when none came for so many seconds")
       ->check(check_range(0, 1000000))
       ->type_name("SECONDS");
-  commands.on(command, [&commands, options] {
-    options->json = commands.json();
+  commands.on(command, [&commands, options, type] {
+    options->form = commands.form();
+    if (!type->empty()) options->type = node_type_code(*type);
     watch_changes(Database(commands.database(), OpenMode::read), *options);
     return exit_ok;
   });
