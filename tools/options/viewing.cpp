@@ -1,6 +1,7 @@
 // Commands that show policies as people think of them, and explain them.
 #include "tools/commands/acl.h"
 #include "tools/commands/explain.h"
+#include "tools/commands/graph.h"
 #include "tools/commands/snapshot.h"
 #include "tools/commands/status.h"
 #include "tools/options/commands.h"
@@ -34,6 +35,22 @@ void add_explain(Commands& commands) {
   command->add_option("WORD", *word, "A name or a number")->required()->type_name("");
   commands.on(command, [&commands, word] {
     return explain_word(*word, commands.form()) ? exit_ok : exit_not_found;
+  });
+}
+
+void add_graph(Commands& commands) {
+  const auto options = std::make_shared<GraphOptions>();
+  CLI::App* command = commands.add("graph", "Draw the policy, by Graphviz");
+  command->add_option("NAME", options->what, "A list, or if:INTERFACE[/in|out]; else everything")
+      ->type_name("");
+  const auto format = std::make_shared<std::string>("svg");
+  command->add_option("--format", *format, "The picture, or what Graphviz makes it of")
+      ->check(CLI::IsMember({"svg", "dot"}))
+      ->capture_default_str()
+      ->type_name("FORMAT");
+  commands.ask(command, [options, format](const Database&, const ReadSession& session) {
+    options->dot = *format == "dot";
+    print_graph(session, *options);
   });
 }
 
@@ -82,6 +99,7 @@ void add_rollback(Commands& commands) {
 void add_viewing(Commands& commands) {
   add_acl(commands);
   add_status(commands);
+  add_graph(commands);
   add_explain(commands);
   add_snapshot(commands);
   add_rollback(commands);
