@@ -86,11 +86,9 @@ TEST_F(Snapshots, going_back_is_told_as_json) {
   EXPECT_EQ(told["dry_run"], false);
   EXPECT_EQ(told["lists"][0]["list"], "guard");
   EXPECT_EQ(told["lists"][0]["changes"][0], "ssh reject -> accept");
-  EXPECT_EQ(told["nodes_deleted"], 0);
 }
 
 TEST_F(Snapshots, of_another_database_are_refused) {
-  change();
   change();
   output({"snapshot", "make", "late"});
   const std::string copy = dir_ / "db/snapshots/late";
@@ -102,7 +100,7 @@ TEST_F(Snapshots, of_another_database_are_refused) {
   std::filesystem::copy(away, copy, std::filesystem::copy_options::recursive);
   const std::string dump = output({"dump"});
   expect_failure({"rollback", "late"}, qimctl::exit_database,
-                 "it is of another database: it holds revision 4, and this one has only 2");
+                 "it is of another database: it holds revision 3, and this one has only 2");
   EXPECT_EQ(output({"dump"}), dump);
 }
 
