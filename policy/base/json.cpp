@@ -2,49 +2,121 @@
 #include "policy/base/json.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <utility>
+
+#include "policy/base/json_print.h"
+#include "policy/base/json_tree.h"
 
 namespace qimctl {
 
-using nlohmann::json;
 using nlohmann::ordered_json;
 
+namespace {
+
+bool same_members(JsonView a, JsonView b) {
+  const auto x = a.members();
+  const auto y = b.members();
+  return std::equal(x.begin(), x.end(), y.begin(), y.end());
+}
+
+bool same_elements(JsonView a, JsonView b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); i++)
+    if (!(a[i] == b[i])) return false;
+  return true;
+}
+
+// Escapes what is no ASCII, as UTF-16 when `ascii` is set.
+void append_text(std::string& to, std::string_view text, bool ascii) {
+  ascii ? void(to += ordered_json(text).dump(-1, ' ', true)) : append_json_string(to, text);
+}
+
+void append_dump(std::string& to, JsonView value, bool ascii) {
+  if (value.is_object()) {
+    to += '{';
+    for (const auto& [name, member] : value.members()) {
+      if (to.back() != '{') to += ',';
+      append_text(to, name, ascii);
+      to += ':';
+      append_dump(to, member, ascii);
+    }
+    to += '}';
+  } else if (value.is_array()) {
+    to += '[';
+    for (size_t i = 0; i < value.size(); i++) {
+      if (i != 0) to += ',';
+      append_dump(to, value[i], ascii);
+    }
+    to += ']';
+  } else if (value.is_string()) {
+    append_text(to, value.text_view(), ascii);
+  } else {
+    to += value.spelled();
+  }
+}
+
+}  // namespace
+
 bool JsonView::operator==(JsonView other) const {
-  return *value_ == *other.value_;
+  if (is_number() && other.is_number())
+    return is_count() && other.is_count() ? number() == other.number() : real() == other.real();
+  if (is_string() && other.is_string()) return text_view() == other.text_view();
+  if (tree_->kind(cell_) != other.tree_->kind(other.cell_)) return false;
+  if (is_object()) return same_members(*this, other);
+  return !is_array() || same_elements(*this, other);
 }
 
 bool JsonView::is_object() const {
-  return value_->is_object();
+  return tree_->kind(cell_) == JsonKind::object;
 }
 
 bool JsonView::is_array() const {
-  return value_->is_array();
+  return tree_->kind(cell_) == JsonKind::array;
 }
 
 bool JsonView::is_string() const {
-  return value_->is_string();
+  const JsonKind kind = tree_->kind(cell_);
+  return kind == JsonKind::text || kind == JsonKind::escaped;
 }
 
 bool JsonView::is_number() const {
-  return value_->is_number();
+  const JsonKind kind = tree_->kind(cell_);
+  return kind == JsonKind::count || kind == JsonKind::whole || kind == JsonKind::real;
 }
 
 bool JsonView::is_count() const {
-  return value_->is_number_unsigned();
+  return tree_->kind(cell_) == JsonKind::count;
+}
+
+bool JsonView::is_null() const {
+  return tree_->kind(cell_) == JsonKind::null;
+}
+
+bool JsonView::is_true() const {
+  return tree_->kind(cell_) == JsonKind::yes;
+}
+
+bool JsonView::is_false() const {
+  return tree_->kind(cell_) == JsonKind::no;
 }
 
 const char* JsonView::kind() const {
-  switch (value_->type()) {
-    case json::value_t::null:
+  switch (tree_->kind(cell_)) {
+    case JsonKind::null:
       return "null";
-    case json::value_t::object:
+    case JsonKind::object:
       return "an object";
-    case json::value_t::array:
+    case JsonKind::array:
       return "an array";
-    case json::value_t::string:
+    case JsonKind::text:
+    case JsonKind::escaped:
       return "a string";
-    case json::value_t::boolean:
+    case JsonKind::yes:
+    case JsonKind::no:
       return "true or false";
     default:
       return "a number";
@@ -52,64 +124,113 @@ const char* JsonView::kind() const {
 }
 
 bool JsonView::is(uint64_t number) const {
-  return value_->is_number() && *value_ == json(number);
+  if (is_count()) return this->number() == number;
+  return is_number() && real() == static_cast<double>(number);
 }
 
 bool JsonView::is(std::string_view text) const {
-  return value_->is_string() && value_->get_ref<const std::string&>() == text;
-}
-
-bool JsonView::is_false() const {
-  return value_->is_boolean() && !value_->get<bool>();
+  return is_string() && text_view() == text;
 }
 
 size_t JsonView::size() const {
-  return value_->size();
+  return is_object() || is_array() ? tree_->cell(cell_).size : is_null() ? 0 : 1;
+}
+
+std::vector<std::pair<std::string_view, JsonView>> JsonView::members() const {
+  std::vector<std::pair<std::string_view, JsonView>> found;
+  found.reserve(size());
+  uint32_t at = cell_ + 1;
+  for (size_t i = 0; i < size(); i++) {
+    found.emplace_back(tree_->text(at), JsonView(*tree_, at + 1));
+    at = tree_->behind(at + 1);
+  }
+  std::sort(found.begin(), found.end(),
+            [](const auto& a, const auto& b) { return a.first < b.first; });
+  return found;
 }
 
 void JsonView::each(const Visit& visit) const {
-  if (value_->is_object()) {
-    for (const auto& [name, value] : value_->get_ref<const json::object_t&>()) visit(name, value);
+  if (is_object()) {
+    for (const auto& [name, value] : members()) visit(std::string(name), value);
     return;
   }
-  if (!value_->is_array()) return;
-  for (size_t i = 0; i < value_->size(); i++) visit(std::to_string(i), (*value_)[i]);
+  if (!is_array()) return;
+  for (size_t i = 0; i < size(); i++) visit(std::to_string(i), (*this)[i]);
 }
 
 JsonView JsonView::find(std::string_view name) const {
-  const auto found = value_->find(name);
-  return found == value_->end() ? JsonView() : JsonView(*found);
+  if (!is_object()) return {};
+  uint32_t at = cell_ + 1;
+  for (size_t i = 0; i < size(); i++) {
+    if (tree_->text(at) == name) return {*tree_, at + 1};
+    at = tree_->behind(at + 1);
+  }
+  return {};
 }
 
 JsonView JsonView::at(std::string_view name) const {
-  return value_->at(name);
+  const JsonView found = find(name);
+  if (!found) throw std::logic_error("JSON without the member " + std::string(name));
+  return found;
 }
 
 JsonView JsonView::operator[](size_t index) const {
-  return value_->at(index);
+  if (!is_array() || index >= size()) throw std::logic_error("JSON without that element");
+  return {*tree_, tree_->element(cell_, static_cast<uint32_t>(index))};
 }
 
-const std::string& JsonView::text() const {
-  return value_->get_ref<const std::string&>();
+std::string_view JsonView::text_view() const {
+  if (!is_string()) throw std::logic_error("JSON that is no text");
+  return tree_->text(cell_);
 }
 
 uint64_t JsonView::number() const {
-  return value_->get<uint64_t>();
+  if (!is_count()) return static_cast<uint64_t>(real());
+  const std::string_view digits = tree_->digits(cell_);
+  uint64_t value = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  return value;
 }
 
 double JsonView::real() const {
-  return value_->get<double>();
+  if (!is_number()) throw std::logic_error("JSON that is no number");
+  return std::strtod(std::string(tree_->digits(cell_)).c_str(), nullptr);
+}
+
+std::string JsonView::spelled() const {
+  switch (tree_->kind(cell_)) {
+    case JsonKind::null:
+      return "null";
+    case JsonKind::yes:
+      return "true";
+    case JsonKind::no:
+      return "false";
+    default:
+      return std::string(tree_->digits(cell_));
+  }
 }
 
 std::string JsonView::dump() const {
-  return value_->dump();
+  std::string text;
+  append_dump(text, *this, false);
+  return text;
 }
 
 std::string JsonView::dump_ascii() const {
-  return value_->dump(-1, ' ', true, json::error_handler_t::replace);
+  std::string text;
+  append_dump(text, *this, true);
+  return text;
 }
 
-JsonDocument::JsonDocument(json root) : root_(std::make_unique<json>(std::move(root))) {}
+std::string JsonView::path() const {
+  return tree_->path(cell_);
+}
+
+unsigned JsonView::line() const {
+  return tree_->line(cell_);
+}
+
+JsonDocument::JsonDocument(std::unique_ptr<JsonTree> tree) : tree_(std::move(tree)) {}
 JsonDocument::~JsonDocument() = default;
 JsonDocument::JsonDocument(JsonDocument&&) noexcept = default;
 

@@ -1,6 +1,6 @@
 // JSON values: what was read, and what is about to be written.
 //
-// The library behind them takes a compiler seconds in every source that sees it. It is seen by
+// The libraries behind them take a compiler seconds in every source that sees them. They are seen by
 // json*.cpp here and by what validates documents; everybody else works with these types.
 #pragma once
 
@@ -11,8 +11,12 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace qimctl {
+
+class JsonTree;
 
 // A value in a document that was read, or none. It is good as long as the document is.
 class JsonView {
@@ -20,27 +24,29 @@ class JsonView {
   using Visit = std::function<void(const std::string& name, JsonView value)>;
 
   JsonView() = default;
-  // A value is as good as a view of it.
-  JsonView(const nlohmann::json& value) : value_(&value) {}
+  JsonView(const JsonTree& tree, uint32_t cell) : tree_(&tree), cell_(cell) {}
 
-  explicit operator bool() const { return value_ != nullptr; }
-  const nlohmann::json& get() const { return *value_; }
-  bool operator==(JsonView other) const;
+  explicit operator bool() const { return tree_ != nullptr; }
+  bool operator==(JsonView other) const;  // do both say the same?
 
   bool is_object() const;
   bool is_array() const;
   bool is_string() const;
   bool is_number() const;
-  bool is_count() const;     // a whole number that has no sign
+  bool is_count() const;  // a whole number that has no sign
+  bool is_null() const;
   const char* kind() const;  // "a string", "an array", ... for messages
   bool is(uint64_t number) const;
   bool is(std::string_view text) const;
+  bool is_true() const;
   bool is_false() const;
 
   // Of an array, an object, or nothing.
   size_t size() const;
   // Calls `visit` for each member by its name, in the order of names, or each element by its index.
   void each(const Visit& visit) const;
+  // The members of an object in the order of names.
+  std::vector<std::pair<std::string_view, JsonView>> members() const;
   // The member of that name; none when there is none, or this is no object.
   JsonView find(std::string_view name) const;
   // The same of a member that is there. A fault of the caller throws.
@@ -48,30 +54,36 @@ class JsonView {
   JsonView operator[](size_t index) const;
 
   // Of a string and of a number; anything else is a fault of the caller and throws.
-  const std::string& text() const;
+  std::string text() const { return std::string(text_view()); }
+  std::string_view text_view() const;
   uint64_t number() const;
   double real() const;  // the number, as near as a double comes to it
 
-  std::string dump() const;
-  std::string dump_ascii() const;  // what is no ASCII is escaped, what is no UTF-8 replaced
+  std::string spelled() const;     // a number, true, false or null as the text has it
+  std::string dump() const;        // in one line, members in the order of names
+  std::string dump_ascii() const;  // what is no ASCII is escaped
+
+  // Where the value is: its JSON pointer (RFC 6901), and its line, from 1.
+  std::string path() const;
+  unsigned line() const;
 
  private:
-  const nlohmann::json* value_ = nullptr;
+  const JsonTree* tree_ = nullptr;
+  uint32_t cell_ = 0;
 };
 
-// A document that was read.
+// A document that was read. It refers to its text.
 class JsonDocument {
  public:
-  explicit JsonDocument(nlohmann::json root);
+  explicit JsonDocument(std::unique_ptr<JsonTree> tree);
   ~JsonDocument();
   JsonDocument(JsonDocument&&) noexcept;
   JsonDocument& operator=(JsonDocument&&) = delete;
 
-  const nlohmann::json& get() const { return *root_; }
-  JsonView view() const { return *root_; }
+  JsonView view() const { return {*tree_, 0}; }
 
  private:
-  std::unique_ptr<nlohmann::json> root_;
+  std::unique_ptr<JsonTree> tree_;
 };
 
 // A value to be written. The members of an object keep the order in which they were set.

@@ -4,7 +4,10 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
+
+#include "policy/base/json_tree.h"
 
 namespace qimctl {
 
@@ -59,30 +62,28 @@ std::string reason_of(const json::exception& error) {
   return colon == std::string::npos ? text : text.substr(colon + 2);
 }
 
-// Builds the document; refuses what a plain parse would let pass or fall over.
-class Builder : public nlohmann::json_sax<json> {
+// Finds out what is wrong with a text: what no JSON text has, and what a parser would let pass or
+// fall over.
+class Explainer : public nlohmann::json_sax<json> {
  public:
-  Builder(const std::string& text, const std::string& file) : text_(text), file_(file) {}
+  Explainer(const std::string& text, const std::string& file) : text_(text), file_(file) {}
 
-  json take() { return std::move(root_); }
-
-  bool null() override { return add(nullptr); }
-  bool boolean(bool value) override { return add(value); }
-  bool number_integer(number_integer_t value) override { return add(value); }
-  bool number_unsigned(number_unsigned_t value) override { return add(value); }
-  bool number_float(number_float_t value, const string_t&) override { return add(value); }
-  bool string(string_t& value) override { return add(std::move(value)); }
+  bool null() override { return value(); }
+  bool boolean(bool) override { return value(); }
+  bool number_integer(number_integer_t) override { return value(); }
+  bool number_unsigned(number_unsigned_t) override { return value(); }
+  bool number_float(number_float_t, const string_t&) override { return value(); }
+  bool string(string_t&) override { return value(); }
   bool binary(binary_t&) override { return false; }
-  bool start_object(std::size_t) override { return open(json::object(), false); }
+  bool start_object(std::size_t) override { return open(false); }
   bool end_object() override { return close(); }
-  bool start_array(std::size_t) override { return open(json::array(), true); }
+  bool start_array(std::size_t) override { return open(true); }
   bool end_array() override { return close(); }
 
   bool key(string_t& name) override {
     tracker_.key(name);
-    if (parents_.back()->contains(name)) {
+    if (!names_.back().insert(name).second)
       fail("comes twice in one object; remove one of the two");
-    }
     return true;
   }
 
@@ -100,36 +101,22 @@ class Builder : public nlohmann::json_sax<json> {
     throw InputError(std::move(problems));
   }
 
-  json* put(json value) {
-    if (parents_.empty()) {
-      root_ = std::move(value);
-      return &root_;
-    }
-    json& parent = *parents_.back();
-    if (parent.is_array()) {
-      parent.push_back(std::move(value));
-      return &parent.back();
-    }
-    return &(parent[tracker_.levels().back().key] = std::move(value));
-  }
-
-  bool add(json value) {
-    put(std::move(value));
+  bool value() {
     tracker_.end_value();
     return true;
   }
 
-  bool open(json container, bool array) {
-    if (parents_.size() == max_json_depth) {
+  bool open(bool array) {
+    if (names_.size() == max_json_depth) {
       fail("nested deeper than " + std::to_string(max_json_depth) + " levels; flatten the input");
     }
-    parents_.push_back(put(std::move(container)));
+    names_.emplace_back();
     tracker_.open(array);
     return true;
   }
 
   bool close() {
-    parents_.pop_back();
+    names_.pop_back();
     tracker_.close();
     return true;
   }
@@ -137,8 +124,7 @@ class Builder : public nlohmann::json_sax<json> {
   const std::string& text_;
   const std::string& file_;
   Tracker tracker_;
-  json root_;
-  std::vector<json*> parents_;
+  std::vector<std::unordered_set<std::string>> names_;  // of the members of open objects
 };
 
 // Counts lines while the parser takes characters.
@@ -249,6 +235,13 @@ unsigned nearest(const std::string& path, const std::unordered_map<std::string, 
   }
 }
 
+JsonDocument parsed(std::unique_ptr<JsonTree> tree, const std::string& file) {
+  if (tree->parse()) return JsonDocument(std::move(tree));
+  Explainer explainer(tree->whole_text(), file);
+  json::sax_parse(tree->whole_text(), &explainer);
+  throw InputError({file, 0, ""}, "is larger than the 4 GB that can be read");
+}
+
 template <typename Item>
 void fill_places(const std::string& text, const std::string& file, std::vector<Item>& items) {
   std::vector<Place*> places;
@@ -260,9 +253,11 @@ void fill_places(const std::string& text, const std::string& file, std::vector<I
 }  // namespace
 
 JsonDocument parse_json(const std::string& text, const std::string& file) {
-  Builder builder(text, file);
-  json::sax_parse(text, &builder);
-  return JsonDocument(builder.take());
+  return parsed(std::make_unique<JsonTree>(text), file);
+}
+
+JsonDocument parse_json(std::string&& text, const std::string& file) {
+  return parsed(std::make_unique<JsonTree>(std::move(text)), file);
 }
 
 std::string pointer_to(const std::string& base, const std::string& member) {

@@ -1,8 +1,8 @@
 // JSON input: parsed strictly, and with a way back from a JSON pointer to the line that it points
 // at.
 //
-// Lines are looked up only when something is to be said about the input, in one more pass over the
-// text, so that reading good input costs nothing for them.
+// A value knows its line and its path. Who has a path alone looks its line up, in one more pass over
+// the text.
 #pragma once
 
 #include <string>
@@ -15,7 +15,10 @@ namespace qimctl {
 
 // Parses `text`. Throws InputError for text that is not JSON (RFC 8259, UTF-8), for two members of
 // one name in an object and for values nested deeper than max_json_depth.
+// The document refers to `text`.
 JsonDocument parse_json(const std::string& text, const std::string& file);
+// It keeps the text.
+JsonDocument parse_json(std::string&& text, const std::string& file);
 
 inline constexpr size_t max_json_depth = 64;
 

@@ -1,6 +1,8 @@
 // Text that is safe to print.
 #include "policy/base/text.h"
 
+#include <cstring>
+
 #include "policy/base/names.h"
 
 namespace qimctl {
@@ -8,7 +10,7 @@ namespace qimctl {
 namespace {
 
 // How many bytes the character that begins here takes; 0 when it is not sound UTF-8 (RFC 3629).
-size_t character_length(const std::string& text, size_t at) {
+size_t character_length(std::string_view text, size_t at) {
   const auto byte = [&text](size_t i) {
     return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u;
   };
@@ -94,6 +96,24 @@ std::string harmless(const std::string& text) {
 
 std::string quoted(const std::string& text) {
   return '"' + escaped(text, "\\\"") + '"';
+}
+
+bool is_utf8(std::string_view text) {
+  uint64_t eight;
+  for (size_t at = 0; at < text.size();) {
+    // Nearly all texts are ASCII, nearly everywhere.
+    if (text.size() - at >= sizeof(eight)) {
+      memcpy(&eight, &text[at], sizeof(eight));
+      if ((eight & 0x8080808080808080u) == 0) {
+        at += sizeof(eight);
+        continue;
+      }
+    }
+    const size_t length = character_length(text, at);
+    if (length == 0) return false;
+    at += length;
+  }
+  return true;
 }
 
 bool reads_as_text(const std::string& bytes) {

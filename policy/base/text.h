@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace qimctl {
 
@@ -15,6 +16,8 @@ std::string harmless(const std::string& text);
 // As printable, in double quotes, with those in the text escaped as \x22: what is outside the quotes was
 // not in the text.
 std::string quoted(const std::string& text);
+// Is it sound UTF-8 (RFC 3629)?
+bool is_utf8(std::string_view text);
 // Could these bytes be meant as text? Sound UTF-8 without byte 0, and not mostly control characters.
 bool reads_as_text(const std::string& bytes);
 

@@ -1,8 +1,8 @@
 // Data-set names: each form leads back to the one it came from.
 #include <cstring>
-#include <nlohmann/json.hpp>
 
 #include "policy/base/dsetname.h"
+#include "policy/base/json_text.h"
 #include "qim.h"
 #include "tests/fuzz/targets.h"
 
@@ -37,8 +37,8 @@ void decode(const qim_dsetname_t& name) {
 }
 
 void as_json(const qim_dsetname_t& name) {
-  const nlohmann::json value = nlohmann::json::parse(qimctl::dset_to_json(name).dump());
-  require(same(qimctl::dset_from_json(value), name), "JSON gives the name back byte for byte");
+  const qimctl::JsonDocument value = qimctl::parse_json(qimctl::dset_to_json(name).dump(), "");
+  require(same(qimctl::dset_from_json(value.view()), name), "JSON gives the name back byte for byte");
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ using qimctl::dset_from_json;
 using qimctl::dset_to_json;
 
 std::string bytes_of(const char* text) {
-  const qim_dsetname_t name = dset_from_json(json::parse(text));
+  const qim_dsetname_t name = dset_from_json(qimctl::parse_json(text, "").view());
   return qimctl::hex_bytes(&name, sizeof(name));
 }
 

@@ -16,6 +16,7 @@
 namespace {
 
 using nlohmann::json;
+
 using qim::schema::Coding;
 using qim::schema::Record;
 using qim::schema::Row;
@@ -38,11 +39,12 @@ bool travels(const Row& row) {
 
 // The members that the schema allows in the object at `path` of `document`, comments aside.
 std::vector<std::string> allowed(const json& document, const std::vector<std::string>& path) {
-  const json schema = json::parse(qimctl::native_schema_text);
-  const qimctl::SchemaWalk walk(schema, document);
+  const qimctl::JsonDocument schema = qimctl::parse_json(qimctl::native_schema_text, "");
+  const qimctl::JsonDocument parsed = qimctl::parse_json(document.dump(), "");
+  const qimctl::SchemaWalk walk(schema.view(), parsed.view());
   std::vector<std::string> names;
   for (const qimctl::JsonView found : walk.at(path)) {
-    const json& part = found.get();
+    const json part = json::parse(found.dump());
     if (!part.contains("additionalProperties")) continue;
     for (const auto& [name, inner] : part.at("properties").items()) {
       if (name != "comment") names.push_back(name);
@@ -91,9 +93,9 @@ TEST(NativeSchema, knows_every_type_by_name_and_number) {
 }
 
 TEST(NativeSchema, passes_a_good_document) {
-  const json document = json::parse(
-      R"({"format": "qim-policy", "version": 1, "nodes": [{"id": 1, "type": "Filter"}]})");
-  EXPECT_THAT(qimctl::check_native_schema(document, "in.json"), IsEmpty());
+  const qimctl::JsonDocument document = qimctl::parse_json(
+      R"({"format": "qim-policy", "version": 1, "nodes": [{"id": 1, "type": "Filter"}]})", "");
+  EXPECT_THAT(qimctl::check_native_schema(document.view(), "in.json"), IsEmpty());
 }
 
 TEST(NativeSchema, refuses_another_format_or_version) {
@@ -225,9 +227,9 @@ TEST(NativeSchema, says_everything_at_once_in_the_order_of_lines) {
 }
 
 TEST(SchemaWalk, meets_conditions) {
-  const json value = json::parse(R"({"type": "a", "x": 1})");
+  const qimctl::JsonDocument value = qimctl::parse_json(R"({"type": "a", "x": 1})", "");
   const auto meets = [&value](const char* condition) {
-    return qimctl::SchemaWalk::meets(json::parse(condition), value);
+    return qimctl::SchemaWalk::meets(qimctl::parse_json(condition, "").view(), value.view());
   };
   EXPECT_TRUE(meets(R"({})"));
   EXPECT_TRUE(meets(R"({"properties": {"type": {"enum": ["a", "b"]}}})"));
@@ -241,9 +243,10 @@ TEST(SchemaWalk, meets_conditions) {
 }
 
 TEST(SchemaWalk, finds_nothing_where_there_is_nothing) {
-  const json schema = json::parse(R"({"properties": {"a": {"items": {"type": "integer"}}}})");
-  const json document = json::parse(R"({"a": [1]})");
-  const qimctl::SchemaWalk walk(schema, document);
+  const qimctl::JsonDocument schema =
+      qimctl::parse_json(R"({"properties": {"a": {"items": {"type": "integer"}}}})", "");
+  const qimctl::JsonDocument document = qimctl::parse_json(R"({"a": [1]})", "");
+  const qimctl::SchemaWalk walk(schema.view(), document.view());
   EXPECT_EQ(walk.at({"a", "0"}).size(), 1u);
   EXPECT_THAT(walk.at({"a", "1"}), IsEmpty());
   EXPECT_THAT(walk.at({"a", "x"}), IsEmpty());

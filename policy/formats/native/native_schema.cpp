@@ -2,8 +2,10 @@
 #include "policy/formats/native/native_schema.h"
 
 #include <algorithm>
+#include <unordered_set>
 #include <utility>
 
+#include "policy/base/json_print.h"
 #include "policy/base/json_text.h"
 #include "policy/base/names.h"
 #include "policy/formats/native/schema_walk.h"
@@ -15,8 +17,12 @@ namespace {
 
 struct NativeSchema {
   JsonDocument text = parse_json(native_schema_text, "the native format's schema");
-  Validator validator{text.view()};
+  Validator whole{text.view()};
+  Validator node{text.view(), "node"};
 };
+
+// What is wrong with a file of nothing but faults is known long before the last one.
+constexpr size_t most_problems = 1000;
 
 const NativeSchema& native_schema() {
   static const NativeSchema schema;
@@ -65,6 +71,16 @@ class Explainer {
     }
   }
 
+  // Explains what a part of the document, the one at `path`, breaks. True when there is something.
+  bool check(const Validator& validator, JsonView part, const std::vector<std::string>& path) {
+    if (validator.accepts(part)) return false;
+    for (Violation& violation : validator.violations(part)) {
+      violation.path.insert(violation.path.begin(), path.begin(), path.end());
+      add(violation);
+    }
+    return true;
+  }
+
   void unexpected(const std::vector<std::string>& path) {
     std::vector<std::string> expected;
     for (const JsonView schema : walk_.at(path)) {
@@ -76,14 +92,13 @@ class Explainer {
   }
 
   std::vector<Problem> take() { return std::move(problems_); }
+  bool is_full() const { return problems_.size() >= most_problems; }
 
  private:
   void report(const std::vector<std::string>& path, const std::string& message) {
     std::string pointer;
     for (const std::string& step : path) pointer = pointer_to(pointer, step);
-    for (const Problem& problem : problems_) {
-      if (problem.place.path == pointer && problem.message == message) return;
-    }
+    if (is_full() || !said_.insert(pointer + ' ' + message).second) return;
     problems_.push_back({{file_, 0, pointer}, message});
   }
 
@@ -137,18 +152,37 @@ class Explainer {
   SchemaWalk walk_;
   const std::string& file_;
   std::vector<Problem> problems_;
+  std::unordered_set<std::string> said_;
 };
+
+// The document without its nodes, which are looked at one by one.
+std::string frame_of(JsonView document) {
+  if (!document.is_object()) return document.is_array() ? "[]" : document.dump();
+  std::string text = "{";
+  for (const auto& [name, member] : document.members()) {
+    text += (text.size() == 1 ? "" : ",") + json_string(name) + ":";
+    text += name == "nodes" && member.is_array() ? "[]" : member.dump();
+  }
+  return text + "}";
+}
 
 // What the document breaks of everything but the encoding of its texts.
 std::vector<Problem> broken_rules(JsonView document, const std::string& file) {
-  const Validator& validator = native_schema().validator;
-  if (validator.accepts(document)) return {};
   Explainer explainer(document, file);
-  for (const Violation& violation : validator.violations(document)) explainer.add(violation);
+  const JsonDocument frame = parse_json(frame_of(document), file);
+  bool broken = explainer.check(native_schema().whole, frame.view(), {});
+  const JsonView nodes = document.find("nodes");
+  const size_t count = nodes && nodes.is_array() ? nodes.size() : 0;
+  size_t at = 0;
+  for (; at < count && !explainer.is_full(); at++)
+    broken |= explainer.check(native_schema().node, nodes[at], {"nodes", std::to_string(at)});
   std::vector<Problem> problems = explainer.take();
-  if (problems.empty()) {
+  if (broken && problems.empty())
     problems.push_back({{file, 0, ""}, "does not follow the native format's schema"});
-  }
+  if (at < count)
+    problems.push_back({{file, 0, pointer_to("/nodes", at)},
+                        "and " + counted(count - at, "node") +
+                            " from here on were not looked at, after so many problems"});
   return problems;
 }
 

@@ -68,6 +68,23 @@ std::vector<std::string> steps_of(const std::vector<std::string>& context) {
   return steps;
 }
 
+// As the validator's library has it.
+json to_library(JsonView value) {
+  if (value.is_string()) return value.text();
+  if (value.is_object()) {
+    json object = json::object();
+    for (const auto& [name, member] : value.members())
+      object[std::string(name)] = to_library(member);
+    return object;
+  }
+  if (value.is_array()) {
+    json array = json::array();
+    for (size_t i = 0; i < value.size(); i++) array.push_back(to_library(value[i]));
+    return array;
+  }
+  return json::parse(value.spelled());
+}
+
 }  // namespace
 
 struct Validator::Compiled {
@@ -75,22 +92,28 @@ struct Validator::Compiled {
   valijson::Schema fast;  // the same; what it finds fault with, only `exact` can explain
 };
 
-Validator::Validator(JsonView schema) : compiled_(std::make_unique<Compiled>()) {
-  valijson::SchemaParser().populateSchema(NlohmannJsonAdapter(schema.get()), compiled_->exact);
-  const FasterSchema faster(schema.get());
+Validator::Validator(JsonView schema, const std::string& definition)
+    : compiled_(std::make_unique<Compiled>()) {
+  json exact = to_library(schema);
+  if (!definition.empty())
+    exact = {{"definitions", exact.at("definitions")},
+             {"allOf", json::array({{{"$ref", "#/definitions/" + definition}}})}};
+  valijson::SchemaParser().populateSchema(NlohmannJsonAdapter(exact), compiled_->exact);
+  const FasterSchema faster(exact);
   valijson::SchemaParser().populateSchema(NlohmannJsonAdapter(faster.get()), compiled_->fast);
 }
 
 Validator::~Validator() = default;
 
 bool Validator::accepts(JsonView document) const {
-  return valijson::Validator().validate(compiled_->fast, NlohmannJsonAdapter(document.get()),
-                                        nullptr);
+  const json value = to_library(document);
+  return valijson::Validator().validate(compiled_->fast, NlohmannJsonAdapter(value), nullptr);
 }
 
 std::vector<Violation> Validator::violations(JsonView document) const {
+  const json value = to_library(document);
   valijson::ValidationResults results;
-  valijson::Validator().validate(compiled_->exact, NlohmannJsonAdapter(document.get()), &results);
+  valijson::Validator().validate(compiled_->exact, NlohmannJsonAdapter(value), &results);
   std::vector<Violation> found;
   for (const auto& error : results) found.push_back({steps_of(error.context), error.description});
   return found;

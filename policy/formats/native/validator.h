@@ -18,14 +18,15 @@ struct Violation {
 
 class Validator {
  public:
-  // The schema must outlive the validator.
-  explicit Validator(JsonView schema);
+  // Of all that follows `schema`, or only of what follows one of its definitions.
+  explicit Validator(JsonView schema, const std::string& definition = "");
   ~Validator();
   Validator(const Validator&) = delete;
   Validator& operator=(const Validator&) = delete;
 
   bool accepts(JsonView document) const;
-  // What it refuses a document for.
+  // What it refuses a document for. A document costs memory many times its size here: validate it
+  // by its parts.
   std::vector<Violation> violations(JsonView document) const;
 
  private:

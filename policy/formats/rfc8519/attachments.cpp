@@ -12,7 +12,7 @@ namespace {
 // The list is attached all the same: it is the safer half of what was asked for.
 void note_approximated(Notes& notes, const Object& object) {
   for (const Foreign& member : object.foreign()) {
-    notes.finding(Fate::approximated, member.path,
+    notes.finding(Fate::approximated, member.value,
                   "attached without " + in_quotes(member.name) +
                       ", which is of another model and has no counterpart");
   }
@@ -64,17 +64,17 @@ void SetReader::read_set(const Value& value) {
 
 void SetReader::attach(const Value& leaf, const std::string& list) {
   if (!lists_.insert(list).second) {
-    notes_.problem(leaf.path, "access list " + in_quotes(list) + " is attached twice to " +
-                                  in_quotes(direction_.name) + " of one interface; remove one");
+    notes_.problem(leaf, "access list " + in_quotes(list) + " is attached twice to " +
+                             in_quotes(direction_.name) + " of one interface; remove one");
     return;
   }
   if (++stage_ > policy_type_stages) {
-    notes_.problem(leaf.path, "more than " + std::to_string(policy_type_stages) +
-                                  " access lists at one interface; merge some of them");
+    notes_.problem(leaf, "more than " + std::to_string(policy_type_stages) +
+                             " access lists at one interface; merge some of them");
     return;
   }
   reading_.model.attachments.push_back(
-      {list, interface_, direction_.dir, stage_, notes_.place(leaf.path)});
+      {list, interface_, direction_.dir, stage_, notes_.place(leaf)});
 }
 
 void SetReader::read_statistics(const Value& list) {
@@ -85,7 +85,7 @@ void SetReader::read_statistics(const Value& list) {
     any = read_counters(notes_, object) || any;
   }
   if (any) {
-    notes_.finding(Fate::skipped, list.path, "counters left out, which are no policy");
+    notes_.finding(Fate::skipped, list, "counters left out, which are no policy");
   }
 }
 
@@ -98,9 +98,9 @@ void read_interface(Reading& reading, const Value& value, std::set<std::string>&
   const Value leaf = object.require(notes, "interface-id");
   const auto name = leaf ? read_name(notes, leaf, std::string::npos) : std::nullopt;
   if (name) {
-    reading.interfaces.index(notes, *name, leaf.path);
+    reading.interfaces.index(notes, *name, leaf);
     if (!known.insert(*name).second) {
-      notes.problem(leaf.path, "interface " + in_quotes(*name) + " comes twice; merge the two");
+      notes.problem(leaf, "interface " + in_quotes(*name) + " comes twice; merge the two");
     }
   }
   for (const Direction& direction : directions) {

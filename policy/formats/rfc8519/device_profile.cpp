@@ -32,7 +32,7 @@ class SideReader {
     const Object object(notes_, lists, "\"access-lists\"", {"access-list"});
     skip_foreign(notes_, object);
     for (const Value& list : elements(notes_, object.find("access-list"))) read_list(list);
-    if (!names_.empty()) note(value.path);
+    if (!names_.empty()) note(value);
   }
 
  private:
@@ -44,38 +44,37 @@ class SideReader {
     const auto name = leaf ? read_name(notes_, leaf, longest_name) : std::nullopt;
     if (!name) return;
     if (!reading_.list_names.contains(*name)) {
-      notes_.problem(leaf.path, "there is no access list " + in_quotes(*name) +
-                                    "; define it or remove it from the profile");
+      notes_.problem(leaf, "there is no access list " + in_quotes(*name) +
+                               "; define it or remove it from the profile");
       return;
     }
     names_ += (names_.empty() ? "" : ", ") + in_quotes(*name);
-    if (!interface_.empty()) attach(*name, leaf.path);
+    if (!interface_.empty()) attach(*name, leaf);
   }
 
-  void attach(const std::string& list, const std::string& path) {
+  void attach(const std::string& list, const Value& at) {
     uint32_t last = 0;
     for (const Attachment& other : reading_.model.attachments) {
       if (other.interface != interface_ || other.dir != side_.dir) continue;
       if (other.list == list) {
-        notes_.problem(path, "access list " + in_quotes(list) + " is attached to " +
-                                 in_quotes(interface_) + " in this direction already; remove one");
+        notes_.problem(at, "access list " + in_quotes(list) + " is attached to " +
+                               in_quotes(interface_) + " in this direction already; remove one");
         return;
       }
       last = std::max(last, other.stage);
     }
-    reading_.model.attachments.push_back(
-        {list, interface_, side_.dir, last + 1, notes_.place(path)});
+    reading_.model.attachments.push_back({list, interface_, side_.dir, last + 1, notes_.place(at)});
   }
 
-  void note(const std::string& path) {
+  void note(const Value& at) {
     const std::string what = "packets " + std::string(side_.packets) + " are for " + names_;
     if (interface_.empty()) {
-      notes_.finding(Fate::skipped, path,
+      notes_.finding(Fate::skipped, at,
                      what +
                          ", attached nowhere, for a profile names no interface; give the one that "
                          "the device is behind with --interface");
     } else {
-      notes_.finding(Fate::accepted, path,
+      notes_.finding(Fate::accepted, at,
                      what + ", attached to " + in_quotes(interface_) + " for " +
                          (side_.dir == QIM_DIR_IN ? "ingress" : "egress"));
     }
@@ -93,21 +92,21 @@ class SideReader {
 void read_device_profile(Reading& reading, const Value& profile, const std::string& interface) {
   Notes& notes = reading.notes;
   if (!profile.json.is_object()) {
-    notes.problem(profile.path,
+    notes.problem(profile,
                   std::string("a device profile must be an object, not ") + profile.json.kind());
     return;
   }
-  if (!interface.empty()) reading.interfaces.index(notes, interface, profile.path);
+  if (!interface.empty()) reading.interfaces.index(notes, interface, profile);
   size_t known = 0;
   for (const Side& side : sides) {
     const JsonView found = profile.json.find(side.member);
     if (!found) continue;
     known++;
-    const Value value{found, profile.path + "/" + std::string(side.member)};
+    const Value value{found};
     SideReader(reading, side, interface).read(value);
   }
   if (profile.json.size() != known) {
-    notes.finding(Fate::skipped, profile.path,
+    notes.finding(Fate::skipped, profile,
                   "what else the profile says of the device is no access list and is left out");
   }
 }

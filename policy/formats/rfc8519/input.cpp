@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "policy/base/json_text.h"
+#include "policy/base/names.h"
 
 namespace qimctl::rfc8519 {
 
@@ -58,47 +59,64 @@ bool is_forbidden(char c) {
   return byte < 0x20 && c != '\t' && c != '\n' && c != '\r';
 }
 
-void Notes::problem(const std::string& path, std::string message) {
-  problems_.push_back({place(path), std::move(message)});
+// A file of nothing but faults is known for one long before the last of them.
+void Notes::problem(Place at, std::string message) {
+  problems_.push_back({std::move(at), std::move(message)});
 }
 
-void Notes::finding(Fate fate, const std::string& path, std::string what) {
-  findings_.push_back({fate, place(path), std::move(what)});
+void Notes::problem(const Value& at, std::string message) {
+  constexpr size_t most = 1000;
+  if (problems_.size() >= most) {
+    more_++;
+  } else {
+    problem(place(at), std::move(message));
+  }
 }
 
-Object::Object(Notes& notes, const Value& value, std::string_view what,
-               const std::vector<std::string_view>& known)
-    : path_(value.path), what_(what) {
+std::vector<Problem> Notes::take_problems() {
+  if (more_ != 0)
+    problems_.push_back({{file_, 0, ""}, "and " + counted(more_, "problem") + " more"});
+  return std::move(problems_);
+}
+
+void Notes::finding(Fate fate, const Value& at, std::string what) {
+  findings_.push_back({fate, place(at), std::move(what)});
+}
+
+Object::Object(Notes& notes, const Value& value, std::string_view what, Names known)
+    : value_(value), what_(what) {
   if (!value.json.is_object()) {
-    notes.problem(path_, what_ + " must be an object, not " + value.json.kind());
+    notes.problem(value_, what_ + " must be an object, not " + value.json.kind());
     return;
   }
-  value.json.each([&](const std::string& spelled, JsonView json) {
-    const std::string path = pointer_to(path_, spelled);
-    std::string name = spelled;
-    if (name.starts_with(own_prefix)) name.erase(0, own_prefix.size());
+  for (const auto& [spelled, json] : value.json.members()) {
+    std::string_view name = spelled;
+    if (name.starts_with(own_prefix)) name.remove_prefix(own_prefix.size());
     if (name.starts_with('@')) {
-      notes.finding(Fate::skipped, path, "annotation " + in_quotes(spelled) + " left out");
+      notes.finding(Fate::skipped, {json}, "annotation " + in_quotes(spelled) + " left out");
     } else if (name.find(':') != std::string::npos) {
-      foreign_.push_back({spelled, path, json});
+      foreign_.push_back({std::string(spelled), {json}});
     } else if (std::find(known.begin(), known.end(), name) == known.end()) {
-      notes.problem(path, "unknown member " + in_quotes(spelled) + " of " + what_ +
-                              "; it may have " + alternatives(known));
-    } else if (!members_.emplace(name, Value{json, path}).second) {
-      notes.problem(path,
+      notes.problem({json}, "unknown member " + in_quotes(spelled) + " of " + what_ +
+                                "; it may have " + alternatives(known));
+    } else if (find(name)) {
+      notes.problem({json},
                     in_quotes(name) + " comes twice, with and without its prefix; remove one");
+    } else {
+      members_.emplace_back(name, Value{json});
     }
-  });
+  }
 }
 
 Value Object::find(std::string_view name) const {
-  const auto found = members_.find(name);
-  return found == members_.end() ? Value{} : found->second;
+  for (const auto& [member, value] : members_)
+    if (member == name) return value;
+  return {};
 }
 
 Value Object::require(Notes& notes, std::string_view name) const {
   Value value = find(name);
-  if (!value) notes.problem(path_, what_ + " needs " + in_quotes(name) + ", which is missing");
+  if (!value) notes.problem(value_, what_ + " needs " + in_quotes(name) + ", which is missing");
   return value;
 }
 
@@ -106,38 +124,35 @@ std::vector<Value> elements(Notes& notes, const Value& list) {
   std::vector<Value> found;
   if (!list) return found;
   if (!list.json.is_array()) {
-    notes.problem(list.path, std::string("must be an array, not ") + list.json.kind());
+    notes.problem(list, std::string("must be an array, not ") + list.json.kind());
     return found;
   }
   found.reserve(list.json.size());
-  for (size_t i = 0; i < list.json.size(); i++) {
-    found.push_back({list.json[i], pointer_to(list.path, i)});
-  }
+  for (size_t i = 0; i < list.json.size(); i++) found.push_back({list.json[i]});
   return found;
 }
 
 std::optional<uint32_t> read_number(Notes& notes, const Value& leaf, uint32_t min, uint32_t max) {
   const JsonView json = leaf.json;
+  if (json.is_count() && json.number() >= min && json.number() <= max)
+    return static_cast<uint32_t>(json.number());
   const std::string wanted = "must be a whole number, " + range_text(min, max);
   if (!json.is_number()) {
-    notes.problem(leaf.path, wanted + ", not " + json.kind());
+    notes.problem(leaf, wanted + ", not " + json.kind());
     return {};
   }
-  if (!json.is_count() || json.number() < min || json.number() > max) {
-    notes.problem(leaf.path, "is " + json.dump() + ", but " + wanted);
-    return {};
-  }
-  return static_cast<uint32_t>(json.number());
+  notes.problem(leaf, "is " + json.dump() + ", but " + wanted);
+  return {};
 }
 
 std::optional<std::string> read_string(Notes& notes, const Value& leaf) {
   if (!leaf.json.is_string()) {
-    notes.problem(leaf.path, std::string("must be a string, not ") + leaf.json.kind());
+    notes.problem(leaf, std::string("must be a string, not ") + leaf.json.kind());
     return {};
   }
-  const std::string& text = leaf.json.text();
+  std::string text = leaf.json.text();
   if (std::any_of(text.begin(), text.end(), is_forbidden)) {
-    notes.problem(leaf.path, "holds a control character; remove it");
+    notes.problem(leaf, "holds a control character; remove it");
     return {};
   }
   return text;
@@ -147,15 +162,15 @@ std::optional<std::string> read_name(Notes& notes, const Value& leaf, size_t max
   std::optional<std::string> text = read_string(notes, leaf);
   if (!text) return {};
   if (text->empty()) {
-    notes.problem(leaf.path, "must not be empty");
+    notes.problem(leaf, "must not be empty");
     return {};
   }
   const size_t length = characters(*text);
   if (length > max) {
-    notes.problem(leaf.path, "is " + std::to_string(length) +
-                                 " characters long, but must not be "
-                                 "longer than " +
-                                 std::to_string(max));
+    notes.problem(leaf, "is " + std::to_string(length) +
+                            " characters long, but must not be "
+                            "longer than " +
+                            std::to_string(max));
     return {};
   }
   return text;
@@ -165,7 +180,7 @@ std::optional<std::vector<uint8_t>> read_binary(Notes& notes, const Value& leaf)
   const std::optional<std::string> text = read_string(notes, leaf);
   if (!text) return {};
   std::optional<std::vector<uint8_t>> bytes = decode_base64(*text);
-  if (!bytes) notes.problem(leaf.path, in_quotes(*text) + " is not base64, which it must be");
+  if (!bytes) notes.problem(leaf, in_quotes(*text) + " is not base64, which it must be");
   return bytes;
 }
 
@@ -176,7 +191,7 @@ std::optional<Identity> read_identity(Notes& notes, const Value& leaf) {
   return Identity{*text, text->find(':') != std::string::npos};
 }
 
-std::string alternatives(const std::vector<std::string_view>& names) {
+std::string alternatives(Names names) {
   std::string text;
   for (size_t i = 0; i < names.size(); i++) {
     if (i != 0) text += i + 1 == names.size() ? " or " : ", ";

@@ -4,10 +4,11 @@
 
 #include <cstdint>
 #include <initializer_list>
-#include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "policy/base/json.h"
@@ -15,39 +16,43 @@
 
 namespace qimctl::rfc8519 {
 
-// What was found wrong or worth saying so far, in the order of reading. Lines are filled in when
-// all is known.
+// A value and where it is.
+struct Value {
+  JsonView json;
+
+  explicit operator bool() const { return static_cast<bool>(json); }
+  std::string path() const { return json.path(); }
+};
+
+// What was found wrong or worth saying so far, in the order of reading.
 class Notes {
  public:
   explicit Notes(std::string file) : file_(std::move(file)) {}
 
-  Place place(const std::string& path) const { return {file_, 0, path}; }
-  void problem(const std::string& path, std::string message);
-  void finding(Fate fate, const std::string& path, std::string what);
+  Place place(const Value& at) const { return {file_, at.json.line(), at.json.path()}; }
+  void problem(const Value& at, std::string message);
+  void problem(Place at, std::string message);
+  void finding(Fate fate, const Value& at, std::string what);
 
-  std::vector<Problem>& problems() { return problems_; }
+  // The problems so far, with what was not kept of them.
+  std::vector<Problem> take_problems();
+  bool has_problems() const { return !problems_.empty(); }
   std::vector<Finding>& findings() { return findings_; }
 
  private:
   std::string file_;
   std::vector<Problem> problems_;
+  size_t more_ = 0;  // problems that were not kept
   std::vector<Finding> findings_;
-};
-
-// A value and where it is.
-struct Value {
-  JsonView json;
-  std::string path;
-
-  explicit operator bool() const { return static_cast<bool>(json); }
 };
 
 // A member that belongs to another module.
 struct Foreign {
   std::string name;  // with the module's prefix
-  std::string path;
-  JsonView json;
+  Value value;
 };
+
+using Names = std::span<const std::string_view>;
 
 // The members of one object. Those of the model are found by their simple names; one that is
 // spelled with the model's own prefix is taken for the same. Metadata annotations (RFC 7952) are
@@ -56,10 +61,12 @@ class Object {
  public:
   // Reports a value that is no object, and members that are neither in `known` nor foreign. `what`
   // names the object in messages.
+  Object(Notes& notes, const Value& value, std::string_view what, Names known);
   Object(Notes& notes, const Value& value, std::string_view what,
-         const std::vector<std::string_view>& known);
+         std::initializer_list<std::string_view> known)
+      : Object(notes, value, what, Names(known.begin(), known.size())) {}
 
-  const std::string& path() const { return path_; }
+  const Value& value() const { return value_; }
   // The member, or nothing when it is absent.
   Value find(std::string_view name) const;
   // Reports its absence.
@@ -67,9 +74,9 @@ class Object {
   const std::vector<Foreign>& foreign() const { return foreign_; }
 
  private:
-  std::string path_;
+  Value value_;
   std::string what_;
-  std::map<std::string, Value, std::less<>> members_;
+  std::vector<std::pair<std::string_view, Value>> members_;
   std::vector<Foreign> foreign_;
 };
 
@@ -99,7 +106,10 @@ size_t characters(const std::string& text);
 bool is_forbidden(char c);
 
 // "\"a\", \"b\" or \"c\"".
-std::string alternatives(const std::vector<std::string_view>& names);
+std::string alternatives(Names names);
+inline std::string alternatives(std::initializer_list<std::string_view> names) {
+  return alternatives(Names(names.begin(), names.size()));
+}
 // The text in double quotes, shortened when long.
 std::string in_quotes(std::string_view text);
 

@@ -12,7 +12,7 @@ namespace qimctl::rfc8519 {
 // Finds two interfaces of one input that got the same index, which nothing could tell apart.
 class Interfaces {
  public:
-  uint32_t index(Notes& notes, const std::string& name, const std::string& path);
+  uint32_t index(Notes& notes, const std::string& name, const Value& at);
 
  private:
   std::map<uint32_t, std::string> names_;

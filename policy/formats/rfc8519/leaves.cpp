@@ -35,9 +35,9 @@ Args ethertype_args(Notes& notes, const CriterionKind& kind, const Value& leaf) 
   const auto name = read_string(notes, leaf);
   const auto number = name ? ethertype_by_name(*name) : std::nullopt;
   if (!number) {
-    notes.problem(leaf.path, in_quotes(leaf.json.text()) +
-                                 " is not the name of an Ethernet type; give its number, such as "
-                                 "2048 for IPv4");
+    notes.problem(leaf, in_quotes(leaf.json.text()) +
+                            " is not the name of an Ethernet type; give its number, such as "
+                            "2048 for IPv4");
     return {};
   }
   Bytes bytes;
@@ -55,12 +55,12 @@ Args flags_args(Notes& notes, const CriterionKind& kind, const Value& leaf) {
   for (std::string word; words >> word;) {
     const auto found = std::find(names.begin(), names.end(), word);
     if (found == names.end()) {
-      notes.problem(leaf.path, in_quotes(word) + " is not a flag; use " + alternatives(names));
+      notes.problem(leaf, in_quotes(word) + " is not a flag; use " + alternatives(names));
       return {};
     }
     const uint8_t bit = flag_names(kind.encoding)[static_cast<size_t>(found - names.begin())].bit;
     if ((bits & bit) != 0) {
-      notes.problem(leaf.path, in_quotes(word) + " comes twice; remove one of the two");
+      notes.problem(leaf, in_quotes(word) + " comes twice; remove one of the two");
       return {};
     }
     bits |= bit;
@@ -106,13 +106,13 @@ Args prefix_args(Notes& notes, const Value& leaf, int family) {
   const uint32_t length = whole ? prefix_length(text->substr(slash + 1), bits) : bits + 1;
   if (length > bits || inet_pton(family, text->substr(0, slash).c_str(), address.data()) != 1) {
     const std::string example = family == AF_INET ? "\"192.0.2.0/24\"" : "\"2001:db8::/32\"";
-    notes.problem(leaf.path, in_quotes(*text) + " is not an IPv" + (family == AF_INET ? "4" : "6") +
-                                 " prefix; write an address, a slash and a length up to " +
-                                 std::to_string(bits) + ", such as " + example);
+    notes.problem(leaf, in_quotes(*text) + " is not an IPv" + (family == AF_INET ? "4" : "6") +
+                            " prefix; write an address, a slash and a length up to " +
+                            std::to_string(bits) + ", such as " + example);
     return {};
   }
   if (clear_host_bits(address, length)) {
-    notes.finding(Fate::accepted, leaf.path,
+    notes.finding(Fate::accepted, leaf,
                   in_quotes(*text) + " stands for " + prefix_text(family, address, length));
   }
   address.push_back(static_cast<uint8_t>(length));
@@ -123,8 +123,8 @@ Args binary_args(Notes& notes, const CriterionKind& kind, const Value& leaf) {
   auto value = read_binary(notes, leaf);
   if (!value) return {};
   if (value->size() < kind.min || value->size() > kind.max) {
-    notes.problem(leaf.path, "holds " + std::to_string(value->size()) + " bytes, but must hold " +
-                                 std::to_string(kind.min) + " to " + std::to_string(kind.max));
+    notes.problem(leaf, "holds " + std::to_string(value->size()) + " bytes, but must hold " +
+                            std::to_string(kind.min) + " to " + std::to_string(kind.max));
     return {};
   }
   return value;
@@ -146,7 +146,7 @@ std::optional<PortOperator> read_operator(Notes& notes, const Value& leaf) {
     if (op.name == *name) return op.code;
     names.push_back(op.name);
   }
-  notes.problem(leaf.path, in_quotes(*name) + " is not an operator; use " + alternatives(names));
+  notes.problem(leaf, in_quotes(*name) + " is not an operator; use " + alternatives(names));
   return {};
 }
 
@@ -160,10 +160,10 @@ Args read_port_range(Notes& notes, const Object& ports) {
   const auto last = read_port(notes, ports, "upper-port");
   if (!first || !last) return {};
   if (*first > *last) {
-    notes.problem(ports.path(), "the range " + std::to_string(*first) + " to " +
-                                    std::to_string(*last) +
-                                    " is upside down; \"lower-port\" must not be above "
-                                    "\"upper-port\"");
+    notes.problem(ports.value(), "the range " + std::to_string(*first) + " to " +
+                                     std::to_string(*last) +
+                                     " is upside down; \"lower-port\" must not be above "
+                                     "\"upper-port\"");
     return {};
   }
   return port_args(PortOperator::range, *first, *last);
@@ -181,9 +181,9 @@ Args read_mac_leaf(Notes& notes, const Value& leaf) {
     good = form[i] == ':' ? c == ':' : digit;
   }
   if (!good) {
-    notes.problem(leaf.path, in_quotes(*text) +
-                                 " is not a MAC address; write six pairs of hexadecimal "
-                                 "digits, such as \"00:00:5e:00:53:01\"");
+    notes.problem(leaf, in_quotes(*text) +
+                            " is not a MAC address; write six pairs of hexadecimal "
+                            "digits, such as \"00:00:5e:00:53:01\"");
     return {};
   }
   Bytes bytes;
@@ -229,7 +229,7 @@ Args read_ports(Notes& notes, const Object& ports) {
   const bool range = ports.find("lower-port") || ports.find("upper-port");
   const bool single = ports.find("operator") || ports.find("port");
   if (range && single) {
-    notes.problem(ports.path(),
+    notes.problem(ports.value(),
                   "has an operator and a range; keep \"operator\" and \"port\", or \"lower-port\" "
                   "and \"upper-port\"");
     return {};
@@ -251,7 +251,7 @@ Args read_mac(Notes& notes, const Value& address, const Value& mask) {
     (*bytes)[i] &= (*bits)[i];
   }
   if (cleared) {
-    notes.finding(Fate::accepted, address.path,
+    notes.finding(Fate::accepted, address,
                   "has bits set that its mask does not look at; they count as 0");
   }
   bytes->insert(bytes->end(), bits->begin(), bits->end());

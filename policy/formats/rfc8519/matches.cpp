@@ -1,6 +1,8 @@
 // The matches of an entry as criteria.
 #include <algorithm>
 #include <array>
+#include <initializer_list>
+#include <memory>
 #include <utility>
 
 #include "policy/base/canonical_json.h"
@@ -16,16 +18,48 @@ constexpr std::array headers{Header::eth, Header::ipv4, Header::ipv6,
 
 constexpr std::string_view mask_suffix = "-mask";
 
-std::vector<const CriterionKind*> fields_of(Header header) {
-  std::vector<const CriterionKind*> fields;
-  for (const CriterionKind& kind : criterion_kinds()) {
-    if (kind.header == header && !kind.field().empty()) fields.push_back(&kind);
-  }
-  return fields;
-}
-
 std::string mask_name(const CriterionKind& kind) {
   return std::string(kind.field()).append(mask_suffix);
+}
+
+// What may be matched on in a header.
+struct HeaderFields {
+  Header header;
+  std::string name;
+  std::string quoted;
+  std::vector<const CriterionKind*> kinds;
+  std::vector<std::string> masks;
+  std::vector<std::string_view> names;  // of all its members
+
+  explicit HeaderFields(Header which)
+      : header(which), name(header_name(which)), quoted(in_quotes(name)) {
+    for (const CriterionKind& kind : criterion_kinds())
+      if (kind.header == header && !kind.field().empty()) kinds.push_back(&kind);
+    for (const CriterionKind* kind : kinds)
+      if (kind->encoding == Encoding::mac) masks.push_back(mask_name(*kind));
+    names.assign(masks.begin(), masks.end());
+    for (const CriterionKind* kind : kinds) names.push_back(kind->field());
+  }
+  HeaderFields(const HeaderFields&) = delete;
+  HeaderFields& operator=(const HeaderFields&) = delete;
+};
+
+// Made once: an entry has a few headers, a file a hundred thousand entries.
+struct AllFields {
+  HeaderFields interface { Header::interface };
+  std::vector<std::unique_ptr<HeaderFields>> each;
+  std::vector<std::string_view> names;  // of the members of the matches
+
+  AllFields() {
+    for (const Header header : headers) each.push_back(std::make_unique<HeaderFields>(header));
+    for (const auto& fields : each) names.emplace_back(fields->name);
+    names.insert(names.end(), interface.names.begin(), interface.names.end());
+  }
+};
+
+const AllFields& all_fields() {
+  static const AllFields all;
+  return all;
 }
 
 // One level of an entry's matches.
@@ -38,14 +72,14 @@ class MatchReader {
   std::vector<Criterion> take();
 
  private:
-  void read_header(Header header, const Value& value);
+  void read_header(const HeaderFields& fields, const Value& value);
   void read_field(const CriterionKind& kind, const Object& object);
   void read_opaque(const Object& object, const std::string& within);
   void read_ports_field(const CriterionKind& kind, const Value& value);
   void read_mac_field(const CriterionKind& kind, const Object& object);
   void read_interface(const CriterionKind& kind, const Value& leaf);
   void add(const CriterionKind& kind, std::optional<std::vector<uint8_t>> args);
-  void check_choice(const Object& matches, const std::vector<std::string_view>& cases);
+  void check_choice(const Object& matches, std::initializer_list<std::string_view> cases);
   void check_type(const Object& matches, const ListType& type, Header header, uint32_t bit);
 
   Reading& reading_;
@@ -56,27 +90,24 @@ class MatchReader {
 };
 
 void MatchReader::read(const Value& matches, const ListType& type) {
-  std::vector<std::string_view> known;
-  known.reserve(headers.size());
-  for (const Header header : headers) known.push_back(header_name(header));
-  const std::vector<const CriterionKind*> interfaces = fields_of(Header::interface);
-  for (const CriterionKind* kind : interfaces) known.push_back(kind->field());
-  const Object object(notes_, matches, "\"matches\"", known);
+  const AllFields& all = all_fields();
+  const Object object(notes_, matches, "\"matches\"", all.names);
   read_opaque(object, "");
   check_choice(object, {"ipv4", "ipv6"});
   check_choice(object, {"tcp", "udp", "icmp"});
   check_type(object, type, Header::eth, acl_type_eth);
   check_type(object, type, Header::ipv4, acl_type_ipv4);
   check_type(object, type, Header::ipv6, acl_type_ipv6);
-  for (const CriterionKind* kind : interfaces) {
+  for (const CriterionKind* kind : all.interface.kinds) {
     if (const Value leaf = object.find(kind->field())) read_interface(*kind, leaf);
   }
-  for (const Header header : headers) {
-    if (const Value value = object.find(header_name(header))) read_header(header, value);
+  for (const auto& fields : all.each) {
+    if (const Value value = object.find(fields->name)) read_header(*fields, value);
   }
 }
 
-void MatchReader::check_choice(const Object& matches, const std::vector<std::string_view>& cases) {
+void MatchReader::check_choice(const Object& matches,
+                               std::initializer_list<std::string_view> cases) {
   std::vector<std::string_view> present;
   for (const std::string_view name : cases) {
     if (matches.find(name)) present.push_back(name);
@@ -84,7 +115,7 @@ void MatchReader::check_choice(const Object& matches, const std::vector<std::str
   if (present.size() < 2) return;
   std::string names = in_quotes(present[0]);
   for (size_t i = 1; i < present.size(); i++) names += " and " + in_quotes(present[i]);
-  notes_.problem(matches.path(), names + " exclude each other; keep one");
+  notes_.problem(matches.value(), names + " exclude each other; keep one");
 }
 
 void MatchReader::check_type(const Object& matches, const ListType& type, Header header,
@@ -94,24 +125,17 @@ void MatchReader::check_type(const Object& matches, const ListType& type, Header
   const std::string name = in_quotes(header_name(header));
   const std::string has =
       type.name.empty() ? "has no \"type\"" : "is of the type " + in_quotes(type.name);
-  notes_.problem(value.path, name + " cannot be matched in an access list that " + has +
-                                 "; give the list a \"type\" that includes " + name);
+  notes_.problem(value, name + " cannot be matched in an access list that " + has +
+                            "; give the list a \"type\" that includes " + name);
 }
 
 // A header that says nothing about its fields still has to be there.
-void MatchReader::read_header(Header header, const Value& value) {
-  const std::vector<const CriterionKind*> fields = fields_of(header);
-  std::vector<std::string> masks;
-  for (const CriterionKind* kind : fields) {
-    if (kind->encoding == Encoding::mac) masks.push_back(mask_name(*kind));
-  }
-  std::vector<std::string_view> known(masks.begin(), masks.end());
-  for (const CriterionKind* kind : fields) known.push_back(kind->field());
-  const Object object(notes_, value, in_quotes(header_name(header)), known);
-  read_opaque(object, std::string(header_name(header)));
+void MatchReader::read_header(const HeaderFields& fields, const Value& value) {
+  const Object object(notes_, value, fields.quoted, fields.names);
+  read_opaque(object, fields.name);
   const size_t before = criteria_.size();
-  for (const CriterionKind* kind : fields) read_field(*kind, object);
-  if (criteria_.size() == before) criteria_.push_back({static_cast<uint32_t>(header), {}});
+  for (const CriterionKind* kind : fields.kinds) read_field(*kind, object);
+  if (criteria_.size() == before) criteria_.push_back({static_cast<uint32_t>(fields.header), {}});
 }
 
 void MatchReader::read_field(const CriterionKind& kind, const Object& object) {
@@ -136,18 +160,18 @@ void MatchReader::read_opaque(const Object& object, const std::string& within) {
   for (const Foreign& member : object.foreign()) {
     const size_t colon = member.name.find(':');
     OpaqueMatch match{within, member.name.substr(0, colon), member.name.substr(colon + 1), ""};
-    std::optional<std::string> json = canonical_json(member.json);
+    std::optional<std::string> json = canonical_json(member.value.json);
     const bool short_enough = match.module.size() <= UINT16_MAX && match.name.size() <= UINT16_MAX;
     if (!json || !short_enough) {
       obstacles_.push_back(
-          {member.path,
+          {member.value,
            in_quotes(member.name) +
                (short_enough ? " with a number of 2^53 or more, which JSON does not keep exactly"
                              : ", which is too long for a name")});
       continue;
     }
     match.json = *std::move(json);
-    notes_.finding(Fate::accepted, member.path,
+    notes_.finding(Fate::accepted, member.value,
                    in_quotes(member.name) + " is carried whole, but only a reader that knows " +
                        in_quotes(match.module) + " can decide it");
     opaque_.push_back(to_criterion(match));
@@ -167,13 +191,13 @@ void MatchReader::read_mac_field(const CriterionKind& kind, const Object& object
   const Value address = object.find(kind.field());
   const Value mask = object.find(mask_name(kind));
   if (address) return add(kind, read_mac(notes_, address, mask));
-  if (mask) obstacles_.push_back({mask.path, "a mask without an address to compare with"});
+  if (mask) obstacles_.push_back({mask, "a mask without an address to compare with"});
 }
 
 void MatchReader::read_interface(const CriterionKind& kind, const Value& leaf) {
   const auto name = read_name(notes_, leaf, std::string::npos);
   if (!name) return;
-  const uint32_t index = reading_.interfaces.index(notes_, *name, leaf.path);
+  const uint32_t index = reading_.interfaces.index(notes_, *name, leaf);
   std::vector<uint8_t> args;
   for (const int shift : {24, 16, 8, 0}) args.push_back(static_cast<uint8_t>(index >> shift));
   args.insert(args.end(), name->begin(), name->end());
@@ -195,7 +219,7 @@ std::vector<Criterion> read_matches(Reading& reading, const Value& matches, cons
 
 void note_obstacles(const Object& object, std::vector<Obstacle>& obstacles) {
   for (const Foreign& member : object.foreign()) {
-    obstacles.push_back({member.path, in_quotes(member.name) + " of another model"});
+    obstacles.push_back({member.value, in_quotes(member.name) + " of another model"});
   }
 }
 

@@ -33,7 +33,7 @@ ListType read_list_type(Notes& notes, const Value& leaf) {
   const auto identity = read_identity(notes, leaf);
   if (!identity) return {acl_type_unknown, false, {}};
   if (identity->foreign) {
-    notes.finding(Fate::approximated, leaf.path,
+    notes.finding(Fate::approximated, leaf,
                   "access list of the type " + in_quotes(identity->name) +
                       ", which is of another model, carried without a type");
     return {acl_type_unknown, false, identity->name};
@@ -43,8 +43,7 @@ ListType read_list_type(Notes& notes, const Value& leaf) {
     if (type.name == identity->name) return {type.bits, true, identity->name};
     names.push_back(type.name);
   }
-  notes.problem(leaf.path,
-                in_quotes(identity->name) + " is not a type; use " + alternatives(names));
+  notes.problem(leaf, in_quotes(identity->name) + " is not a type; use " + alternatives(names));
   return {acl_type_unknown, false, {}};
 }
 
@@ -53,8 +52,7 @@ void read_forwarding(Notes& notes, const Value& leaf, Entry& entry,
   const auto identity = read_identity(notes, leaf);
   if (!identity) return;
   if (identity->foreign) {
-    obstacles.push_back(
-        {leaf.path, "the action " + in_quotes(identity->name) + " of another model"});
+    obstacles.push_back({leaf, "the action " + in_quotes(identity->name) + " of another model"});
     return;
   }
   std::vector<std::string_view> names;
@@ -64,8 +62,7 @@ void read_forwarding(Notes& notes, const Value& leaf, Entry& entry,
     entry.forwarding = action;
     return;
   }
-  notes.problem(leaf.path,
-                in_quotes(identity->name) + " is not an action; use " + alternatives(names));
+  notes.problem(leaf, in_quotes(identity->name) + " is not an action; use " + alternatives(names));
 }
 
 void read_logging(Notes& notes, const Value& leaf, Entry& entry, std::vector<Obstacle>& obstacles) {
@@ -73,13 +70,12 @@ void read_logging(Notes& notes, const Value& leaf, Entry& entry, std::vector<Obs
   if (!identity) return;
   const std::string_view log = action_name(static_cast<uint32_t>(ActionType::log_syslog));
   if (identity->foreign) {
-    obstacles.push_back(
-        {leaf.path, "the logging " + in_quotes(identity->name) + " of another model"});
+    obstacles.push_back({leaf, "the logging " + in_quotes(identity->name) + " of another model"});
   } else if (identity->name == log) {
     entry.log = true;
   } else if (identity->name != "log-none") {
-    notes.problem(leaf.path, in_quotes(identity->name) + " is not a kind of logging; use " +
-                                 alternatives({log, "log-none"}));
+    notes.problem(leaf, in_quotes(identity->name) + " is not a kind of logging; use " +
+                            alternatives({log, "log-none"}));
   }
 }
 
@@ -112,7 +108,7 @@ void note_left_out(Notes& notes, const Entry& entry, const std::vector<Obstacle>
   for (const Obstacle& obstacle : obstacles) {
     reasons += (reasons.empty() ? "" : ", ") + obstacle.what;
   }
-  notes.finding(Fate::skipped, obstacles.front().path,
+  notes.finding(Fate::skipped, obstacles.front().value,
                 "entry " + in_quotes(entry.name) + " left out, because nothing here can carry " +
                     reasons + "; " + consequence(entry));
 }
@@ -133,23 +129,25 @@ class ListReader {
 
   Reading& reading_;
   Notes& notes_;
+  Value value_;
   AccessList list_;
   ListType type_;
   std::set<std::string> names_;
-  size_t entries_ = 0;         // that the input has
-  size_t counted_ = 0;         // that came with counters,
-  std::string counters_path_;  // of which these are the first
+  size_t entries_ = 0;  // that the input has
+  size_t counted_ = 0;  // that came with counters,
+  Value counters_;      // of which these are the first
 };
 
 void ListReader::read(const Value& value) {
   const Object object(notes_, value, "an access list", {"name", "type", "aces"});
   if (!value.json.is_object()) return;
-  list_.place = notes_.place(value.path);
+  value_ = value;
+  list_.place = notes_.place(value);
   const Value name_leaf = object.require(notes_, "name");
   const auto name = name_leaf ? read_name(notes_, name_leaf, longest_name) : std::nullopt;
   list_.name = name.value_or("");
   if (name && !reading_.list_names.insert(*name).second) {
-    notes_.problem(name_leaf.path,
+    notes_.problem(name_leaf,
                    "access list " + in_quotes(*name) + " comes twice; rename or remove one");
   }
   type_ = read_list_type(notes_, object.find("type"));
@@ -172,7 +170,7 @@ void ListReader::read_entry(const Value& value) {
   if (!value.json.is_object()) return;
   Entry entry;
   std::vector<Obstacle> obstacles;
-  entry.place = notes_.place(value.path);
+  entry.place = notes_.place(value);
   read_entry_name(object, entry);
   note_obstacles(object, obstacles);
   if (const Value matches = object.find("matches")) {
@@ -191,25 +189,25 @@ void ListReader::read_entry_name(const Object& object, Entry& entry) {
   if (!name) return;
   entry.name = *name;
   if (!names_.insert(*name).second) {
-    notes_.problem(leaf.path, "entry " + in_quotes(*name) +
-                                  " comes twice in its access list; rename or remove one");
+    notes_.problem(leaf, "entry " + in_quotes(*name) +
+                             " comes twice in its access list; rename or remove one");
   }
 }
 
 void ListReader::read_statistics(const Value& value) {
   const Object object(notes_, value, "\"statistics\"", {matched_packets, matched_octets});
   skip_foreign(notes_, object);
-  if (read_counters(notes_, object) && counted_++ == 0) counters_path_ = value.path;
+  if (read_counters(notes_, object) && counted_++ == 0) counters_ = value;
 }
 
 void ListReader::sum_up() {
   const std::string name = "access list " + in_quotes(list_.name);
   if (counted_ != 0) {
-    notes_.finding(Fate::skipped, counters_path_,
+    notes_.finding(Fate::skipped, counters_,
                    name + ": counters of " + std::to_string(counted_) +
                        " entries left out, which are no policy");
   }
-  notes_.finding(Fate::accepted, list_.place.path,
+  notes_.finding(Fate::accepted, value_,
                  name + ": " + std::to_string(list_.entries.size()) + " of " +
                      std::to_string(entries_) + " entries");
   if (list_.entries.empty() && entries_ != 0)
@@ -219,9 +217,9 @@ void ListReader::sum_up() {
 void check_attachments(Reading& reading) {
   for (const Attachment& attachment : reading.model.attachments) {
     if (reading.list_names.contains(attachment.list)) continue;
-    reading.notes.problem(attachment.place.path, "there is no access list " +
-                                                     in_quotes(attachment.list) +
-                                                     "; define it or remove it from the interface");
+    reading.notes.problem(attachment.place, "there is no access list " +
+                                                in_quotes(attachment.list) +
+                                                "; define it or remove it from the interface");
   }
 }
 
@@ -246,7 +244,7 @@ std::string list_type_name(uint32_t bits) {
 
 void skip_foreign(Notes& notes, const Object& object) {
   for (const Foreign& member : object.foreign()) {
-    notes.finding(Fate::skipped, member.path,
+    notes.finding(Fate::skipped, member.value,
                   in_quotes(member.name) + " is of another model and is left out");
   }
 }
@@ -263,7 +261,7 @@ bool read_counters(Notes& notes, const Object& object) {
     const bool digits =
         !text->empty() && text->size() <= 20 &&
         std::all_of(text->begin(), text->end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (!digits) notes.problem(leaf.path, in_quotes(*text) + " is not a count in digits");
+    if (!digits) notes.problem(leaf, in_quotes(*text) + " is not a count in digits");
   }
   return any;
 }

@@ -30,7 +30,7 @@ void skip_foreign(Notes& notes, const Object& object);
 
 // Why an entry cannot be carried.
 struct Obstacle {
-  std::string path;
+  Value value;
   std::string what;
 };
 

@@ -21,9 +21,10 @@ class RootFinder {
 
   // Nothing, with a problem reported, unless they are there once.
   Value find(JsonView document) {
-    search({document, ""});
+    search({document});
     if (!found_) {
-      notes_.problem("", "has no access lists; they are in a member " + in_quotes(rfc8519_root));
+      notes_.problem(Value{document},
+                     "has no access lists; they are in a member " + in_quotes(rfc8519_root));
     }
     return found_;
   }
@@ -36,9 +37,9 @@ class RootFinder {
   bool search(const Value& value) {
     if (!value.json.is_object()) return false;
     bool here = false;
-    std::vector<std::pair<std::string, Value>> beside;
-    value.json.each([&](const std::string& name, JsonView json) {
-      const Value member{json, pointer_to(value.path, name)};
+    std::vector<std::pair<std::string_view, Value>> beside;
+    for (const auto& [name, json] : value.json.members()) {
+      const Value member{json};
       if (name == rfc8519_root) {
         take(member);
         here = true;
@@ -47,23 +48,22 @@ class RootFinder {
       } else {
         beside.emplace_back(name, member);
       }
-    });
+    }
     if (!here) return false;
     for (const auto& [name, member] : beside) {
       if (name == profile_root) {
         profiles_.push_back(member);
         continue;
       }
-      notes_.finding(Fate::skipped, member.path,
-                     in_quotes(name) + " is no access list and is left out");
+      notes_.finding(Fate::skipped, member, in_quotes(name) + " is no access list and is left out");
     }
     return true;
   }
 
   void take(const Value& value) {
     if (found_) {
-      notes_.problem(value.path, "access lists come twice, here and at " + found_.path +
-                                     "; merge them or keep them in files of their own");
+      notes_.problem(value, "access lists come twice, here and at " + found_.path() +
+                                "; merge them or keep them in files of their own");
       return;
     }
     found_ = value;
@@ -85,14 +85,9 @@ ModelInput read_rfc8519(const std::string& text, const std::string& file,
   if (acls) read_acls(reading, acls);
   for (const Value& profile : finder.profiles())
     read_device_profile(reading, profile, options.interface);
-  if (!reading.notes.problems().empty()) {
-    fill_lines(text, file, reading.notes.problems());
-    throw InputError(std::move(reading.notes.problems()));
-  }
-  ModelInput input{std::move(reading.model), std::move(reading.notes.findings()),
-                   std::move(reading.emptied)};
-  fill_lines(text, file, input.findings);
-  return input;
+  if (reading.notes.has_problems()) throw InputError(reading.notes.take_problems());
+  return {std::move(reading.model), std::move(reading.notes.findings()),
+          std::move(reading.emptied)};
 }
 
 }  // namespace qimctl

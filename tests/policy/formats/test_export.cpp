@@ -53,8 +53,7 @@ TEST_F(Export, takes_names_and_knows_which_are_wrong) {
 
 // A Group that looks like an access list and has no name.
 TEST_F(Export, prints_nothing_when_something_would_be_lost) {
-  const std::string input =
-      file("a.json", R"({"format": "qim-policy", "version": 1, "nodes": [
+  const std::string input = file("a.json", R"({"format": "qim-policy", "version": 1, "nodes": [
         {"id": 1, "type": "Group", "body": {"type": 2}}]})");
   ASSERT_EQ(run("a", {"import", input}).code, 0);
   const Outcome refused = run("a", {"export"});
