@@ -103,7 +103,7 @@ TEST_F(ToolFaults, WithoutMemoryEveryCommandFailsWithAMessage) {
     const Undisturbed clean = undisturbed(command);
     const uint32_t here = clean.run.counts.calls[interpose::kMemory];
     requests += here;
-    for (const uint32_t at : fault::points(here, fault::scaled_processes(30, 2))) {
+    for (const uint32_t at : fault::points(here, fault::scaled_processes(15, 2))) {
       check(command, {interpose::kMemory, at, at + 1, 0}, clean, tells_of_memory);
       check(command, {interpose::kMemory, at, kForever, 0}, clean, tells_of_memory);
       tried += 2;

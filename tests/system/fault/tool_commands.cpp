@@ -22,6 +22,8 @@ const std::vector<Command>& database_commands() {
       {{"show", "0x04100001", "--json"}, kDatabase},
       {{"watch", "--from", "1", "--count", "5", "--timeout", "0"}, kDatabase},
       {{"priv", "set", "0x04100001", "0102"}, kCopy},
+      {{"apply", "@@lists.json"}, kCopy},
+      {{"rollback", "kept"}, kCopy},
   };
   return commands;
 }
@@ -32,6 +34,22 @@ const std::vector<Command>& all_commands() {
     std::vector<Command> all = database_commands();
     const std::vector<Command> others = {
         {{"import", "--lossy", "-v", "@edge-router.rfc8519.json"}, kNoDatabase},
+        {{"apply", "--lossy", "@edge-router.rfc8519.json"}, kNoDatabase},
+        {{"apply", "--dry-run", "@@lists.json"}, kDatabase},
+        {{"apply", "--json", "@@changed.json"}, kDatabase},
+        {{"diff", "@@changed.json"}, kDatabase},
+        {{"delete", "acl", "guard"}, kCopy},
+        {{"detach", "guard", "if:eth0/in"}, kCopy},
+        {{"gc"}, kCopy},
+        {{"export", "guard"}, kDatabase},
+        {{"acl"}, kDatabase},
+        {{"acl", "guard", "-o", "yaml"}, kDatabase},
+        {{"status"}, kDatabase},
+        {{"explain", "ipv4.flags"}, kDatabase},
+        {{"snapshot", "list"}, kDatabase},
+        {{"snapshot", "make", "another"}, kCopy},
+        {{"snapshot", "remove", "kept"}, kCopy},
+        {{"help", "apply"}, kDatabase},
         {{"list"}, kDatabase},
         {{"list", "--type", "filter", "--json"}, kDatabase},
         {{"show", "0x04100010"}, kDatabase},

@@ -17,11 +17,34 @@ int run_tool(const std::vector<std::string>& words) {
   return qimctl::run(static_cast<int>(argv.size()), argv.data());
 }
 
+// A list of two entries at an interface.
+constexpr const char* lists = R"({"ietf-access-control-list:acls": {
+  "acl": [{"name": "guard", "type": "ipv4-acl-type", "aces": {"ace": [
+    {"name": "ssh", "matches": {"ipv4": {"protocol": 6},
+     "tcp": {"destination-port": {"operator": "eq", "port": 22}}},
+     "actions": {"forwarding": "ACTION"}},
+    {"name": "rest", "actions": {"forwarding": "drop", "logging": "log-syslog"}}]}}],
+  "attachment-points": {"interface": [{"interface-id": "eth0",
+    "ingress": {"acl-sets": {"acl-set": [{"name": "guard"}]}}}]}}})";
+
+void write_lists(const std::string& file, const std::string& action) {
+  std::string text = lists;
+  std::ofstream(file) << text.replace(text.find("ACTION"), 6, action);
+}
+
 }  // namespace
 
 ToolRuns::ToolRuns() : database_(directory_.file("db")), copy_(directory_.file("copy")) {
   const Run made = run({{"import", "@edge-all-types.json"}, Needs::kNoDatabase}, nullptr);
   EXPECT_EQ(made.code, int{qimctl::exit_ok}) << made.err;
+  write_lists(directory_.file("lists.json"), "accept");
+  write_lists(directory_.file("changed.json"), "reject");
+  for (const Command& command : {Command{{"import", "@@lists.json"}, Needs::kNoDatabase},
+                                 Command{{"snapshot", "make", "kept"}, Needs::kNoDatabase},
+                                 Command{{"apply", "@@changed.json"}, Needs::kNoDatabase}}) {
+    const Run more = run_again(command, nullptr);
+    EXPECT_EQ(more.code, int{qimctl::exit_ok}) << more.err;
+  }
   std::filesystem::rename(copy_, database_);
   const Run dumped = run({{"dump"}, Needs::kDatabase}, nullptr);
   EXPECT_EQ(dumped.code, int{qimctl::exit_ok}) << dumped.err;
@@ -32,7 +55,8 @@ void ToolRuns::prepare(Needs needs) {
   used_ = needs == Needs::kDatabase ? database_ : copy_;
   if (needs == Needs::kDatabase) return;
   std::filesystem::remove_all(copy_);
-  if (needs == Needs::kCopy) std::filesystem::copy(database_, copy_);
+  if (needs == Needs::kCopy)
+    std::filesystem::copy(database_, copy_, std::filesystem::copy_options::recursive);
 }
 
 Run ToolRuns::run(const Command& command, const interpose::Plan* plan) {
@@ -60,8 +84,10 @@ std::string ToolRuns::contents() {
   for (const char* part : {"/format", "/data.mdb"}) {
     if (!std::filesystem::exists(used_ + part)) return "";
   }
-  const std::vector<std::vector<std::string>> questions = {
-      {"list", "--json"}, {"tree", "0x04100080", "--json"}, {"priv", "get", "0x04100001"}};
+  const std::vector<std::vector<std::string>> questions = {{"list", "--json"},
+                                                           {"acl", "guard", "--json"},
+                                                           {"tree", "0x04100080", "--json"},
+                                                           {"priv", "get", "0x04100001"}};
   std::string text;
   for (const std::vector<std::string>& question : questions) {
     std::vector<std::string> words = {"qimctl", "--db", used_};
