@@ -46,6 +46,7 @@ const std::vector<Command>& all_commands() {
         {{"acl", "guard", "-o", "yaml"}, kDatabase},
         {{"status"}, kDatabase},
         {{"explain", "ipv4.flags"}, kDatabase},
+        {{"graph", "guard", "--format", "dot"}, kDatabase},
         {{"snapshot", "list"}, kDatabase},
         {{"snapshot", "make", "another"}, kCopy},
         {{"snapshot", "remove", "kept"}, kCopy},
