@@ -46,8 +46,8 @@ class Reader {
     } catch (const InputError& error) {
       files_.refuse(error);
     }
-    fill_all_lines(files_.sources, files_.findings);
-    fill_all_lines(files_.sources, files_.emptied);
+    if (options_.all_lines || files_.has_losses()) fill_all_lines(files_.sources, files_.findings);
+    if (!files_.emptied.empty()) fill_all_lines(files_.sources, files_.emptied);
     return std::move(files_);
   }
 

@@ -16,6 +16,9 @@ struct FileOptions {
   std::vector<std::string> files;
   Format format = Format::guess;
   ReadOptions reading{};
+  // Lines are looked for in one more pass over the text: for what is lost always, for what is
+  // accepted only when it is to be told.
+  bool all_lines = false;
 };
 
 struct PolicyFiles {

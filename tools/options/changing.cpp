@@ -25,6 +25,7 @@ void add_import(Commands& commands) {
   commands.on(command, [&commands, options] {
     options->database = commands.database();
     options->json = commands.json();
+    options->input.all_lines = options->verbose || options->json;
     return import_files(*options) ? exit_ok : exit_lossy;
   });
 }

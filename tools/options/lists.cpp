@@ -24,6 +24,7 @@ void add_apply(Commands& commands) {
   commands.on(command, [&commands, options] {
     options->database = commands.database();
     options->json = commands.json();
+    options->input.all_lines = options->verbose || options->json;
     return apply_files(*options);
   });
 }
