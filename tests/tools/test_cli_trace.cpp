@@ -111,6 +111,46 @@ TEST_F(TraceCommand, LeavesOutWhatIsTooMuch) {
   EXPECT_THAT(run({"trace", "many", "ipv4"}).out, HasSubstr("or one of 37 others\n"));
 }
 
+TEST_F(TraceCommand, CountsThePacketsOfACapture) {
+  const TempDir dir;
+  const std::string file = (dir / "c.pcap").string();
+  const std::string head("\xd4\xc3\xb2\xa1\2\0\4\0\0\0\0\0\0\0\0\0\xff\xff\0\0\1\0\0\0", 24);
+  const std::string arp("\0\0\0\0\0\0\0\0\x0e\0\0\0\x0e\0\0\0\1\1\1\1\1\1\2\2\2\2\2\2\x08\x06", 30);
+  const std::string cut("\0\0\0\0\0\0\0\0\x0e\0\0\0\x3c\0\0\0\1\1\1\1\1\1\2\2\2\2\2\2\x08\0", 30);
+  write_text(file, head + arp + cut + arp);
+  const Outcome outcome = run({"trace", "if:ge-0/0/0", "--pcap", file, "-v"});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_EQ(outcome.out,
+            "1  drop  guard default  arp\n"
+            "2  cannot tell  several ways  ethertype 0x0800\n"
+            "3  drop  guard default  arp\n"
+            "PACKETS  DECIDED BY\n"
+            "2        guard default\n"
+            "3 packets, 1 cannot tell, 2 drop\n");
+  EXPECT_THAT(run({"trace", "guard", "--pcap", file, "--json"}).out, HasSubstr(R"("packets": 3)"));
+  write_text(file, "no capture");
+  EXPECT_EQ(run({"trace", "guard", "--pcap", file}).code, 3);
+}
+
+TEST_F(TraceCommand, DiffSaysWhichPacketsAreDecidedDifferently) {
+  const TempDir dir;
+  const std::string file = (dir / "new.json").string();
+  std::string changed = lists;
+  write_text(file, changed);
+  EXPECT_EQ(run({"diff", "--semantic", file}).code, 0);
+  changed.replace(changed.find(R"("port": 22)"), 10, R"("port": 23)");
+  write_text(file, changed);
+  const Outcome outcome = run({"diff", "--semantic", file});
+  EXPECT_EQ(outcome.code, 1) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("if:ge-0/0/0/in\n"));
+  EXPECT_THAT(outcome.out, HasSubstr("  accept -> reject log: ipv4 tcp ttl 2-255 from 192.0.2.0/24 "
+                                     "destination-port 23"));
+  EXPECT_THAT(outcome.out, HasSubstr("      such as: entering ge-0/0/0 tcp 192.0.2.1 > "));
+  const Outcome json = run({"diff", "--semantic", "--json", file});
+  EXPECT_THAT(json.out, HasSubstr(R"("before": "accept")"));
+  EXPECT_THAT(json.out, HasSubstr(R"("complete": true)"));
+}
+
 TEST_F(TraceCommand, CheckSaysWhatIsOddAboutLists) {
   const Outcome checked = run({"check"});
   EXPECT_EQ(checked.code, 0) << checked.out;

@@ -14,7 +14,7 @@
 #include "tools/base/output.h"
 #include "tools/base/table.h"
 #include "tools/base/usage.h"
-#include "tools/commands/place.h"
+#include "tools/commands/trace_capture.h"
 
 namespace qimctl {
 
@@ -204,7 +204,7 @@ bool trace_packets(const ReadSession& session, const TraceOptions& options) {
   const StoredModel stored = read_stored_model(session);
   try {
     const PlaceToAsk place = find_place(stored.model, options.where);
-    trace_packet(place, options);
+    options.capture.empty() ? trace_packet(place, options) : trace_capture(place, options);
     return true;
   } catch (const NoSuchPlace& error) {
     complain(error.what());
