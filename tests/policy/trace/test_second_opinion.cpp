@@ -103,7 +103,9 @@ void compare(const std::string& file, int seed, int count) {
     const Packet packet = packet_of(question.packet);
     ASSERT_EQ(verdict(found->second, packet, false), wanted)
         << question.where << " " << question.packet;
-    if (asked++ % 8 == 0) ASSERT_EQ(verdict(found->second, packet, true), wanted);
+    if (asked++ % 8 == 0) {
+      ASSERT_EQ(verdict(found->second, packet, true), wanted);
+    }
     deciders.insert(wanted);
   }
   EXPECT_GT(deciders.size(), std::min<size_t>(static_cast<size_t>(count) / 200, 60));
