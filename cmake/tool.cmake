@@ -59,7 +59,7 @@ include(${PROJECT_SOURCE_DIR}/policy/formats/native/embed_schema.cmake)
 qim_tool_layer(qimctl_base tools/base USES policy_base)
 qim_tool_layer(qimctl_nodes tools/nodes USES qimctl_base policy_native)
 qim_tool_layer(qimctl_commands tools/commands USES qimctl_nodes policy_any policy_explain
-  policy_change policy_graph)
+  policy_change policy_graph policy_analysis)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/tools/commands/version.cpp PROPERTIES
   COMPILE_DEFINITIONS QIM_TOOL_VERSION="${PROJECT_VERSION}")
 qim_tool_layer(qimctl_options tools/options USES qimctl_commands)

@@ -281,22 +281,22 @@ void note_idle_lists(const Model& before, const Model& after,
 
 }  // namespace
 
-Differences difference(const Lists& before, const Lists& after, const DifferenceAt& at,
-                       const AnalysisLimits& limits) {
+Differences semantic_difference(const Lists& before, const Lists& after, const DifferenceAt& at,
+                                const AnalysisLimits& limits) {
   const Side first(before);
   const Side second(after);
   return Search(first, second, at, limits).run();
 }
 
-std::vector<PlaceDifference> difference(const Model& before, const Model& after,
-                                        const AnalysisLimits& limits) {
+std::vector<PlaceDifference> semantic_difference(const Model& before, const Model& after,
+                                                 const AnalysisLimits& limits) {
   std::map<std::string, PlaceLists> places;
   note_places(before, 0, places);
   note_places(after, 1, places);
   note_idle_lists(before, after, places);
   std::vector<PlaceDifference> found;
   for (const auto& [name, place] : places) {
-    Differences differences = difference(place.lists[0], place.lists[1], place.at, limits);
+    Differences differences = semantic_difference(place.lists[0], place.lists[1], place.at, limits);
     if (!differences.regions.empty() || !differences.complete)
       found.push_back({name, std::move(differences)});
   }

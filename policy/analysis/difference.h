@@ -32,8 +32,8 @@ struct DifferenceAt {
 };
 
 // Where there are no lists every packet is accepted.
-Differences difference(const Lists& before, const Lists& after, const DifferenceAt& at = {},
-                       const AnalysisLimits& limits = {});
+Differences semantic_difference(const Lists& before, const Lists& after,
+                                const DifferenceAt& at = {}, const AnalysisLimits& limits = {});
 
 // What differs at one place: "if:eth0/in", or a list that is attached nowhere on both sides.
 struct PlaceDifference {
@@ -41,7 +41,7 @@ struct PlaceDifference {
   Differences differences;
 };
 // At all places of two models; those where nothing differs are left out.
-std::vector<PlaceDifference> difference(const Model& before, const Model& after,
-                                        const AnalysisLimits& limits = {});
+std::vector<PlaceDifference> semantic_difference(const Model& before, const Model& after,
+                                                 const AnalysisLimits& limits = {});
 
 }  // namespace qimctl

@@ -22,6 +22,7 @@ class WordWriter {
 
   void say_interfaces();
   void say_ethernet();
+  void say_ethertype();
   void say_headers();
   void say_ends();
   void say_tcp_flags();
@@ -56,18 +57,21 @@ uint64_t WordWriter::implied_ethertype() const {
 
 void WordWriter::say_ethernet() {
   if (packet_.has(Header::eth) == Truth::no) return say("no-eth");
-  const bool has_type =
-      knows(Field::ethertype) && packet_.number(Field::ethertype) != implied_ethertype();
-  const bool is_arp = has_type && packet_.number(Field::ethertype) == ethertype_arp;
   if (knows(Field::source_mac) || knows(Field::destination_mac)) {
     say("eth");
     if (knows(Field::source_mac)) say("from " + mac_text(packet_.number(Field::source_mac)));
     if (knows(Field::destination_mac))
       say("to " + mac_text(packet_.number(Field::destination_mac)));
   }
-  if (is_arp) say("arp");
-  if (has_type && !is_arp) say("ethertype " + hex_number(packet_.number(Field::ethertype), 4));
+  say_ethertype();
   for (const uint16_t vlan : packet_.vlans) say("vlan " + std::to_string(vlan));
+}
+
+void WordWriter::say_ethertype() {
+  if (!knows(Field::ethertype)) return;
+  const uint64_t type = packet_.number(Field::ethertype);
+  if (type == implied_ethertype()) return;
+  say(type == ethertype_arp ? "arp" : "ethertype " + hex_number(type, 4));
 }
 
 void WordWriter::say_headers() {
@@ -160,6 +164,7 @@ std::string packet_words(const Packet& packet) {
 
 std::string packet_summary(const Packet& packet) {
   WordWriter writer(packet);
+  writer.say_ethertype();
   writer.say_headers();
   writer.say_ends();
   writer.say_tcp_flags();

@@ -14,7 +14,7 @@ namespace qimctl {
 
 namespace {
 
-std::string quoted(const std::string& text) {
+std::string shown(const std::string& text) {
   return "'" + printable(text) + "'";
 }
 
@@ -138,12 +138,12 @@ class WordReader {
 
 void WordReader::fail(size_t word, const std::string& what) const {
   if (word >= words_.size()) throw PacketError("the packet ends too early: " + what);
-  throw PacketError("word " + std::to_string(word + 1) + " of the packet, " + quoted(words_[word]) +
+  throw PacketError("word " + std::to_string(word + 1) + " of the packet, " + shown(words_[word]) +
                     ": " + what);
 }
 
 const std::string& WordReader::need(const std::string& what) {
-  if (at_ >= words_.size()) fail(at_, quoted(words_[word_]) + " needs " + what);
+  if (at_ >= words_.size()) fail(at_, shown(words_[word_]) + " needs " + what);
   return words_[at_++];
 }
 
@@ -152,7 +152,7 @@ uint64_t WordReader::need_number(uint64_t least, uint64_t most) {
       "a number from " + std::to_string(least) + " to " + std::to_string(most);
   const std::optional<uint64_t> number = parse_number(need(range));
   if (!number || *number < least || *number > most)
-    fail(at_ - 1, quoted(words_[word_]) + " needs " + range);
+    fail(at_ - 1, shown(words_[word_]) + " needs " + range);
   return *number;
 }
 
@@ -274,7 +274,7 @@ void WordReader::take_side(const Side& side, const std::string& text) {
   const auto value =
       parse_address(network, in_brackets ? address.substr(1, address.size() - 2) : address);
   if (!value)
-    fail(word_, quoted(address) +
+    fail(word_, shown(address) +
                     " is no address; say 192.0.2.1, 192.0.2.1:22, 2001:db8::1, [2001:db8::1]:22, "
                     "00:00:5e:00:53:01 or any");
   // No criterion asks for what an ARP packet says.
@@ -286,7 +286,7 @@ void WordReader::take_side(const Side& side, const std::string& text) {
 void WordReader::take_port(const Side& side, const std::string& digits) {
   const std::optional<uint64_t> port = parse_number(digits);
   if (!port || *port > UINT16_MAX)
-    fail(word_, quoted(digits) + " is no port; ports are numbers from 0 to 65535");
+    fail(word_, shown(digits) + " is no port; ports are numbers from 0 to 65535");
   has_ports_ = true;
   set(side.port, {0, *port});
 }
@@ -313,7 +313,7 @@ uint8_t WordReader::flag_bits(const std::string& list, Encoding encoding) const 
     const auto found = std::find_if(flags.begin(), flags.end(),
                                     [&part](const FlagName& flag) { return flag.name == part; });
     if (found == flags.end())
-      fail(at_ - 1, quoted(part) + " is no flag; known are " + names + "and none for no flag");
+      fail(at_ - 1, shown(part) + " is no flag; known are " + names + "and none for no flag");
     bits |= found->bit;
   }
   return bits;

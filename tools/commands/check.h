@@ -5,8 +5,14 @@
 
 namespace qimctl {
 
-// Verifies the file, looks for defects and prints what was found. Returns whether all is well.
-// Throws DatabaseError, above all for a damaged file.
-bool check_database(const Database& database, bool json);
+struct CheckOptions {
+  bool json = false;
+  bool strict = false;   // entries that do nothing, or can't be decided, are defects, too
+  bool verbose = false;  // list conflicts of entries
+};
+
+// Verifies the file, looks for defects and for what is odd about access lists, and prints what was
+// found. Returns whether all is well. Throws DatabaseError, above all for a damaged file.
+bool check_database(const Database& database, const CheckOptions& options);
 
 }  // namespace qimctl

@@ -11,6 +11,7 @@
 #include "tools/base/complaint.h"
 #include "tools/base/output.h"
 #include "tools/base/usage.h"
+#include "tools/commands/semantic_diff.h"
 
 namespace qimctl {
 
@@ -89,6 +90,11 @@ ExitCode diff(const DiffOptions& options) {
     after = std::move(files.model);
   } else {
     after = model_of(options.databases.back(), "");
+  }
+  if (options.semantic) {
+    if (files_given) after = with_lists_of(before, std::move(after));
+    const bool differs = print_semantic_difference(before, after, options.json);
+    return differs ? exit_differs : exit_ok;
   }
   const std::vector<DifferenceLine> lines =
       difference_lines(difference(before, std::move(after), {.prune = !files_given}));

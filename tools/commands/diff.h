@@ -13,11 +13,12 @@ struct DiffOptions {
   std::vector<std::string> databases;  // one, or two to be compared; as in database_directory
   FileOptions input;                   // the database is compared with these, if any
   std::string from;                    // what the database was: the name of a snapshot, "" = now
+  bool semantic = false;               // tell packets, not entries
   bool json = false;
 };
 
 // Two databases and snapshots are compared whole; of files the lists that they name. Prints a line
-// for each difference. exit_ok when there is none, exit_differs when there are some. Throws
+// for each difference, or which packets are decided differently. exit_ok when there is none, exit_differs when there are some. Throws
 // InputError, DatabaseError and UsageError.
 ExitCode diff(const DiffOptions& options);
 

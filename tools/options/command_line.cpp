@@ -33,7 +33,7 @@ class CommandLine {
     app_.add_flag("--version", version_, "Print the versions of the tool and of what it uses");
     app_.footer("Every command takes --db, -o, --json, --at and --no-pager: see 'qimctl help'.");
     for (const auto add : {add_changing, add_lists, add_exporting, add_reading, add_viewing,
-                           add_nodes, add_maintenance}) {
+                           add_tracing, add_nodes, add_maintenance}) {
       add(commands_);
     }
     add_help();

@@ -40,6 +40,8 @@ void add_diff(Commands& commands) {
       ->type_name("DIR");
   command->add_option("--from", options->from, "Compare with this snapshot")->type_name("NAME");
   command->add_option("FILE", options->input.files, "Policy files")->type_name("");
+  command->add_flag("--semantic", options->semantic,
+                    "Say which packets are decided differently, with an example of each kind");
   commands.on(command, [&commands, options] {
     if (options->databases.empty()) options->databases.push_back(commands.database());
     options->json = commands.json();

@@ -19,7 +19,7 @@ using Texts = std::vector<std::string>;
 // "PLACE: WORDS: BEFORE -> AFTER, EXAMPLE" of each region.
 Texts regions(const Model& before, const Model& after, const AnalysisLimits& limits = {}) {
   Texts texts;
-  for (const PlaceDifference& place : difference(before, after, limits)) {
+  for (const PlaceDifference& place : semantic_difference(before, after, limits)) {
     for (const DifferentRegion& region : place.differences.regions)
       texts.push_back(place.place + ": " + region.words + ": " + verdict_text(region.before) +
                       " -> " + verdict_text(region.after) + ", " + region.example);
