@@ -175,7 +175,11 @@ void drop_zeros_of(ordered_json& value) {
   for (auto member = value.begin(); member != value.end();) {
     if (member->is_object()) drop_zeros_of(*member);
     const bool zero = member->is_number_unsigned() && *member == 0u;
-    member = zero ? value.erase(member) : member + 1;
+    if (zero) {
+      member = value.erase(member);
+    } else {
+      ++member;
+    }
   }
 }
 
