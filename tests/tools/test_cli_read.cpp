@@ -80,10 +80,6 @@ TEST(NodeNames, are_lists_entries_and_interfaces) {
   EXPECT_THAT(near.err, HasSubstr("has no such entry; did you mean '" + entry + "'?"));
   EXPECT_THAT(run_qimctl({"--db", db, "tree", list.substr(1)}).err,
               HasSubstr("there is no access list of that name; did you mean '" + list + "'?"));
-  const json& attached = lists[2]["attached"][0];
-  EXPECT_EQ(first("if:" + attached["interface"].get<std::string>() + "/" +
-                  attached["direction"].get<std::string>()),
-            "Edest");
   EXPECT_THAT(run_qimctl({"--db", db, "show", "if:none/in"}).err,
               HasSubstr("no access list is attached there"));
 }
@@ -101,7 +97,7 @@ TEST(NodeNames, may_be_of_several_nodes) {
   const Outcome several = run_qimctl({"--db", db, "show", "if:eth0"});
   EXPECT_EQ(several.code, qimctl::exit_usage);
   EXPECT_THAT(several.err, HasSubstr("\"if:eth0\" are several nodes; give one of 0x"));
-  EXPECT_EQ(run_qimctl({"--db", db, "show", "if:eth0/out"}).code, 0);
+  EXPECT_THAT(run_qimctl({"--db", db, "show", "if:eth0/out"}).out, HasSubstr("  Edest\n"));
   EXPECT_EQ(run_qimctl({"--db", db, "show", "a/e/1"}).code, 0);
 }
 
