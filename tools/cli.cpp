@@ -9,6 +9,7 @@
 #include "rov.h"
 #include "tools/base/exit_code.h"
 #include "tools/base/output.h"
+#include "tools/base/progress.h"
 #include "tools/base/usage.h"
 #include "tools/options/command_line.h"
 
@@ -44,6 +45,9 @@ int run(int argc, const char* const* argv) {
   } catch (const UsageError& error) {
     complain(error.what());
     return exit_usage;
+  } catch (const Interrupted&) {
+    complain("interrupted; nothing was stored");
+    return exit_interrupted;
   } catch (const InputError& error) {
     complain_of(error);
     return exit_input;

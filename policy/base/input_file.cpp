@@ -17,7 +17,10 @@ std::string system_error() {
 }  // namespace
 
 Source read_source(const std::string& name) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(name.c_str(), "rb"), fclose);
+  // What was not opened here is not closed here.
+  const bool given = name == "-";
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(given ? stdin : fopen(name.c_str(), "rb"),
+                                                   given ? fflush : fclose);
   if (!file) throw InputError({name, 0, ""}, "cannot be opened: " + system_error());
   Source source{name, ""};
   char part[65536];

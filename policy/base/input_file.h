@@ -14,7 +14,7 @@ struct Source {
   std::string text;
 };
 
-// Reads a whole file. Throws InputError.
+// Reads a whole file, or standard input for the name "-". Throws InputError.
 Source read_source(const std::string& name);
 
 // Lines are looked for in every source, each knows its own places.

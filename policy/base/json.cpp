@@ -263,6 +263,13 @@ void JsonValue::set(const std::string& name, JsonValue value) {
   (*value_)[name] = std::move(*value.value_);
 }
 
+void JsonValue::append(const std::string& name, JsonValue value) {
+  if (value_->is_null()) *value_ = ordered_json::object();
+  auto& members = value_->get_ref<ordered_json::object_t&>();
+  static_cast<ordered_json::object_t::Container&>(members).emplace_back(name,
+                                                                        std::move(*value.value_));
+}
+
 void JsonValue::erase(const char* name) {
   value_->erase(name);
 }
@@ -281,6 +288,26 @@ void JsonValue::add(JsonValue value) {
 
 void JsonValue::add_to(const char* name, JsonValue value) {
   (*value_)[name].push_back(std::move(*value.value_));
+}
+
+namespace {
+
+void drop_zeros_of(ordered_json& value) {
+  for (auto member = value.begin(); member != value.end();) {
+    if (member->is_object()) drop_zeros_of(*member);
+    const bool zero = member->is_number_unsigned() && *member == 0u;
+    if (zero) {
+      member = value.erase(member);
+    } else {
+      ++member;
+    }
+  }
+}
+
+}  // namespace
+
+void JsonValue::drop_zeros() {
+  drop_zeros_of(*value_);
 }
 
 bool JsonValue::is_string() const {

@@ -108,12 +108,17 @@ class JsonValue {
 
   // A member of an object, which null becomes at its first one.
   void set(const std::string& name, JsonValue value);
+  // The same of one that is known not to be there, without looking for it.
+  void append(const std::string& name, JsonValue value);
   void erase(const char* name);
   bool contains(const char* name) const;
   const std::string& text(const char* name) const;  // of a member that is a string
   // An element at the end of an array, and of the array that a member is.
   void add(JsonValue value);
   void add_to(const char* name, JsonValue value);
+
+  // Takes members that are 0 out of an object and of all objects in it that are members.
+  void drop_zeros();
 
   bool is_string() const;
   bool is_empty() const;  // null, or nothing in it

@@ -43,7 +43,8 @@ TEST_F(Query, refuses_what_is_no_node) {
   for (const char* command : {"refs", "criteria", "args", "edest"}) {
     expect_failure({command}, qimctl::exit_usage, "is required");
     expect_failure({command, "0"}, qimctl::exit_usage, "'0' is no node identifier");
-    expect_failure({command, "x"}, qimctl::exit_usage, "'x' is no node identifier");
+    expect_failure({command, "x"}, qimctl::exit_not_found,
+                   "cannot find \"x\": there is no access list of that name");
   }
   expect_failure({"refs", "1", "2"}, qimctl::exit_usage, "2");
 }

@@ -20,6 +20,98 @@ using testing::StartsWith;
 using tools_test::Outcome;
 using tools_test::run_qimctl;
 
+// Names that look like something else are escaped, and hide nothing.
+TEST(Names, do_not_lie) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "db";
+  tools_test::write_text(dir / "nodes.json", R"({"format": "qim-policy", "version": 1, "nodes": [
+    {"id": 1, "type": "Action", "priv": "78222c207479706520390973"},
+    {"id": 2, "type": "Action", "priv": "61e280ae62e2808b63"}]})");
+  ASSERT_EQ(run_qimctl({"--db", db, "import", dir / "nodes.json"}).code, 0);
+  const std::string out = run_qimctl({"--db", db, "list"}).out;
+  EXPECT_THAT(out, HasSubstr("\"x\\x22, type 9\\x09s\""));
+  EXPECT_THAT(out, HasSubstr("\"a\\u{202e}b\\u{200b}c\""));
+}
+
+// One node that can't be made sense of hides no other.
+TEST(Undecodable, stands_among_the_others) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "db";
+  const auto example = tools_test::source_dir() / "examples" / "edge-all-types.json";
+  tools_test::write_text(dir / "raw.json", R"({"format": "qim-policy", "version": 1, "nodes": [
+    {"id": 9, "type": "Raw", "body": {"tlv": "deadbeef"}, "links": {"0x0081": "0x04100080"}}]})");
+  ASSERT_EQ(run_qimctl({"--db", db, "import", example}).code, 0);
+  ASSERT_EQ(run_qimctl({"--db", db, "import", dir / "raw.json"}).code, 0);
+  const Outcome list = run_qimctl({"--db", db, "list"});
+  EXPECT_EQ(list.code, qimctl::exit_defects);
+  EXPECT_THAT(list.out, HasSubstr("\n24 nodes\n"));
+  EXPECT_THAT(list.out, HasSubstr("undecodable: cannot read node 0x00000009"));
+  EXPECT_EQ(run_qimctl({"--db", db, "list", "--type", "Def"}).code, qimctl::exit_ok);
+  const Outcome edest = run_qimctl({"--db", db, "edest", "0x04100080"});
+  EXPECT_EQ(edest.code, qimctl::exit_defects);
+  EXPECT_THAT(edest.out, HasSubstr("4 enforcement destinations"));
+  const Outcome refs = run_qimctl({"--db", db, "refs", "0x04100080", "--json"});
+  EXPECT_EQ(refs.code, qimctl::exit_defects);
+  const json listed = json::parse(refs.out);
+  EXPECT_EQ(listed.size(), 5u);
+  EXPECT_EQ(listed[0]["id"], "0x00000009");
+  EXPECT_THAT(listed[0]["undecodable"].get<std::string>(), HasSubstr("cannot read node"));
+}
+
+// What people call nodes stands for their identifiers.
+TEST(NodeNames, are_lists_entries_and_interfaces) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "db";
+  const auto example = tools_test::source_dir() / "examples" / "edge-router.rfc8519.json";
+  ASSERT_EQ(run_qimctl({"--db", db, "import", "--lossy", example}).code, 0);
+  const auto first = [&db](const std::string& name) {
+    const Outcome outcome = run_qimctl({"--db", db, "show", name});
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    return outcome.out.substr(outcome.out.find("  ") + 2, 5);
+  };
+  const json lists = json::parse(run_qimctl({"--db", db, "acl", "--json"}).out);
+  const std::string list = lists[0]["name"];
+  EXPECT_EQ(first(list), "Group");
+  const json whole = json::parse(run_qimctl({"--db", db, "acl", list, "--json"}).out);
+  const std::string entry = list + "/" + whole["entries"][0]["name"].get<std::string>();
+  EXPECT_EQ(first(entry), "Filte");
+  const Outcome near = run_qimctl({"--db", db, "show", entry + "x"});
+  EXPECT_EQ(near.code, qimctl::exit_not_found);
+  EXPECT_THAT(near.err, HasSubstr("has no such entry; did you mean '" + entry + "'?"));
+  EXPECT_THAT(run_qimctl({"--db", db, "tree", list.substr(1)}).err,
+              HasSubstr("there is no access list of that name; did you mean '" + list + "'?"));
+  EXPECT_THAT(run_qimctl({"--db", db, "show", "if:none/in"}).err,
+              HasSubstr("no access list is attached there"));
+}
+
+// Several lists, or directions, at one interface are several nodes.
+TEST(NodeNames, may_be_of_several_nodes) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "db";
+  tools_test::write_text(dir / "acl.json", R"({"ietf-access-control-list:acls": {
+    "acl": [{"name": "a", "aces": {"ace": [{"name": "e/1", "actions": {"forwarding": "drop"}}]}}],
+    "attachment-points": {"interface": [{"interface-id": "eth0",
+      "ingress": {"acl-sets": {"acl-set": [{"name": "a"}]}},
+      "egress": {"acl-sets": {"acl-set": [{"name": "a"}]}}}]}}})");
+  ASSERT_EQ(run_qimctl({"--db", db, "import", "--lossy", dir / "acl.json"}).code, 0);
+  const Outcome several = run_qimctl({"--db", db, "show", "if:eth0"});
+  EXPECT_EQ(several.code, qimctl::exit_usage);
+  EXPECT_THAT(several.err, HasSubstr("\"if:eth0\" are several nodes; give one of 0x"));
+  EXPECT_THAT(run_qimctl({"--db", db, "show", "if:eth0/out"}).out, HasSubstr("  Edest\n"));
+  EXPECT_EQ(run_qimctl({"--db", db, "show", "a/e/1"}).code, 0);
+}
+
+TEST(StandardInput, is_a_file_too) {
+  const tools_test::TempDir dir;
+  const std::string db = dir / "db";
+  const std::string example = tools_test::source_dir() / "examples" / "edge-all-types.json";
+  const char* emulator = getenv("QIM_EMULATOR");
+  const std::string tool = std::string(emulator == nullptr ? "" : emulator) + " " +
+                           getenv("QIM_BUILD_DIR") + "/bin/qimctl --db " + db + " import ";
+  ASSERT_EQ(system((tool + "- <" + example + " >/dev/null").c_str()), 0);
+  EXPECT_THAT(run_qimctl({"--db", db, "list"}).out, HasSubstr("\n23 nodes\n"));
+}
+
 class Read : public tools_test::ExampleDatabase {};
 
 TEST_F(Read, lists_all_nodes) {
@@ -55,7 +147,6 @@ TEST_F(Read, shows_a_node_by_decimal_and_hexadecimal_identifier) {
 TEST_F(Read, shows_a_node_whole) {
   EXPECT_EQ(output({"show", "0x04100010"}),
             "node 0x04100010  Filter\n"
-            "  flags  0\n"
             "  group  7\n"
             "  body\n"
             "    flags    1\n"
@@ -66,15 +157,14 @@ TEST_F(Read, shows_a_node_whole) {
             "      type 778  args c000020018  comment ipv4.destination-ipv4-network 192.0.2.0/24\n"
             "      type 1290  args 0100160016  comment tcp.destination-port eq 22\n"
             "  links\n"
-            "    ln_081  -> 0x04100011 Filter\n"
-            "    0x8082  -> 0x04100031 Action\n"
+            "    next  -> 0x04100011 Filter\n"
+            "    true  -> 0x04100031 Action\n"
             "  priv   6d676d742d737368  \"mgmt-ssh\"\n"
             "  computed\n"
             "    links_total    2\n"
             "    links_unfixed  1\n"
             "    refs           1\n"
             "    priv_len       8\n"
-            "    priv_ptr       0\n"
             "    crit_cnt       3\n"
             "    crit_bytes     107\n");
 }
@@ -82,7 +172,7 @@ TEST_F(Read, shows_a_node_whole) {
 TEST_F(Read, shows_what_links_carry) {
   EXPECT_THAT(
       output({"show", "0x04100040"}),
-      HasSubstr("ln_182  -> 0x04100050 Police, node2 0x04100002 Group, val 1, tag 65535\n"));
+      HasSubstr("policy  -> 0x04100050 Police, node2 0x04100002 Group, val 1, tag 65535\n"));
 }
 
 TEST_F(Read, shows_data_set_names_parsed) {
@@ -123,13 +213,13 @@ TEST_F(Read, draws_a_tree) {
   const std::string out = output({"tree", "0x04100060"});
   EXPECT_THAT(out,
               StartsWith("0x04100060 Ifelse\n"
-                         "├─ ln_241 val 1 -> 0x04100013 Filter  0xdeadbeef, ipv6, match False, "
+                         "├─ policy 1 val 1 -> 0x04100013 Filter  0xdeadbeef, ipv6, match False, "
                          "nomatch Nomatch\n"
-                         "│  └─ 0x8082 -> 0x04100032 Action  type 2 (drop)\n"
-                         "├─ ln_242 tag 1 -> 0x04100031 Action  type 1 (accept)\n"
-                         "├─ ln_243 tag 2 -> 0x04100032 Action  type 2 (drop)  (shared)\n"
-                         "├─ ln_244 -> 0x04100001 Group  \"cust-ide-in\", type 2, subtype 2\n"));
-  EXPECT_THAT(out, HasSubstr("ln_081 => 0x04100012 Filter"));
+                         "│  └─ true -> 0x04100032 Action  type 2 (drop)\n"
+                         "├─ policy 2 tag 1 -> 0x04100031 Action  type 1 (accept)\n"
+                         "├─ policy 3 tag 2 -> 0x04100032 Action  type 2 (drop)  (shared)\n"
+                         "├─ policy 4 -> 0x04100001 Group  \"cust-ide-in\", type 2, subtype 2\n"));
+  EXPECT_THAT(out, HasSubstr("next => 0x04100012 Filter"));
   EXPECT_THAT(out, HasSubstr("Ifelse  (cycle)\n"));
 }
 

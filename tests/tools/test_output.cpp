@@ -1,6 +1,7 @@
 // Columns, and the progress line.
 #include <gmock/gmock.h>
 #include <pty.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -54,6 +55,35 @@ TEST(Progress, shows_nothing_when_nobody_wants_it) {
     progress.step();
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(Progress, ends_at_the_next_step_after_an_interrupt) {
+  const auto before = signal(SIGINT, SIG_DFL);
+  EXPECT_EXIT(
+      {
+        qimctl::Progress progress("nodes", 2, false);
+        progress.step();
+        raise(SIGINT);
+        try {
+          progress.step();
+        } catch (const qimctl::Interrupted&) {
+          exit(7);
+        }
+      },
+      testing::ExitedWithCode(7), "");
+  signal(SIGINT, SIG_IGN);
+  {
+    const qimctl::Progress progress("nodes", 2, false);
+    raise(SIGINT);
+  }
+  EXPECT_EQ(signal(SIGINT, before), SIG_IGN);
+}
+
+TEST(Phase, is_shown_at_once_and_wiped_out) {
+  testing::internal::CaptureStderr();
+  { const qimctl::Phase phase("reading x", true); }
+  { const qimctl::Phase phase("reading y", false); }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "\r\033[Kreading x\r\033[K");
 }
 
 // Standard error as a terminal, as long as the object lives.

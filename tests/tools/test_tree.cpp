@@ -148,6 +148,21 @@ TEST_F(Tree, stops_at_the_depth_asked_for) {
   EXPECT_THAT(walk(1, 2), ElementsAre("1.", " ln_302->2.", "  ln_302->3."));
 }
 
+// What was cut off at one place is shown where there is room.
+TEST_F(Tree, expands_what_was_cut_off_where_there_is_room) {
+  add(1, QIM_NODE_IFELSE, {{0x241, 2, 0, 0, 0}, {0x242, 3, 0, 0, 0}, {0x243, 3, 0, 0, 0}});
+  add(2, QIM_NODE_DEF, {{0x302, 3, 0, 0, 0}});
+  add(3, QIM_NODE_DEF, {{0x302, 4, 0, 0, 0}});
+  add(4, QIM_NODE_DEF, {{0x302, 5, 0, 0, 0}});
+  add(5, QIM_NODE_DEF);
+  store();
+  EXPECT_THAT(walk(1, 2), ElementsAre("1.", " ln_241->2", "  ln_302->3 deeper.", " ln_242->3",
+                                      "  ln_302->4 deeper.", " ln_243->3 shared."));
+  EXPECT_THAT(walk(1, 3),
+              ElementsAre("1.", " ln_241->2", "  ln_302->3.", "   ln_302->4 deeper.", " ln_242->3",
+                          "  ln_302->4.", "   ln_302->5.", " ln_243->3 shared."));
+}
+
 TEST_F(Tree, takes_lists_of_any_length) {
   constexpr uint32_t count = 3000;
   add(1, QIM_NODE_GROUP, {{0x281, 2, 0, 0, 0}});

@@ -1,4 +1,5 @@
-// A progress line on a terminal's standard error; nothing anywhere else.
+// A progress line on a terminal's standard error, nothing anywhere else; and where long work can be
+// interrupted.
 #pragma once
 
 #include <chrono>
@@ -7,6 +8,10 @@
 
 namespace qimctl {
 
+// An interrupt from the keyboard ended what was under way.
+struct Interrupted {};
+
+// While one lives, an interrupt ends the work at its next step.
 class Progress {
  public:
   // `what` stands before the bar: "storing nodes". Shows itself only where `visible`.
@@ -15,7 +20,7 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // One more is done. Redraws ten times a second at most.
+  // One more is done. Redraws ten times a second at most. Throws Interrupted.
   void step();
 
  private:
@@ -25,7 +30,20 @@ class Progress {
   size_t total_;
   size_t done_ = 0;
   bool visible_;
+  void (*before_)(int);  // what an interrupt did
   std::chrono::steady_clock::time_point due_;
+};
+
+// Says what is being done as long as it lives, where no steps can be told.
+class Phase {
+ public:
+  Phase(const std::string& what, bool visible);
+  ~Phase();
+  Phase(const Phase&) = delete;
+  Phase& operator=(const Phase&) = delete;
+
+ private:
+  bool visible_;
 };
 
 // Is standard error a terminal that can redraw a line?

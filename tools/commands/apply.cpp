@@ -14,6 +14,7 @@
 #include "tools/base/complaint.h"
 #include "tools/base/output.h"
 #include "tools/base/progress.h"
+#include "tools/nodes/write.h"
 
 namespace qimctl {
 
@@ -37,6 +38,7 @@ class Application {
  public:
   explicit Application(const ApplyOptions& options)
       : options_(options),
+        made_(options.database),
         database_(options.database, options.dry_run ? OpenMode::read : OpenMode::create) {}
 
   void run(PolicyFiles& files) {
@@ -51,6 +53,7 @@ class Application {
     editor.write_lists(change);
     const size_t edits = editor.counts().edits;
     if (edits != 0 && !options_.dry_run) session.commit();
+    made_.keep();
     print_result(files, change, node_edits, edits);
   }
 
@@ -97,6 +100,7 @@ class Application {
   }
 
   const ApplyOptions& options_;
+  NewDatabase made_;
   Database database_;
 };
 

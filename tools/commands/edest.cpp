@@ -1,23 +1,22 @@
 // `qimctl edest`: where a policy instance is enforced.
 #include "tools/commands/edest.h"
 
+#include <utility>
+#include <vector>
+
 #include "policy/base/names.h"
 #include "tools/nodes/records.h"
 
 namespace qimctl {
 
-void print_edests(const ReadSession& session, uint32_t pinst, OutputForm form) {
+bool print_edests(const ReadSession& session, uint32_t pinst, OutputForm form) {
   const qim_node_t instance =
       read_typed(session, pinst, QIM_NODE_PINST, "list the enforcement destinations of");
-  std::vector<qim_node_t> records;
-  for (uint32_t n = 0; n < instance.refs; n++) {
-    qim_node_t record{};
-    const uint32_t status = qim_pinst_edest_get(session.handle(), pinst, n, &record);
-    if (status == QIM_ERR_INVALID) break;  // there is no n-th
-    require(status, "read the enforcement destinations of " + node_id_text(pinst));
-    records.push_back(record);
+  std::vector<ListedNode> nodes;
+  for (ListedNode& node : read_referrers(session, instance)) {
+    if (!node.record || node.record->type == QIM_NODE_EDEST) nodes.push_back(std::move(node));
   }
-  print_records(records, "enforcement destination", form);
+  return print_records(nodes, "enforcement destination", form);
 }
 
 void print_edest_at(const ReadSession& session, uint32_t pinst, const qim_policy_dest_t& dest,

@@ -8,6 +8,7 @@
 #include "tools/base/output.h"
 #include "tools/base/progress.h"
 #include "tools/commands/apply.h"
+#include "tools/nodes/write.h"
 
 namespace qimctl {
 
@@ -48,6 +49,7 @@ void refuse_known(const Model& known, const Model& wanted) {
 }
 
 EditCounts store(const ImportOptions& options, PolicyFiles& files) {
+  NewDatabase made(options.database);
   const Database database(options.database, OpenMode::create);
   WriteSession session(database);
   StoredModel stored = read_stored_model(session.handle());
@@ -58,6 +60,7 @@ EditCounts store(const ImportOptions& options, PolicyFiles& files) {
   const Change change = difference(stored.model, std::move(files.model), {});
   editor.write_lists(change);
   session.commit();
+  made.keep();
   return editor.counts();
 }
 

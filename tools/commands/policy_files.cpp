@@ -7,6 +7,7 @@
 #include "policy/base/text.h"
 #include "policy/change/change.h"
 #include "policy/formats/native/native.h"
+#include "tools/base/progress.h"
 
 namespace qimctl {
 
@@ -32,6 +33,7 @@ class Reader {
 
   PolicyFiles read() {
     for (const Source& source : files_.sources) {
+      const Phase phase("reading " + printable(source.file), progress_wanted());
       try {
         read(source);
       } catch (const InputError& error) {
@@ -39,6 +41,7 @@ class Reader {
       }
     }
     refuse_if_any();
+    const Phase phase("checking", progress_wanted());
     problems_ = check_policies(files_.nodes);
     refuse_if_any();
     try {

@@ -8,7 +8,7 @@
 
 namespace qimctl {
 
-// Throws DatabaseError.
-void print_referrers(const ReadSession& session, uint32_t id, OutputForm form);
+// Returns whether all of them could be decoded. Throws DatabaseError.
+bool print_referrers(const ReadSession& session, uint32_t id, OutputForm form);
 
 }  // namespace qimctl

@@ -4,9 +4,11 @@
 #include "policy/base/input_file.h"
 #include "policy/base/names.h"
 #include "policy/base/policy_check.h"
+#include "policy/base/text.h"
 #include "policy/formats/native/native.h"
 #include "rov_edit.h"
 #include "tools/base/output.h"
+#include "tools/base/progress.h"
 #include "tools/nodes/write.h"
 
 namespace qimctl {
@@ -40,12 +42,17 @@ void require_empty(const Database& database, const WriteSession& session, const 
 
 RestoreCounts restore_database(const std::string& directory, const std::string& file) {
   const Source source = read_source(file);
-  const Policy policy = read_dump(source);
+  const Policy policy = [&source] {
+    const Phase phase("reading " + printable(source.file), progress_wanted());
+    return read_dump(source);
+  }();
+  NewDatabase made(directory);
   const Database database(directory, OpenMode::create);
   WriteSession session(database);
   require_empty(database, session, source);
   const StoreCounts counts = write_with_progress({policy}, session, {.dangling = true});
   session.commit();
+  made.keep();
   return {counts.nodes, counts.links};
 }
 

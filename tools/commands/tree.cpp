@@ -6,6 +6,8 @@
 #include "policy/base/names.h"
 #include "policy/formats/native/node_json.h"
 #include "tools/base/output.h"
+#include "tools/base/terminal.h"
+#include "tools/nodes/node_names.h"
 #include "tools/nodes/tree_walk.h"
 
 namespace qimctl {
@@ -36,10 +38,17 @@ std::string link_text(const qim_link_t& link) {
   return text;
 }
 
-std::string line_of(const TreeStep& step) {
+// What the link is for; where there is room, its code.
+std::string via_text(const TreeStep& step, bool wide) {
+  const std::string second = " node2";
+  if (wide) return step.via;
+  return link_words(step.link.field) + (step.via.ends_with(second) ? second : "");
+}
+
+std::string line_of(const TreeStep& step, bool wide) {
   std::string line;
   if (!step.via.empty()) {
-    line = step.via + link_text(step.link) + (step.next ? " => " : " -> ");
+    line = via_text(step, wide) + link_text(step.link) + (step.next ? " => " : " -> ");
   }
   line += node_id_text(step.id);
   if (step.node) {
@@ -50,7 +59,8 @@ std::string line_of(const TreeStep& step) {
   return line + mark_text(step.mark);
 }
 
-void print_text(TreeWalk& walk) {
+void print_text(TreeWalk& walk, OutputForm form) {
+  const bool wide = form == OutputForm::wide;
   std::vector<bool> open;  // for each level above: does another line follow on it?
   while (const auto step = walk.step()) {
     std::string line;
@@ -59,7 +69,7 @@ void print_text(TreeWalk& walk) {
       for (size_t level = 1; level < step->depth; level++) line += open[level] ? "│  " : "   ";
       line += step->last ? "└─ " : "├─ ";
     }
-    print(line + line_of(*step) + "\n");
+    print(cut(line + line_of(*step, wide), wide ? 0 : terminal().width) + "\n");
     open.push_back(!step->last);
   }
 }
@@ -88,21 +98,21 @@ void close_below(std::vector<JsonValue>& open, size_t depth) {
   }
 }
 
-void print_json(TreeWalk& walk) {
+void print_document(TreeWalk& walk, OutputForm form) {
   std::vector<JsonValue> open;  // from the root down to where the walk is
   while (const auto step = walk.step()) {
     if (step->depth != 0) close_below(open, step->depth);
     open.push_back(step_to_json(*step));
   }
   close_below(open, 1);
-  print(open.front().dump(2) + "\n");
+  print_value(open.front(), form);
 }
 
 }  // namespace
 
 void print_tree(const ReadSession& session, uint32_t id, const TreeOptions& options) {
   TreeWalk walk(session, id, options.depth);
-  options.json ? print_json(walk) : print_text(walk);
+  is_text(options.form) ? print_text(walk, options.form) : print_document(walk, options.form);
 }
 
 }  // namespace qimctl

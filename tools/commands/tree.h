@@ -4,12 +4,13 @@
 #include <cstdint>
 
 #include "policy/store/database.h"
+#include "tools/base/form.h"
 
 namespace qimctl {
 
 struct TreeOptions {
   uint32_t depth = 100;  // levels below the first node
-  bool json = false;
+  OutputForm form = OutputForm::table;
 };
 
 // Prints the nodes that links lead to from `id` on. Lists, which chain their elements by the slot

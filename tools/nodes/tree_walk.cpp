@@ -24,7 +24,7 @@ uint16_t next_slot(const qim_node_t& record) {
   return 0;
 }
 
-std::optional<NodeImage> find_node(const ReadSession& session, uint32_t id, bool required) {
+std::optional<NodeImage> read_if_there(const ReadSession& session, uint32_t id, bool required) {
   try {
     return read_node(session, id);
   } catch (const DatabaseError& error) {
@@ -58,14 +58,14 @@ TreeWalk::TreeWalk(const ReadSession& session, uint32_t root, uint32_t depth)
 
 std::optional<TreeStep> TreeWalk::step() {
   while (!levels_.empty() && levels_.back().at == levels_.back().edges.size()) {
-    leave_chain(levels_.back());
+    leave_chain();
     levels_.pop_back();
   }
   if (levels_.empty()) return std::nullopt;
 
   Level& level = levels_.back();
   const Edge edge = level.edges[level.at++];
-  if (!edge.next) leave_chain(level);
+  if (!edge.next) leave_chain();
   TreeStep step{edge.via, edge.link, edge.target, levels_.size() - 1, false, edge.next, {}, {}};
   step.mark = enter(level, edge, step.node);
   std::vector<Edge> below;
@@ -73,6 +73,7 @@ std::optional<TreeStep> TreeWalk::step() {
   step.last = level.at == level.edges.size();
   if (!below.empty() && levels_.size() > depth_) {
     step.mark = TreeMark::deep;
+    level.cut = true;
   } else if (!below.empty()) {
     levels_.push_back({std::move(below), 0, {}});
   }
@@ -81,10 +82,16 @@ std::optional<TreeStep> TreeWalk::step() {
 
 TreeMark TreeWalk::enter(Level& level, const Edge& edge, std::optional<NodeImage>& node) {
   const bool root = edge.via.empty();
-  node = find_node(session_, edge.target, root);
+  node = read_if_there(session_, edge.target, root);
   if (!node) return TreeMark::missing;
   if (open_.contains(edge.target)) return TreeMark::cycle;
-  if (!seen_.insert(edge.target).second) return TreeMark::shared;
+  const size_t depth = levels_.size();
+  const auto [seen, is_new] = seen_.try_emplace(edge.target, Seen{depth});
+  if (!is_new) {
+    // What was left out there has room here.
+    if (!seen->second.cut || seen->second.depth <= depth) return TreeMark::shared;
+    seen->second = {depth};
+  }
   open_.insert(edge.target);
   level.chain.push_back(edge.target);
   return TreeMark::none;
@@ -106,9 +113,16 @@ void TreeWalk::expand(Level& level, const NodeImage& node, std::vector<Edge>& be
   }
 }
 
-void TreeWalk::leave_chain(Level& level) {
-  for (const uint32_t id : level.chain) open_.erase(id);
+// What is left out below a node is left out below all that lead to it.
+void TreeWalk::leave_chain() {
+  Level& level = levels_.back();
+  for (const uint32_t id : level.chain) {
+    open_.erase(id);
+    seen_[id].cut = level.cut;
+  }
+  if (level.cut && levels_.size() > 1) levels_[levels_.size() - 2].cut = true;
   level.chain.clear();
+  level.cut = false;
 }
 
 }  // namespace qimctl

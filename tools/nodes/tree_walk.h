@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -49,16 +50,21 @@ class TreeWalk {
     std::vector<Edge> edges;
     size_t at = 0;
     std::vector<uint32_t> chain;  // the elements of the list that is under way here
+    bool cut = false;             // something below one of them was left out
   };
 
   TreeMark enter(Level& level, const Edge& edge, std::optional<NodeImage>& node);
   void expand(Level& level, const NodeImage& node, std::vector<Edge>& below) const;
-  void leave_chain(Level& level);
+  void leave_chain();
 
   const ReadSession& session_;
   uint32_t depth_;
   std::vector<Level> levels_;
-  std::unordered_set<uint32_t> seen_;
+  struct Seen {
+    size_t depth = 0;  // where it was expanded
+    bool cut = false;  // not whole
+  };
+  std::unordered_map<uint32_t, Seen> seen_;
   std::unordered_set<uint32_t> open_;  // leads to where the walk is
 };
 

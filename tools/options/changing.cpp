@@ -5,6 +5,7 @@
 #include "tools/commands/import.h"
 #include "tools/commands/priv.h"
 #include "tools/commands/restore.h"
+#include "tools/nodes/node_names.h"
 #include "tools/options/commands.h"
 #include "tools/options/files.h"
 #include "tools/options/values.h"
@@ -54,7 +55,8 @@ ExitCode run_priv_set(const std::string& directory, const PrivateData& given) {
     throw UsageError("'" + given.data + "' are no hexadecimal digits; for text give --text");
   }
   const Database database(directory, OpenMode::read);
-  set_private(ReadSession(database), node_of(given.node), *bytes);
+  const ReadSession session(database);
+  set_private(session, find_node(session, given.node), *bytes);
   return exit_ok;
 }
 
@@ -65,7 +67,7 @@ void add_priv(Commands& commands) {
   CLI::App* get = Commands::add(command, "get", "Show them");
   Commands::add_node(get, given->node);
   commands.ask(get, [&commands, given](const Database&, const ReadSession& session) {
-    print_private(session, node_of(given->node), commands.form());
+    print_private(session, find_node(session, given->node), commands.form());
   });
   CLI::App* set = Commands::add(command, "set", "Replace them; no data takes them away");
   Commands::add_node(set, given->node);

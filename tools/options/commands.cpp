@@ -70,7 +70,7 @@ void Commands::ask_for(CLI::App* command, Reading reading) {
 }
 
 void Commands::add_node(CLI::App* command, std::string& node, const char* name) {
-  command->add_option(name, node, "Node identifier, decimal or 0x...")
+  command->add_option(name, node, "A node: its identifier, LIST, LIST/ENTRY or if:NAME[/in|/out]")
       ->required()
       ->check(check_node)
       ->type_name("");

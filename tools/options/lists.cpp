@@ -2,6 +2,7 @@
 #include "tools/commands/apply.h"
 #include "tools/commands/delete.h"
 #include "tools/commands/diff.h"
+#include "tools/nodes/node_names.h"
 #include "tools/options/commands.h"
 #include "tools/options/files.h"
 #include "tools/options/values.h"
@@ -9,6 +10,12 @@
 namespace qimctl {
 
 namespace {
+
+// Closed again before the database is written to.
+uint32_t named_node(const std::string& directory, const std::string& name) {
+  const Database database(directory, OpenMode::read);
+  return find_node(ReadSession(database), name);
+}
 
 void add_apply(Commands& commands) {
   const auto options = std::make_shared<ApplyOptions>();
@@ -80,7 +87,7 @@ void add_delete(Commands& commands) {
   remove_with(commands, list, removed,
               [](const Removed& given) { return delete_list(given.options, given.name); });
   remove_with(commands, node, removed, [](const Removed& given) {
-    return delete_node_command(given.options, node_of(given.name));
+    return delete_node_command(given.options, named_node(given.options.database, given.name));
   });
 }
 

@@ -10,6 +10,7 @@
 #include "tools/commands/pinst.h"
 #include "tools/commands/refs.h"
 #include "tools/commands/show.h"
+#include "tools/nodes/node_names.h"
 #include "tools/options/commands.h"
 #include "tools/options/values.h"
 
@@ -31,8 +32,18 @@ void add_show(Commands& commands) {
     if (given->engine && !is_text(commands.form())) {
       throw UsageError("--engine prints text alone; leave it out, or -o and --json");
     }
-    if (given->engine) return print_shown(database, session, node_of(given->node));
-    show_node(session, node_of(given->node), commands.form());
+    if (given->engine) return print_shown(database, session, find_node(session, given->node));
+    show_node(session, find_node(session, given->node), commands.form());
+  });
+}
+
+void add_refs(Commands& commands) {
+  const auto node = std::make_shared<std::string>();
+  CLI::App* command = commands.add("refs", "List the nodes that refer to a node");
+  Commands::add_node(command, *node);
+  commands.ask_for(command, [&commands, node](const Database&, const ReadSession& session) {
+    const bool all = print_referrers(session, find_node(session, *node), commands.form());
+    return all ? exit_ok : exit_defects;
   });
 }
 
@@ -43,14 +54,13 @@ void add_questions(Commands& commands) {
     void (*answer)(const ReadSession& session, uint32_t id, OutputForm form);
   };
   for (const Question& question :
-       {Question{"refs", "List the nodes that refer to a node", print_referrers},
-        Question{"criteria", "Show a filter's criteria", print_criteria},
+       {Question{"criteria", "Show a filter's criteria", print_criteria},
         Question{"args", "Show the arguments of an action or default", print_args}}) {
     const auto node = std::make_shared<std::string>();
     CLI::App* command = commands.add(question.name, question.help);
     Commands::add_node(command, *node);
     commands.ask(command, [&commands, node, question](const Database&, const ReadSession& session) {
-      question.answer(session, node_of(*node), commands.form());
+      question.answer(session, find_node(session, *node), commands.form());
     });
   }
 }
@@ -63,12 +73,15 @@ void add_edest(Commands& commands) {
   const auto given = std::make_shared<Given>();
   CLI::App* command =
       commands.add("edest", "List where a policy instance is enforced, or look one destination up");
-  Commands::add_node(command, given->node, "NODE");
+  Commands::add_node(command, given->node);
   Commands::add_dest(command, given->dest, false);
-  commands.ask(command, [&commands, given](const Database&, const ReadSession& session) {
-    const uint32_t id = node_of(given->node);
-    if (given->dest.empty()) return print_edests(session, id, commands.form());
+  commands.ask_for(command, [&commands, given](const Database&, const ReadSession& session) {
+    const uint32_t id = find_node(session, given->node);
+    if (given->dest.empty()) {
+      return print_edests(session, id, commands.form()) ? exit_ok : exit_defects;
+    }
     print_edest_at(session, id, *dest_from_words(given->dest), commands.form());
+    return exit_ok;
   });
 }
 
@@ -131,6 +144,7 @@ void add_name(Commands& commands) {
 
 void add_nodes(Commands& commands) {
   add_show(commands);
+  add_refs(commands);
   add_questions(commands);
   add_edest(commands);
   add_pinst(commands);

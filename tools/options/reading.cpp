@@ -3,6 +3,7 @@
 #include "tools/commands/list.h"
 #include "tools/commands/tree.h"
 #include "tools/commands/watch.h"
+#include "tools/nodes/node_names.h"
 #include "tools/options/commands.h"
 #include "tools/options/values.h"
 
@@ -11,16 +12,21 @@ namespace qimctl {
 namespace {
 
 void add_list(Commands& commands) {
-  const auto type = std::make_shared<std::string>();
+  struct Given {
+    std::string type;
+    bool nodes = false;  // is what is listed anyway
+  };
+  const auto given = std::make_shared<Given>();
   CLI::App* command = commands.add("list", "List the nodes");
-  command->add_option("--type", *type, "Only nodes of this type, by name or number")
+  command->add_option("--type", given->type, "Only nodes of this type, by name or number")
       ->check(check_type)
       ->type_name("TYPE");
-  commands.ask(command, [&commands, type](const Database&, const ReadSession& session) {
+  command->add_flag("--nodes", given->nodes, "The nodes, as when it is left out");
+  commands.ask_for(command, [&commands, given](const Database&, const ReadSession& session) {
     ListOptions options;
-    options.json = commands.json();
-    if (!type->empty()) options.type = node_type_code(*type);
-    list_nodes(session, options);
+    options.form = commands.form();
+    if (!given->type.empty()) options.type = node_type_code(given->type);
+    return list_nodes(session, options) ? exit_ok : exit_defects;
   });
 }
 
@@ -37,8 +43,8 @@ void add_tree(Commands& commands) {
       ->capture_default_str()
       ->type_name("N");
   commands.ask(command, [&commands, given](const Database&, const ReadSession& session) {
-    given->options.json = commands.json();
-    print_tree(session, node_of(given->node), given->options);
+    given->options.form = commands.form();
+    print_tree(session, find_node(session, given->node), given->options);
   });
 }
 

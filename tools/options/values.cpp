@@ -17,7 +17,7 @@ std::string check_type(const std::string& text) {
 
 std::string check_node(const std::string& text) {
   const std::optional<uint64_t> id = parse_number(text);
-  if (id && *id != 0 && *id <= UINT32_MAX) return "";
+  if (!id || (*id != 0 && *id <= UINT32_MAX)) return "";  // others are names
   return "'" + text +
          "' is no node identifier; give a number from 1 to 4294967295, decimal or 0x...";
 }
@@ -56,10 +56,6 @@ Check check_word(std::vector<std::string> words) {
     }
     return "'" + text + "' is none of " + known + did_you_mean(text, words);
   };
-}
-
-uint32_t node_of(const std::string& text) {
-  return static_cast<uint32_t>(*parse_number(text));
 }
 
 }  // namespace qimctl

@@ -24,7 +24,4 @@ using Check = std::function<std::string(const std::string& text)>;
 Check check_range(uint64_t least, uint64_t most);
 Check check_word(std::vector<std::string> words);
 
-// Of a text that check_node has nothing to say of.
-uint32_t node_of(const std::string& text);
-
 }  // namespace qimctl

@@ -145,7 +145,7 @@ JsonValue node_to_json(const NodeImage& image) {
   if (!image.links.empty()) {
     JsonValue links;
     for (const qim_link_t& link : image.links) {
-      links.set(slot_name(link.field), link_to_json(link));
+      links.append(slot_name(link.field), link_to_json(link));
     }
     value.set("links", std::move(links));
   }
@@ -216,6 +216,10 @@ std::string node_summary(const NodeImage& image) {
     }
     record.body.filter.crit_cnt = 0;
     record.body.filter.crit_bytes = 0;
+    // What nearly all do is not worth the room.
+    const bool usual =
+        record.body.filter.match == QIM_LINK_TRUE && record.body.filter.nomatch == QIM_LINK_NEXT;
+    if (usual) record.body.filter.match = record.body.filter.nomatch = 0;
   }
   return named_summary(text, record);
 }
