@@ -17,7 +17,7 @@ namespace qimctl {
 
 namespace {
 
-struct Outcome {
+struct RollbackOutcome {
   uint64_t snapshot_revision = 0;
   NodeEdits edits;
   std::vector<ListNews> news;
@@ -39,7 +39,7 @@ std::string edits_text(const NodeEdits& edits) {
          " of private data changed";
 }
 
-void print_text(const RollbackOptions& options, const Outcome& outcome) {
+void print_text(const RollbackOptions& options, const RollbackOutcome& outcome) {
   constexpr size_t most = 20;
   const std::string to =
       quoted(options.snapshot) + " (revision " + std::to_string(outcome.snapshot_revision) + ")";
@@ -53,7 +53,7 @@ void print_text(const RollbackOptions& options, const Outcome& outcome) {
   if (!options.dry_run) print("revision " + std::to_string(outcome.revision) + "\n");
 }
 
-JsonValue outcome_json(const RollbackOptions& options, const Outcome& outcome) {
+JsonValue outcome_json(const RollbackOptions& options, const RollbackOutcome& outcome) {
   JsonValue value;
   value.set("snapshot", options.snapshot);
   value.set("snapshot_revision", outcome.snapshot_revision);
@@ -85,7 +85,7 @@ JsonValue news_json(const std::vector<ListNews>& all) {
 void roll_back_to(const Database& database, const RollbackOptions& options) {
   require_snapshot(database, options.snapshot);
   const Snapshot snapshot(database, options.snapshot);
-  Outcome outcome;
+  RollbackOutcome outcome;
   outcome.snapshot_revision = snapshot.verify().revision;
   std::optional<WriteSession> writer;
   if (!options.dry_run) writer.emplace(database);
