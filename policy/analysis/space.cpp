@@ -202,7 +202,8 @@ Space::Demand Space::demand_string(const Condition& condition) const {
     return longer.size() >= condition.bytes.size() &&
            std::equal(condition.bytes.begin(), condition.bytes.end(), longer.begin());
   };
-  while (!is_options && range.last.low < known.size() && begins_so(known[range.last.low]))
+  while (!is_options && range.last.low < known.size() &&
+         begins_so(known[static_cast<size_t>(range.last.low)]))
     range.last.low++;
   asked.ranges = {range};
   return asked;

@@ -81,7 +81,7 @@ std::string ethertype_words(Shape shape, const Range& range) {
     if (shape == Shape::other)
       return place == without_ethernet(shape) ? "no-eth" : "ethertype " + hex_number(place, 4);
     static constexpr std::array names{"untagged", "vlan", "ethertype 0x88a8", "no-eth"};
-    return names[place];
+    return names[static_cast<size_t>(place)];
   };
   const std::string first = one(range.first.low);
   if (range.first == range.last) return first;
@@ -95,7 +95,7 @@ std::string place_words(const std::string& what, const std::vector<std::string>&
   std::string text;
   for (uint64_t place = range.first.low; place <= range.last.low; place++) {
     text += text.empty() ? what + " " : " or ";
-    text += place == 0 ? "other" : known[place - 1];
+    text += place == 0 ? "other" : known[static_cast<size_t>(place - 1)];
   }
   return text;
 }
@@ -162,7 +162,7 @@ void set_ethernet(Packet& packet, Shape shape, const Range& range) {
   const bool is_ipv4 = shape_network(shape) == Header::ipv4;
   const std::array types{is_ipv4 ? ethertype_ipv4 : ethertype_ipv6, ethertype_vlan,
                          ethertype_provider_vlan};
-  packet.set(Field::ethertype, types[range.first.low]);
+  packet.set(Field::ethertype, types[static_cast<size_t>(range.first.low)]);
   if (range.first.low != 0) packet.vlans = {1};
 }
 
@@ -222,7 +222,7 @@ std::string Space::words(const std::vector<Shape>& shapes, Box box) const {
 
 void Space::set_example(Packet& packet, Shape shape, const Dimension& dimension,
                         const Range& range) const {
-  const uint64_t place = range.first.low;
+  const auto place = static_cast<size_t>(range.first.low);
   const auto name = [place](const std::vector<Bytes>& names) {
     std::string other = "other";
     while (std::find(names.begin(), names.end(), Bytes(other.begin(), other.end())) != names.end())

@@ -10,7 +10,7 @@ broken=0
 for part in "$QIM_SOURCE_DIR"/*; do
   [ "${part##*/}" = build ] || cp -r "$part" "$work"
 done
-if ! said=$(cmake -S "$work" -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQIM_TESTS=ON \
+if ! said=$(cmake -S "$work" -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQIM_TESTS=ON -DQIM_UNITY=OFF \
   -DCMAKE_C_COMPILER="$1" -DCMAKE_CXX_COMPILER="$2" 2>&1); then
   echo "layers: the copy can't be configured: $said"
   exit 1

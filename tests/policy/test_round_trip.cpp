@@ -127,7 +127,7 @@ TEST(NodeSummary, says_what_matters_in_one_line) {
   writer.commit();
   const ReadSession session(database);
   const auto summary = [&session](uint32_t id) { return node_summary(read_node(session, id)); };
-  EXPECT_EQ(summary(0x04100011), "\"voice\", ipv4.dscp 46, match True, nomatch Next");
+  EXPECT_EQ(summary(0x04100011), "\"voice\", ipv4.dscp 46");
   EXPECT_EQ(summary(0x04100031), "type 1 (accept)");
   EXPECT_EQ(summary(0x04100050),
             "comt_bw rate_units 1 rate 64000 burst_units 2 burst 8000, "

@@ -38,7 +38,7 @@ const std::vector<Command>& all_commands() {
         {{"apply", "--dry-run", "@@lists.json"}, kDatabase},
         {{"apply", "--json", "@@changed.json"}, kDatabase},
         {{"diff", "@@changed.json"}, kDatabase},
-        {{"delete", "acl", "guard"}, kCopy},
+        {{"delete", "acl", "guard", "--force"}, kCopy},
         {{"detach", "acl", "guard", "if:eth0/in"}, kCopy},
         {{"gc"}, kCopy},
         {{"export", "guard"}, kDatabase},
