@@ -21,20 +21,24 @@ constexpr const char* no_words =
 
 }  // namespace
 
+// The library's positions in files have 64 bits, so on most systems it calls the second one.
 extern "C" {
-void* __real_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset);
-void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset);
+void* __real_mmap(void* address, size_t length, int protection, int flags, int file, long offset);
+void* __real_mmap64(void* address, size_t length, int protection, int flags, int file,
+                    int64_t offset);
+void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, long offset);
 void* __wrap_mmap64(void* address, size_t length, int protection, int flags, int file,
-                    off_t offset);
+                    int64_t offset);
 
-void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, off_t offset) {
+void* __wrap_mmap(void* address, size_t length, int protection, int flags, int file, long offset) {
   if (g_refuse.load()) return MAP_FAILED;
   return __real_mmap(address, length, protection, flags, file, offset);
 }
 
 void* __wrap_mmap64(void* address, size_t length, int protection, int flags, int file,
-                    off_t offset) {
-  return __wrap_mmap(address, length, protection, flags, file, offset);
+                    int64_t offset) {
+  if (g_refuse.load()) return MAP_FAILED;
+  return __real_mmap64(address, length, protection, flags, file, offset);
 }
 }
 

@@ -22,8 +22,7 @@ const std::vector<Command>& database_commands() {
       {{"show", "0x04100001", "--json"}, kDatabase},
       {{"watch", "--from", "1", "--count", "5", "--timeout", "0"}, kDatabase},
       {{"priv", "set", "0x04100001", "0102"}, kCopy},
-      {{"apply", "@@lists.json"}, kCopy},
-      {{"rollback", "kept"}, kCopy},
+      {{"apply", "@edge-all-types.json"}, kNoDatabase},
   };
   return commands;
 }
@@ -35,6 +34,8 @@ const std::vector<Command>& all_commands() {
     const std::vector<Command> others = {
         {{"import", "--lossy", "-v", "@edge-router.rfc8519.json"}, kNoDatabase},
         {{"apply", "--lossy", "@edge-router.rfc8519.json"}, kNoDatabase},
+        {{"apply", "@@lists.json"}, kCopy},
+        {{"rollback", "kept"}, kCopy},
         {{"apply", "--dry-run", "@@lists.json"}, kDatabase},
         {{"apply", "--json", "@@changed.json"}, kDatabase},
         {{"diff", "@@changed.json"}, kDatabase},
