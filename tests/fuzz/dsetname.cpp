@@ -38,7 +38,8 @@ void decode(const qim_dsetname_t& name) {
 
 void as_json(const qim_dsetname_t& name) {
   const qimctl::JsonDocument value = qimctl::parse_json(qimctl::dset_to_json(name).dump(), "");
-  require(same(qimctl::dset_from_json(value.view()), name), "JSON gives the name back byte for byte");
+  require(same(qimctl::dset_from_json(value.view()), name),
+          "JSON gives the name back byte for byte");
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ void add_exporting(Commands& commands);    // what writes policy files
 void add_lists(Commands& commands);        // what changes access lists
 void add_reading(Commands& commands);      // what is there, in the large
 void add_viewing(Commands& commands);      // what is there, as people think of it
-void add_tracing(Commands& commands);    // what is decided
+void add_tracing(Commands& commands);      // what is decided
 void add_nodes(Commands& commands);        // what is known of one node
 void add_maintenance(Commands& commands);  // the database as a whole
 

@@ -18,7 +18,7 @@ namespace qimctl::rfc8519 {
 namespace {
 
 constexpr std::array header_order{Header::eth, Header::ipv4, Header::ipv6,
-                             Header::tcp, Header::udp,  Header::icmp};
+                                  Header::tcp, Header::udp,  Header::icmp};
 
 constexpr std::string_view own_module = "ietf-access-control-list";
 
