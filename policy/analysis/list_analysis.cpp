@@ -33,8 +33,7 @@ struct Candidates {
 class Analysis {
  public:
   Analysis(const AccessList& list, bool hands_on, const AnalysisLimits& limits)
-      : list_(list),
-        entries_(entries_of(list)),
+      : entries_(entries_of(list)),
         space_(entries_),
         rules_(space_, entries_),
         effort_(limits.total, limits.each),
@@ -59,7 +58,6 @@ class Analysis {
   void add(EntryFault fault, size_t entry, std::vector<size_t> others, bool same = true);
   std::string why_impossible(size_t entry) const;
 
-  const AccessList& list_;
   std::vector<const Entry*> entries_;
   Space space_;
   RuleBoxes rules_;

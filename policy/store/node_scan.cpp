@@ -1,6 +1,8 @@
 // Reading every node of a database once.
 #include "policy/store/node_scan.h"
 
+#include <memory>
+
 #include "policy/base/criteria_codes.h"
 #include "policy/base/names.h"
 #include "policy/store/node_image.h"
