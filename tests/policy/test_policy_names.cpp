@@ -9,6 +9,21 @@
 
 namespace {
 
+bool g_no_memory = false;
+
+}  // namespace
+
+// The readers' memory comes from here.
+extern "C" {
+void* __real_malloc(size_t size);
+void* __wrap_malloc(size_t size);
+void* __wrap_malloc(size_t size) {
+  return g_no_memory ? nullptr : __real_malloc(size);
+}
+}
+
+namespace {
+
 using qimctl::Attachment;
 using qimctl::Model;
 using qimctl::Node;
@@ -39,6 +54,7 @@ class PolicyNames : public testing::Test {
     Node bare;
     bare.id = 8;
     bare.record.type = QIM_NODE_FILTER;
+    bare.criteria = {{0x0305, {6}}};
     Node wrong;  // named by what is no name
     wrong.id = 9;
     wrong.record.type = QIM_NODE_GROUP;
@@ -101,6 +117,19 @@ TEST_F(PolicyNames, WhatHasNoneSaysSo) {
   EXPECT_EQ(name(qim_list_name_get, id_of(QIM_NODE_FILTER)), status(QIM_ERR_NODE_TYPE));
   EXPECT_EQ(name(qim_entry_name_get, id_of(QIM_NODE_GROUP)), status(QIM_ERR_NODE_TYPE));
   EXPECT_EQ(name(qim_interface_name_get, 77), status(ROV_ERR_NO_ITEM));
+}
+
+TEST_F(PolicyNames, WithoutMemoryThereIsAStatus) {
+  const qimctl::ReadSession session(database_);
+  const uint32_t filter = id_of(QIM_NODE_FILTER);
+  char text[7] = "before";
+  uint32_t length = 99;
+  g_no_memory = true;
+  const uint32_t refused = qim_entry_name_get(session.handle(), filter, sizeof text, text, &length);
+  g_no_memory = false;
+  EXPECT_EQ(refused, uint32_t{QIM_ERR_NO_MEM});
+  EXPECT_EQ(length, 0u);
+  EXPECT_STREQ(text, "before");
 }
 
 TEST_F(PolicyNames, ThatDoNotFitSayHowLongTheyAre) {

@@ -110,8 +110,8 @@ TEST(Program, gets_its_input_and_gives_its_output) {
   EXPECT_FALSE(qimctl::run_program({"no-such-program-anywhere"}, "").found);
   // An emulated process starts programs from a copy of itself, and is told of no failure.
   const char* emulator = getenv("QIM_EMULATOR");
-  if (emulator == nullptr || *emulator == '\0')
-    EXPECT_THROW(qimctl::run_program({"/etc/passwd"}, ""), qimctl::OutputError);
+  if (emulator != nullptr && *emulator != '\0') return;
+  EXPECT_THROW(qimctl::run_program({"/etc/passwd"}, ""), qimctl::OutputError);
 }
 
 }  // namespace

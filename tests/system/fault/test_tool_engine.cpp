@@ -59,7 +59,11 @@ class ToolOnFailingEngine : public testing::Test {
   void SetUp() override {
     ASSERT_EQ(run({{"import", "@edge-all-types.json"}, Needs::kNoDatabase}, nullptr, nullptr).code,
               int{qimctl::exit_ok});
-    std::filesystem::copy(database(), copy());
+    for (const Command& command : fault::preparing_commands(directory_.path())) {
+      const Output made = run(command, nullptr, nullptr);
+      ASSERT_EQ(made.code, int{qimctl::exit_ok}) << made.err;
+    }
+    std::filesystem::copy(database(), copy(), std::filesystem::copy_options::recursive);
   }
 
   Output run(const Command& command, const Plan* plan, failing_engine::Counts* counts) const {
@@ -95,7 +99,7 @@ class ToolOnFailingEngine : public testing::Test {
   // All that was changed is undone.
   void restore() const {
     std::filesystem::remove_all(database());
-    std::filesystem::copy(copy(), database());
+    std::filesystem::copy(copy(), database(), std::filesystem::copy_options::recursive);
   }
 
   std::string database() const { return directory_.file("db"); }

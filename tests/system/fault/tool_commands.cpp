@@ -1,6 +1,7 @@
 #include "tests/system/fault/tool_commands.h"
 
 #include <cstdlib>
+#include <fstream>
 
 namespace fault {
 namespace {
@@ -12,7 +13,30 @@ std::string file_of(const std::string& word, const std::string& made) {
   return std::string(source == nullptr ? "." : source) + "/examples/" + word.substr(1);
 }
 
+// A list of two entries at an interface.
+constexpr const char* lists = R"({"ietf-access-control-list:acls": {
+  "acl": [{"name": "guard", "type": "ipv4-acl-type", "aces": {"ace": [
+    {"name": "ssh", "matches": {"ipv4": {"protocol": 6},
+     "tcp": {"destination-port": {"operator": "eq", "port": 22}}},
+     "actions": {"forwarding": "ACTION"}},
+    {"name": "rest", "actions": {"forwarding": "drop", "logging": "log-syslog"}}]}}],
+  "attachment-points": {"interface": [{"interface-id": "eth0",
+    "ingress": {"acl-sets": {"acl-set": [{"name": "guard"}]}}}]}}})";
+
+void write_lists(const std::string& file, const std::string& action) {
+  std::string text = lists;
+  std::ofstream(file) << text.replace(text.find("ACTION"), 6, action);
+}
+
 }  // namespace
+
+std::vector<Command> preparing_commands(const std::string& made) {
+  write_lists(made + "/lists.json", "accept");
+  write_lists(made + "/changed.json", "reject");
+  return {{{"import", "@@lists.json"}, Needs::kDatabase},
+          {{"snapshot", "make", "kept"}, Needs::kDatabase},
+          {{"apply", "@@changed.json"}, Needs::kDatabase}};
+}
 
 const std::vector<Command>& database_commands() {
   using enum Needs;

@@ -15,6 +15,10 @@ struct Command {
   Needs needs;  // kDatabase: it writes nothing
 };
 
+// What makes a database that holds examples/edge-all-types.json one for all commands. Makes the files in
+// `made` that they take.
+std::vector<Command> preparing_commands(const std::string& made);
+
 // Every command, and those that touch the database in different ways.
 const std::vector<Command>& all_commands();
 const std::vector<Command>& database_commands();

@@ -17,31 +17,12 @@ int run_tool(const std::vector<std::string>& words) {
   return qimctl::run(static_cast<int>(argv.size()), argv.data());
 }
 
-// A list of two entries at an interface.
-constexpr const char* lists = R"({"ietf-access-control-list:acls": {
-  "acl": [{"name": "guard", "type": "ipv4-acl-type", "aces": {"ace": [
-    {"name": "ssh", "matches": {"ipv4": {"protocol": 6},
-     "tcp": {"destination-port": {"operator": "eq", "port": 22}}},
-     "actions": {"forwarding": "ACTION"}},
-    {"name": "rest", "actions": {"forwarding": "drop", "logging": "log-syslog"}}]}}],
-  "attachment-points": {"interface": [{"interface-id": "eth0",
-    "ingress": {"acl-sets": {"acl-set": [{"name": "guard"}]}}}]}}})";
-
-void write_lists(const std::string& file, const std::string& action) {
-  std::string text = lists;
-  std::ofstream(file) << text.replace(text.find("ACTION"), 6, action);
-}
-
 }  // namespace
 
 ToolRuns::ToolRuns() : database_(directory_.file("db")), copy_(directory_.file("copy")) {
   const Run made = run({{"import", "@edge-all-types.json"}, Needs::kNoDatabase}, nullptr);
   EXPECT_EQ(made.code, int{qimctl::exit_ok}) << made.err;
-  write_lists(directory_.file("lists.json"), "accept");
-  write_lists(directory_.file("changed.json"), "reject");
-  for (const Command& command : {Command{{"import", "@@lists.json"}, Needs::kNoDatabase},
-                                 Command{{"snapshot", "make", "kept"}, Needs::kNoDatabase},
-                                 Command{{"apply", "@@changed.json"}, Needs::kNoDatabase}}) {
+  for (const Command& command : preparing_commands(directory_.path())) {
     const Run more = run_again(command, nullptr);
     EXPECT_EQ(more.code, int{qimctl::exit_ok}) << more.err;
   }
