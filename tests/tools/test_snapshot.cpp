@@ -51,8 +51,11 @@ TEST_F(Snapshots, that_are_damaged_do_not_hide_the_others) {
   output({"snapshot", "make", "a"});
   output({"snapshot", "make", "b"});
   tools_test::write_text(dir_ / "db/snapshots/a/format", "node database\nformat 9\n");
-  EXPECT_THAT(output({"snapshot", "list"}), HasSubstr("cannot "));
-  const json listed = json::parse(output({"snapshot", "list", "--json"}));
+  const auto told = run({"snapshot", "list"});
+  EXPECT_EQ(told.code, qimctl::exit_database);
+  EXPECT_THAT(told.out, HasSubstr("cannot "));
+  EXPECT_THAT(told.err, HasSubstr("1 snapshot can't be read"));
+  const json listed = json::parse(run({"snapshot", "list", "--json"}).out);
   EXPECT_TRUE(listed[0].contains("damage"));
   EXPECT_EQ(listed[1]["revision"], 2);
   EXPECT_EQ(run({"rollback", "a"}).code, qimctl::exit_database);

@@ -5,6 +5,7 @@
 #include "policy/base/names.h"
 #include "policy/base/text.h"
 #include "policy/store/snapshots.h"
+#include "tools/base/complaint.h"
 #include "tools/base/output.h"
 #include "tools/base/rows.h"
 
@@ -49,7 +50,8 @@ void make_snapshot_named(const Database& database, const std::string& name, Outp
         counted(file.nodes, "node") + "\n");
 }
 
-void list_snapshots(const std::string& directory, OutputForm form) {
+bool list_snapshots(const std::string& directory, OutputForm form) {
+  size_t damaged = 0;
   Rows rows(form, {{"SNAPSHOT"}, {"REVISION"}, {"NODES"}, {"BYTES"}, {""}});
   for (const std::string& path : paths_in(directory)) {
     try {
@@ -60,9 +62,12 @@ void list_snapshots(const std::string& directory, OutputForm form) {
       add_snapshot(rows, path, file);
     } catch (const DatabaseError& error) {
       add_damaged(rows, path, error.what());
+      damaged++;
     }
   }
   rows.finish("snapshot");
+  if (damaged != 0) complain(counted(damaged, "snapshot") + " can't be read");
+  return damaged == 0;
 }
 
 void remove_snapshot_named(const Database& database, const std::string& name, OutputForm form) {

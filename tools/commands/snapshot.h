@@ -12,8 +12,9 @@
 namespace qimctl {
 
 void make_snapshot_named(const Database& database, const std::string& name, OutputForm form);
-// Opens the snapshots one after the other, so the database must not be open.
-void list_snapshots(const std::string& directory, OutputForm form);
+// Opens the snapshots one after the other, so the database must not be open. False when one of them
+// can't be read.
+bool list_snapshots(const std::string& directory, OutputForm form);
 void remove_snapshot_named(const Database& database, const std::string& name, OutputForm form);
 
 struct RollbackOptions {

@@ -70,8 +70,7 @@ void add_snapshot(Commands& commands) {
   });
   CLI::App* list = Commands::add(command, "list", "List what is kept");
   commands.on(list, [&commands] {
-    list_snapshots(commands.database(), commands.form());
-    return exit_ok;
+    return list_snapshots(commands.database(), commands.form()) ? exit_ok : exit_database;
   });
   CLI::App* remove = Commands::add(command, "remove", "Keep a state no longer");
   add_name(remove, name);

@@ -86,7 +86,7 @@ class ToolOnFailingEngine : public testing::Test {
     const Output output = run(command, &plan, &counts);
     injected_ += counts.injected;
     if (fault::is_sealed(plan.error)) return;  // it can't know: that it comes to an end is enough
-    if (output.code == clean.code && output.err.empty()) {
+    if (output.code == clean.code && output.err == clean.err) {
       EXPECT_EQ(output.out, clean.out);
       return;
     }
