@@ -133,7 +133,7 @@ class Search {
     return both;
   }
   void search(Shape shape);
-  bool decide(Shape shape, Box box);
+  bool decide(Shape shape, Box whole);
   SideBoxes side_boxes(Shape shape, size_t side, Box box) const;
   Verdict verdict(size_t side, size_t entry) const;
   void report(std::vector<DifferentRegion>& regions) const;

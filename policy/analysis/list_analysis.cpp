@@ -53,7 +53,7 @@ class Analysis {
   std::optional<size_t> find_container(size_t entry) const;
   Candidates candidates(Shape shape, Box box, size_t from, size_t to) const;
   // What becomes of the piece of an entry behind it: none of it may be decided otherwise.
-  Walk stays_same(Shape shape, size_t entry, Box piece, std::vector<bool>& used);
+  Walk stays_same(Shape shape, size_t entry, Box box, std::vector<bool>& used);
   Walk decided_same(Shape shape, size_t entry, Box box, std::vector<bool>& used);
   void add(EntryFault fault, size_t entry, std::vector<size_t> others, bool same = true);
   std::string why_impossible(size_t entry) const;

@@ -47,6 +47,7 @@ struct Dimension {
   Field field = Field::ethertype;  // of numbers and masked ones
   size_t question = 0;             // of undecided ones
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the compiler compares with 0, not this
   auto operator<=>(const Dimension&) const = default;
 };
 

@@ -20,7 +20,7 @@ std::string text_of(const std::vector<uint8_t>& bytes) {
 // An address or a network where the range is one, else the first and the last address.
 std::string addresses_text(Header network, const Range& range) {
   const uint32_t bits = network == Header::ipv4 ? 32 : 128;
-  const std::string first = address_text(network, range.first);
+  std::string first = address_text(network, range.first);
   if (range.first == range.last) return first;
   for (uint32_t free = 1; free <= bits; free++) {
     Wide clear = range.first;
@@ -83,7 +83,7 @@ std::string ethertype_words(Shape shape, const Range& range) {
     static constexpr std::array names{"untagged", "vlan", "ethertype 0x88a8", "no-eth"};
     return names[static_cast<size_t>(place)];
   };
-  const std::string first = one(range.first.low);
+  std::string first = one(range.first.low);
   if (range.first == range.last) return first;
   if (range.first.low == 0 && range.last.low == without_ethernet(shape) - 1) return "eth";
   return first + " to " + one(range.last.low);

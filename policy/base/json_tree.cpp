@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "policy/base/json_text.h"
 #include "policy/base/text.h"
@@ -26,7 +27,7 @@ class JsonTreeBuilder {
   JsonTreeBuilder(JsonTree& tree, const rapidjson::MemoryStream& stream)
       : tree_(tree), stream_(stream) {}
 
-  // Names are what rapidjson calls.
+  // NOLINTBEGIN(readability-identifier-naming): the parser calls these names
   bool Null() { return value(JsonKind::null); }
   bool Bool(bool yes) { return value(yes ? JsonKind::yes : JsonKind::no); }
   bool Int(int) { return number(JsonKind::whole); }
@@ -43,6 +44,7 @@ class JsonTreeBuilder {
     return close(count) && are_names_unique(open_cell_, count);
   }
   bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }
+  // NOLINTEND(readability-identifier-naming)
 
  private:
   // Where the parser is, behind the value.
@@ -63,7 +65,7 @@ class JsonTreeBuilder {
 
   bool number(JsonKind kind) {
     const auto is_part = [](char c) {
-      return (c >= '0' && c <= '9') || memchr("+-.eE", c, 5) != nullptr;
+      return (c >= '0' && c <= '9') || std::string_view("+-.eE").find(c) != std::string_view::npos;
     };
     JsonCell& cell = add(kind);
     uint32_t begin = end();

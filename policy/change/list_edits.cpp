@@ -3,7 +3,7 @@
 #include "policy/change/list_edits.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string_view>
 #include <unordered_set>
 
 #include "policy/base/text.h"
@@ -23,7 +23,11 @@ std::map<std::string_view, std::vector<const Attachment*>> by_list(
 
 bool same_dset(const Node& a, const Node& b) {
   if (a.dset.has_value() != b.dset.has_value()) return false;
-  return !a.dset || memcmp(&*a.dset, &*b.dset, sizeof *a.dset) == 0;
+  if (!a.dset) return true;
+  const auto bytes = [](const qim_dsetname_t& name) {
+    return std::string_view(reinterpret_cast<const char*>(&name), sizeof name);
+  };
+  return bytes(*a.dset) == bytes(*b.dset);
 }
 
 bool same_link(const Link& a, const Link& b) {

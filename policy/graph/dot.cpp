@@ -114,11 +114,13 @@ class Drawing {
       size_t port = 0;
       for (const Attachment* attachment : attachments) {
         const std::string at = "p" + std::to_string(port++);
-        const std::string attributes = "port=\"" + at + "\" align=\"left\"";
+        const std::string attributes =
+            std::string("port=\"").append(at).append("\" align=\"left\"");
         rows += row(cell(std::string(direction_word(*attachment)) + ", stage " +
                              std::to_string(attachment->stage),
                          attributes.c_str()));
-        edges += "  " + node + ":" + at + " -> " + node_of(attachment->list) + ":head;\n";
+        edges.append("  ").append(node).append(":").append(at).append(" -> ");
+        edges.append(node_of(attachment->list)).append(":head;\n");
       }
       text_ += "  " + node + " [label=<" + table + rows + "</table>>];\n" + edges;
     }

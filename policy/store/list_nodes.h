@@ -34,6 +34,7 @@ struct PartKey {
   uint32_t stage = 0;
   bool log = false;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the compiler compares with 0, not this
   auto operator<=>(const PartKey&) const = default;
 };
 

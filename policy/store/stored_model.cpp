@@ -52,7 +52,7 @@ class ModelReader {
   void read_entry(Reading& reading, FilterNode& filter);
   void read_chain(Reading& reading, uint32_t action, Entry& entry);
   void read_police(Reading& reading, const PoliceNode& police, Entry& entry);
-  void read_log(Reading& reading, uint32_t log, Entry& entry);
+  void read_log(Reading& reading, uint32_t id, Entry& entry);
   void read_place(const PlaceNode& destination);
   std::string name_of(uint32_t action, const char* whose) const;
   // A part belongs to the list; a second one of its kind makes the list irregular.

@@ -11,6 +11,7 @@ struct Wide {
   uint64_t high = 0;
   uint64_t low = 0;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the compiler compares with 0, not this
   auto operator<=>(const Wide&) const = default;
 };
 

@@ -21,7 +21,7 @@ bool is_program(const std::string& name) {
   const char* path = getenv("PATH");
   std::istringstream folders(path == nullptr ? "" : path);
   for (std::string folder; std::getline(folders, folder, ':');) {
-    if (access((folder + "/" + name).c_str(), X_OK) == 0) return true;
+    if (access(folder.append("/").append(name).c_str(), X_OK) == 0) return true;
   }
   return false;
 }

@@ -39,6 +39,7 @@ std::string contents_of(FILE* file) {
 
 int spawn(const std::vector<std::string>& command, int input, int output, pid_t* child) {
   std::vector<char*> words;
+  words.reserve(command.size() + 1);
   for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
   posix_spawn_file_actions_t actions;

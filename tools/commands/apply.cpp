@@ -76,7 +76,7 @@ class Application {
   }
 
   std::string last_line(size_t edits) const {
-    const std::string revision = "revision " + std::to_string(newest_revision(database_)) + "\n";
+    std::string revision = "revision " + std::to_string(newest_revision(database_)) + "\n";
     if (edits == 0) return "nothing to do, " + revision;
     if (options_.dry_run) return "nothing was done, " + revision;
     return revision;

@@ -29,7 +29,7 @@ std::string topic_text(const Topic& topic) {
   for (const auto& [what, fact] : topic.facts) widest = std::max(widest, what.size());
   std::string text = topic.names.front() + "  " + topic.kind + "\n";
   for (const auto& [what, fact] : topic.facts)
-    text += "  " + what + std::string(widest - what.size() + 2, ' ') + fact + "\n";
+    text.append("  ").append(what).append(widest - what.size() + 2, ' ').append(fact).append("\n");
   return text;
 }
 
