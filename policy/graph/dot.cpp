@@ -122,7 +122,8 @@ class Drawing {
         edges.append("  ").append(node).append(":").append(at).append(" -> ");
         edges.append(node_of(attachment->list)).append(":head;\n");
       }
-      text_ += "  " + node + " [label=<" + table + rows + "</table>>];\n" + edges;
+      text_.append("  ").append(node).append(" [label=<").append(table).append(rows);
+      text_.append("</table>>];\n").append(edges);
     }
   }
 

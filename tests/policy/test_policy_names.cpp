@@ -16,7 +16,7 @@ bool g_no_memory = false;
 // The readers' memory comes from here.
 extern "C" {
 void* __real_malloc(size_t size);
-void* __wrap_malloc(size_t size);
+__attribute__((visibility("default"))) void* __wrap_malloc(size_t size);
 void* __wrap_malloc(size_t size) {
   return g_no_memory ? nullptr : __real_malloc(size);
 }
