@@ -100,6 +100,14 @@ static inline uint32_t qim_policy_copy_name(const uint8_t* name, uint32_t count,
   return 0;
 }
 
+/* Reads the record of a node of that type. It is asked for whatever it is, for the library keeps a node
+ * of another type than was asked for open. */
+static inline uint32_t qim_policy_record(uint32_t ses, qim_node_id_t node, uint32_t type,
+                                         qim_node_t* out) {
+  const uint32_t status = qim_node_read(ses, node, 0, out);
+  return status != 0 || out->type == type ? status : (uint32_t)QIM_ERR_NODE_TYPE;
+}
+
 /* Reads a node of that type with its variable parts, in memory at *block, which the caller frees
  * with free(), whatever is returned. */
 static inline uint32_t qim_policy_read(uint32_t ses, qim_node_id_t node, uint32_t type,
@@ -107,14 +115,14 @@ static inline uint32_t qim_policy_read(uint32_t ses, qim_node_id_t node, uint32_
   uint32_t room;
   uint32_t status;
   *block = NULL;
-  status = qim_node_read(ses, node, (int32_t)type, out);
+  status = qim_policy_record(ses, node, type, out);
   if (status != 0) return status;
   room = (out->priv_len + 7u) / 8u * 8u;
   room += type == QIM_NODE_FILTER ? out->body.filter.crit_bytes : out->body.action.args_len;
   room += 8;
   *block = malloc(room);
   if (*block == NULL) return QIM_ERR_NO_MEM;
-  return qim_node_readall(ses, node, (int32_t)type, out, (int32_t)room, *block);
+  return qim_node_readall(ses, node, 0, out, (int32_t)room, *block);
 }
 
 /* The functions below read what a node is called into `room` bytes at `buf`, terminated with a 0,
@@ -148,7 +156,7 @@ static inline uint32_t qim_policy_linked_name_get(uint32_t ses, qim_node_id_t no
   qim_link_t link;
   uint32_t status;
   *len = 0;
-  status = qim_node_read(ses, node, (int32_t)type, &record);
+  status = qim_policy_record(ses, node, type, &record);
   if (status != 0) return status;
   status = qim_link_field_get(ses, node, field, &link);
   if (status != 0) return status;
