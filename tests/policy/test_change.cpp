@@ -95,7 +95,7 @@ TEST(Difference, OfStagesIsOneOfOrder) {
               ElementsAre("~ b"));
 }
 
-// "eth0/in: a 1, b 2"
+// "a1 b2 ": lists and their stages.
 std::string stages(const Model& old, const Model& wanted) {
   std::string text;
   auto after = attachments_after(old, wanted, {});
@@ -110,6 +110,13 @@ TEST(Stages, OfListsThatNoFileNamesStayUnlessTheyAreTaken) {
   EXPECT_EQ(stages(old, model({list("a", {})}, {"a eth0/in"})), "a1 x2 y3 ");
   EXPECT_EQ(stages(old, model({list("y", {})}, {"y eth0/in"})), "x1 y2 ");
   EXPECT_EQ(stages(old, model({list("y", {})}, {})), "x1 ");
+}
+
+TEST(Stages, OfListsThatGiveWayAreBehindAllThatFilesName) {
+  Model old = model({list("x", {}), list("b", {})}, {"x eth0/in", "b eth0/in"});
+  old.attachments[1].stage = 5;
+  EXPECT_EQ(stages(old, model({list("a", {}), list("b", {})}, {"a eth0/in", "b eth0/in"})),
+            "a1 b5 x6 ");
 }
 
 TEST(Stages, ThatRunOutAreNumberedFromOne) {
