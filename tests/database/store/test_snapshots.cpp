@@ -1,6 +1,7 @@
 // Snapshots that are kept: what they hold, their names, and what becomes of them when processes are
 // killed, files removed and disks full.
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -385,24 +386,32 @@ TEST_F(SnapshotTest, ADatabaseOpenForReadingOpensThemOnly) {
 // ---- Others at the same time, killed processes, full disks ----
 
 TEST_F(SnapshotTest, WritersDoNotTearThem) {
-  std::atomic<bool> stop{false};
-  std::thread writer([&] {
-    for (uint32_t i = 2; !stop.load(); ++i) put(i, 3000 + i % 3000);
-  });
+  void* const shared = mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  std::atomic<bool>& stop = *new (shared) std::atomic<bool>(false);
+  // The process is asked to end: one that is killed may hold the engine's lock, which an emulator
+  // gives to nobody else.
   const pid_t child = start([&] {
     uint32_t db = 0;
-    if (open_database(path(), 0, 2, &db) != ROV_OK) return false;
-    for (uint32_t i = 0;; ++i) put_through(db, i, 2000 + i % 5000);
+    bool ok = open_database(path(), 0, 2, &db) == ROV_OK;
+    for (uint32_t i = 0; ok && !stop.load(); ++i) {
+      ok = put_through(db, i, 2000 + i % 5000) == ROV_OK;
+    }
+    return ok;
+  });
+  std::thread writer([&] {
+    for (uint32_t i = 2; !stop.load(); ++i) put(i, 3000 + i % 3000);
   });
   for (int i = 0; i < 30; ++i) {
     const uint32_t kept = snapshot("s" + std::to_string(i));
     content(kept);
     EXPECT_OK(rov_snapshot_close(kept));
   }
-  kill(child, SIGKILL);
-  EXPECT_FALSE(ends_well(child));
   stop.store(true);
+  EXPECT_TRUE(ends_well(child));
   writer.join();
+  munmap(shared, sizeof(std::atomic<bool>));
 }
 
 TEST_F(SnapshotTest, OneIsMadeWhereTheDatabaseGrewInAnotherProcess) {
@@ -465,6 +474,9 @@ TEST_F(SnapshotTest, MakersAndRemoversOfOneNameDoNotHarmEachOther) {
 
 // Each round kills a process that makes and removes snapshots all the time.
 TEST_F(SnapshotTest, AKilledMakerLeavesWholeOnesOrNone) {
+  if (pace::emulated()) {
+    GTEST_SKIP() << "an emulator does not tell the system which locks outlive their holder";
+  }
   put(1, 1 << 20);
   for (int round = 0; round < 25; ++round) {
     const pid_t child = start([&] {
