@@ -162,4 +162,18 @@ TEST_F(Check, names_the_damage_of_a_file) {
   EXPECT_THAT(outcome.err, HasSubstr("restore the database from a dump"));
 }
 
+TEST(CheckOfFiles, tells_where_an_entry_stands) {
+  const auto file = (tools_test::source_dir() / "examples" / "edge-router.rfc8519.json").string();
+  const tools_test::Outcome found = tools_test::run_qimctl({"check", file});
+  EXPECT_EQ(found.code, qimctl::exit_ok);
+  EXPECT_THAT(found.out,
+              testing::ContainsRegex("edge-router.rfc8519.json:[0-9]+: "
+                                     "/ietf-access-control-list:acls/acl/0/aces/ace/[0-9]+: "
+                                     "transit-v4-in/ntp-answers-to-clock is never reached"));
+  EXPECT_THAT(found.out, HasSubstr("12 lists looked at\naccess lists: "));
+  EXPECT_EQ(tools_test::run_qimctl({"check", "--strict", file}).code, qimctl::exit_defects);
+  const tools_test::Outcome all = tools_test::run_qimctl({"check", "-v", file});
+  EXPECT_THAT(all.out, HasSubstr(" is in conflict with "));
+}
+
 }  // namespace

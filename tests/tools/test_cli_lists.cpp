@@ -136,7 +136,7 @@ TEST_F(ListCommands, DifferencesAreALineEach) {
             "- a/y  ipv4 protocol 6: accept\n"
             "+ a/n  ipv4 protocol 6: accept\n"
             "- a  attached to if:eth0/in\n");
-  EXPECT_THAT(run({"diff", "--json", other}).out, HasSubstr(R"("sign": "~")"));
+  EXPECT_THAT(run({"diff", "--json", other}).out, HasSubstr(R"("sign":"~")"));
   EXPECT_EQ(run({"diff"}).code, 2);
   EXPECT_EQ(run({"diff", (dir_ / "none").string()}).code, 3);
 }

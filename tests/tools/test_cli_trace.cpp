@@ -147,8 +147,8 @@ TEST_F(TraceCommand, DiffSaysWhichPacketsAreDecidedDifferently) {
                                      "destination-port 23"));
   EXPECT_THAT(outcome.out, HasSubstr("      such as: entering ge-0/0/0 tcp 192.0.2.1 > "));
   const Outcome json = run({"diff", "--semantic", "--json", file});
-  EXPECT_THAT(json.out, HasSubstr(R"("before": "accept")"));
-  EXPECT_THAT(json.out, HasSubstr(R"("complete": true)"));
+  EXPECT_THAT(json.out, HasSubstr(R"("before":"accept")"));
+  EXPECT_THAT(json.out, HasSubstr(R"("complete":true)"));
 }
 
 TEST_F(TraceCommand, CheckSaysWhatIsOddAboutLists) {

@@ -34,6 +34,31 @@ void check_pruned(uint32_t session, const StoredModel& stored, const Change& cha
   if (!problems.empty()) throw InputError(std::move(problems));
 }
 
+const char* fate_name(ListFate fate) {
+  switch (fate) {
+    case ListFate::added:
+      return "added";
+    case ListFate::removed:
+      return "deleted";
+    case ListFate::changed:
+      return "changed";
+    case ListFate::unchanged:
+      break;
+  }
+  return "unchanged";
+}
+
+// Nothing was done, for what the findings tell.
+void print_refused(const ApplyOptions& options, const PolicyFiles& files) {
+  if (is_text(options.form)) return print(files.text(options.verbose));
+  JsonValue value;
+  value.set("applied", false);
+  value.set("lists", JsonValue::array());
+  value.set("edits", 0u);
+  value.set("findings", files.json());
+  print_value(value, options.form);
+}
+
 class Application {
  public:
   explicit Application(const ApplyOptions& options)
@@ -60,7 +85,7 @@ class Application {
  private:
   void print_result(const PolicyFiles& files, const Change& change, size_t node_edits,
                     size_t edits) const {
-    if (options_.json) return print_json(files, change, edits);
+    if (!is_text(options_.form)) return print_document(files, change, edits);
     print(files.text(options_.verbose));
     for (const ListChange& list : change.lists)
       print(name_word(list.name()) + "  " + change_summary(list) + "\n");
@@ -82,11 +107,12 @@ class Application {
     return revision;
   }
 
-  void print_json(const PolicyFiles& files, const Change& change, size_t edits) const {
+  void print_document(const PolicyFiles& files, const Change& change, size_t edits) const {
     JsonValue lists = JsonValue::array();
     for (const ListChange& list : change.lists) {
       JsonValue item;
       item.set("list", list.name());
+      item.set("fate", fate_name(list.fate));
       item.set("what", change_summary(list));
       lists.add(std::move(item));
     }
@@ -96,7 +122,7 @@ class Application {
     value.set("edits", edits);
     value.set("revision", newest_revision(database_));
     value.set("findings", files.json());
-    print(value.dump_repaired(2) + "\n");
+    print_value(value, options_.form);
   }
 
   const ApplyOptions& options_;
@@ -127,7 +153,7 @@ bool accept_losses(const PolicyFiles& files, bool lossy, const char* done) {
 ExitCode apply_files(const ApplyOptions& options) {
   PolicyFiles files = read_files(options.input);
   if ((files.has_losses() && !options.lossy) || !files.emptied.empty()) {
-    print(files.text(options.verbose));
+    print_refused(options, files);
     accept_losses(files, options.lossy, "applied");
     return exit_lossy;
   }

@@ -5,6 +5,7 @@
 
 #include "policy/change/change.h"
 #include "tools/base/exit_code.h"
+#include "tools/base/form.h"
 #include "tools/commands/policy_files.h"
 
 namespace qimctl {
@@ -16,7 +17,7 @@ struct ApplyOptions {
   bool dry_run = false;  // say what would be done, and do nothing
   bool lossy = false;    // accept that something can't be carried, or not as it is
   bool verbose = false;  // list what was accepted, too
-  bool json = false;
+  OutputForm form = OutputForm::table;
 };
 
 // exit_lossy when something can't be carried as it is and `lossy` is not set, or a list would come

@@ -17,8 +17,8 @@ namespace qimctl {
 
 namespace {
 
-void print_json(const rov_verify_t& file, const std::vector<Found>& defects,
-                const std::vector<ListNote>& notes) {
+JsonValue to_json(const rov_verify_t& file, const std::vector<Found>& defects,
+                  const std::vector<ListNote>& notes) {
   JsonValue findings = JsonValue::array();
   for (const ListNote& note : notes) findings.add(note_json(note));
   JsonValue list = JsonValue::array();
@@ -38,7 +38,25 @@ void print_json(const rov_verify_t& file, const std::vector<Found>& defects,
   value.set("free_pages", file.free_pages);
   value.set("defects", std::move(list));
   value.set("findings", std::move(findings));
-  print(value.dump_repaired(2) + "\n");
+  return value;
+}
+
+void print_notes(const std::vector<ListNote>& notes, bool verbose) {
+  for (const ListNote& note : notes)
+    if (verbose || !note.is_conflict()) print(note_text(note) + "\n");
+}
+
+std::string tally(const std::vector<ListNote>& notes, bool verbose) {
+  const auto conflicts = static_cast<size_t>(std::count_if(
+      notes.begin(), notes.end(), [](const ListNote& note) { return note.is_conflict(); }));
+  return "access lists: " + counted(notes.size() - conflicts, "finding") + ", " +
+         counted(conflicts, "conflict") + (conflicts == 0 || verbose ? "" : " (-v lists them)") +
+         "\n";
+}
+
+bool has_faults(const std::vector<ListNote>& notes) {
+  return std::any_of(notes.begin(), notes.end(),
+                     [](const ListNote& note) { return note.is_fault(); });
 }
 
 void print_text(const rov_verify_t& file, const std::vector<Found>& defects,
@@ -46,20 +64,19 @@ void print_text(const rov_verify_t& file, const std::vector<Found>& defects,
   for (const Found& found : defects) {
     print("node " + node_id_text(found.node) + " " + printable(found.what) + "\n");
   }
-  size_t conflicts = 0;
-  for (const ListNote& note : notes) {
-    if (note.is_conflict()) conflicts++;
-    if (verbose || !note.is_conflict()) print(note_text(note) + "\n");
-  }
+  print_notes(notes, verbose);
   print("file good: " + counted(file.nodes, "node") + ", " + counted(file.records, "record") +
         ", " + counted(file.pages, "page") + " (" + std::to_string(file.free_pages) +
         " free), revision " + std::to_string(file.revision) + "\n");
-  if (!notes.empty()) {
-    print("access lists: " + counted(notes.size() - conflicts, "finding") + ", " +
-          counted(conflicts, "conflict") + (conflicts == 0 || verbose ? "" : " (-v lists them)") +
-          "\n");
-  }
+  if (!notes.empty()) print(tally(notes, verbose));
   print(defects.empty() ? "policy good\n" : "policy: " + counted(defects.size(), "defect") + "\n");
+}
+
+void fill_places(const std::vector<Source>& sources, std::vector<ListNote>& notes) {
+  std::vector<Finding> placed;
+  for (const ListNote& note : notes) placed.push_back({Fate::accepted, note.place, ""});
+  fill_all_lines(sources, placed);
+  for (size_t i = 0; i < notes.size(); i++) notes[i].place = std::move(placed[i].place);
 }
 
 // A list may be kept for later: that it is attached nowhere is said, but is no defect.
@@ -80,12 +97,29 @@ bool check_database(const Database& database, const CheckOptions& options) {
   std::vector<Found> defects = find_defects(session);
   std::erase_if(defects, [&stored](const Found& found) { return is_idle_list(found, stored); });
   const std::vector<ListNote> notes = find_list_notes(stored.model);
-  options.json ? print_json(file, defects, notes)
-               : print_text(file, defects, notes, options.verbose);
-  const bool faulty =
-      options.strict &&
-      std::any_of(notes.begin(), notes.end(), [](const ListNote& note) { return note.is_fault(); });
-  return defects.empty() && !faulty;
+  is_text(options.form) ? print_text(file, defects, notes, options.verbose)
+                        : print_value(to_json(file, defects, notes), options.form);
+  return defects.empty() && !(options.strict && has_faults(notes));
+}
+
+bool check_files(const FileOptions& files, const CheckOptions& options) {
+  const PolicyFiles read = read_files(files);
+  say_losses(read);
+  std::vector<ListNote> notes = find_list_notes(read.model);
+  fill_places(read.sources, notes);
+  if (is_text(options.form)) {
+    print_notes(notes, options.verbose);
+    print(counted(read.model.lists.size(), "list") + " looked at\n");
+    print(tally(notes, options.verbose));
+  } else {
+    JsonValue findings = JsonValue::array();
+    for (const ListNote& note : notes) findings.add(note_json(note));
+    JsonValue value;
+    value.set("lists", read.model.lists.size());
+    value.set("findings", std::move(findings));
+    print_value(value, options.form);
+  }
+  return !(options.strict && has_faults(notes));
 }
 
 }  // namespace qimctl

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "policy/base/names.h"
 #include "policy/base/text.h"
@@ -38,9 +39,12 @@ class Removal {
     return false;
   }
 
-  void finish(const std::string& what) {
+  // Says `what`, or to programs `value` and whether it is done now.
+  void finish(const std::string& what, JsonValue value) {
     if (!options_.dry_run) session_.commit();
-    print((options_.dry_run ? "would have " : "") + what + "\n");
+    if (is_text(options_.form)) return print((options_.dry_run ? "would have " : "") + what + "\n");
+    value.set("done", !options_.dry_run);
+    print_value(value, options_.form);
   }
 
  private:
@@ -95,7 +99,10 @@ ExitCode delete_list(const DeleteOptions& options, const std::string& name) {
   if (!by.empty() && !removal.refuse(what + " is referred to by " + by + "; delete that first"))
     return exit_refused;
   for (const uint32_t id : members) delete_node(removal.session(), id);
-  removal.finish("deleted " + what + ": " + counted(members.size(), "node"));
+  JsonValue value;
+  value.set("list", name);
+  value.set("nodes", members.size());
+  removal.finish("deleted " + what + ": " + counted(members.size(), "node"), std::move(value));
   return exit_ok;
 }
 
@@ -113,7 +120,9 @@ ExitCode delete_node_command(const DeleteOptions& options, uint32_t id) {
   if (!by.empty() && !removal.refuse(what + " is referred to by " + by + "; delete that first"))
     return exit_refused;
   delete_node(removal.session(), id);
-  removal.finish("deleted " + what);
+  JsonValue value;
+  value.set("node", node_id_text(id));
+  removal.finish("deleted " + what, std::move(value));
   return exit_ok;
 }
 
@@ -141,19 +150,28 @@ ExitCode detach_list(const DeleteOptions& options, const std::string& name,
   }
   Editor editor(removal.session(), removal.stored(), {});
   editor.write_lists(difference(model, std::move(wanted), {}));
-  removal.finish("detached " + name_word(name) + " from " + place);
+  JsonValue value;
+  value.set("list", name);
+  value.set("place", place);
+  removal.finish("detached " + name_word(name) + " from " + place, std::move(value));
   return exit_ok;
 }
 
 ExitCode collect_garbage(const DeleteOptions& options) {
   Removal removal(options);
   const std::vector<uint32_t> garbage = garbage_of(removal.session(), removal.stored());
-  if (garbage.empty()) {
+  if (garbage.empty() && is_text(options.form)) {
     print("nothing to remove\n");
     return exit_ok;
   }
-  for (const uint32_t id : garbage) delete_node(removal.session(), id);
-  removal.finish("removed " + counted(garbage.size(), "node"));
+  JsonValue nodes = JsonValue::array();
+  for (const uint32_t id : garbage) {
+    delete_node(removal.session(), id);
+    nodes.add(node_id_text(id));
+  }
+  JsonValue value;
+  value.set("nodes", std::move(nodes));
+  removal.finish("removed " + counted(garbage.size(), "node"), std::move(value));
   return exit_ok;
 }
 

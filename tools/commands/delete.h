@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tools/base/exit_code.h"
+#include "tools/base/form.h"
 
 namespace qimctl {
 
@@ -12,6 +13,7 @@ struct DeleteOptions {
   std::string database;  // as in database_directory
   bool force = false;    // delete what is still in use, too
   bool dry_run = false;
+  OutputForm form = OutputForm::table;
 };
 
 // Each returns exit_refused, and says by what, when something is still in use. Each throws

@@ -10,6 +10,7 @@
 #include "rov.h"
 #include "tools/base/complaint.h"
 #include "tools/base/output.h"
+#include "tools/base/rows.h"
 #include "tools/base/usage.h"
 #include "tools/commands/semantic_diff.h"
 
@@ -44,16 +45,10 @@ Model earlier_model(const DiffOptions& options) {
   }
 }
 
-void say_losses(const PolicyFiles& files) {
-  for (const Finding& finding : files.findings) {
-    if (finding.fate != Fate::accepted) complain(to_string(finding.place) + ": " + finding.what);
-  }
-}
-
-void print_lines(const std::vector<DifferenceLine>& lines, bool json) {
-  JsonValue list = JsonValue::array();
+void print_lines(const std::vector<DifferenceLine>& lines, OutputForm form) {
+  Rows rows(form, {});
   for (const DifferenceLine& line : lines) {
-    if (!json) {
+    if (rows.is_text()) {
       print(std::string(1, line.sign) + " " + line.name + "  " + line.what + "\n");
       continue;
     }
@@ -61,9 +56,9 @@ void print_lines(const std::vector<DifferenceLine>& lines, bool json) {
     item.set("sign", std::string(1, line.sign));
     item.set("name", line.name);
     item.set("what", line.what);
-    list.add(std::move(item));
+    rows.add(item);
   }
-  if (json) print(list.dump_repaired(2) + "\n");
+  rows.finish();
 }
 
 }  // namespace
@@ -93,12 +88,12 @@ ExitCode diff(const DiffOptions& options) {
   }
   if (options.semantic) {
     if (files_given) after = with_lists_of(before, std::move(after));
-    const bool differs = print_semantic_difference(before, after, options.json);
+    const bool differs = print_semantic_difference(before, after, options.form);
     return differs ? exit_differs : exit_ok;
   }
   const std::vector<DifferenceLine> lines =
       difference_lines(difference(before, std::move(after), {.prune = !files_given}));
-  print_lines(lines, options.json);
+  print_lines(lines, options.form);
   return lines.empty() ? exit_ok : exit_differs;
 }
 

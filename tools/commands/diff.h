@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tools/base/exit_code.h"
+#include "tools/base/form.h"
 #include "tools/commands/policy_files.h"
 
 namespace qimctl {
@@ -14,12 +15,12 @@ struct DiffOptions {
   FileOptions input;                   // the database is compared with these, if any
   std::string from;                    // what the database was: the name of a snapshot, "" = now
   bool semantic = false;               // tell packets, not entries
-  bool json = false;
+  OutputForm form = OutputForm::table;
 };
 
 // Two databases and snapshots are compared whole; of files the lists that they name. Prints a line
-// for each difference, or which packets are decided differently. exit_ok when there is none, exit_differs when there are some. Throws
-// InputError, DatabaseError and UsageError.
+// for each difference, or which packets are decided differently. exit_ok when there is none,
+// exit_differs when there are some. Throws InputError, DatabaseError and UsageError.
 ExitCode diff(const DiffOptions& options);
 
 }  // namespace qimctl

@@ -2,7 +2,9 @@
 #include "tools/commands/export.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "policy/base/names.h"
 #include "policy/base/text.h"
 #include "policy/store/stored_model.h"
 #include "tools/base/output.h"
@@ -16,12 +18,17 @@ bool is_wanted(const ExportOptions& options, const std::string& name) {
          std::find(options.names.begin(), options.names.end(), name) != options.names.end();
 }
 
+// The list, or where there is no name, its node.
+std::string of(const Unreadable& list) {
+  return list.name.empty() ? "node " + node_id_text(list.node) : quoted(list.name);
+}
+
 // What can't be read as a list can't be exported.
 std::vector<Finding> unreadable_lists(const StoredModel& stored, const ExportOptions& options) {
   std::vector<Finding> findings;
   for (const Unreadable& list : stored.unreadable)
     if (is_wanted(options, list.name))
-      findings.push_back({Fate::skipped, {list.name, 0, ""}, unreadable_text(list)});
+      findings.push_back({Fate::skipped, {of(list), 0, ""}, unreadable_text(list)});
   return findings;
 }
 
@@ -45,10 +52,13 @@ Exported export_lists(const ReadSession& session, const ExportOptions& options) 
   if (!are_known(stored, options)) return Exported::nothing_known;
   const ModelText written = write_model(stored.model, options.format, options.names);
   std::vector<Finding> losses = unreadable_lists(stored, options);
-  losses.insert(losses.end(), written.findings.begin(), written.findings.end());
+  for (Finding loss : written.findings) {
+    loss.place.file = quoted(loss.place.file);
+    losses.push_back(std::move(loss));
+  }
   for (const Finding& loss : losses)
-    complain((loss.fate == Fate::skipped ? "skipped  " : "approximated  ") +
-             (loss.place.file.empty() ? "" : quoted(loss.place.file) + ": ") + loss.what);
+    complain((loss.fate == Fate::skipped ? "skipped  " : "approximated  ") + loss.place.file +
+             ": " + loss.what);
   if (!losses.empty() && !options.lossy) {
     complain("nothing was exported; repeat with --lossy to accept that");
     return Exported::lossy;

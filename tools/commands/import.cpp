@@ -16,7 +16,7 @@ namespace {
 
 void print_report(const ImportOptions& options, const PolicyFiles& files,
                   const EditCounts* stored) {
-  if (options.json) {
+  if (!is_text(options.form)) {
     const EditCounts counts = stored == nullptr ? EditCounts() : *stored;
     JsonValue value;
     value.set("imported", stored != nullptr);
@@ -24,8 +24,7 @@ void print_report(const ImportOptions& options, const PolicyFiles& files,
     value.set("links", counts.links);
     value.set("replaced", counts.replaced);
     value.set("findings", files.json());
-    print(value.dump_repaired(2) + "\n");
-    return;
+    return print_value(value, options.form);
   }
   print(files.text(options.verbose));
   if (stored == nullptr) return;

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "tools/base/form.h"
 #include "tools/commands/policy_files.h"
 
 namespace qimctl {
@@ -13,7 +14,7 @@ struct ImportOptions {
   bool lossy = false;    // import although something could not be carried, or not as it was
   bool replace = false;  // replace nodes and lists that the database has already
   bool verbose = false;  // list what was accepted too
-  bool json = false;     // report as JSON
+  OutputForm form = OutputForm::table;
 };
 
 // Returns false when something was approximated or skipped and `lossy` is not set, or none of a

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "policy/analysis/list_analysis.h"
+#include "policy/base/text.h"
 #include "policy/model/words.h"
 
 namespace qimctl {
@@ -56,22 +57,24 @@ std::vector<ListNote> find_list_notes(const Model& model) {
   std::vector<ListNote> notes;
   for (const AccessList& list : model.lists) {
     if (!is_attached(model, list))
-      notes.push_back({list.name, "", "unattached", {}, "is attached nowhere"});
+      notes.push_back({list.name, "", "unattached", {}, "is attached nowhere", list.place});
     for (const EntryFinding& finding : analyse_list(list, hands_on(model, list)).findings) {
       if (says_default(finding, list)) continue;
       std::vector<std::string> others;
       for (const size_t other : finding.others) others.push_back(list.entries[other].name);
       const std::string text = what(finding, others);
-      notes.push_back({list.name, list.entries[finding.entry].name, fault_name(finding.fault),
-                       std::move(others), text});
+      const Entry& entry = list.entries[finding.entry];
+      notes.push_back(
+          {list.name, entry.name, fault_name(finding.fault), std::move(others), text, entry.place});
     }
   }
   return notes;
 }
 
 std::string note_text(const ListNote& note) {
-  return name_word(note.list) + (note.entry.empty() ? "" : "/" + name_word(note.entry)) + " " +
-         note.what;
+  const std::string place = note.place.file.empty() ? "" : harmless(to_string(note.place)) + ": ";
+  return place + name_word(note.list) + (note.entry.empty() ? "" : "/" + name_word(note.entry)) +
+         " " + note.what;
 }
 
 JsonValue note_json(const ListNote& note) {
@@ -83,6 +86,10 @@ JsonValue note_json(const ListNote& note) {
   value.set("finding", note.kind);
   value.set("others", std::move(others));
   value.set("what", note.what);
+  if (note.place.file.empty()) return value;
+  value.set("file", note.place.file);
+  value.set("line", note.place.line);
+  value.set("path", note.place.path);
   return value;
 }
 

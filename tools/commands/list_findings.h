@@ -15,6 +15,7 @@ struct ListNote {
   std::string kind;                 // fault_name, or "unattached"
   std::vector<std::string> others;  // entries of the list
   std::string what;                 // "is never reached: a and b decide all its packets"
+  Place place;                      // in a file, if the model was read from one
 
   // An ordinary policy is full of exceptions that come before the rule.
   bool is_conflict() const { return kind == "conflict"; }

@@ -7,6 +7,7 @@
 #include "policy/base/text.h"
 #include "policy/change/change.h"
 #include "policy/formats/native/native.h"
+#include "tools/base/complaint.h"
 #include "tools/base/progress.h"
 
 namespace qimctl {
@@ -127,6 +128,11 @@ std::string PolicyFiles::tally() const {
   return std::to_string(count(Fate::accepted)) + " accepted, " +
          std::to_string(count(Fate::approximated)) + " approximated, " +
          std::to_string(count(Fate::skipped)) + " skipped";
+}
+
+void say_losses(const PolicyFiles& files) {
+  for (const Finding& finding : files.findings)
+    if (finding.fate != Fate::accepted) complain(Problem{finding.place, finding.what});
 }
 
 PolicyFiles read_files(const FileOptions& options) {

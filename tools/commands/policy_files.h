@@ -40,6 +40,9 @@ struct PolicyFiles {
   std::string tally() const;
 };
 
+// Complains of what can't be carried as it is, each with its place.
+void say_losses(const PolicyFiles& files);
+
 // Throws InputError.
 PolicyFiles read_files(const FileOptions& options);
 

@@ -13,7 +13,8 @@ namespace qimctl {
 
 // All throw DatabaseError.
 void print_private(const ReadSession& session, uint32_t id, OutputForm form);
-// No data takes them away.
-void set_private(const ReadSession& session, uint32_t id, const std::vector<uint8_t>& data);
+// No data takes them away. Says nothing to people.
+void set_private(const ReadSession& session, uint32_t id, const std::vector<uint8_t>& data,
+                 OutputForm form);
 
 }  // namespace qimctl

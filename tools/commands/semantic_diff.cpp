@@ -7,6 +7,7 @@
 #include "policy/base/json.h"
 #include "policy/base/text.h"
 #include "tools/base/output.h"
+#include "tools/base/rows.h"
 
 namespace qimctl {
 
@@ -56,17 +57,12 @@ Model with_lists_of(const Model& before, Model named) {
   return named;
 }
 
-bool print_semantic_difference(const Model& before, const Model& after, bool json) {
+bool print_semantic_difference(const Model& before, const Model& after, OutputForm form) {
   const std::vector<PlaceDifference> places = semantic_difference(before, after);
-  JsonValue list = JsonValue::array();
-  for (const PlaceDifference& place : places) {
-    if (json) {
-      list.add(to_json(place));
-    } else {
-      print_text(place);
-    }
-  }
-  if (json) print(list.dump_repaired(2) + "\n");
+  Rows rows(form, {});
+  for (const PlaceDifference& place : places)
+    rows.is_text() ? print_text(place) : rows.add(to_json(place));
+  rows.finish();
   return !places.empty();
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "policy/model/model.h"
+#include "tools/base/form.h"
 
 namespace qimctl {
 
@@ -10,6 +11,6 @@ namespace qimctl {
 Model with_lists_of(const Model& before, Model named);
 
 // Prints the packets, place by place, with an example of each kind. False when all are decided alike.
-bool print_semantic_difference(const Model& before, const Model& after, bool json);
+bool print_semantic_difference(const Model& before, const Model& after, OutputForm form);
 
 }  // namespace qimctl

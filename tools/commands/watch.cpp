@@ -114,10 +114,8 @@ class Types {
   std::unordered_map<uint32_t, uint32_t> types_;
 };
 
-// A line a document where there may be no end, so "json" is one a line, too.
 std::string line_of(const Database& database, const rov_change_t& change, OutputForm form) {
-  if (is_text(form)) return change_text(database, change);
-  return to_text(change_json(change), form == OutputForm::json ? OutputForm::jsonl : form);
+  return is_text(form) ? change_text(database, change) : line_text(change_json(change), form);
 }
 
 void watch_nodes(const Database& database, const WatchOptions& options) {
@@ -142,6 +140,11 @@ void watch_nodes(const Database& database, const WatchOptions& options) {
 
 }  // namespace
 
+std::string line_text(const JsonValue& value, OutputForm form) {
+  if (form == OutputForm::yaml) return "---\n" + to_text(value, form);
+  return to_text(value, OutputForm::jsonl);
+}
+
 bool wait_for(int fd, const std::optional<uint32_t>& seconds) {
   pollfd waiting = {fd, POLLIN, 0};
   const int milliseconds = seconds ? static_cast<int>(*seconds) * 1000 : -1;
@@ -151,7 +154,7 @@ bool wait_for(int fd, const std::optional<uint32_t>& seconds) {
 }
 
 void watch_changes(const Database& database, const WatchOptions& options) {
-  const bool nodes = options.raw || options.type || !is_text(options.form);
+  const bool nodes = options.raw || options.type || (!is_text(options.form) && !options.acl);
   nodes ? watch_nodes(database, options) : watch_lists(database, options);
 }
 

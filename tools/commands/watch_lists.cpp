@@ -6,6 +6,8 @@
 #include <ctime>
 #include <map>
 #include <set>
+#include <utility>
+#include <vector>
 
 #include "policy/base/names.h"
 #include "policy/model/list_news.h"
@@ -40,21 +42,46 @@ struct Batch {
   }
 };
 
-// "23:44:29 revision 8 by root qimctl[29955]: "
-std::string head_of(const Database& database, const Batch& batch) {
+// Who committed, and when.
+struct Origin {
   uint64_t seconds = 0;
-  std::string authors;
+  std::vector<std::string> authors;
+};
+
+Origin origin_of(const Database& database, const Batch& batch) {
+  Origin origin;
   for (const uint64_t user : batch.users) {
     const Author author = author_of(database, user);
-    seconds = std::max(seconds, author.seconds);
-    authors += (authors.empty() ? " by " : ", ") + author.name;
+    origin.seconds = std::max(origin.seconds, author.seconds);
+    origin.authors.push_back(author.name);
   }
-  if (seconds == 0) seconds = static_cast<uint64_t>(time(nullptr));
+  if (origin.seconds == 0) origin.seconds = static_cast<uint64_t>(time(nullptr));
+  return origin;
+}
+
+// "23:44:29 revision 8 by root qimctl[29955]: "
+std::string head_of(const Origin& origin, const Batch& batch) {
+  std::string authors;
+  for (const std::string& author : origin.authors)
+    authors += (authors.empty() ? " by " : ", ") + author;
   const std::string revisions =
       batch.first == batch.last
           ? "revision " + std::to_string(batch.last)
           : "revisions " + std::to_string(batch.first) + " to " + std::to_string(batch.last);
-  return clock_text(seconds) + " " + revisions + authors + ": ";
+  return clock_text(origin.seconds) + " " + revisions + authors + ": ";
+}
+
+JsonValue texts_json(const std::vector<std::string>& texts) {
+  JsonValue all = JsonValue::array();
+  for (const std::string& text : texts) all.add(text);
+  return all;
+}
+
+void set_origin(JsonValue& value, const Origin& origin, const Batch& batch) {
+  value.set("time", origin.seconds);
+  value.set("revision", batch.last);
+  value.set("first_revision", batch.first);
+  value.set("by", texts_json(origin.authors));
 }
 
 // "3 nodes put, 1 link deleted"
@@ -97,10 +124,14 @@ class ListWatch {
  private:
   bool is_done() const { return options_.count && told_ >= *options_.count; }
 
-  void say(const Batch& batch, const std::string& what) {
+  // A line, or a document that has what `value` has.
+  void say(const Batch& batch, const std::string& what, JsonValue value = {}) {
     if (is_done()) return;
     told_++;
-    print(head_of(database_, batch) + what + "\n");
+    const Origin origin = origin_of(database_, batch);
+    if (is_text(options_.form)) return print(head_of(origin, batch) + what + "\n");
+    set_origin(value, origin, batch);
+    print(line_text(value, options_.form));
   }
 
   StoredModel read() const { return read_stored_model(ReadSession(database_)); }
@@ -120,17 +151,22 @@ class ListWatch {
   }
 
   void tell_past(const Batch& batch, const StoredModel& now) {
-    std::set<std::string> touched;
+    std::vector<std::string> touched;
     for (size_t i = 0; i < now.lists.size(); i++) {
       const std::vector<uint32_t>& members = now.lists[i].members;
       if (std::any_of(members.begin(), members.end(),
                       [&batch](uint32_t member) { return batch.nodes.contains(member); }))
-        touched.insert(name_word(now.model.lists[i].name));
+        touched.push_back(now.model.lists[i].name);
     }
+    if (touched.empty() && options_.acl) return;
+    std::sort(touched.begin(), touched.end());
     std::string lists;
-    for (const std::string& name : touched) lists += (lists.empty() ? "" : ", ") + name;
-    if (lists.empty() && options_.acl) return;
-    say(batch, counts_text(batch) + (lists.empty() ? "" : ", of " + lists));
+    for (const std::string& name : touched) lists += (lists.empty() ? "" : ", ") + name_word(name);
+    const std::string counts = counts_text(batch);
+    JsonValue value;
+    value.set("what", counts);
+    value.set("lists", texts_json(touched));
+    say(batch, counts + (lists.empty() ? "" : ", of " + lists), std::move(value));
   }
 
   // Reads until nothing more came meanwhile: what is read belongs to the commits that are told.
@@ -146,7 +182,12 @@ class ListWatch {
     }
     if (batch.last == 0) return;
     const std::vector<ListNews> all = list_news(model_.model, now.model);
-    for (const ListNews& news : all) say(batch, to_string(news, most));
+    for (const ListNews& news : all) {
+      JsonValue value;
+      value.set("list", news.name);
+      value.set("changes", texts_json(news.what));
+      say(batch, to_string(news, most), std::move(value));
+    }
     if (all.empty() && !options_.acl) say(batch, counts_text(batch) + ", no access list changed");
     model_ = std::move(now);
   }

@@ -25,8 +25,8 @@ void add_import(Commands& commands) {
   command->add_option("FILE", options->input.files, "Policy files")->required()->type_name("");
   commands.on(command, [&commands, options] {
     options->database = commands.database();
-    options->json = commands.json();
-    options->input.all_lines = options->verbose || options->json;
+    options->form = commands.form();
+    options->input.all_lines = options->verbose || !is_text(options->form);
     return import_files(*options) ? exit_ok : exit_lossy;
   });
 }
@@ -48,15 +48,15 @@ struct PrivateData {
   bool is_text = false;
 };
 
-ExitCode run_priv_set(const std::string& directory, const PrivateData& given) {
+ExitCode run_priv_set(const Commands& commands, const PrivateData& given) {
   std::optional<std::vector<uint8_t>> bytes = bytes_from_hex(given.data);
   if (given.is_text) bytes.emplace(given.data.begin(), given.data.end());
   if (!bytes) {
     throw UsageError("'" + given.data + "' are no hexadecimal digits; for text give --text");
   }
-  const Database database(directory, OpenMode::read);
+  const Database database(commands.database(), OpenMode::read);
   const ReadSession session(database);
-  set_private(session, find_node(session, given.node), *bytes);
+  set_private(session, find_node(session, given.node), *bytes, commands.form());
   return exit_ok;
 }
 
@@ -73,7 +73,7 @@ void add_priv(Commands& commands) {
   Commands::add_node(set, given->node);
   set->add_flag("--text", given->is_text, "DATA is text, not hexadecimal digits");
   set->add_option("DATA", given->data, "The data, as hexadecimal digits")->type_name("");
-  commands.on(set, [&commands, given] { return run_priv_set(commands.database(), *given); });
+  commands.on(set, [&commands, given] { return run_priv_set(commands, *given); });
 }
 
 }  // namespace

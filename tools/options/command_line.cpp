@@ -1,6 +1,7 @@
 // The command line: reads it, by the commands that the groups register.
 #include "tools/options/command_line.h"
 
+#include "policy/base/json.h"
 #include "tools/base/output.h"
 #include "tools/base/usage.h"
 #include "tools/commands/version.h"
@@ -72,9 +73,17 @@ class CommandLine {
     CLI::App* command = commands_.add("help", "Show help, of all or of one command");
     command->add_option("COMMAND", *words, "A command")->type_name("");
     commands_.on(command, [this, words] {
-      print(help_text(app_, *words));
+      print_help(*words);
       return exit_ok;
     });
+  }
+
+  void print_help(const std::vector<std::string>& words) const {
+    const std::string text = help_text(app_, words);
+    if (is_text(commands_.form())) return print(text);
+    JsonValue value;
+    value.set("help", text);
+    print_value(value, commands_.form());
   }
 
   CLI::App app_{"Reads and writes the packet policy in a node database.", "qimctl"};

@@ -69,6 +69,11 @@ void Commands::ask_for(CLI::App* command, Reading reading) {
   });
 }
 
+void Commands::require_file_form() const {
+  if (form_ == OutputForm::jsonl || form_ == OutputForm::yaml)
+    throw UsageError("a file that other commands read is printed, which is JSON; leave -o out");
+}
+
 void Commands::add_node(CLI::App* command, std::string& node, const char* name) {
   command->add_option(name, node, "A node: its identifier, LIST, LIST/ENTRY or if:NAME[/in|/out]")
       ->required()

@@ -53,7 +53,9 @@ class Commands {
   // What was given, good as soon as a command runs.
   const std::string& database() const { return database_; }  // as in database_directory
   OutputForm form() const { return form_; }
-  bool json() const { return form_ == OutputForm::json; }
+
+  // Of a command that prints a file, which is JSON already: throws UsageError for another form.
+  void require_file_form() const;
 
   // A node, as an argument that must be there.
   static void add_node(CLI::App* command, std::string& node, const char* name = "NODE");

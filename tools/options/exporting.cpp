@@ -8,6 +8,7 @@ namespace qimctl {
 namespace {
 
 ExitCode run_export(const Commands& commands, const ExportOptions& options) {
+  commands.require_file_form();
   const Database database(commands.database(), OpenMode::read);
   switch (export_lists(ReadSession(database), options)) {
     case Exported::nothing_known:

@@ -30,8 +30,8 @@ void add_apply(Commands& commands) {
   command->add_option("FILE", options->input.files, "Policy files")->required()->type_name("");
   commands.on(command, [&commands, options] {
     options->database = commands.database();
-    options->json = commands.json();
-    options->input.all_lines = options->verbose || options->json;
+    options->form = commands.form();
+    options->input.all_lines = options->verbose || !is_text(options->form);
     return apply_files(*options);
   });
 }
@@ -51,7 +51,7 @@ void add_diff(Commands& commands) {
                     "Say which packets are decided differently, with an example of each kind");
   commands.on(command, [&commands, options] {
     if (options->databases.empty()) options->databases.push_back(commands.database());
-    options->json = commands.json();
+    options->form = commands.form();
     return diff(*options);
   });
 }
@@ -70,6 +70,7 @@ void remove_with(Commands& commands, CLI::App* command, const std::shared_ptr<Re
                     "Say what would be done, and do nothing");
   commands.on(command, [&commands, removed, run] {
     removed->options.database = commands.database();
+    removed->options.form = commands.form();
     return run(*removed);
   });
 }

@@ -3,22 +3,45 @@
 #include "tools/commands/compact.h"
 #include "tools/commands/dump.h"
 #include "tools/options/commands.h"
+#include "tools/options/files.h"
 
 namespace qimctl {
 
-void add_maintenance(Commands& commands) {
-  const auto options = std::make_shared<CheckOptions>();
+namespace {
+
+bool run_check(const Commands& commands, const FileOptions& files, const CheckOptions& options) {
+  if (!files.files.empty()) return check_files(files, options);
+  return check_database(Database(commands.database(), OpenMode::read), options);
+}
+
+void add_check(Commands& commands) {
+  struct Given {
+    CheckOptions options;
+    FileOptions files;
+  };
+  const auto given = std::make_shared<Given>();
   CLI::App* check = commands.add(
       "check", "Verify the database's file and look for defects and oddities of the policy");
-  check->add_flag("--strict", options->strict, "Entries that do nothing are defects, too");
-  check->add_flag("-v,--verbose", options->verbose, "List entries that are in conflict, too");
-  commands.on(check, [&commands, options] {
-    const Database database(commands.database(), OpenMode::read);
-    options->json = commands.json();
-    return check_database(database, *options) ? exit_ok : exit_defects;
+  check->add_flag("--strict", given->options.strict, "Entries that do nothing are defects, too");
+  check->add_flag("-v,--verbose", given->options.verbose, "List entries that are in conflict, too");
+  add_file_options(check, given->files.format, given->files.reading);
+  check->add_option("FILE", given->files.files, "Look at these files' access lists alone")
+      ->type_name("");
+  commands.on(check, [&commands, given] {
+    given->options.form = commands.form();
+    return run_check(commands, given->files, given->options) ? exit_ok : exit_defects;
   });
+}
+
+}  // namespace
+
+void add_maintenance(Commands& commands) {
+  add_check(commands);
   CLI::App* dump = commands.add("dump", "Print the whole database in the native format");
-  commands.ask(dump, [](const Database&, const ReadSession& session) { dump_database(session); });
+  commands.ask(dump, [&commands](const Database&, const ReadSession& session) {
+    commands.require_file_form();
+    dump_database(session);
+  });
   CLI::App* compact = commands.add("compact", "Make the database's file as small as it can be");
   commands.on(compact, [&commands] {
     compact_database(commands.database(), commands.form());

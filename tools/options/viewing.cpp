@@ -48,8 +48,9 @@ void add_graph(Commands& commands) {
       ->check(CLI::IsMember({"svg", "dot"}))
       ->capture_default_str()
       ->type_name("FORMAT");
-  commands.ask(command, [options, format](const Database&, const ReadSession& session) {
+  commands.ask(command, [&commands, options, format](const Database&, const ReadSession& session) {
     options->dot = *format == "dot";
+    options->form = commands.form();
     print_graph(session, *options);
   });
 }

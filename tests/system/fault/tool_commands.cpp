@@ -94,6 +94,8 @@ const std::vector<Command>& all_commands() {
         {{"watch", "--from", "1", "--count", "3", "--timeout", "0", "--json"}, kDatabase},
         {{"check"}, kDatabase},
         {{"check", "--json"}, kDatabase},
+        {{"check", "@@lists.json"}, kDatabase},
+        {{"watch", "--acl", "--from", "1", "--timeout", "0", "-o", "jsonl"}, kDatabase},
         {{"dump"}, kDatabase},
         {{"restore", "@@dump.json"}, kNoDatabase},
         {{"compact"}, kCopy},
