@@ -1,9 +1,12 @@
 // Policy files: either a policy whose parts hold together, or problems with their places.
 #include <string>
+#include <utility>
 
 #include "policy/base/json_text.h"
 #include "policy/base/policy_check.h"
+#include "policy/formats/any/any.h"
 #include "policy/formats/native/native.h"
+#include "policy/formats/openconfig/openconfig.h"
 #include "policy/formats/rfc8519/rfc8519.h"
 #include "policy/store/list_nodes.h"
 #include "tests/fuzz/targets.h"
@@ -30,6 +33,20 @@ void import(const uint8_t* bytes, size_t size, Read read) {
   }
 }
 
+Policy nodes_of(qimctl::ModelInput input) {
+  return {qimctl::make_nodes(input.model), std::move(input.findings)};
+}
+
+// A text that is read is written the same again, when nothing of it is lost.
+template <typename Write>
+void written_again(const qimctl::Model& model, Write write) {
+  const qimctl::ModelText written = write(model);
+  const qimctl::ModelInput again =
+      qimctl::read_model(written.text, "written", qimctl::Format::guess);
+  if (written.findings.empty())
+    require(write(again.model).text == written.text, "what was written is read again the same");
+}
+
 }  // namespace
 
 void native(const uint8_t* bytes, size_t size) {
@@ -39,9 +56,17 @@ void native(const uint8_t* bytes, size_t size) {
 
 void rfc8519(const uint8_t* bytes, size_t size) {
   import(bytes, size, [](const std::string& text, const std::string& file) {
-    qimctl::ModelInput input = qimctl::read_rfc8519(text, file, {"eth0"});
-  return Policy{qimctl::make_nodes(input.model), std::move(input.findings)};
+    return nodes_of(qimctl::read_rfc8519(text, file, {"eth0"}));
 });
 }  // namespace fuzz
+
+void openconfig(const uint8_t* bytes, size_t size) {
+  import(bytes, size, [](const std::string& text, const std::string& file) {
+    qimctl::ModelInput input = qimctl::read_openconfig(text, file);
+  written_again(input.model,
+                [](const qimctl::Model& model) { return qimctl::write_openconfig(model); });
+  return nodes_of(std::move(input));
+});
+}
 
 }  // namespace fuzz

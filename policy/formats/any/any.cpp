@@ -2,15 +2,32 @@
 #include "policy/formats/any/any.h"
 
 #include "policy/formats/native/native.h"
+#include "policy/formats/openconfig/openconfig.h"
 #include "policy/formats/rfc8519/rfc8519.h"
 
 namespace qimctl {
 
+namespace {
+
+// A member or a value that no other format has.
+struct Mark {
+  const char* word;
+  Format format;
+};
+constexpr std::array marks{
+    Mark{native_format_name, Format::native}, Mark{rfc8519_root, Format::rfc8519},
+    Mark{openconfig_root, Format::openconfig}, Mark{openconfig_entries, Format::openconfig}};
+
+}  // namespace
+
 Format guess_format(const std::string& text) {
-  const bool native = text.find('"' + std::string(native_format_name) + '"') != text.npos;
-  const bool rfc8519 = text.find('"' + std::string(rfc8519_root) + '"') != text.npos;
-  if (native == rfc8519) return Format::guess;
-  return native ? Format::native : Format::rfc8519;
+  Format found = Format::guess;
+  for (const Mark& mark : marks) {
+    if (text.find('"' + std::string(mark.word) + '"') == std::string::npos) continue;
+    if (found != Format::guess && found != mark.format) return Format::guess;
+    found = mark.format;
+  }
+  return found;
 }
 
 Format format_of(const std::string& text, const std::string& file, Format wanted) {
@@ -27,13 +44,16 @@ ModelInput read_model(const std::string& text, const std::string& file, Format f
   switch (format_of(text, file, format)) {
     case Format::rfc8519:
       return read_rfc8519(text, file, options);
+    case Format::openconfig:
+      return read_openconfig(text, file);
     default:
       throw InputError({file, 0, ""}, "holds nodes, not access lists; 'qimctl import' takes it");
   }
 }
 
-ModelText write_model(const Model& model, Format, const std::vector<std::string>& names) {
-  return write_rfc8519(model, names);
+ModelText write_model(const Model& model, Format format, const std::vector<std::string>& names) {
+  return format == Format::openconfig ? write_openconfig(model, names)
+                                      : write_rfc8519(model, names);
 }
 
 }  // namespace qimctl

@@ -10,17 +10,19 @@
 
 namespace qimctl {
 
-enum class Format { guess, native, rfc8519 };
+enum class Format { guess, native, rfc8519, openconfig };
 
 struct FormatName {
   std::string_view name;
   Format format;
 };
 inline constexpr std::array format_names{FormatName{"native", Format::native},
-                                         FormatName{"rfc8519", Format::rfc8519}};
+                                         FormatName{"rfc8519", Format::rfc8519},
+                                         FormatName{"openconfig", Format::openconfig}};
 
 // Those that access lists are written in.
-inline constexpr std::array written_formats{FormatName{"rfc8519", Format::rfc8519}};
+inline constexpr std::array written_formats{FormatName{"rfc8519", Format::rfc8519},
+                                            FormatName{"openconfig", Format::openconfig}};
 
 // The format that a text claims to be of; Format::guess when it claims none, or several.
 Format guess_format(const std::string& text);

@@ -42,46 +42,7 @@ std::optional<std::vector<uint8_t>> decode_base64(std::string_view text) {
   return bytes;
 }
 
-std::string range_text(uint32_t min, uint32_t max) {
-  return std::to_string(min) + " to " + std::to_string(max);
-}
-
 }  // namespace
-
-size_t characters(const std::string& text) {
-  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
-  }));
-}
-
-bool is_forbidden(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 && c != '\t' && c != '\n' && c != '\r';
-}
-
-// A file of nothing but faults is known for one long before the last of them.
-void Notes::problem(Place at, std::string message) {
-  problems_.push_back({std::move(at), std::move(message)});
-}
-
-void Notes::problem(const Value& at, std::string message) {
-  constexpr size_t most = 1000;
-  if (problems_.size() >= most) {
-    more_++;
-  } else {
-    problem(place(at), std::move(message));
-  }
-}
-
-std::vector<Problem> Notes::take_problems() {
-  if (more_ != 0)
-    problems_.push_back({{file_, 0, ""}, "and " + counted(more_, "problem") + " more"});
-  return std::move(problems_);
-}
-
-void Notes::finding(Fate fate, const Value& at, std::string what) {
-  findings_.push_back({fate, place(at), std::move(what)});
-}
 
 Object::Object(Notes& notes, const Value& value, std::string_view what, Names known)
     : value_(value), what_(what) {
@@ -120,62 +81,6 @@ Value Object::require(Notes& notes, std::string_view name) const {
   return value;
 }
 
-std::vector<Value> elements(Notes& notes, const Value& list) {
-  std::vector<Value> found;
-  if (!list) return found;
-  if (!list.json.is_array()) {
-    notes.problem(list, std::string("must be an array, not ") + list.json.kind());
-    return found;
-  }
-  found.reserve(list.json.size());
-  for (size_t i = 0; i < list.json.size(); i++) found.push_back({list.json[i]});
-  return found;
-}
-
-std::optional<uint32_t> read_number(Notes& notes, const Value& leaf, uint32_t min, uint32_t max) {
-  const JsonView json = leaf.json;
-  if (json.is_count() && json.number() >= min && json.number() <= max)
-    return static_cast<uint32_t>(json.number());
-  const std::string wanted = "must be a whole number, " + range_text(min, max);
-  if (!json.is_number()) {
-    notes.problem(leaf, wanted + ", not " + json.kind());
-    return {};
-  }
-  notes.problem(leaf, "is " + json.dump() + ", but " + wanted);
-  return {};
-}
-
-std::optional<std::string> read_string(Notes& notes, const Value& leaf) {
-  if (!leaf.json.is_string()) {
-    notes.problem(leaf, std::string("must be a string, not ") + leaf.json.kind());
-    return {};
-  }
-  std::string text = leaf.json.text();
-  if (std::any_of(text.begin(), text.end(), is_forbidden)) {
-    notes.problem(leaf, "holds a control character; remove it");
-    return {};
-  }
-  return text;
-}
-
-std::optional<std::string> read_name(Notes& notes, const Value& leaf, size_t max) {
-  std::optional<std::string> text = read_string(notes, leaf);
-  if (!text) return {};
-  if (text->empty()) {
-    notes.problem(leaf, "must not be empty");
-    return {};
-  }
-  const size_t length = characters(*text);
-  if (length > max) {
-    notes.problem(leaf, "is " + std::to_string(length) +
-                            " characters long, but must not be "
-                            "longer than " +
-                            std::to_string(max));
-    return {};
-  }
-  return text;
-}
-
 std::optional<std::vector<uint8_t>> read_binary(Notes& notes, const Value& leaf) {
   const std::optional<std::string> text = read_string(notes, leaf);
   if (!text) return {};
@@ -189,27 +94,6 @@ std::optional<Identity> read_identity(Notes& notes, const Value& leaf) {
   if (!text) return {};
   if (text->starts_with(own_prefix)) return Identity{text->substr(own_prefix.size()), false};
   return Identity{*text, text->find(':') != std::string::npos};
-}
-
-std::string alternatives(Names names) {
-  std::string text;
-  for (size_t i = 0; i < names.size(); i++) {
-    if (i != 0) text += i + 1 == names.size() ? " or " : ", ";
-    text += in_quotes(names[i]);
-  }
-  return text;
-}
-
-std::string in_quotes(std::string_view text) {
-  constexpr size_t longest = 80;
-  std::string shown(text.substr(0, longest));
-  if (text.size() > longest) {
-    while (!shown.empty() && (static_cast<unsigned char>(text[shown.size()]) & 0xc0) == 0x80) {
-      shown.pop_back();
-    }
-    shown += "...";
-  }
-  return '"' + shown + '"';
 }
 
 }  // namespace qimctl::rfc8519

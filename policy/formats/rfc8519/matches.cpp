@@ -164,7 +164,7 @@ void MatchReader::read_opaque(const Object& object, const std::string& within) {
     const bool short_enough = match.module.size() <= UINT16_MAX && match.name.size() <= UINT16_MAX;
     if (!json || !short_enough) {
       obstacles_.push_back(
-          {member.value,
+          {notes_.place(member.value),
            in_quotes(member.name) +
                (short_enough ? " with a number of 2^53 or more, which JSON does not keep exactly"
                              : ", which is too long for a name")});
@@ -191,17 +191,13 @@ void MatchReader::read_mac_field(const CriterionKind& kind, const Object& object
   const Value address = object.find(kind.field());
   const Value mask = object.find(mask_name(kind));
   if (address) return add(kind, read_mac(notes_, address, mask));
-  if (mask) obstacles_.push_back({mask, "a mask without an address to compare with"});
+  if (mask) obstacles_.push_back({notes_.place(mask), "a mask without an address to compare with"});
 }
 
 void MatchReader::read_interface(const CriterionKind& kind, const Value& leaf) {
   const auto name = read_name(notes_, leaf, std::string::npos);
   if (!name) return;
-  const uint32_t index = reading_.interfaces.index(notes_, *name, leaf);
-  std::vector<uint8_t> args;
-  for (const int shift : {24, 16, 8, 0}) args.push_back(static_cast<uint8_t>(index >> shift));
-  args.insert(args.end(), name->begin(), name->end());
-  add(kind, std::move(args));
+  criteria_.push_back(reading_.interfaces.criterion(notes_, kind.type, *name, leaf));
 }
 
 void MatchReader::add(const CriterionKind& kind, std::optional<std::vector<uint8_t>> args) {
@@ -217,9 +213,9 @@ std::vector<Criterion> read_matches(Reading& reading, const Value& matches, cons
   return reader.take();
 }
 
-void note_obstacles(const Object& object, std::vector<Obstacle>& obstacles) {
+void note_obstacles(const Notes& notes, const Object& object, std::vector<Obstacle>& obstacles) {
   for (const Foreign& member : object.foreign()) {
-    obstacles.push_back({member.value, in_quotes(member.name) + " of another model"});
+    obstacles.push_back({notes.place(member.value), in_quotes(member.name) + " of another model"});
   }
 }
 

@@ -52,7 +52,8 @@ void read_forwarding(Notes& notes, const Value& leaf, Entry& entry,
   const auto identity = read_identity(notes, leaf);
   if (!identity) return;
   if (identity->foreign) {
-    obstacles.push_back({leaf, "the action " + in_quotes(identity->name) + " of another model"});
+    obstacles.push_back(
+        {notes.place(leaf), "the action " + in_quotes(identity->name) + " of another model"});
     return;
   }
   std::vector<std::string_view> names;
@@ -70,7 +71,8 @@ void read_logging(Notes& notes, const Value& leaf, Entry& entry, std::vector<Obs
   if (!identity) return;
   const std::string_view log = action_name(static_cast<uint32_t>(ActionType::log_syslog));
   if (identity->foreign) {
-    obstacles.push_back({leaf, "the logging " + in_quotes(identity->name) + " of another model"});
+    obstacles.push_back(
+        {notes.place(leaf), "the logging " + in_quotes(identity->name) + " of another model"});
   } else if (identity->name == log) {
     entry.log = true;
   } else if (identity->name != "log-none") {
@@ -82,35 +84,13 @@ void read_logging(Notes& notes, const Value& leaf, Entry& entry, std::vector<Obs
 void read_actions(Notes& notes, const Value& actions, Entry& entry,
                   std::vector<Obstacle>& obstacles) {
   const Object object(notes, actions, "\"actions\"", {"forwarding", "logging"});
-  note_obstacles(object, obstacles);
+  note_obstacles(notes, object, obstacles);
   if (!actions.json.is_object()) return;
   const Value forwarding = object.require(notes, "forwarding");
   if (forwarding) read_forwarding(notes, forwarding, entry, obstacles);
   if (const Value logging = object.find("logging")) {
     read_logging(notes, logging, entry, obstacles);
   }
-}
-
-// What leaving an entry out means for the packets that it would have matched.
-std::string consequence(const Entry& entry) {
-  switch (entry.forwarding) {
-    case ActionType::accept:
-      return "what it would accept is left to the entries behind it";
-    case ActionType::reject:
-      return "what it would reject is left to the entries behind it, which may accept it";
-    default:
-      return "what it would drop is left to the entries behind it, which may accept it";
-  }
-}
-
-void note_left_out(Notes& notes, const Entry& entry, const std::vector<Obstacle>& obstacles) {
-  std::string reasons;
-  for (const Obstacle& obstacle : obstacles) {
-    reasons += (reasons.empty() ? "" : ", ") + obstacle.what;
-  }
-  notes.finding(Fate::skipped, obstacles.front().value,
-                "entry " + in_quotes(entry.name) + " left out, because nothing here can carry " +
-                    reasons + "; " + consequence(entry));
 }
 
 // Reads one access list.
@@ -172,7 +152,7 @@ void ListReader::read_entry(const Value& value) {
   std::vector<Obstacle> obstacles;
   entry.place = notes_.place(value);
   read_entry_name(object, entry);
-  note_obstacles(object, obstacles);
+  note_obstacles(notes_, object, obstacles);
   if (const Value matches = object.find("matches")) {
     entry.criteria = read_matches(reading_, matches, type_, obstacles);
   }

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "policy/formats/rfc8519/input.h"
-#include "policy/formats/rfc8519/interfaces.h"
 #include "policy/model/model.h"
 
 namespace qimctl::rfc8519 {
@@ -28,12 +27,6 @@ void read_acls(Reading& reading, const Value& acls);
 // Members of other modules, left out of something that is carried otherwise.
 void skip_foreign(Notes& notes, const Object& object);
 
-// Why an entry cannot be carried.
-struct Obstacle {
-  Value value;
-  std::string what;
-};
-
 // The type of the access list that an entry is in. `checked` is false when it says nothing about
 // the headers that its entries may match on: it is of another module, or in error.
 struct ListType {
@@ -48,7 +41,7 @@ std::vector<Criterion> read_matches(Reading& reading, const Value& matches, cons
 
 // Members of other modules in an entry itself or its actions are obstacles: they may narrow what it
 // matches or change what it does.
-void note_obstacles(const Object& object, std::vector<Obstacle>& obstacles);
+void note_obstacles(const Notes& notes, const Object& object, std::vector<Obstacle>& obstacles);
 
 // Where access lists are applied.
 void read_attachment_points(Reading& reading, const Value& points);

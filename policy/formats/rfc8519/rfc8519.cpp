@@ -10,9 +10,9 @@ namespace qimctl {
 
 namespace {
 
-using rfc8519::in_quotes;
-using rfc8519::Notes;
-using rfc8519::Value;
+using formats::in_quotes;
+using formats::Notes;
+using formats::Value;
 
 // Finds the access lists in `document`, and what lies beside them on the way there.
 class RootFinder {

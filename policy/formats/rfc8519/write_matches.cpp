@@ -10,10 +10,12 @@
 #include "policy/base/criteria.h"
 #include "policy/base/json_text.h"
 #include "policy/base/text.h"
-#include "policy/formats/rfc8519/input.h"
+#include "policy/formats/parts/attachments.h"
 #include "policy/model/name_hash.h"
 
 namespace qimctl::rfc8519 {
+
+using formats::name_obstacle;
 
 namespace {
 
@@ -241,14 +243,6 @@ void print_matches(JsonPrinter& printer, const Containers& containers) {
     printer.close();
   }
   printer.close();
-}
-
-std::string name_obstacle(const std::string& name, size_t max) {
-  if (name.empty()) return "it is empty";
-  if (!reads_as_text(name)) return "it is no text";
-  if (std::any_of(name.begin(), name.end(), is_forbidden)) return "it holds control characters";
-  if (characters(name) > max) return "it is longer than " + std::to_string(max) + " characters";
-  return "";
 }
 
 }  // namespace qimctl::rfc8519

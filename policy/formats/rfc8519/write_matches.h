@@ -26,7 +26,4 @@ struct Matches {
 Matches sort_matches(const Entry& entry);
 void print_matches(JsonPrinter& printer, const Containers& containers);
 
-// Could the model have this as a name of `max` characters at most? If not, why?
-std::string name_obstacle(const std::string& name, size_t max);
-
 }  // namespace qimctl::rfc8519

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "policy/base/criteria.h"
+#include "policy/formats/parts/attachments.h"
 #include "policy/formats/rfc8519/input.h"
 #include "policy/formats/rfc8519/reader.h"
 #include "policy/formats/rfc8519/rfc8519.h"
@@ -26,7 +27,7 @@ class Writer {
   void write_type(const AccessList& list, uint32_t headers);
   void write_entry(const Entry& entry, const Containers& containers);
   void write_attachments();
-  void write_interface(const std::string& name, std::vector<const Attachment*> attached);
+  void write_interface(const formats::InterfaceLists& interface);
 
   void note(Fate fate, const std::string& where, std::string what) {
     findings_.push_back({fate, {where, 0, ""}, std::move(what)});
@@ -50,7 +51,7 @@ ModelText Writer::write(const std::vector<std::string>& names) {
 }
 
 void Writer::write_list(const AccessList& list) {
-  const std::string obstacle = name_obstacle(list.name, longest_name);
+  const std::string obstacle = formats::name_obstacle(list.name, longest_name);
   if (!obstacle.empty())
     return note(Fate::skipped, list.name,
                 "access list left out, for its name can't be one: " + obstacle);
@@ -59,7 +60,7 @@ void Writer::write_list(const AccessList& list) {
   uint32_t headers = acl_type_unknown;
   for (const Entry& entry : list.entries) {
     Matches matches = sort_matches(entry);
-    const std::string bad_name = name_obstacle(entry.name, longest_name);
+    const std::string bad_name = formats::name_obstacle(entry.name, longest_name);
     if (!bad_name.empty()) matches.obstacle = "a name of which " + bad_name;
     const std::string where = list.name + "/" + entry.name;
     if (!matches.obstacle.empty()) {
@@ -116,47 +117,31 @@ void Writer::write_entry(const Entry& entry, const Containers& containers) {
 }
 
 void Writer::write_attachments() {
-  std::vector<std::string> order;
-  std::map<std::string, std::vector<const Attachment*>> interfaces;
-  for (const Attachment& attachment : model_.attachments) {
-    if (!written_.contains(attachment.list)) continue;
-    std::vector<const Attachment*>& attached = interfaces[attachment.interface];
-    if (attached.empty()) order.push_back(attachment.interface);
-    attached.push_back(&attachment);
-  }
-  std::vector<std::string> sound;
-  for (const std::string& name : order) {
-    const std::string obstacle = name_obstacle(name, std::string::npos);
+  std::vector<formats::InterfaceLists> sound;
+  for (formats::InterfaceLists& interface : formats::lists_by_interface(model_, written_)) {
+    const std::string obstacle = formats::name_obstacle(interface.name, std::string::npos);
     if (obstacle.empty()) {
-      sound.push_back(name);
+      sound.push_back(std::move(interface));
     } else {
-      note(Fate::skipped, name, "interface left out, for its name can't be one: " + obstacle);
+      note(Fate::skipped, interface.name,
+           "interface left out, for its name can't be one: " + obstacle);
     }
   }
   if (sound.empty()) return;
   printer_.member("attachment-points").object().member("interface").array();
-  for (const std::string& name : sound) write_interface(name, interfaces[name]);
+  for (const formats::InterfaceLists& interface : sound) write_interface(interface);
   printer_.close().close();
 }
 
-void Writer::write_interface(const std::string& name, std::vector<const Attachment*> attached) {
-  std::stable_sort(attached.begin(), attached.end(),
-                   [](const Attachment* a, const Attachment* b) { return a->stage < b->stage; });
-  printer_.object().member("interface-id").text(name);
+void Writer::write_interface(const formats::InterfaceLists& interface) {
+  printer_.object().member("interface-id").text(interface.name);
   for (const Direction& direction : directions) {
-    bool any = false;
-    for (const Attachment* attachment : attached) {
-      if ((attachment->dir == QIM_DIR_IN) != (direction.dir == QIM_DIR_IN)) continue;
-      if (!std::exchange(any, true))
-        printer_.member(direction.name)
-            .object()
-            .member("acl-sets")
-            .object()
-            .member("acl-set")
-            .array();
+    const auto& attached = direction.dir == QIM_DIR_IN ? interface.in : interface.out;
+    if (attached.empty()) continue;
+    printer_.member(direction.name).object().member("acl-sets").object().member("acl-set").array();
+    for (const Attachment* attachment : attached)
       printer_.object().member("name").text(attachment->list).close();
-    }
-    if (any) printer_.close().close().close();
+    printer_.close().close().close();
   }
   printer_.close();
 }

@@ -66,4 +66,26 @@ TEST_F(Export, prints_nothing_when_something_would_be_lost) {
   EXPECT_THAT(accepted.out, HasSubstr("\"acl\": []"));
 }
 
+// The format of each is told from its contents.
+TEST_F(Export, finds_nothing_changed_in_what_it_has_applied) {
+  for (const char* name : {"edge-router.rfc8519.json", "campus.openconfig.json"}) {
+    const std::string example = (tools_test::source_dir() / "examples" / name).string();
+    ASSERT_EQ(run(name, {"apply", example}).code, 0) << name;
+    EXPECT_EQ(run(name, {"diff", example}).code, 0) << name;
+    EXPECT_THAT(run(name, {"apply", example}).out, HasSubstr("nothing to do")) << name;
+  }
+}
+
+TEST_F(Export, writes_the_format_that_is_asked_for) {
+  const std::string example = tools_test::source_dir() / "examples/campus.openconfig.json";
+  ASSERT_EQ(run("a", {"apply", example}).code, 0);
+  const Outcome exported = run("a", {"export", "--format", "openconfig"});
+  EXPECT_EQ(exported.code, 0);
+  EXPECT_THAT(exported.err, IsEmpty());
+  const std::string again = file("again.json", exported.out);
+  EXPECT_EQ(run("a", {"diff", again}).code, 0);
+  ASSERT_EQ(run("b", {"import", again}).code, 0);
+  EXPECT_EQ(run("b", {"export", "--format", "openconfig"}).out, exported.out);
+}
+
 }  // namespace

@@ -58,6 +58,7 @@ const std::vector<Command>& all_commands() {
     const std::vector<Command> others = {
         {{"import", "--lossy", "-v", "@edge-router.rfc8519.json"}, kNoDatabase},
         {{"apply", "--lossy", "@edge-router.rfc8519.json"}, kNoDatabase},
+        {{"apply", "@campus.openconfig.json"}, kNoDatabase},
         {{"apply", "@@lists.json"}, kCopy},
         {{"rollback", "kept"}, kCopy},
         {{"apply", "--dry-run", "@@lists.json"}, kDatabase},
@@ -67,6 +68,7 @@ const std::vector<Command>& all_commands() {
         {{"detach", "acl", "guard", "if:eth0/in"}, kCopy},
         {{"gc"}, kCopy},
         {{"export", "guard"}, kDatabase},
+        {{"export", "--lossy", "--format", "openconfig"}, kDatabase},
         {{"acl"}, kDatabase},
         {{"acl", "guard", "-o", "yaml"}, kDatabase},
         {{"status"}, kDatabase},
