@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -69,6 +70,11 @@ std::span<const OperatorName> port_operators();
 // "ipv4.protocol 6", "tcp.destination-port 1024-2047"; a type that is not known, or arguments that
 // do not have its layout, read "0x1234 args 0a0b".
 std::string criterion_text(uint32_t type, std::span<const uint8_t> args);
+
+// The same without the name, "" where there are no arguments; nothing for arguments that do not have
+// the layout of the type.
+std::optional<std::string> criterion_value(const CriterionKind& kind,
+                                           std::span<const uint8_t> args);
 
 // "accept", "log-syslog", ...; "" when the type is not known. Serves qim_def_t.type too.
 std::string_view action_name(uint32_t type);

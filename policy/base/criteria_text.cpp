@@ -60,11 +60,21 @@ Text mac_text(Args args) {
   return whole ? address : address + "/" + mac_address(mask);
 }
 
-Text prefix_text(Args args, int family, size_t width) {
-  if (args.size() != width + 1 || args[width] > width * 8) return {};
+Text ipv4_prefix_text(Args args) {
+  if (args.size() != 5 || args[4] > 32) return {};
+  std::string text;
+  for (size_t i = 0; i < 5; i++) {
+    if (i != 0) text += i == 4 ? '/' : '.';
+    text += std::to_string(args[i]);
+  }
+  return text;
+}
+
+Text ipv6_prefix_text(Args args) {
+  if (args.size() != 17 || args[16] > 128) return {};
   std::array<char, INET6_ADDRSTRLEN> text{};
-  if (inet_ntop(family, args.data(), text.data(), text.size()) == nullptr) return {};
-  return std::string(text.data()) + "/" + std::to_string(args[width]);
+  if (inet_ntop(AF_INET6, args.data(), text.data(), text.size()) == nullptr) return {};
+  return std::string(text.data()) + "/" + std::to_string(args[16]);
 }
 
 Text ports_text(Args args) {
@@ -117,9 +127,9 @@ Text value_text(const CriterionKind& kind, Args args) {
     case Encoding::mac:
       return mac_text(args);
     case Encoding::ipv4_prefix:
-      return prefix_text(args, AF_INET, 4);
+      return ipv4_prefix_text(args);
     case Encoding::ipv6_prefix:
-      return prefix_text(args, AF_INET6, 16);
+      return ipv6_prefix_text(args);
     case Encoding::ports:
       return ports_text(args);
     case Encoding::bytes:
@@ -135,6 +145,11 @@ Text value_text(const CriterionKind& kind, Args args) {
 }
 
 }  // namespace
+
+std::optional<std::string> criterion_value(const CriterionKind& kind,
+                                           std::span<const uint8_t> args) {
+  return value_text(kind, args);
+}
 
 std::string criterion_text(uint32_t type, std::span<const uint8_t> args) {
   const CriterionKind* kind = find_criterion_kind(type);

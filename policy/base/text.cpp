@@ -1,6 +1,7 @@
 // Text that is safe to print.
 #include "policy/base/text.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "policy/base/names.h"
@@ -62,8 +63,14 @@ bool is_hidden(uint32_t code) {
   return false;
 }
 
+bool needs_no_escape(const std::string& text, std::string_view more) {
+  return std::all_of(text.begin(), text.end(),
+                     [more](char c) { return c >= 0x20 && c < 0x7f && more.find(c) == more.npos; });
+}
+
 // Escapes what is not plain, and the ASCII characters of `more`.
 std::string escaped(const std::string& text, std::string_view more) {
+  if (needs_no_escape(text, more)) return text;  // as nearly all are
   std::string clean;
   for (size_t at = 0; at < text.size();) {
     const size_t length = character_length(text, at);

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -30,10 +29,44 @@ uint32_t header_of(uint32_t type) {
 std::optional<std::string> value_of(const Criterion& criterion) {
   const CriterionKind* kind = find_criterion_kind(criterion.type);
   if (kind == nullptr) return {};
-  const std::string text = criterion_text(criterion.type, criterion.args);
-  if (text.starts_with("0x")) return {};
-  return text.size() == kind->name.size() ? "" : text.substr(kind->name.size() + 1);
+  return criterion_value(*kind, criterion.args);
 }
+
+// Values by the types of their criteria, in ascending order: few, most of which come in this order.
+class Values {
+ public:
+  using Value = std::pair<uint32_t, std::string>;
+
+  void add(uint32_t type, std::string value) {
+    values_.emplace(first_from(type), type, std::move(value));
+  }
+  bool contains(uint32_t type) { return at(type) != values_.end(); }
+  std::optional<std::string> take(uint32_t type) {
+    const auto found = at(type);
+    if (found == values_.end()) return {};
+    std::string value = std::move(found->second);
+    values_.erase(found);
+    return value;
+  }
+  // Is there one of that header?
+  bool has(uint32_t header) {
+    const auto first = first_from(header);
+    return first != values_.end() && header_of(first->first) == header;
+  }
+  const std::vector<Value>& all() const { return values_; }
+
+ private:
+  std::vector<Value>::iterator first_from(uint32_t type) {
+    return std::find_if(values_.begin(), values_.end(),
+                        [type](const Value& value) { return value.first >= type; });
+  }
+  std::vector<Value>::iterator at(uint32_t type) {
+    const auto found = first_from(type);
+    return found != values_.end() && found->first == type ? found : values_.end();
+  }
+
+  std::vector<Value> values_;
+};
 
 std::string interface_word(const Criterion& criterion) {
   const std::string name(criterion.args.begin() + 4, criterion.args.end());
@@ -84,7 +117,7 @@ class Sentence {
 
  private:
   void sort_in(const Criterion& criterion);
-  bool has(Header header) const;
+  bool has(Header header);
   std::optional<std::string> take(uint32_t type);
   void say(const std::string& word);
   void say_interfaces();
@@ -94,7 +127,7 @@ class Sentence {
   void say_side(const char* side, uint32_t v4, uint32_t v6, uint32_t tcp, uint32_t udp);
   void say_fields();
 
-  std::map<uint32_t, std::string> values_;
+  Values values_;
   std::vector<std::string> others_;
   std::string text_;
 };
@@ -105,7 +138,7 @@ Sentence::Sentence(const Entry& entry) {
 }
 
 // Is there a header of the same layer, other than that of the criterion?
-bool beside_another(uint32_t type, const std::map<uint32_t, std::string>& values) {
+bool beside_another(uint32_t type, const std::vector<Values::Value>& values) {
   static constexpr std::array layers{
       std::array{Header::ipv4, Header::ipv6, Header::ipv6},
       std::array{Header::tcp, Header::udp, Header::icmp},
@@ -130,24 +163,20 @@ void Sentence::sort_in(const Criterion& criterion) {
   if (value && header_of(criterion.type) == code(Header::interface)) {
     value = interface_word(criterion);
   }
-  if (value && !values_.contains(criterion.type) && !beside_another(criterion.type, values_)) {
-    values_.emplace(criterion.type, *value);
+  if (value && !values_.contains(criterion.type) &&
+      !beside_another(criterion.type, values_.all())) {
+    values_.add(criterion.type, *std::move(value));
     return;
   }
   others_.push_back(criterion_text(criterion.type, criterion.args));
 }
 
-bool Sentence::has(Header header) const {
-  const auto first = values_.lower_bound(code(header));
-  return first != values_.end() && header_of(first->first) == code(header);
+bool Sentence::has(Header header) {
+  return values_.has(code(header));
 }
 
 std::optional<std::string> Sentence::take(uint32_t type) {
-  const auto found = values_.find(type);
-  if (found == values_.end()) return {};
-  std::string value = std::move(found->second);
-  values_.erase(found);
-  return value;
+  return values_.take(type);
 }
 
 void Sentence::say(const std::string& word) {
@@ -207,7 +236,7 @@ void Sentence::say_side(const char* side, uint32_t v4, uint32_t v6, uint32_t tcp
 
 // In the order of types, by the name of the field; those that two headers have are told apart.
 void Sentence::say_fields() {
-  for (const auto& [type, value] : values_) {
+  for (const auto& [type, value] : values_.all()) {
     const std::string field(find_criterion_kind(type)->field());
     const bool is_ip_flags = type == code(Header::ipv4, 7);
     const bool is_udp_length = type == code(Header::udp, 1);

@@ -11,19 +11,9 @@ namespace qimctl {
 
 namespace {
 
-// A link that no slot holds, 0 when there is none. What a name's link carries beside its node does
-// not matter.
-uint32_t linked(uint32_t session, uint32_t id, uint16_t field) {
-  qim_link_t link;
-  const uint32_t status = qim_link_field_get(session, id, field, &link);
-  if (status == ROV_ERR_NO_LINK) return 0;
-  require(status, "read the link " + slot_name(field) + " of node " + node_id_text(id));
-  return link.node;
-}
-
 class Scanner {
  public:
-  explicit Scanner(uint32_t session) : session_(session) {}
+  Scanner(uint32_t session, Detail detail) : session_(session), whole_(detail == Detail::whole) {}
 
   NodeScan scan() {
     each_node(session_, [this](const rov_node_parms_t& parms) { visit(parms); });
@@ -44,6 +34,7 @@ class Scanner {
   void add_place(const qim_node_t& node, NodeTable<PlaceNode>& table);
 
   uint32_t session_;
+  bool whole_;
   NodeScan scan_;
   uint32_t first_ = 0;  // the run of identifiers that goes on, 0 = none
   uint32_t last_ = 0;
@@ -58,7 +49,7 @@ void Scanner::visit(const rov_node_parms_t& parms) {
     scan_.undecodable.push_back(id);
     return;
   }
-  require(status, "read node " + node_id_text(id));
+  if (status != ROV_OK) require(status, "read node " + node_id_text(id));
   const auto close = [](qim_node_t* open) { qim_int_node_close(open, qim_lib_get()); };
   const std::unique_ptr<qim_node_t, decltype(close)> owned(node, close);
   add(*node);
@@ -74,7 +65,7 @@ void Scanner::reserve(uint32_t id) {
 }
 
 void Scanner::add(const qim_node_t& node) {
-  if (node.group != 0) scan_.members.emplace_back(node.group, node.id);
+  if (whole_ && node.group != 0) scan_.members.emplace_back(node.group, node.id);
   switch (node.type) {
     case QIM_NODE_FILTER:
       return add_filter(node);
@@ -97,23 +88,26 @@ void Scanner::add(const qim_node_t& node) {
 
 void Scanner::add_filter(const qim_node_t& node) {
   const qim_filter_t& filter = node.body.filter;
-  FilterNode& row = scan_.filters.add(node.id);
+  const qim_criterion_t* name = name_of(filter);
+  FilterNode row;
+  row.id = node.id;
   row.group = node.group;
   row.match = filter.match;
   row.nomatch = filter.nomatch;
   row.next = filter.ln_081;
-  row.action = linked(session_, node.id, QIM_LN_FILTER_TRUE);
-  row.criteria.reserve(filter.crit_cnt);
-  for (const qim_criterion_t* at = filter.crit; at != nullptr; at = at->next) {
-    if (at->type == criterion_name && !row.named) {
-      row.named = true;
-      row.plain = at == filter.crit;
-      row.name.assign(at->args, at->args + at->args_len);
-    } else {
-      row.criteria.push_back({at->type, {at->args, at->args + at->args_len}});
-    }
-  }
-  row.plain = row.plain && node.flags == 0 && filter.flags == 0;
+  row.named = name != nullptr;
+  row.plain = (!row.named || name == filter.crit) && node.flags == 0 && filter.flags == 0;
+  scan_.filters.add(row);
+  scan_.actions_of.push_back(linked_node(session_, node.id, QIM_LN_FILTER_TRUE));
+  const std::string_view text =
+      row.named ? std::string_view(reinterpret_cast<const char*>(name->args), name->args_len)
+                : std::string_view();
+  scan_.names.push_back(std::hash<std::string_view>()(text));
+  if (!whole_) return;
+  FilterContents& contents = scan_.contents.emplace_back();
+  contents.name = text;
+  contents.criteria.reserve(filter.crit_cnt);
+  read_criteria(filter, contents.criteria);
 }
 
 void Scanner::add_action(const qim_node_t& node) {
@@ -130,7 +124,7 @@ void Scanner::add_police(const qim_node_t& node) {
   PoliceNode& row = scan_.polices.add(node.id);
   row.group = node.group;
   row.next = police.ln_141;
-  row.name = linked(session_, node.id, QIM_LN_POLICE_NAME);
+  row.name = linked_node(session_, node.id, QIM_LN_POLICE_NAME);
   row.plain = police.ln_201.node == 0 && police.ln_202.node == 0 && police.ln_203.node == 0;
   row.committed = police.comt_bw;
   row.peak = police.peak_bw;
@@ -144,7 +138,7 @@ void Scanner::add_group(const qim_node_t& node) {
   row.first = group.ln_281.node;
   row.count = group.ln_281.val;
   row.fallback = group.ln_282;
-  row.name = linked(session_, node.id, QIM_LN_GROUP_NAME);
+  row.name = linked_node(session_, node.id, QIM_LN_GROUP_NAME);
   row.plain = node.group == node.id && node.flags == 0;
 }
 
@@ -161,13 +155,84 @@ void Scanner::add_place(const qim_node_t& node, NodeTable<PlaceNode>& table) {
   row.group = node.group;
   row.fields = node.body.pinst.fields;
   row.target = node.body.pinst.ln_2c1.node;
-  if (node.type == QIM_NODE_EDEST) row.name = linked(session_, node.id, QIM_LN_EDEST_NAME);
+  if (node.type == QIM_NODE_EDEST) row.name = linked_node(session_, node.id, QIM_LN_EDEST_NAME);
 }
 
 }  // namespace
 
-NodeScan scan_nodes(uint32_t session) {
-  return Scanner(session).scan();
+bool FilterTable::continues(const Run& run, const FilterNode& filter) {
+  return filter.id == run.last + 1 && filter.id == run.next && filter.group == run.first.group &&
+         filter.match == run.first.match && filter.nomatch == run.first.nomatch &&
+         filter.plain == run.first.plain && filter.named == run.first.named;
+}
+
+void FilterTable::add(const FilterNode& filter) {
+  const uint32_t at = count_++;
+  if (!runs_.empty() && continues(runs_.back(), filter)) {
+    runs_.back().last = filter.id;
+    runs_.back().next = filter.next;
+    return;
+  }
+  runs_.push_back({filter, filter.id, filter.next});
+  runs_.back().first.at = at;
+}
+
+std::optional<FilterNode> FilterTable::find(uint32_t id) const {
+  const auto run =
+      std::lower_bound(runs_.begin(), runs_.end(), id,
+                       [](const Run& one, uint32_t wanted) { return one.last < wanted; });
+  if (run == runs_.end() || run->first.id > id) return {};
+  FilterNode filter = run->first;
+  filter.at += id - filter.id;
+  filter.id = id;
+  filter.next = id == run->last ? run->next : id + 1;
+  return filter;
+}
+
+bool FilterTable::use(uint32_t id) {
+  const auto behind = used_.upper_bound(id);
+  if (behind != used_.begin()) {
+    uint32_t& last = std::prev(behind)->second;
+    if (id <= last) return false;
+    if (id == last + 1) {
+      last = id;
+      return true;
+    }
+  }
+  used_.emplace_hint(behind, id, id);
+  return true;
+}
+
+NodeScan scan_nodes(uint32_t session, Detail detail) {
+  return Scanner(session, detail).scan();
+}
+
+uint32_t linked_node(uint32_t session, uint32_t id, uint16_t field) {
+  qim_link_t link;
+  const uint32_t status = qim_link_field_get(session, id, field, &link);
+  if (status == ROV_ERR_NO_LINK) return 0;
+  if (status != ROV_OK)
+    require(status, "read the link " + slot_name(field) + " of node " + node_id_text(id));
+  return link.node;
+}
+
+const qim_criterion_t* name_of(const qim_filter_t& filter) {
+  const qim_criterion_t* at = filter.crit;
+  while (at != nullptr && at->type != criterion_name) at = at->next;
+  return at;
+}
+
+void read_criteria(const qim_filter_t& filter, std::vector<Criterion>& criteria) {
+  const qim_criterion_t* name = name_of(filter);
+  size_t count = 0;
+  for (const qim_criterion_t* at = filter.crit; at != nullptr; at = at->next) {
+    if (at == name) continue;
+    if (count == criteria.size()) criteria.emplace_back();
+    criteria[count].type = at->type;
+    criteria[count].args.assign(at->args, at->args + at->args_len);
+    count++;
+  }
+  criteria.resize(count);
 }
 
 std::string what_is_wrong(const NodeScan& scan, uint32_t session, uint32_t id, const char* wanted) {

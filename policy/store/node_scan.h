@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,12 +20,9 @@ struct FilterNode {
   uint32_t match = 0;
   uint32_t nomatch = 0;
   uint32_t next = 0;
-  uint32_t action = 0;
+  uint32_t at = 0;    // its number among the filters, from 0
   bool plain = true;  // nothing else is said of it
   bool named = false;
-  bool used = false;  // belongs to a list that was read
-  std::string name;
-  std::vector<Criterion> criteria;
 };
 
 struct ActionNode {
@@ -91,8 +91,44 @@ class NodeTable {
   std::vector<Row> rows_;
 };
 
+// Filters. Those of a list mostly follow one another and differ in nothing but what they match, so
+// runs of them are kept, not each.
+class FilterTable {
+ public:
+  // In ascending order of identifiers; gives filters their numbers.
+  void add(const FilterNode& filter);
+  std::optional<FilterNode> find(uint32_t id) const;
+  // Takes a filter that is there for a list. False when one has it already.
+  bool use(uint32_t id);
+
+ private:
+  struct Run {
+    FilterNode first;
+    uint32_t last;
+    uint32_t next;  // of the last
+  };
+  static bool continues(const Run& run, const FilterNode& filter);
+
+  std::vector<Run> runs_;
+  std::map<uint32_t, uint32_t> used_;  // first to last of those that follow one another
+  uint32_t count_ = 0;
+};
+
+// What is kept of each filter apart: what it is called and what it matches.
+struct FilterContents {
+  std::string name;
+  std::vector<Criterion> criteria;
+};
+
+// `outline` leaves out what takes room for each entry: the contents of filters and who belongs to which
+// group.
+enum class Detail { whole, outline };
+
 struct NodeScan {
-  NodeTable<FilterNode> filters;
+  FilterTable filters;
+  std::deque<uint32_t> actions_of;       // by number of the filter: where its link True leads
+  std::deque<uint64_t> names;            // and a hash of its name
+  std::vector<FilterContents> contents;  // and what it holds
   NodeTable<ActionNode> actions;
   NodeTable<PoliceNode> polices;
   NodeTable<GroupNode> groups;  // of access lists
@@ -104,7 +140,15 @@ struct NodeScan {
   IdBlocks ids;
 };
 
-NodeScan scan_nodes(uint32_t session);
+NodeScan scan_nodes(uint32_t session, Detail detail);
+
+// A link that no slot holds, 0 when there is none.
+uint32_t linked_node(uint32_t session, uint32_t id, uint16_t field);
+
+// The criterion that is a filter's name, NULL when there is none.
+const qim_criterion_t* name_of(const qim_filter_t& filter);
+// What it matches besides.
+void read_criteria(const qim_filter_t& filter, std::vector<Criterion>& criteria);
 
 // "is not in the database", "can't be decoded", "is no Filter"
 std::string what_is_wrong(const NodeScan& scan, uint32_t session, uint32_t id, const char* wanted);

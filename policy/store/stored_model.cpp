@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
+#include <optional>
 #include <set>
 #include <tuple>
 #include <unordered_map>
@@ -25,9 +27,38 @@ bool is_forwarding(uint32_t type) {
   return type >= QIM_ACTION_ACCEPT && type <= QIM_ACTION_REJECT;
 }
 
+PartKey forward_key(const Deed& deed) {
+  return {Part::forward, deed.policer, static_cast<uint32_t>(deed.forwarding), 0, deed.log};
+}
+
+// Entries whose action is known are all there is to be read of a list that is sound so far.
+void each_entry(uint32_t session, const StoredList& list,
+                const std::function<void(const Entry&)>& visit) {
+  Entry entry;
+  const auto close = [](qim_node_t* open) { qim_int_node_close(open, qim_lib_get()); };
+  for (uint32_t id = list.first; id != 0;) {
+    qim_node_t* node = nullptr;
+    const uint32_t status =
+        qim_int_node_open(session, id, nullptr, QIM_NODE_FILTER, &node, qim_lib_get());
+    if (status != ROV_OK) require(status, "read node " + node_id_text(id));
+    const std::unique_ptr<qim_node_t, decltype(close)> owned(node, close);
+    const qim_filter_t& filter = node->body.filter;
+    const qim_criterion_t* name = name_of(filter);
+    const Deed& deed = list.deeds.at(linked_node(session, id, QIM_LN_FILTER_TRUE));
+    entry.name.assign(name->args, name->args + name->args_len);
+    read_criteria(filter, entry.criteria);
+    entry.forwarding = deed.forwarding;
+    entry.log = deed.log;
+    entry.policer = deed.policer;
+    visit(entry);
+    id = filter.ln_081;
+  }
+}
+
 class ModelReader {
  public:
-  explicit ModelReader(uint32_t session) : session_(session), scan_(scan_nodes(session)) {}
+  ModelReader(uint32_t session, Detail detail)
+      : session_(session), whole_(detail == Detail::whole), scan_(scan_nodes(session, detail)) {}
 
   StoredModel read();
 
@@ -37,7 +68,8 @@ class ModelReader {
     const GroupNode& group;
     AccessList list;
     StoredList stored;
-    size_t entry = 0;  // that is being read, from 1
+    size_t entry = 0;             // that is being read, from 1
+    std::vector<uint64_t> names;  // hashes of those of all entries
     std::map<std::string, Policer> policers;
 
     std::string where() const { return "entry " + std::to_string(entry); }
@@ -49,10 +81,12 @@ class ModelReader {
   void read_list(const GroupNode& group);
   void read_default(Reading& reading);
   void read_entries(Reading& reading);
-  void read_entry(Reading& reading, FilterNode& filter);
-  void read_chain(Reading& reading, uint32_t action, Entry& entry);
-  void read_police(Reading& reading, const PoliceNode& police, Entry& entry);
-  void read_log(Reading& reading, uint32_t id, Entry& entry);
+  void read_entry(Reading& reading, const FilterNode& filter);
+  void check_names(Reading& reading) const;
+  const Deed& deed_of(Reading& reading, uint32_t action);
+  Deed read_chain(Reading& reading, uint32_t action);
+  void read_police(Reading& reading, const PoliceNode& police, Deed& deed);
+  void read_log(Reading& reading, uint32_t id, Deed& deed);
   void read_place(const PlaceNode& destination);
   std::string name_of(uint32_t action, const char* whose) const;
   // A part belongs to the list; a second one of its kind makes the list irregular.
@@ -63,6 +97,7 @@ class ModelReader {
   void sort_attachments();
 
   uint32_t session_;
+  bool whole_;
   NodeScan scan_;
   StoredModel model_;
   std::unordered_map<std::string, uint32_t> names_;    // of lists, and their Groups
@@ -120,7 +155,7 @@ void ModelReader::note(Reading& reading, const PartKey& key, uint32_t id, uint32
 }
 
 void ModelReader::read_list(const GroupNode& group) {
-  Reading reading{group, {}, {}, 0, {}};
+  Reading reading{group, {}, {}, 0, {}, {}};
   reading.stored.members = members_of(group.id);
   reading.stored.regular = group.plain;
   try {
@@ -161,25 +196,33 @@ void ModelReader::read_default(Reading& reading) {
 }
 
 void ModelReader::read_entries(Reading& reading) {
-  std::unordered_set<std::string_view> names;
+  reading.stored.first = reading.group.first;
   for (uint32_t id = reading.group.first; id != 0;) {
     reading.entry++;
-    FilterNode* filter = scan_.filters.find(id);
-    if (filter == nullptr) throw damage(id, "Filter", reading.where());
-    if (filter->used)
+    const std::optional<FilterNode> filter = scan_.filters.find(id);
+    if (!filter) throw damage(id, "Filter", reading.where());
+    if (!scan_.filters.use(id))
       throw Damage{reading.where(id) + " was met before: the list is circular, or shares it"};
     read_entry(reading, *filter);
     id = filter->next;
   }
-  for (const Entry& entry : reading.list.entries) {
-    if (!names.insert(entry.name).second) throw Damage{"two entries are called " + entry.name};
-  }
-  if (reading.group.count != reading.list.entries.size()) reading.stored.regular = false;
+  reading.stored.entries = static_cast<uint32_t>(reading.entry);
+  check_names(reading);
+  if (reading.group.count != reading.entry) reading.stored.regular = false;
 }
 
-void ModelReader::read_entry(Reading& reading, FilterNode& filter) {
+// Names are looked at only where two have the same hash.
+void ModelReader::check_names(Reading& reading) const {
+  std::sort(reading.names.begin(), reading.names.end());
+  if (std::adjacent_find(reading.names.begin(), reading.names.end()) == reading.names.end()) return;
+  std::unordered_set<std::string> names;
+  each_entry(session_, reading.stored, [&names](const Entry& entry) {
+    if (!names.insert(entry.name).second) throw Damage{"two entries are called " + entry.name};
+  });
+}
+
+void ModelReader::read_entry(Reading& reading, const FilterNode& filter) {
   const bool last = filter.next == 0;
-  filter.used = true;
   if (!filter.named) throw Damage{reading.where(filter.id) + " has no name"};
   if (filter.match != QIM_LINK_TRUE)
     throw Damage{reading.where(filter.id) + " does not decide what it matches"};
@@ -187,30 +230,45 @@ void ModelReader::read_entry(Reading& reading, FilterNode& filter) {
   // Where nothing follows, Next is as good as Nomatch.
   if (filter.nomatch != onward && !(last && filter.nomatch == QIM_LINK_NEXT))
     throw Damage{reading.where(filter.id) + " does not lead on to the next one"};
-  Entry& entry = reading.list.entries.emplace_back();
-  entry.name = std::move(filter.name);
-  entry.criteria = std::move(filter.criteria);
-  read_chain(reading, filter.action, entry);
-  reading.stored.ids.filters.push_back(filter.id);
+  const Deed& deed = deed_of(reading, scan_.actions_of[filter.at]);
+  reading.names.push_back(scan_.names[filter.at]);
   reading.stored.regular = reading.stored.regular && filter.plain &&
                            filter.group == reading.group.id && filter.nomatch == onward;
+  if (!whole_) return;
+  FilterContents& contents = scan_.contents[filter.at];
+  Entry& entry = reading.list.entries.emplace_back();
+  entry.name = std::move(contents.name);
+  entry.criteria = std::move(contents.criteria);
+  entry.forwarding = deed.forwarding;
+  entry.log = deed.log;
+  entry.policer = deed.policer;
+  reading.stored.ids.filters.push_back(filter.id);
 }
 
-void ModelReader::read_chain(Reading& reading, uint32_t action, Entry& entry) {
+// Entries share what they do, so it is read once.
+const Deed& ModelReader::deed_of(Reading& reading, uint32_t action) {
+  const auto known = reading.stored.deeds.find(action);
+  if (known != reading.stored.deeds.end()) return known->second;
+  return reading.stored.deeds.emplace(action, read_chain(reading, action)).first->second;
+}
+
+Deed ModelReader::read_chain(Reading& reading, uint32_t action) {
   const ActionNode* forward = scan_.actions.find(action);
   if (forward == nullptr) throw damage(action, "Action", "the action of " + reading.where());
   if (!is_forwarding(forward->type) || !forward->args.empty())
     throw Damage{"the action of " + reading.where(action) + " is none of an access list"};
-  entry.forwarding = static_cast<ActionType>(forward->type);
+  Deed deed;
+  deed.forwarding = static_cast<ActionType>(forward->type);
   if (const PoliceNode* police = scan_.polices.find(forward->next)) {
-    read_police(reading, *police, entry);
+    read_police(reading, *police, deed);
   } else if (forward->next != 0) {
-    read_log(reading, forward->next, entry);
+    read_log(reading, forward->next, deed);
   }
-  note(reading, forward_key(entry), forward->id, forward->group);
+  note(reading, forward_key(deed), forward->id, forward->group);
+  return deed;
 }
 
-void ModelReader::read_police(Reading& reading, const PoliceNode& police, Entry& entry) {
+void ModelReader::read_police(Reading& reading, const PoliceNode& police, Deed& deed) {
   const uint32_t unit = police.committed.rate_units;
   const bool units = (unit == QIM_UNIT_BYTES || unit == QIM_UNIT_PACKETS) &&
                      police.committed.burst_units == unit && police.peak.rate_units == unit &&
@@ -223,9 +281,9 @@ void ModelReader::read_police(Reading& reading, const PoliceNode& police, Entry&
                         police.committed.burst,
                         police.peak.rate,
                         police.peak.burst};
-  entry.policer = policer.name;
-  if (police.next != 0) read_log(reading, police.next, entry);
-  note(reading, {Part::police, policer.name, 0, 0, entry.log}, police.id, police.group);
+  deed.policer = policer.name;
+  if (police.next != 0) read_log(reading, police.next, deed);
+  note(reading, {Part::police, policer.name, 0, 0, deed.log}, police.id, police.group);
   note(reading, {Part::policer_name, policer.name}, police.name,
        scan_.actions.find(police.name)->group);
   const auto [known, added] = reading.policers.emplace(policer.name, policer);
@@ -233,12 +291,12 @@ void ModelReader::read_police(Reading& reading, const PoliceNode& police, Entry&
     throw Damage{"two policers are called " + policer.name};
 }
 
-void ModelReader::read_log(Reading& reading, uint32_t id, Entry& entry) {
+void ModelReader::read_log(Reading& reading, uint32_t id, Deed& deed) {
   const ActionNode* log = scan_.actions.find(id);
   if (log == nullptr) throw damage(id, "Action", "what follows the action of " + reading.where());
   if (log->type != QIM_ACTION_LOG || log->next != 0 || !log->args.empty())
     throw Damage{"what follows the action of " + reading.where(id) + " is no logging"};
-  entry.log = true;
+  deed.log = true;
   note(reading, {Part::log}, id, log->group);
 }
 
@@ -293,7 +351,16 @@ StoredModel read_stored_model(const ReadSession& session) {
 }
 
 StoredModel read_stored_model(uint32_t session) {
-  return ModelReader(session).read();
+  return ModelReader(session, Detail::whole).read();
+}
+
+StoredModel read_outline(const ReadSession& session) {
+  return ModelReader(session.handle(), Detail::outline).read();
+}
+
+void each_stored_entry(const ReadSession& session, const StoredList& list,
+                       const std::function<void(const Entry&)>& visit) {
+  each_entry(session.handle(), list, visit);
 }
 
 const StoredList* find_stored(const StoredModel& stored, std::string_view name) {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "policy/model/model.h"
@@ -12,8 +14,18 @@
 
 namespace qimctl {
 
+// What an entry does.
+struct Deed {
+  ActionType forwarding = ActionType::drop;
+  bool log = false;
+  std::string policer;  // as in Entry
+};
+
 // The nodes of a list.
 struct StoredList {
+  uint32_t entries = 0;
+  uint32_t first = 0;                        // the first entry's Filter, 0 = there is none
+  std::unordered_map<uint32_t, Deed> deeds;  // what its entries do, by the Action that they lead to
   ListIds ids;
   std::vector<uint32_t> members;  // those that carry its Group's identifier as group number,
                                   // whatever they are, in ascending order
@@ -40,6 +52,15 @@ struct StoredModel {
 // of either kind.
 StoredModel read_stored_model(const ReadSession& session);
 StoredModel read_stored_model(uint32_t session);
+
+// The same without what takes room for each entry: lists have none, `ids` have no filters, and nothing
+// is said of members and of `regular`.
+StoredModel read_outline(const ReadSession& session);
+
+// Reads the entries of a list that was found sound in this session, in their order. The entry that
+// `visit` is given is another one after it.
+void each_stored_entry(const ReadSession& session, const StoredList& list,
+                       const std::function<void(const Entry&)>& visit);
 
 // NULL when there is no such list.
 const StoredList* find_stored(const StoredModel& stored, std::string_view name);

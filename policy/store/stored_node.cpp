@@ -21,21 +21,26 @@ StoredNodeReader::StoredNodeReader(const ReadSession& session)
 
 StoredNode StoredNodeReader::read(const rov_node_parms_t& parms) {
   StoredNode node;
+  read(parms, node);
+  return node;
+}
+
+void StoredNodeReader::read(const rov_node_parms_t& parms, StoredNode& node) {
   node.id = parms.id;
   node.flags = parms.flags;
   node.tlv.resize(parms.tlv_len);
   node.dset.resize(parms.dset_len);
-  require(rov_node_data_get(session_, parms.id, parms.tlv_len, node.tlv.data(), parms.dset_len,
-                            node.dset.data(), 0, nullptr),
-          "read node " + name_of(node));
+  const uint32_t status = rov_node_data_get(session_, parms.id, parms.tlv_len, node.tlv.data(),
+                                            parms.dset_len, node.dset.data(), 0, nullptr);
+  if (status != ROV_OK) require(status, "read node " + name_of(node));
   read_links(node);
   read_clients(node);
-  return node;
 }
 
 void StoredNodeReader::read_links(StoredNode& node) const {
   rov_link_t link;
   uint32_t status = ROV_OK;
+  node.links.clear();
   for (uint32_t n = 0; (status = rov_node_link_nth(session_, node.id, n, &link)) == ROV_OK; n++) {
     node.links.push_back(link);
   }
@@ -46,6 +51,7 @@ void StoredNodeReader::read_clients(StoredNode& node) {
   uint32_t client = 0;
   uint32_t length = 0;
   uint32_t status = ROV_OK;
+  node.clients.clear();
   for (uint32_t n = 0; (status = rov_edit_priv_nth(session_, node.id, n, &client, largest_private,
                                                    room_.data(), &length)) == ROV_OK;
        n++) {

@@ -27,6 +27,8 @@ class StoredNodeReader {
  public:
   explicit StoredNodeReader(const ReadSession& session);
   StoredNode read(const rov_node_parms_t& parms);
+  // The same in the room that another one leaves.
+  void read(const rov_node_parms_t& parms, StoredNode& node);
 
  private:
   void read_links(StoredNode& node) const;

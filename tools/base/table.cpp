@@ -23,21 +23,27 @@ void TextTable::add(std::vector<std::string> row) {
 }
 
 std::string TextTable::text(size_t width) const {
-  std::vector<size_t> widths(rows_.front().size());
-  for (const auto& row : rows_) {
-    for (size_t i = 0; i < row.size(); i++) widths[i] = std::max(widths[i], width_of(row[i]));
-  }
+  TableColumns columns(rows_.front());
+  for (const auto& row : rows_) columns.fit(row);
   std::string text;
-  for (const auto& row : rows_) {
-    std::string line;
-    for (size_t i = 0; i < row.size(); i++) {
-      line += (i == 0 ? "" : gap) + row[i];
-      if (i + 1 < row.size()) line.append(widths[i] - width_of(row[i]), ' ');
-    }
-    line.erase(line.find_last_not_of(' ') + 1);
-    text += cut(line, width) + "\n";
-  }
+  for (const auto& row : rows_) text += columns.line(row, width);
   return text;
+}
+
+void TableColumns::fit(const std::vector<std::string>& row) {
+  widths_.resize(row.size());
+  for (size_t i = 0; i < row.size(); i++) widths_[i] = std::max(widths_[i], width_of(row[i]));
+}
+
+std::string TableColumns::line(const std::vector<std::string>& row, size_t width) const {
+  std::string line;
+  for (size_t i = 0; i < row.size(); i++) {
+    if (i != 0) line += gap;
+    line += row[i];
+    if (i + 1 < row.size()) line.append(widths_[i] - width_of(row[i]), ' ');
+  }
+  line.erase(line.find_last_not_of(' ') + 1);
+  return cut(line, width) + "\n";
 }
 
 }  // namespace qimctl

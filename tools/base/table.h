@@ -19,4 +19,17 @@ class TextTable {
   std::vector<std::vector<std::string>> rows_;
 };
 
+// Rows of cells in columns that were made wide enough for all of them before the first is printed: of
+// more rows than one likes to hold, which are gone through twice.
+class TableColumns {
+ public:
+  explicit TableColumns(const std::vector<std::string>& head) { fit(head); }
+  void fit(const std::vector<std::string>& row);
+  // A line, with its end, of a row that was fitted in. `width` as in TextTable.
+  std::string line(const std::vector<std::string>& row, size_t width) const;
+
+ private:
+  std::vector<size_t> widths_;
+};
+
 }  // namespace qimctl

@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -66,10 +67,13 @@ std::string styled(Style style, const std::string& text) {
 
 size_t width_of(const std::string& text) {
   size_t width = 0;
-  bool is_style = false;
-  for (size_t at = 0; at < text.size();) {
-    at = end_of(text, at, is_style);
-    if (!is_style) width++;
+  for (size_t at = 0; at < text.size(); at++) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte == '\033') {
+      at = std::min(text.find('m', at), text.size());
+    } else if ((byte & 0xc0u) != 0x80u) {
+      width++;
+    }
   }
   return width;
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 #include <unordered_map>
 
 #include "policy/base/criteria.h"
@@ -14,6 +15,8 @@
 #include "rov.h"
 #include "tools/base/output.h"
 #include "tools/base/rows.h"
+#include "tools/base/table.h"
+#include "tools/base/terminal.h"
 
 namespace qimctl {
 
@@ -63,11 +66,11 @@ JsonValue places_json(Places& places, const std::string& list) {
   return all;
 }
 
-JsonValue list_json(const AccessList& list, Places& places) {
+JsonValue list_json(const AccessList& list, const StoredList& nodes, Places& places) {
   JsonValue value;
   value.set("name", list.name);
   value.set("type", list_type_words(list.type));
-  value.set("entries", list.entries.size());
+  value.set("entries", nodes.entries);
   value.set("default", default_text(list));
   value.set("attached", places_json(places, list.name));
   return value;
@@ -82,12 +85,24 @@ JsonValue entry_json(const Entry& entry, size_t number) {
   return value;
 }
 
+// The places of lists in the order of their names.
+std::vector<size_t> by_name(const std::vector<AccessList>& lists) {
+  std::vector<size_t> order(lists.size());
+  std::iota(order.begin(), order.end(), size_t{0});
+  std::sort(order.begin(), order.end(),
+            [&lists](size_t a, size_t b) { return lists[a].name < lists[b].name; });
+  return order;
+}
+
 void print_text(const StoredModel& stored, OutputForm form) {
   Places places(stored.model);
   Rows rows(form, {{"LIST"}, {"TYPE"}, {"ENTRIES"}, {"DEFAULT"}, {"ATTACHED"}});
-  for (const AccessList& list : stored.model.lists)
-    rows.add({printable(list.name), list_type_words(list.type), std::to_string(list.entries.size()),
-              default_text(list), places.text_of(list.name)});
+  for (const size_t i : by_name(stored.model.lists)) {
+    const AccessList& list = stored.model.lists[i];
+    rows.add({printable(list.name), list_type_words(list.type),
+              std::to_string(stored.lists[i].entries), default_text(list),
+              places.text_of(list.name)});
+  }
   rows.finish("access list");
   for (const Unreadable& unreadable : stored.unreadable)
     print((unreadable.name.empty() ? node_id_text(unreadable.node) : quoted(unreadable.name)) +
@@ -114,51 +129,67 @@ const AccessList& require_list(const StoredModel& stored, const std::string& nam
   return *list;
 }
 
-void print_entries(const AccessList& list, OutputForm form) {
-  Rows rows(form, {{"NO"}, {"ENTRY"}, {"MATCHES"}, {"ACTION"}});
-  for (size_t i = 0; i < list.entries.size(); i++) {
-    const Entry& entry = list.entries[i];
-    rows.add(
-        {std::to_string(i + 1), printable(entry.name), criteria_words(entry), action_words(entry)});
-  }
-  rows.finish();
+// Goes through the entries twice: to see how wide columns are, and to print them.
+void print_entries(const ReadSession& session, const StoredList& list, OutputForm form) {
+  if (list.entries == 0) return;
+  std::vector<std::string> row;
+  const auto each_row = [&](const auto& visit) {
+    size_t number = 0;
+    each_stored_entry(session, list, [&](const Entry& entry) {
+      row.resize(4);
+      row[0] = std::to_string(++number);
+      row[1] = printable(entry.name);
+      row[2] = criteria_words(entry);
+      row[3] = action_words(entry);
+      visit();
+    });
+  };
+  const size_t width = form == OutputForm::wide ? 0 : terminal().width;
+  std::vector<std::string> head;
+  for (const char* name : {"NO", "ENTRY", "MATCHES", "ACTION"})
+    head.push_back(styled(Style::head, name));
+  TableColumns columns(head);
+  each_row([&] { columns.fit(row); });
+  print(columns.line(head, width));
+  each_row([&] { print(columns.line(row, width)); });
 }
 
 }  // namespace
 
 void print_lists(const ReadSession& session, OutputForm form) {
-  StoredModel stored = read_stored_model(session);
-  std::sort(stored.model.lists.begin(), stored.model.lists.end(),
-            [](const AccessList& a, const AccessList& b) { return a.name < b.name; });
+  const StoredModel stored = read_outline(session);
   if (is_text(form)) return print_text(stored, form);
   Places places(stored.model);
   Rows rows(form, {});
-  for (const AccessList& list : stored.model.lists) rows.add(list_json(list, places));
+  for (const size_t i : by_name(stored.model.lists))
+    rows.add(list_json(stored.model.lists[i], stored.lists[i], places));
   for (const Unreadable& unreadable : stored.unreadable) rows.add(unreadable_json(unreadable));
   rows.finish();
 }
 
 void print_list(const ReadSession& session, const std::string& name, OutputForm form) {
-  const StoredModel stored = read_stored_model(session);
+  const StoredModel stored = read_outline(session);
   const AccessList& list = require_list(stored, name);
+  const StoredList& nodes = *find_stored(stored, name);
   Places places(stored.model);
   if (!is_text(form)) {
-    JsonValue value = list_json(list, places);
+    JsonValue value = list_json(list, nodes, places);
     JsonValue entries = JsonValue::array();
-    for (size_t i = 0; i < list.entries.size(); i++)
-      entries.add(entry_json(list.entries[i], i + 1));
+    size_t number = 0;
+    each_stored_entry(session, nodes,
+                      [&](const Entry& entry) { entries.add(entry_json(entry, ++number)); });
     value.set("entries", std::move(entries));
     return print_value(value, form);
   }
   print(printable(list.name) + "  type " + list_type_words(list.type) + ", " +
-        std::to_string(list.entries.size()) + (list.entries.size() == 1 ? " entry" : " entries") +
+        std::to_string(nodes.entries) + (nodes.entries == 1 ? " entry" : " entries") +
         ", default " + default_text(list) + ", attached " + (places.of(name).empty() ? "" : "at ") +
         places.text_of(name) + "\n");
-  print_entries(list, form);
+  print_entries(session, nodes, form);
   for (const Policer& policer : stored.model.policers) {
-    const bool used =
-        std::any_of(list.entries.begin(), list.entries.end(),
-                    [&](const Entry& entry) { return entry.policer == policer.name; });
+    const bool used = std::any_of(nodes.deeds.begin(), nodes.deeds.end(), [&](const auto& deed) {
+      return deed.second.policer == policer.name;
+    });
     if (used) print("policer " + name_word(policer.name) + ": " + policer_words(policer) + "\n");
   }
 }

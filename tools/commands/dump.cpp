@@ -1,8 +1,9 @@
 // `qimctl dump`: a whole database as one file.
 #include "tools/commands/dump.h"
 
+#include <algorithm>
 #include <cstring>
-#include <optional>
+#include <memory>
 #include <utility>
 
 #include "policy/base/dsetname.h"
@@ -10,118 +11,134 @@
 #include "policy/base/names.h"
 #include "policy/base/policy_check.h"
 #include "policy/formats/native/native.h"
-#include "policy/formats/native/node_json.h"
+#include "policy/formats/native/node_text.h"
 #include "policy/store/node_image.h"
 #include "policy/store/store_policy.h"
 #include "policy/store/stored_node.h"
 #include "rov_edit.h"
+#include "schema/rows.h"
 #include "tools/base/output.h"
 
 namespace qimctl {
 
 namespace {
 
-// Would this give back the node byte for byte?
-bool is_faithful(const JsonValue& value, const StoredNode& stored) {
-  Node node = read_native_node(parse_json(value.dump(), "").view());
-  Policy policy;
-  policy.nodes.push_back(std::move(node));
-  const Node& same = policy.nodes.front();
+// Would this text give back the node byte for byte?
+bool is_faithful(const std::string& text, const StoredNode& stored) {
+  std::vector<Policy> policies(1);
+  policies.front().nodes.push_back(read_native_node(parse_json(text, "").view()));
+  const Node& same = policies.front().nodes.front();
   const bool named = same.dset.has_value();
   const bool dset_equal =
       stored.dset.size() == (named ? sizeof(*same.dset) : 0) &&
       // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): packed, so every byte counts
       (!named || memcmp(&*same.dset, stored.dset.data(), sizeof(*same.dset)) == 0);
   return dset_equal && database_flags(same) == stored.flags && encode_node(same) == stored.tlv &&
-         check_policies({policy}).empty();
+         check_policies(policies).empty();
 }
 
-// Adds what stands in a file beside a node's contents.
-JsonValue with_rest(JsonValue value, std::optional<JsonValue> dset, const StoredNode& stored) {
-  JsonValue links;
-  for (const rov_link_t& link : stored.links) {
-    qim_link_t form{};
-    form.node = qim_from_rov_node_id(&link.node);
-    form.node2 = qim_from_rov_node_id(&link.node2);
-    form.val = link.val;
-    form.tag = link.tag;
-    links.set(slot_name(link.field), link_to_json(form));
+// The same of a node whose type has no names: its text says all that is encoded of a record, so
+// the record is encoded in place of what would be read.
+class RecordCheck {
+ public:
+  bool is_faithful(const qim_node_t& record, const StoredNode& stored) {
+    return stored.flags == 0 && is_encoded_as(record, stored.tlv);
   }
-  if (!links.is_empty()) value.set("links", std::move(links));
-  if (dset) value.set("dset", *std::move(dset));
-  return value;
-}
 
-void add_private(const StoredNode& stored, JsonValue& value) {
-  JsonValue others;
-  for (const ClientData& data : stored.clients) {
-    if (data.client == client_id) {
-      value.set("priv", hex_bytes(data.data));
-    } else {
-      others.set(hex_number(data.client, 8), hex_bytes(data.data));
-    }
+ private:
+  bool is_encoded_as(const qim_node_t& record, const std::vector<uint8_t>& tlv) {
+    const uint32_t room = qim_node_get_tlv_sz(&record);
+    if (room == UINT32_MAX) return false;
+    tlv_.resize(std::max<size_t>(tlv_.size(), room));
+    uint32_t length = 0;
+    return qim_node_to_tlv(&record, tlv_.data(), room, &length, nullptr, 0) == ROV_OK &&
+           length == tlv.size() && std::equal(tlv.begin(), tlv.end(), tlv_.begin());
   }
-  if (!others.is_empty()) value.set("private", std::move(others));
-}
 
-// The node in terms of its record; nothing when that says less or something else.
-std::optional<JsonValue> record_form(const ReadSession& session, const StoredNode& stored) {
-  try {
-    const NodeImage image = read_node(session, stored.number());
-    if (!node_type_code(node_type_name(image.record.type))) return std::nullopt;
-    std::optional<JsonValue> dset;
-    if (image.dset) dset = dset_to_json(*image.dset);
-    JsonValue value = with_rest(contents_to_json(image), std::move(dset), stored);
-    if (is_faithful(value, stored)) return value;
-  } catch (const DatabaseError& error) {
-    if (!is_about_contents(error.status())) throw;
-  }
-  return std::nullopt;
-}
+  std::vector<uint8_t> tlv_;
+};
 
-JsonValue raw_form(const StoredNode& stored) {
-  JsonValue body;
-  body.set("flags", stored.flags);
-  body.set("tlv", hex_bytes(stored.tlv));
-  JsonValue value;
-  value.set("id", node_id_text(stored.number()));
-  value.set("type", raw_type_name);
-  value.set("body", std::move(body));
-  std::optional<JsonValue> dset;
-  if (!stored.dset.empty()) dset = hex_bytes(stored.dset);
-  return with_rest(std::move(value), std::move(dset), stored);
-}
-
-// Prints, and sums up what was printed.
+// Prints large pieces, and sums up what was printed.
 class CheckedOutput {
  public:
-  void put(const std::string& text) {
-    checksum_ = rov_crc32c(checksum_, text.data(), static_cast<uint32_t>(text.size()));
-    print(text);
+  std::string& buffer() { return buffer_; }
+  void flush_when_full() {
+    if (buffer_.size() >= enough) flush();
+  }
+  void flush() {
+    checksum_ = rov_crc32c(checksum_, buffer_.data(), static_cast<uint32_t>(buffer_.size()));
+    print(buffer_);
+    buffer_.clear();
   }
   std::string checksum() const { return checksum_digits(checksum_); }
 
  private:
+  static constexpr size_t enough = 64 * size_t{1024};
+  std::string buffer_;
   uint32_t checksum_ = 0;
+};
+
+class Dump {
+ public:
+  explicit Dump(const ReadSession& session) : session_(session), reader_(session) {}
+
+  void write() {
+    std::string& text = output_.buffer();
+    text = "{\"format\":\"" + std::string(native_format_name) + "\",\"version\":1,\"nodes\":[\n";
+    const char* separator = "";
+    each_node(session_.handle(), [&](const rov_node_parms_t& parms) {
+      text += std::exchange(separator, ",\n");
+      add(parms);
+      output_.flush_when_full();
+    });
+    text += "\n],\n";
+    output_.flush();
+    print("\"checksum\":\"" + output_.checksum() + "\"}\n");
+  }
+
+ private:
+  void add(const rov_node_parms_t& parms) {
+    reader_.read(parms, stored_);
+    std::string& text = output_.buffer();
+    const size_t begin = text.size();
+    if (add_record_form(parms)) return;
+    text.resize(begin);
+    append_raw_form(text, stored_);
+  }
+
+  // The node in terms of its record; false when that says less or something else.
+  bool add_record_form(const rov_node_parms_t& parms) {
+    qim_node_t* node = nullptr;
+    const uint32_t status =
+        qim_int_node_open(session_.handle(), stored_.number(), &parms, 0, &node, qim_lib_get());
+    if (is_about_contents(status)) return false;
+    if (status != ROV_OK) require(status, "read node " + node_id_text(stored_.number()));
+    const auto close = [](qim_node_t* open) { qim_int_node_close(open, qim_lib_get()); };
+    const std::unique_ptr<qim_node_t, decltype(close)> owned(node, close);
+    std::string& text = output_.buffer();
+    const size_t begin = text.size();
+    const qim::schema::NodeType* type = qim::schema::tlv_type(node->type);
+    if (type != nullptr && type->naming == qim::schema::Naming::never) {
+      append_record_form(text, *node, "", stored_);
+      return stored_.dset.empty() && check_.is_faithful(*node, stored_);
+    }
+    const std::string name =
+        has_dset(*node) ? dset_to_json(name_of(node->body.pinst.fields)).dump() : "";
+    append_record_form(text, *node, name, stored_);
+    return is_faithful(text.substr(begin), stored_);
+  }
+
+  const ReadSession& session_;
+  StoredNodeReader reader_;
+  StoredNode stored_;
+  CheckedOutput output_;
+  RecordCheck check_;
 };
 
 }  // namespace
 
 void dump_database(const ReadSession& session) {
-  StoredNodeReader reader(session);
-  CheckedOutput output;
-  output.put("{\"format\":\"" + std::string(native_format_name) + "\",\"version\":1,\"nodes\":[\n");
-  const char* separator = "";
-  each_node(session.handle(), [&](const rov_node_parms_t& parms) {
-    const StoredNode stored = reader.read(parms);
-    std::optional<JsonValue> value = record_form(session, stored);
-    if (!value) value = raw_form(stored);
-    add_private(stored, *value);
-    output.put(separator + value->dump());
-    separator = ",\n";
-  });
-  output.put("\n],\n");
-  print("\"checksum\":\"" + output.checksum() + "\"}\n");
+  Dump(session).write();
 }
 
 }  // namespace qimctl

@@ -33,31 +33,31 @@ bool is_computed(const Row& row) {
          !name.starts_with("reserved") && name.find('.') == std::string::npos;
 }
 
-// How much of the variable parts of a body is told.
-enum class Variable { none, bare, commented };
+// Are the variable parts of a body told?
+enum class Variable { none, commented };
 
-JsonValue criterion_to_json(const qim_criterion_t& criterion, Variable parts) {
+JsonValue criterion_to_json(const qim_criterion_t& criterion) {
   JsonValue value;
   value.set("type", criterion.type);
   value.set("args", hex_bytes(criterion.args, criterion.args_len));
-  if (parts == Variable::commented && find_criterion_kind(criterion.type) != nullptr) {
+  if (find_criterion_kind(criterion.type) != nullptr) {
     value.set("comment", criterion_text(criterion.type, {criterion.args, criterion.args_len}));
   }
   return value;
 }
 
-JsonValue criteria_to_json(const qim_criterion_t* first, Variable parts) {
+JsonValue criteria_to_json(const qim_criterion_t* first) {
   JsonValue list = JsonValue::array();
   for (const qim_criterion_t* criterion = first; criterion != nullptr;
        criterion = criterion->next) {
-    list.add(criterion_to_json(*criterion, parts));
+    list.add(criterion_to_json(*criterion));
   }
   return list;
 }
 
 // The variable part that hangs on a pointer of the body.
-JsonValue variable_to_json(const Row& row, const qim_node_t& record, Variable parts) {
-  if (row.coding == Coding::list) return criteria_to_json(record.body.filter.crit, parts);
+JsonValue variable_to_json(const Row& row, const qim_node_t& record) {
+  if (row.coding == Coding::list) return criteria_to_json(record.body.filter.crit);
   const auto [bytes, length] = qim::schema::args_at(&record.body, row.position, row.length_at);
   return hex_bytes(bytes, length);
 }
@@ -70,7 +70,7 @@ JsonValue body_to_json(const qim_node_t& record, Variable parts) {
     if (is_input(row)) body.set(row.name, row_to_json(row, &record.body));
     const bool variable = row.coding == Coding::list || row.coding == Coding::args;
     if (variable && parts != Variable::none) {
-      body.set(row.name, variable_to_json(row, record, parts));
+      body.set(row.name, variable_to_json(row, record));
     }
   }
   return body;
@@ -165,10 +165,6 @@ JsonValue link_to_json(const qim_link_t& link) {
   if (link.val != 0) value.set("val", link.val);
   if (link.tag != 0) value.set("tag", link.tag);
   return value;
-}
-
-JsonValue contents_to_json(const NodeImage& image) {
-  return head_to_json(image.record, Variable::bare);
 }
 
 JsonValue record_to_json(const qim_node_t& record) {

@@ -13,10 +13,6 @@ namespace qimctl {
 // match.
 JsonValue node_to_json(const NodeImage& image);
 
-// The head and the body alone: identifier, type, group, flags and body, as a file to be read again
-// has them, without comments.
-JsonValue contents_to_json(const NodeImage& image);
-
 // A link as the member of its name: the node that it leads to, or an object when it carries more.
 JsonValue link_to_json(const qim_link_t& link);
 
