@@ -33,36 +33,31 @@ std::optional<std::string> value_of(const Criterion& criterion) {
 }
 
 // Values by the types of their criteria, in ascending order: few, most of which come in this order.
+// Those that have been said stay, marked.
 class Values {
  public:
-  using Value = std::pair<uint32_t, std::string>;
+  struct Value {
+    uint32_t type;
+    std::string text;
+    bool said = false;
+  };
 
-  void add(uint32_t type, std::string value) {
-    values_.emplace(first_from(type), type, std::move(value));
+  void reserve(size_t count) { values_.reserve(count); }
+  void add(uint32_t type, std::string text) {
+    values_.insert(first_from(type), {type, std::move(text)});
   }
-  bool contains(uint32_t type) { return at(type) != values_.end(); }
-  std::optional<std::string> take(uint32_t type) {
-    const auto found = at(type);
-    if (found == values_.end()) return {};
-    std::string value = std::move(found->second);
-    values_.erase(found);
-    return value;
-  }
-  // Is there one of that header?
-  bool has(uint32_t header) {
-    const auto first = first_from(header);
-    return first != values_.end() && header_of(first->first) == header;
+  // NULL when there is none that has not been said.
+  Value* find(uint32_t type) {
+    const auto found = first_from(type);
+    return found != values_.end() && found->type == type && !found->said ? &*found : nullptr;
   }
   const std::vector<Value>& all() const { return values_; }
 
  private:
   std::vector<Value>::iterator first_from(uint32_t type) {
-    return std::find_if(values_.begin(), values_.end(),
-                        [type](const Value& value) { return value.first >= type; });
-  }
-  std::vector<Value>::iterator at(uint32_t type) {
-    const auto found = first_from(type);
-    return found != values_.end() && found->first == type ? found : values_.end();
+    auto at = values_.end();
+    while (at != values_.begin() && std::prev(at)->type >= type) at--;
+    return at;
   }
 
   std::vector<Value> values_;
@@ -76,9 +71,8 @@ std::string interface_word(const Criterion& criterion) {
   return index == interface_index(name) ? word : word + " (" + hex_number(index, 8) + ")";
 }
 
-std::string address_word(std::string prefix, const char* whole) {
-  if (prefix.ends_with(whole)) prefix.erase(prefix.rfind('/'));
-  return prefix;
+std::string_view address_word(std::string_view prefix, const char* whole) {
+  return prefix.ends_with(whole) ? prefix.substr(0, prefix.rfind('/')) : prefix;
 }
 
 // "22", "!=22", "<=22", "1-2" of "eq 22", "neq 22", ...
@@ -117,13 +111,18 @@ class Sentence {
 
  private:
   void sort_in(const Criterion& criterion);
-  bool has(Header header);
-  std::optional<std::string> take(uint32_t type);
-  void say(const std::string& word);
+  bool has(Header header) const;
+  // The value of a field that has not been said, which now is; NULL when there is none.
+  const std::string* take(uint32_t type);
+  void say(std::string_view word);
+  void say(std::string_view first, std::string_view second) {
+    say(first);
+    say(second);
+  }
   void say_interfaces();
   void say_ethernet();
   void say_headers();
-  void say_protocol(const std::string& l4, const std::optional<std::string>& number);
+  void say_protocol(std::string_view l4, const std::string* number);
   void say_side(const char* side, uint32_t v4, uint32_t v6, uint32_t tcp, uint32_t udp);
   void say_fields();
 
@@ -133,25 +132,34 @@ class Sentence {
 };
 
 Sentence::Sentence(const Entry& entry) {
+  values_.reserve(entry.criteria.size());
+  text_.reserve(100);
   for (const Criterion& criterion : entry.criteria)
     if (criterion.type != criterion_name) sort_in(criterion);
 }
 
+// The layer of a header that excludes others of it, 0 for none.
+int layer_of(uint32_t header) {
+  switch (static_cast<Header>(header)) {
+    case Header::ipv4:
+    case Header::ipv6:
+      return 3;
+    case Header::tcp:
+    case Header::udp:
+    case Header::icmp:
+      return 4;
+    default:
+      return 0;
+  }
+}
+
 // Is there a header of the same layer, other than that of the criterion?
 bool beside_another(uint32_t type, const std::vector<Values::Value>& values) {
-  static constexpr std::array layers{
-      std::array{Header::ipv4, Header::ipv6, Header::ipv6},
-      std::array{Header::tcp, Header::udp, Header::icmp},
-  };
-  const auto is_in = [](uint32_t of, const auto& layer) {
-    return std::any_of(layer.begin(), layer.end(),
-                       [of](Header header) { return code(header) == header_of(of); });
-  };
-  return std::any_of(layers.begin(), layers.end(), [&](const auto& layer) {
-    return is_in(type, layer) && std::any_of(values.begin(), values.end(), [&](const auto& known) {
-             return header_of(known.first) != header_of(type) && is_in(known.first, layer);
-           });
-  });
+  const uint32_t header = header_of(type);
+  const int layer = layer_of(header);
+  return layer != 0 && std::any_of(values.begin(), values.end(), [&](const Values::Value& known) {
+           return header_of(known.type) != header && layer_of(header_of(known.type)) == layer;
+         });
 }
 
 void Sentence::sort_in(const Criterion& criterion) {
@@ -163,7 +171,7 @@ void Sentence::sort_in(const Criterion& criterion) {
   if (value && header_of(criterion.type) == code(Header::interface)) {
     value = interface_word(criterion);
   }
-  if (value && !values_.contains(criterion.type) &&
+  if (value && values_.find(criterion.type) == nullptr &&
       !beside_another(criterion.type, values_.all())) {
     values_.add(criterion.type, *std::move(value));
     return;
@@ -171,40 +179,44 @@ void Sentence::sort_in(const Criterion& criterion) {
   others_.push_back(criterion_text(criterion.type, criterion.args));
 }
 
-bool Sentence::has(Header header) {
-  return values_.has(code(header));
+bool Sentence::has(Header header) const {
+  return std::any_of(values_.all().begin(), values_.all().end(), [header](const auto& value) {
+    return header_of(value.type) == code(header) && !value.said;
+  });
 }
 
-std::optional<std::string> Sentence::take(uint32_t type) {
-  return values_.take(type);
+const std::string* Sentence::take(uint32_t type) {
+  Values::Value* value = values_.find(type);
+  if (value == nullptr) return nullptr;
+  value->said = true;
+  return &value->text;
 }
 
-void Sentence::say(const std::string& word) {
+void Sentence::say(std::string_view word) {
   if (!text_.empty()) text_ += ' ';
   text_ += word;
 }
 
 void Sentence::say_interfaces() {
-  if (const auto name = take(code(Header::interface, 1))) say("entering " + *name);
-  if (const auto name = take(code(Header::interface, 2))) say("leaving " + *name);
+  if (const auto* name = take(code(Header::interface, 1))) say("entering", *name);
+  if (const auto* name = take(code(Header::interface, 2))) say("leaving", *name);
 }
 
 void Sentence::say_ethernet() {
   if (!has(Header::eth)) return;
   say("eth");
   take(code(Header::eth));
-  if (const auto mac = take(code(Header::eth, 2))) say("from " + *mac);
-  if (const auto mac = take(code(Header::eth, 1))) say("to " + *mac);
-  if (const auto type = take(code(Header::eth, 3))) say("type " + ether_type_word(*type));
+  if (const auto* mac = take(code(Header::eth, 2))) say("from", *mac);
+  if (const auto* mac = take(code(Header::eth, 1))) say("to", *mac);
+  if (const auto* type = take(code(Header::eth, 3))) say("type", ether_type_word(*type));
 }
 
-void Sentence::say_protocol(const std::string& l4, const std::optional<std::string>& number) {
+void Sentence::say_protocol(std::string_view l4, const std::string* number) {
   static constexpr std::array<std::pair<std::string_view, std::string_view>, 4> implied{
       {{"tcp", "6"}, {"udp", "17"}, {"icmp", "1"}, {"icmp6", "58"}}};
-  const bool is_implied = number && std::find(implied.begin(), implied.end(),
-                                              std::pair<std::string_view, std::string_view>(
-                                                  l4, *number)) != implied.end();
-  if (number && !is_implied) say("protocol " + *number);
+  const auto is_this = [&](const auto& one) { return one.first == l4 && one.second == *number; };
+  if (number != nullptr && std::none_of(implied.begin(), implied.end(), is_this))
+    say("protocol", *number);
   if (!l4.empty()) say(l4);
 }
 
@@ -214,7 +226,7 @@ void Sentence::say_headers() {
   if (v6) say("ipv6");
   take(code(Header::ipv4));
   take(code(Header::ipv6));
-  std::string l4;
+  std::string_view l4;
   for (const Header header : {Header::tcp, Header::udp, Header::icmp}) {
     if (has(header)) l4 = header_name(header);
     take(code(header));
@@ -224,23 +236,26 @@ void Sentence::say_headers() {
 }
 
 void Sentence::say_side(const char* side, uint32_t v4, uint32_t v6, uint32_t tcp, uint32_t udp) {
-  std::optional<std::string> address;
-  if (const auto prefix = take(code(Header::ipv4, v4))) address = address_word(*prefix, "/32");
-  if (const auto prefix = take(code(Header::ipv6, v6))) address = address_word(*prefix, "/128");
-  std::optional<std::string> ports = take(code(Header::tcp, tcp));
-  if (!ports) ports = take(code(Header::udp, udp));
-  if (!address && !ports) return;
-  say(std::string(side) + " " + address.value_or("any"));
-  if (ports) say("port " + ports_word(*ports));
+  std::string_view address;
+  if (const auto* prefix = take(code(Header::ipv4, v4))) address = address_word(*prefix, "/32");
+  if (const auto* prefix = take(code(Header::ipv6, v6))) address = address_word(*prefix, "/128");
+  const std::string* ports = take(code(Header::tcp, tcp));
+  if (ports == nullptr) ports = take(code(Header::udp, udp));
+  if (address.empty() && ports == nullptr) return;
+  say(side, address.empty() ? "any" : address);
+  if (ports != nullptr) say("port", ports_word(*ports));
 }
 
 // In the order of types, by the name of the field; those that two headers have are told apart.
 void Sentence::say_fields() {
-  for (const auto& [type, value] : values_.all()) {
-    const std::string field(find_criterion_kind(type)->field());
+  for (const auto& [type, value, said] : values_.all()) {
+    if (said) continue;
     const bool is_ip_flags = type == code(Header::ipv4, 7);
     const bool is_udp_length = type == code(Header::udp, 1);
-    say((is_ip_flags ? "ip-flags" : is_udp_length ? "udp-length" : field) + " " + value);
+    say(is_ip_flags     ? "ip-flags"
+        : is_udp_length ? "udp-length"
+                        : find_criterion_kind(type)->field(),
+        value);
   }
 }
 

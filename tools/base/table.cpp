@@ -43,7 +43,9 @@ std::string TableColumns::line(const std::vector<std::string>& row, size_t width
     if (i + 1 < row.size()) line.append(widths_[i] - width_of(row[i]), ' ');
   }
   line.erase(line.find_last_not_of(' ') + 1);
-  return cut(line, width) + "\n";
+  if (width != 0) line = cut(line, width);
+  line += '\n';
+  return line;
 }
 
 }  // namespace qimctl

@@ -129,30 +129,72 @@ const AccessList& require_list(const StoredModel& stored, const std::string& nam
   return *list;
 }
 
-// Goes through the entries twice: to see how wide columns are, and to print them.
-void print_entries(const ReadSession& session, const StoredList& list, OutputForm form) {
-  if (list.entries == 0) return;
-  std::vector<std::string> row;
-  const auto each_row = [&](const auto& visit) {
+// How much of a list's table is kept in memory.
+constexpr size_t most_text = 16 * size_t{1024} * 1024;
+
+// The lines of a list's entries. Columns are as wide as their widest cell, so that the first line
+// can be printed when the last one is known: what is too large to be kept is made twice.
+class EntryTable {
+ public:
+  EntryTable(const ReadSession& session, const StoredList& list, OutputForm form)
+      : session_(session), list_(list), width_(form == OutputForm::wide ? 0 : terminal().width) {}
+
+  void print_all() {
+    if (list_.entries == 0) return;
+    Row head;
+    for (const char* name : {"NO", "ENTRY", "MATCHES", "ACTION"})
+      head.push_back(styled(Style::head, name));
+    TableColumns columns(head);
+    each_row([&](const Row& row) {
+      columns.fit(row);
+      keep(row);
+    });
+    print(columns.line(head, width_));
+    if (cells_.size() <= most_text) return print_kept(columns);
+    each_row([&](const Row& row) { print(columns.line(row, width_)); });
+  }
+
+ private:
+  using Row = std::vector<std::string>;
+
+  template <typename Visit>
+  void each_row(Visit visit) const {
+    Row row(4);
     size_t number = 0;
-    each_stored_entry(session, list, [&](const Entry& entry) {
-      row.resize(4);
+    each_stored_entry(session_, list_, [&](const Entry& entry) {
       row[0] = std::to_string(++number);
       row[1] = printable(entry.name);
       row[2] = criteria_words(entry);
       row[3] = action_words(entry);
-      visit();
+      visit(row);
     });
-  };
-  const size_t width = form == OutputForm::wide ? 0 : terminal().width;
-  std::vector<std::string> head;
-  for (const char* name : {"NO", "ENTRY", "MATCHES", "ACTION"})
-    head.push_back(styled(Style::head, name));
-  TableColumns columns(head);
-  each_row([&] { columns.fit(row); });
-  print(columns.line(head, width));
-  each_row([&] { print(columns.line(row, width)); });
-}
+  }
+
+  void keep(const Row& row) {
+    if (cells_.size() > most_text) return;
+    for (const std::string& cell : row) {
+      cells_ += cell;
+      cells_ += '\n';  // which no cell holds
+    }
+  }
+
+  void print_kept(const TableColumns& columns) const {
+    Row row(4);
+    for (size_t at = 0; at < cells_.size();) {
+      for (std::string& cell : row) {
+        const size_t end = cells_.find('\n', at);
+        cell.assign(cells_, at, end - at);
+        at = end + 1;
+      }
+      print(columns.line(row, width_));
+    }
+  }
+
+  const ReadSession& session_;
+  const StoredList& list_;
+  size_t width_;
+  std::string cells_;
+};
 
 }  // namespace
 
@@ -185,7 +227,7 @@ void print_list(const ReadSession& session, const std::string& name, OutputForm 
         std::to_string(nodes.entries) + (nodes.entries == 1 ? " entry" : " entries") +
         ", default " + default_text(list) + ", attached " + (places.of(name).empty() ? "" : "at ") +
         places.text_of(name) + "\n");
-  print_entries(session, nodes, form);
+  EntryTable(session, nodes, form).print_all();
   for (const Policer& policer : stored.model.policers) {
     const bool used = std::any_of(nodes.deeds.begin(), nodes.deeds.end(), [&](const auto& deed) {
       return deed.second.policer == policer.name;
