@@ -41,10 +41,10 @@ std::string contents(int file) {
 }
 
 [[noreturn]] void work_in_child(const std::function<int()>& work, const interpose::Plan* plan,
-                                int out, int err) {
+                                int out, int err, unsigned seconds) {
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
-  alarm(pace::patience_ms() / 1000);
+  alarm(seconds);
   g_plan = plan;
   const int code = work();
   undisturb();
@@ -68,8 +68,9 @@ Run run_forked(const std::function<int()>& work, const interpose::Plan* plan) {
   fflush(nullptr);
   const int out = new_file();
   const int err = new_file();
+  const unsigned seconds = pace::patience_ms() / 1000;  // each process would measure it again
   const pid_t child = fork();
-  if (child == 0) work_in_child(work, plan, out, err);
+  if (child == 0) work_in_child(work, plan, out, err, seconds);
   int status = -1;
   if (child < 0 || waitpid(child, &status, 0) != child) abort();
   Run run;
