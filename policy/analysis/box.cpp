@@ -2,6 +2,9 @@
 #include "policy/analysis/box.h"
 
 #include <algorithm>
+#include <memory>
+#include <numeric>
+#include <utility>
 
 namespace qimctl {
 
@@ -68,29 +71,50 @@ void cut(const Masked& masked, std::vector<Range>& box, Box by, Boxes& pieces) {
   }
 }
 
+namespace {
+
+// A piece that is still to be compared with the rules of `rules` from `next` on. Those that were cut out
+// of one box share them: what does not overlap the box overlaps none of its pieces.
+struct Pending {
+  std::vector<Range> piece;
+  std::shared_ptr<const std::vector<uint32_t>> rules;
+  size_t next = 0;
+};
+
+// Leaves of the rules only those that overlap the piece. False when that takes too long.
+bool narrow(const Masked& masked, const std::vector<Box>& rules, Effort& effort, Pending& pending) {
+  auto near = std::make_shared<std::vector<uint32_t>>();
+  for (size_t i = pending.next; i < pending.rules->size(); i++) {
+    if (!effort.spend()) return false;
+    const uint32_t rule = (*pending.rules)[i];
+    if (overlap(masked, pending.piece, rules[rule])) near->push_back(rule);
+  }
+  pending.rules = std::move(near);
+  pending.next = 0;
+  return true;
+}
+
+}  // namespace
+
 Walk walk_uncovered(const Masked& masked, Box box, const std::vector<Box>& rules, Effort& effort,
                     const std::function<bool(Box)>& visit, const std::function<void(size_t)>& met) {
-  Boxes pieces(box.size());
-  std::vector<size_t> pending;  // the rule from which on each piece is still to be compared
-  pieces.add(box);
-  pending.push_back(0);
-  while (!pending.empty()) {
-    std::vector<Range> piece = pieces.take(pieces.size() - 1);
-    size_t rule = pending.back();
-    pieces.pop();
-    pending.pop_back();
-    while (rule < rules.size() && !overlap(masked, piece, rules[rule])) {
-      if (!effort.spend()) return Walk::gave_up;
-      rule++;
-    }
-    if (rule == rules.size()) {
-      if (!visit(piece)) return Walk::stopped;
+  auto all = std::make_shared<std::vector<uint32_t>>(rules.size());
+  std::iota(all->begin(), all->end(), 0u);
+  std::vector<Pending> open;
+  open.push_back({{box.begin(), box.end()}, std::move(all)});
+  while (!open.empty()) {
+    Pending pending = std::move(open.back());
+    open.pop_back();
+    if (!narrow(masked, rules, effort, pending)) return Walk::gave_up;
+    if (pending.rules->empty()) {
+      if (!visit(pending.piece)) return Walk::stopped;
       continue;
     }
-    if (!effort.spend()) return Walk::gave_up;
+    const uint32_t rule = pending.rules->front();
     if (met) met(rule);
-    cut(masked, piece, rules[rule], pieces);
-    pending.resize(pieces.size(), rule + 1);
+    Boxes outside(pending.piece.size());
+    cut(masked, pending.piece, rules[rule], outside);
+    for (size_t i = 0; i < outside.size(); i++) open.push_back({outside.take(i), pending.rules, 1});
   }
   return Walk::finished;
 }

@@ -1,14 +1,16 @@
 // Searching for packets that are decided differently.
 //
 // A packet that no changed entry matches is decided by the same entry on both sides, for the others are
-// the same and in the same order. So only the boxes of changed entries are searched: each is cut by the
-// entries of both sides until a piece has one verdict on each.
+// the same and in the same order. So only pairs of entries with different verdicts are looked at of
+// which at least one is changed: of what both match, what entries before them match is taken away.
 #include "policy/analysis/difference.h"
 
 #include <algorithm>
+#include <array>
 #include <deque>
+#include <iterator>
 #include <map>
-#include <set>
+#include <utility>
 
 #include "policy/analysis/regions.h"
 #include "policy/base/dsetname.h"
@@ -67,64 +69,65 @@ std::vector<bool> ascending_part(const std::vector<size_t>& places) {
   return marks;
 }
 
-// The entries of both sides that are not the same in the same order.
-std::vector<const Entry*> changed_entries(const Side& before, const Side& after) {
+// Of each entry of one side its place on the other, where it is the same in the same order; else none.
+constexpr size_t none = SIZE_MAX;
+using Partners = std::array<std::vector<size_t>, 2>;
+
+Partners partners(const Side& before, const Side& after) {
   std::map<std::string, std::deque<size_t>> places;
   for (size_t i = 0; i < after.entries.size(); i++) places[content(*after.entries[i])].push_back(i);
-  std::vector<const Entry*> changed;
-  std::vector<const Entry*> kept;
+  std::vector<size_t> kept;
   std::vector<size_t> kept_places;
-  for (const Entry* entry : before.entries) {
-    std::deque<size_t>& there = places[content(*entry)];
-    if (there.empty()) {
-      changed.push_back(entry);
-      continue;
-    }
-    kept.push_back(entry);
+  for (size_t i = 0; i < before.entries.size(); i++) {
+    std::deque<size_t>& there = places[content(*before.entries[i])];
+    if (there.empty()) continue;
+    kept.push_back(i);
     kept_places.push_back(there.front());
     there.pop_front();
   }
+  Partners found{std::vector<size_t>(before.entries.size(), none),
+                 std::vector<size_t>(after.entries.size(), none)};
   const std::vector<bool> in_order = ascending_part(kept_places);
-  std::set<size_t> same;
   for (size_t i = 0; i < kept.size(); i++) {
-    if (in_order[i]) {
-      same.insert(kept_places[i]);
-    } else {
-      changed.push_back(kept[i]);
-    }
+    if (!in_order[i]) continue;
+    found[0][kept[i]] = kept_places[i];
+    found[1][kept_places[i]] = kept[i];
   }
-  for (size_t i = 0; i < after.entries.size(); i++)
-    if (!same.contains(i)) changed.push_back(after.entries[i]);
-  return changed;
+  return found;
 }
-
-// One side's boxes in a shape, and whose they are.
-struct SideBoxes {
-  std::vector<Box> boxes;
-  std::vector<size_t> entries;
-};
 
 class Search {
  public:
   Search(const Side& before, const Side& after, const DifferenceAt& at,
          const AnalysisLimits& limits)
       : sides_{&before, &after},
-        changed_(changed_entries(before, after)),
+        partners_(partners(before, after)),
         space_(all(before, after), {at.ingress, at.egress}),
-        rules_{RuleBoxes(space_, before.entries), RuleBoxes(space_, after.entries)},
-        effort_(limits.total, limits.total) {
-    if (before.otherwise != after.otherwise) changed_.push_back(&everything_);
+        rules_{RuleBoxes(space_, with_default(before)), RuleBoxes(space_, with_default(after))},
+        effort_(limits.total, limits.total),
+        most_pieces_(limits.pieces) {
+    const bool same = before.otherwise == after.otherwise;
+    partners_[0].push_back(same ? after.entries.size() : none);
+    partners_[1].push_back(same ? before.entries.size() : none);
   }
 
   Differences run();
 
  private:
   using Key = std::pair<std::string, std::string>;
-  struct Piece {
+  // Packets of a shape that one entry decides on one side and another one on the other.
+  struct Pair {
+    Shape shape;
+    std::array<size_t, 2> entries;
+    std::array<Box, 2> boxes;
+  };
+  // The box of a pair of which too many pieces are left, and one of them.
+  struct Rest {
+    Key key;
+    Shape shape;
     std::vector<Range> box;
-    size_t side = 0;  // that is to be asked
-    size_t rule = 0;  // from here on
-    size_t before = 0;
+    std::vector<Range> piece;
+    size_t unless;
   };
 
   static std::vector<const Entry*> all(const Side& before, const Side& after) {
@@ -132,99 +135,108 @@ class Search {
     both.insert(both.end(), after.entries.begin(), after.entries.end());
     return both;
   }
-  void search(Shape shape);
-  bool decide(Shape shape, Box whole);
-  SideBoxes side_boxes(Shape shape, size_t side, Box box) const;
+  // The default is what an entry behind all others that matches everything would be.
+  std::vector<const Entry*> with_default(const Side& side) const {
+    std::vector<const Entry*> entries = side.entries;
+    entries.push_back(&everything_);
+    return entries;
+  }
+  bool search(Shape shape, size_t side, size_t entry, Box box);
+  bool compare(const Pair& pair);
+  std::vector<Box> before(const Pair& pair, Box box) const;
   Verdict verdict(size_t side, size_t entry) const;
   void report(std::vector<DifferentRegion>& regions) const;
+  void report_rests(std::vector<DifferentRegion>& regions) const;
 
-  static constexpr size_t none = SIZE_MAX;
-  Entry everything_;
+  const Entry everything_{};
   std::array<const Side*, 2> sides_;
-  std::vector<const Entry*> changed_;
+  Partners partners_;  // of the defaults, too
   Space space_;
   std::array<RuleBoxes, 2> rules_;
   Effort effort_;
+  size_t most_pieces_;
   std::map<Key, std::array<std::vector<std::vector<Range>>, shape_count>> found_;
+  std::vector<Rest> rests_;
   std::map<Key, std::pair<Verdict, Verdict>> verdicts_;
-  bool complete_ = true;
 };
 
 Verdict Search::verdict(size_t side, size_t entry) const {
-  return entry == none ? sides_[side]->otherwise : verdict_of(*sides_[side]->entries[entry]);
-}
-
-SideBoxes Search::side_boxes(Shape shape, size_t side, Box box) const {
-  SideBoxes found;
-  const RuleBoxes& rules = rules_[side];
-  for (size_t rule = 0; rule < rules.size(); rule++) {
-    for (size_t i = 0; i < rules.count(shape, rule); i++) {
-      if (!overlap(space_.masked(shape), box, rules.box(shape, rule, i))) continue;
-      found.boxes.push_back(rules.box(shape, rule, i));
-      found.entries.push_back(rule);
-    }
-  }
-  return found;
+  const Side& of = *sides_[side];
+  return entry == of.entries.size() ? of.otherwise : verdict_of(*of.entries[entry]);
 }
 
 Differences Search::run() {
   effort_.begin();
-  for (const Shape shape : all_shapes) search(shape);
   Differences differences;
-  differences.complete = complete_;
+  for (const Shape shape : all_shapes) {
+    for (const size_t side : {size_t{0}, size_t{1}}) {
+      for (size_t entry = 0; entry < partners_[side].size() && differences.complete; entry++) {
+        if (partners_[side][entry] != none) continue;
+        for (size_t i = 0; i < rules_[side].count(shape, entry) && differences.complete; i++)
+          differences.complete = search(shape, side, entry, rules_[side].box(shape, entry, i));
+      }
+    }
+  }
   report(differences.regions);
+  report_rests(differences.regions);
   return differences;
 }
 
-void Search::search(Shape shape) {
-  Boxes regions(space_.dimensions(shape).size());
-  for (const Entry* entry : changed_) {
-    const Boxes boxes = space_.boxes(shape, *entry);
-    for (size_t i = 0; i < boxes.size(); i++) regions.add(boxes[i]);
+// What a changed entry of one side decides, against what decides it on the other: an entry that is
+// changed too, or one that has not been asked before it on its own side. False when that takes too long.
+bool Search::search(Shape shape, size_t side, size_t entry, Box box) {
+  const size_t other = 1 - side;
+  for (const uint32_t number : rules_[other].overlapping(shape, box)) {
+    const size_t there = rules_[other].owner(shape, number);
+    const size_t partner = partners_[other][there];
+    const bool once = partner == none ? side == 0 : partner > entry;
+    if (!once || verdict(side, entry) == verdict(other, there)) continue;
+    Pair pair{shape, {entry, there}, {box, rules_[other].numbered(shape, number)}};
+    if (side == 1) {
+      std::swap(pair.entries[0], pair.entries[1]);
+      std::swap(pair.boxes[0], pair.boxes[1]);
+    }
+    if (!compare(pair)) return false;
   }
-  std::vector<Box> done;
-  for (size_t i = 0; i < regions.size() && complete_; i++) {
-    const Walk walk = walk_uncovered(space_.masked(shape), regions[i], done, effort_,
-                                     [&](Box box) { return decide(shape, box); });
-    complete_ = walk == Walk::finished;
-    done.push_back(regions[i]);
-  }
+  return true;
 }
 
-// Cuts a box until each piece has one verdict on either side. False when that takes too long.
-bool Search::decide(Shape shape, Box whole) {
-  const std::array rules{side_boxes(shape, 0, whole), side_boxes(shape, 1, whole)};
-  const Masked& masked = space_.masked(shape);
-  std::vector<Piece> pieces{{{whole.begin(), whole.end()}, 0, 0, none}};
-  while (!pieces.empty()) {
-    Piece piece = std::move(pieces.back());
-    pieces.pop_back();
-    const SideBoxes& asked = rules[piece.side];
-    while (piece.rule < asked.boxes.size() &&
-           !overlap(masked, piece.box, asked.boxes[piece.rule])) {
-      if (!effort_.spend()) return false;
-      piece.rule++;
+// The boxes of all entries before those of the pair, on either side; what is the same on both once.
+std::vector<Box> Search::before(const Pair& pair, Box box) const {
+  std::vector<Box> boxes;
+  for (const size_t side : {size_t{0}, size_t{1}}) {
+    for (const uint32_t number : rules_[side].overlapping(pair.shape, box)) {
+      const size_t entry = rules_[side].owner(pair.shape, number);
+      if (entry >= pair.entries[side]) break;
+      const size_t partner = partners_[side][entry];
+      if (side == 1 && partner != none && partner < pair.entries[0]) continue;
+      boxes.push_back(rules_[side].numbered(pair.shape, number));
     }
-    size_t entry = none;
-    if (piece.rule < asked.boxes.size()) {
-      if (!effort_.spend()) return false;
-      entry = asked.entries[piece.rule];
-      Boxes outside(piece.box.size());
-      cut(masked, piece.box, asked.boxes[piece.rule], outside);
-      for (size_t i = 0; i < outside.size(); i++)
-        pieces.push_back({outside.take(i), piece.side, piece.rule + 1, piece.before});
-    }
-    if (piece.side == 0) {
-      pieces.push_back({std::move(piece.box), 1, 0, entry});
-      continue;
-    }
-    const Verdict before = verdict(0, piece.before);
-    const Verdict after = verdict(1, entry);
-    if (before == after) continue;
-    const Key key{verdict_text(before), verdict_text(after)};
-    verdicts_[key] = {before, after};
-    found_[key][static_cast<size_t>(shape)].push_back(std::move(piece.box));
   }
+  return boxes;
+}
+
+bool Search::compare(const Pair& pair) {
+  const Masked& masked = space_.masked(pair.shape);
+  std::vector<Range> both(pair.boxes[0].begin(), pair.boxes[0].end());
+  Boxes outside(both.size());
+  cut(masked, both, pair.boxes[1], outside);
+  const std::vector<Box> rules = before(pair, both);
+  std::vector<std::vector<Range>> pieces;
+  const Walk walk = walk_uncovered(masked, both, rules, effort_, [&](Box piece) {
+    pieces.emplace_back(piece.begin(), piece.end());
+    return pieces.size() <= most_pieces_;
+  });
+  if (pieces.empty()) return walk != Walk::gave_up;
+  const std::pair verdicts{verdict(0, pair.entries[0]), verdict(1, pair.entries[1])};
+  const Key key{verdict_text(verdicts.first), verdict_text(verdicts.second)};
+  verdicts_[key] = verdicts;
+  if (walk != Walk::finished) {
+    rests_.push_back({key, pair.shape, std::move(both), std::move(pieces.front()), rules.size()});
+    return walk == Walk::stopped;
+  }
+  std::vector<std::vector<Range>>& found = found_[key][static_cast<size_t>(pair.shape)];
+  std::move(pieces.begin(), pieces.end(), std::back_inserter(found));
   return true;
 }
 
@@ -246,9 +258,19 @@ void Search::report(std::vector<DifferentRegion>& regions) const {
       });
       const Shape shape = tcp == region.shapes.end() ? region.shapes.front() : *tcp;
       const std::vector<Range> box = box_in(space_, region, shape);
-      regions.push_back({before, after, region, space_.words(region.shapes, region.box),
+      regions.push_back({before, after, region, 0, space_.words(region.shapes, region.box),
                          packet_words(space_.example(shape, box))});
     }
+  }
+}
+
+void Search::report_rests(std::vector<DifferentRegion>& regions) const {
+  for (const Rest& rest : rests_) {
+    const auto& [before, after] = verdicts_.at(rest.key);
+    regions.push_back({before, after, to_region(space_, rest.shape, rest.box), rest.unless,
+                       space_.words({rest.shape}, rest.box) + ", where none of the " +
+                           std::to_string(rest.unless) + " entries before matches",
+                       packet_words(space_.example(rest.shape, rest.piece))});
   }
 }
 

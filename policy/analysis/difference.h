@@ -16,7 +16,9 @@ struct DifferentRegion {
   Verdict before;
   Verdict after;
   Region region;
-  std::string words;    // the packets, as entries are written
+  size_t unless = 0;  // not 0: of the region only what none of so many entries before them matches,
+                      // for that would be too many regions to tell
+  std::string words;  // the packets, as entries are written
   std::string example;  // one of them, as trace takes it
 };
 

@@ -2,6 +2,7 @@
 #include "policy/analysis/list_analysis.h"
 
 #include <algorithm>
+#include <bit>
 #include <optional>
 
 #include "policy/analysis/rules.h"
@@ -51,10 +52,10 @@ class Analysis {
   void find_conflicts(size_t entry);
   void find_undecided(size_t entry);
   std::optional<size_t> find_container(size_t entry) const;
-  Candidates candidates(Shape shape, Box box, size_t from, size_t to) const;
-  // What becomes of the piece of an entry behind it: none of it may be decided otherwise.
-  Walk stays_same(Shape shape, size_t entry, Box box, std::vector<bool>& used);
-  Walk decided_same(Shape shape, size_t entry, Box box, std::vector<bool>& used);
+  Candidates candidates(Shape shape, Box box, size_t end, size_t but) const;
+  Walk decided_by_others(Shape shape, size_t entry, Box box, std::vector<size_t>& used);
+  // Does the entry behind it decide anything of the box when this one is gone? `stopped`: it does.
+  Walk decides(Shape shape, size_t entry, Box box, uint32_t behind);
   void add(EntryFault fault, size_t entry, std::vector<size_t> others, bool same = true);
   std::string why_impossible(size_t entry) const;
 
@@ -87,22 +88,25 @@ std::string Analysis::why_impossible(size_t entry) const {
   return "its matches exclude each other";
 }
 
-Candidates Analysis::candidates(Shape shape, Box box, size_t from, size_t to) const {
+// Of the entries before `end`, but for one.
+Candidates Analysis::candidates(Shape shape, Box box, size_t end, size_t but) const {
   Candidates found;
-  for (size_t entry = from; entry < to; entry++) {
-    if (removed_[entry]) continue;
-    for (size_t i = 0; i < rules_.count(shape, entry); i++) {
-      const Box other = rules_.box(shape, entry, i);
-      if (!overlap(space_.masked(shape), box, other)) continue;
-      found.boxes.push_back(other);
-      found.entries.push_back(entry);
-    }
+  for (const uint32_t number : rules_.overlapping(shape, box)) {
+    const size_t entry = rules_.owner(shape, number);
+    if (entry >= end) break;
+    if (removed_[entry] || entry == but) continue;
+    found.boxes.push_back(rules_.numbered(shape, number));
+    found.entries.push_back(entry);
   }
   return found;
 }
 
+// What holds the entry holds any of its boxes.
 std::optional<size_t> Analysis::find_container(size_t entry) const {
-  for (size_t other = 0; other < entry; other++) {
+  const auto shape = static_cast<Shape>(std::countr_zero(rules_.shapes(entry)));
+  for (const uint32_t number : rules_.overlapping(shape, rules_.box(shape, entry, 0))) {
+    const size_t other = rules_.owner(shape, number);
+    if (other >= entry) break;
     if (!removed_[other] && rules_.contains(other, entry)) return other;
   }
   return {};
@@ -118,7 +122,7 @@ void Analysis::find_shadowed(size_t entry) {
   for (const Shape shape : all_shapes) {
     for (size_t i = 0; i < rules_.count(shape, entry); i++) {
       const Box box = rules_.box(shape, entry, i);
-      const Candidates before = candidates(shape, box, 0, entry);
+      const Candidates before = candidates(shape, box, entry, entry);
       const auto met = [&](size_t rule) { others.push_back(before.entries[rule]); };
       const Walk walk = walk_uncovered(
           space_.masked(shape), box, before.boxes, effort_, [](Box) { return false; }, met);
@@ -134,69 +138,63 @@ void Analysis::find_shadowed(size_t entry) {
   add(EntryFault::shadowed, entry, std::move(others), same);
 }
 
-Walk Analysis::decided_same(Shape shape, size_t entry, Box box, std::vector<bool>& used) {
-  const Candidates behind = candidates(shape, box, entry + 1, entries_.size());
-  Boxes pieces(box.size());
-  std::vector<size_t> from{0};
-  pieces.add(box);
-  while (pieces.size() != 0) {
-    std::vector<Range> piece = pieces.take(pieces.size() - 1);
-    size_t rule = from.back();
-    pieces.pop();
-    from.pop_back();
-    while (rule < behind.boxes.size() &&
-           !overlap(space_.masked(shape), piece, behind.boxes[rule])) {
-      if (!effort_.spend()) return Walk::gave_up;
-      rule++;
+Walk Analysis::decides(Shape shape, size_t entry, Box box, uint32_t behind) {
+  const Box other = rules_.numbered(shape, behind);
+  std::vector<Range> both(box.begin(), box.end());
+  Boxes outside(box.size());
+  cut(space_.masked(shape), both, other, outside);
+  const Candidates first = candidates(shape, both, rules_.owner(shape, behind), entry);
+  return walk_uncovered(space_.masked(shape), both, first.boxes, effort_,
+                        [](Box) { return false; });
+}
+
+// Those that decide otherwise are asked first, for the first that decides anything ends the search.
+Walk Analysis::decided_by_others(Shape shape, size_t entry, Box box, std::vector<size_t>& used) {
+  std::vector<uint32_t> same;
+  for (const uint32_t number : rules_.overlapping(shape, box)) {
+    const size_t other = rules_.owner(shape, number);
+    if (other <= entry || removed_[other]) continue;
+    if (verdicts_[other] == verdicts_[entry]) {
+      same.push_back(number);
+      continue;
     }
-    const bool at_end = rule == behind.boxes.size();
-    if (at_end && !(default_ && *default_ == verdicts_[entry])) return Walk::stopped;
-    if (at_end) continue;
-    const size_t other = behind.entries[rule];
-    if (verdicts_[other] != verdicts_[entry]) return Walk::stopped;
-    used[other] = true;
-    if (!effort_.spend()) return Walk::gave_up;
-    cut(space_.masked(shape), piece, behind.boxes[rule], pieces);
-    from.resize(pieces.size(), rule + 1);
+    const Walk walk = decides(shape, entry, box, number);
+    if (walk != Walk::finished) return walk;
+  }
+  if (!default_ || *default_ != verdicts_[entry]) {
+    const Candidates all = candidates(shape, box, entries_.size(), entry);
+    const Walk walk =
+        walk_uncovered(space_.masked(shape), box, all.boxes, effort_, [](Box) { return false; });
+    if (walk != Walk::finished) return walk;
+  }
+  for (const uint32_t number : same) {
+    const Walk walk = decides(shape, entry, box, number);
+    if (walk == Walk::gave_up) return walk;
+    if (walk == Walk::stopped) used.push_back(rules_.owner(shape, number));
   }
   return Walk::finished;
 }
 
-Walk Analysis::stays_same(Shape shape, size_t entry, Box box, std::vector<bool>& used) {
-  const Candidates before = candidates(shape, box, 0, entry);
-  Walk result = Walk::finished;
-  const Walk walk =
-      walk_uncovered(space_.masked(shape), box, before.boxes, effort_, [&](Box piece) {
-        result = decided_same(shape, entry, piece, used);
-        return result == Walk::finished;
-      });
-  return walk == Walk::stopped ? result : walk;
-}
-
 void Analysis::find_redundant(size_t entry) {
-  std::vector<bool> used(entries_.size());
+  std::vector<size_t> used;
   for (const Shape shape : all_shapes) {
     for (size_t i = 0; i < rules_.count(shape, entry); i++) {
-      const Walk walk = stays_same(shape, entry, rules_.box(shape, entry, i), used);
+      const Walk walk = decided_by_others(shape, entry, rules_.box(shape, entry, i), used);
       if (walk == Walk::stopped) return;
       if (walk == Walk::finished) continue;
       return add(EntryFault::gave_up, entry, {});
     }
   }
   removed_[entry] = true;
-  std::vector<size_t> others;
-  for (size_t other = 0; other < used.size(); other++)
-    if (used[other]) others.push_back(other);
-  add(EntryFault::redundant, entry, std::move(others));
+  add(EntryFault::redundant, entry, std::move(used));
 }
 
 void Analysis::find_conflicts(size_t entry) {
   std::vector<size_t> others;
-  for (size_t other = 0; other < entry; other++) {
+  for (const size_t other : rules_.overlapping(entry)) {
+    if (other >= entry) break;
     if (removed_[other] || verdicts_[other].forwarding == verdicts_[entry].forwarding) continue;
-    if (rules_.overlap(other, entry) && !rules_.contains(other, entry) &&
-        !rules_.contains(entry, other))
-      others.push_back(other);
+    if (!rules_.contains(other, entry) && !rules_.contains(entry, other)) others.push_back(other);
   }
   if (!others.empty()) add(EntryFault::conflict, entry, std::move(others));
 }
@@ -204,9 +202,8 @@ void Analysis::find_conflicts(size_t entry) {
 void Analysis::find_undecided(size_t entry) {
   if (!is_open(*entries_[entry])) return;
   std::vector<size_t> others;
-  for (size_t other = entry + 1; other < entries_.size(); other++) {
-    if (verdicts_[other] != verdicts_[entry] && rules_.overlap(other, entry))
-      others.push_back(other);
+  for (const size_t other : rules_.overlapping(entry)) {
+    if (other > entry && verdicts_[other] != verdicts_[entry]) others.push_back(other);
   }
   if (!others.empty()) add(EntryFault::undecided, entry, std::move(others));
 }

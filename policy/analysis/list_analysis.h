@@ -37,6 +37,7 @@ struct ListAnalysis {
 struct AnalysisLimits {
   uint64_t total = 400000000;  // comparisons of boxes
   uint64_t each = 4000000;     // of one entry
+  size_t pieces = 1000;  // in which to tell what two policies decide differently by two entries
 };
 
 // `hands_on` says that packets which no entry matches may go on to another list, so that the default

@@ -1,38 +1,37 @@
 // Entries of one or more lists as boxes in all shapes.
 #include "policy/analysis/rules.h"
 
+#include <algorithm>
+
 namespace qimctl {
 
 RuleBoxes::RuleBoxes(const Space& space, const std::vector<const Entry*>& entries)
     : space_(&space), shapes_(entries.size()) {
+  by_shape_.reserve(all_shapes.size());  // an index knows where its boxes are
   for (const Shape shape : all_shapes) {
     OfShape& all = by_shape_.emplace_back(space.dimensions(shape).size());
     for (size_t rule = 0; rule < entries.size(); rule++) {
       const Boxes boxes = space.boxes(shape, *entries[rule]);
       for (size_t i = 0; i < boxes.size(); i++) all.boxes.add(boxes[i]);
+      all.owners.resize(all.boxes.size(), rule);
       all.ends.push_back(static_cast<uint32_t>(all.boxes.size()));
       if (boxes.size() != 0) shapes_[rule] |= 1u << static_cast<uint32_t>(shape);
     }
+    all.index = std::make_unique<BoxIndex>(space.masked(shape), space.whole(shape), all.boxes);
   }
 }
 
-bool RuleBoxes::overlap(Shape shape, size_t a, size_t b) const {
-  const Masked& masked = space_->masked(shape);
-  for (size_t i = 0; i < count(shape, a); i++) {
-    for (size_t k = 0; k < count(shape, b); k++)
-      if (qimctl::overlap(masked, box(shape, a, i), box(shape, b, k))) return true;
-  }
-  return false;
-}
-
-bool RuleBoxes::overlap(size_t a, size_t b) const {
-  const uint32_t both = shapes_[a] & shapes_[b];
-  if (both == 0) return false;
+std::vector<size_t> RuleBoxes::overlapping(size_t rule) const {
+  std::vector<size_t> rules;
   for (const Shape shape : all_shapes) {
-    const bool shared = (both >> static_cast<uint32_t>(shape) & 1) != 0;
-    if (shared && overlap(shape, a, b)) return true;
+    for (size_t i = 0; i < count(shape, rule); i++) {
+      for (const uint32_t number : overlapping(shape, box(shape, rule, i)))
+        rules.push_back(owner(shape, number));
+    }
   }
-  return false;
+  std::sort(rules.begin(), rules.end());
+  rules.erase(std::unique(rules.begin(), rules.end()), rules.end());
+  return rules;
 }
 
 // The boxes of one entry have a gap between them, so a box that lies in all of them lies in one.

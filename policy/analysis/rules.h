@@ -2,8 +2,10 @@
 #pragma once
 
 #include <array>
+#include <memory>
 #include <vector>
 
+#include "policy/analysis/box_index.h"
 #include "policy/analysis/space.h"
 
 namespace qimctl {
@@ -28,12 +30,15 @@ class RuleBoxes {
   Box box(Shape shape, size_t rule, size_t i) const {
     return of(shape).boxes[of(shape).ends[rule] + i];
   }
-  bool has(size_t rule, Shape shape) const {
-    return (shapes_[rule] >> static_cast<uint32_t>(shape) & 1) != 0;
-  }
 
-  bool overlap(Shape shape, size_t a, size_t b) const;
-  bool overlap(size_t a, size_t b) const;
+  // The boxes that overlap `box`, by their numbers, in the order of rules.
+  std::vector<uint32_t> overlapping(Shape shape, Box box) const {
+    return of(shape).index->overlapping(box);
+  }
+  Box numbered(Shape shape, uint32_t number) const { return of(shape).boxes[number]; }
+  size_t owner(Shape shape, uint32_t number) const { return of(shape).owners[number]; }
+  // The rules that overlap one, in order, itself included.
+  std::vector<size_t> overlapping(size_t rule) const;
   // Does a match all that b matches?
   bool contains(size_t a, size_t b) const;
 
@@ -42,6 +47,8 @@ class RuleBoxes {
     explicit OfShape(size_t dimensions) : boxes(dimensions) {}
     Boxes boxes;
     std::vector<uint32_t> ends{0};  // where each rule's end, and before it the first one's begin
+    std::vector<size_t> owners;     // of each box
+    std::unique_ptr<BoxIndex> index;
   };
   const OfShape& of(Shape shape) const { return by_shape_[static_cast<size_t>(shape)]; }
 

@@ -38,6 +38,7 @@ JsonValue to_json(const PlaceDifference& place) {
     item.set("after", verdict_text(region.after));
     item.set("packets", region.words);
     item.set("example", region.example);
+    if (region.unless != 0) item.set("unless", region.unless);
     regions.add(std::move(item));
   }
   JsonValue value;
