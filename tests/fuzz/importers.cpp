@@ -5,6 +5,7 @@
 #include "policy/base/json_text.h"
 #include "policy/base/policy_check.h"
 #include "policy/formats/any/any.h"
+#include "policy/formats/iptables/iptables.h"
 #include "policy/formats/native/native.h"
 #include "policy/formats/openconfig/openconfig.h"
 #include "policy/formats/rfc8519/rfc8519.h"
@@ -66,6 +67,12 @@ void openconfig(const uint8_t* bytes, size_t size) {
   written_again(input.model,
                 [](const qimctl::Model& model) { return qimctl::write_openconfig(model); });
   return nodes_of(std::move(input));
+});
+}
+
+void iptables(const uint8_t* bytes, size_t size) {
+  import(bytes, size, [](const std::string& text, const std::string& file) {
+    return nodes_of(qimctl::read_iptables(text, file, {"eth0"}));
 });
 }
 

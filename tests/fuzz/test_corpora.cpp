@@ -28,10 +28,14 @@ struct Target {
 };
 
 constexpr Target kTargets[] = {
-    {"tlv", fuzz::tlv, false, 4000},       {"dsetname", fuzz::dsetname, false, 1000},
-    {"native", fuzz::native, true, 100},   {"rfc8519", fuzz::rfc8519, true, 100},
+    {"tlv", fuzz::tlv, false, 4000},
+    {"dsetname", fuzz::dsetname, false, 1000},
+    {"native", fuzz::native, true, 100},
+    {"rfc8519", fuzz::rfc8519, true, 100},
     {"openconfig", fuzz::openconfig, true, 100},
-    {"command", fuzz::command, false, 20}, {"image", fuzz::image, false, 100},
+    {"iptables", fuzz::iptables, true, 100},
+    {"command", fuzz::command, false, 20},
+    {"image", fuzz::image, false, 100},
     {"dump", fuzz::dump, false, 50},
 };
 

@@ -1,6 +1,7 @@
 // Telling formats apart, and asking the one that a file is in.
 #include "policy/formats/any/any.h"
 
+#include "policy/formats/iptables/iptables.h"
 #include "policy/formats/native/native.h"
 #include "policy/formats/openconfig/openconfig.h"
 #include "policy/formats/rfc8519/rfc8519.h"
@@ -21,7 +22,7 @@ constexpr std::array marks{
 }  // namespace
 
 Format guess_format(const std::string& text) {
-  Format found = Format::guess;
+  Format found = has_filter_table(text) ? Format::iptables : Format::guess;
   for (const Mark& mark : marks) {
     if (text.find('"' + std::string(mark.word) + '"') == std::string::npos) continue;
     if (found != Format::guess && found != mark.format) return Format::guess;
@@ -46,6 +47,8 @@ ModelInput read_model(const std::string& text, const std::string& file, Format f
       return read_rfc8519(text, file, options);
     case Format::openconfig:
       return read_openconfig(text, file);
+    case Format::iptables:
+      return read_iptables(text, file, options);
     default:
       throw InputError({file, 0, ""}, "holds nodes, not access lists; 'qimctl import' takes it");
   }

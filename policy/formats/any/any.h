@@ -10,15 +10,15 @@
 
 namespace qimctl {
 
-enum class Format { guess, native, rfc8519, openconfig };
+enum class Format { guess, native, rfc8519, openconfig, iptables };
 
 struct FormatName {
   std::string_view name;
   Format format;
 };
-inline constexpr std::array format_names{FormatName{"native", Format::native},
-                                         FormatName{"rfc8519", Format::rfc8519},
-                                         FormatName{"openconfig", Format::openconfig}};
+inline constexpr std::array format_names{
+    FormatName{"native", Format::native}, FormatName{"rfc8519", Format::rfc8519},
+    FormatName{"openconfig", Format::openconfig}, FormatName{"iptables", Format::iptables}};
 
 // Those that access lists are written in.
 inline constexpr std::array written_formats{FormatName{"rfc8519", Format::rfc8519},

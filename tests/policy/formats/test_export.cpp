@@ -76,6 +76,15 @@ TEST_F(Export, finds_nothing_changed_in_what_it_has_applied) {
   }
 }
 
+TEST_F(Export, applies_a_saved_rule_set_at_an_interface) {
+  const std::string example = tools_test::source_dir() / "examples/gateway.iptables-save";
+  EXPECT_EQ(run("a", {"apply", example}).code, qimctl::exit_lossy);
+  const Outcome applied = run("a", {"apply", "--interface", "eth0", example});
+  EXPECT_EQ(applied.code, 0);
+  EXPECT_THAT(applied.out, HasSubstr("INPUT  added with 9 entries; attached to if:eth0/in"));
+  EXPECT_EQ(run("a", {"diff", "--interface", "eth0", example}).code, 0);
+}
+
 TEST_F(Export, writes_the_format_that_is_asked_for) {
   const std::string example = tools_test::source_dir() / "examples/campus.openconfig.json";
   ASSERT_EQ(run("a", {"apply", example}).code, 0);

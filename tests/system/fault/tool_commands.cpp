@@ -59,6 +59,7 @@ const std::vector<Command>& all_commands() {
         {{"import", "--lossy", "-v", "@edge-router.rfc8519.json"}, kNoDatabase},
         {{"apply", "--lossy", "@edge-router.rfc8519.json"}, kNoDatabase},
         {{"apply", "@campus.openconfig.json"}, kNoDatabase},
+        {{"import", "--lossy", "@gateway.iptables-save"}, kNoDatabase},
         {{"apply", "@@lists.json"}, kCopy},
         {{"rollback", "kept"}, kCopy},
         {{"apply", "--dry-run", "@@lists.json"}, kDatabase},
