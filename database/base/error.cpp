@@ -157,13 +157,7 @@ namespace rov {
 
 namespace {
 
-struct Row {
-  int error;
-  uint32_t status;
-  const char* advice;
-};
-
-constexpr Row kRows[] = {
+constexpr ErrorAdvice kRows[] = {
     {ENOMEM, ROV_ERR_NO_MEM, "free memory and try again"},
     {ENOSPC, ROV_ERR_FULL, "free space on the file system and try again; nothing was lost"},
     {EDQUOT, ROV_ERR_FULL, "free space within the quota and try again; nothing was lost"},
@@ -188,10 +182,11 @@ constexpr Row kRows[] = {
      "lost"},
 };
 
-constexpr Row kOther = {0, ROV_ERR_GENERIC, "check the file system, then restore from a dump"};
+constexpr ErrorAdvice kOther = {0, ROV_ERR_GENERIC,
+                                "check the file system, then restore from a dump"};
 
-const Row& row_of(int error) {
-  for (const Row& row : kRows) {
+const ErrorAdvice& row_of(int error) {
+  for (const ErrorAdvice& row : kRows) {
     if (row.error == error) return row;
   }
   return kOther;
@@ -219,7 +214,7 @@ uint32_t system_fail(int error, const char* text, const char* path, const char* 
                      "bytes for this process, and try again; nothing was lost",
                      doing, path, text, limit);
   }
-  const Row& row = row_of(error);
+  const ErrorAdvice& row = row_of(error);
   return fail_text(row.status, "cannot %s in database %s: %s; %s", doing, path, text, row.advice);
 }
 

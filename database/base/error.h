@@ -46,6 +46,13 @@ uint32_t bad_argument(uint32_t number);
 // Notes a failure with its sentence: what, where, what to do about it. Not for the read path.
 [[gnu::format(printf, 2, 3)]] uint32_t fail_text(uint32_t status, const char* format, ...);
 
+// What an error of the operating system or of the engine stands for, and what to do about it.
+struct ErrorAdvice {
+  int error;
+  uint32_t status;
+  const char* advice;
+};
+
 // Notes an error and returns the status that stands for it; 0 is ROV_OK. `path`: of the database.
 // `doing` completes the sentence "cannot ...".
 uint32_t system_fail(int error, const char* path, const char* doing);

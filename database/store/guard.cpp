@@ -20,13 +20,7 @@ namespace rov {
 
 namespace {
 
-struct Row {
-  int error;
-  uint32_t status;
-  const char* advice;
-};
-
-constexpr Row kRows[] = {
+constexpr ErrorAdvice kRows[] = {
     {MDB_PAGE_NOTFOUND, ROV_ERR_CORRUPT, "restore the database from a dump"},
     {MDB_CORRUPTED, ROV_ERR_CORRUPT, "restore the database from a dump"},
     {MDB_CURSOR_FULL, ROV_ERR_CORRUPT, "restore the database from a dump"},
@@ -36,8 +30,7 @@ constexpr Row kRows[] = {
     // What the engine says of a transaction in which it found damage before.
     {MDB_BAD_TXN, ROV_ERR_CORRUPT,
      "the session met a damaged page before: look at the database with qimctl check, and restore "
-     "it "
-     "from a dump"},
+     "it from a dump"},
     {MDB_INCOMPATIBLE, ROV_ERR_CORRUPT, "restore the database from a dump"},
     {MDB_PANIC, ROV_ERR_IO,
      "an earlier write failed half-way: close the database in this process and "
@@ -56,7 +49,7 @@ constexpr Row kRows[] = {
 
 uint32_t engine_fail_at(int error, const char* path, const char* doing) {
   if (error == 0) return ROV_OK;
-  for (const Row& row : kRows) {
+  for (const ErrorAdvice& row : kRows) {
     if (row.error != error) continue;
     return fail_text(row.status, "cannot %s in database %s: %s; %s", doing, path,
                      mdb_strerror(error), row.advice);
