@@ -9,6 +9,7 @@
 #include "policy/formats/native/native.h"
 #include "policy/formats/openconfig/openconfig.h"
 #include "policy/formats/rfc8519/rfc8519.h"
+#include "policy/formats/switch_tables/switch_tables.h"
 #include "policy/store/list_nodes.h"
 #include "tests/fuzz/targets.h"
 #include "tools/commands/import.h"
@@ -73,6 +74,12 @@ void openconfig(const uint8_t* bytes, size_t size) {
 void iptables(const uint8_t* bytes, size_t size) {
   import(bytes, size, [](const std::string& text, const std::string& file) {
     return nodes_of(qimctl::read_iptables(text, file, {"eth0"}));
+});
+}
+
+void switch_tables(const uint8_t* bytes, size_t size) {
+  import(bytes, size, [](const std::string& text, const std::string& file) {
+    return nodes_of(qimctl::read_switch_tables(text, file));
 });
 }
 

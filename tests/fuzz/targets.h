@@ -15,6 +15,7 @@ void native(const uint8_t* bytes, size_t size);
 void rfc8519(const uint8_t* bytes, size_t size);
 void openconfig(const uint8_t* bytes, size_t size);
 void iptables(const uint8_t* bytes, size_t size);
+void switch_tables(const uint8_t* bytes, size_t size);
 void command(const uint8_t* bytes, size_t size);
 void image(const uint8_t* bytes, size_t size);
 void dump(const uint8_t* bytes, size_t size);

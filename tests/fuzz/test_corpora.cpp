@@ -34,6 +34,7 @@ constexpr Target kTargets[] = {
     {"rfc8519", fuzz::rfc8519, true, 100},
     {"openconfig", fuzz::openconfig, true, 100},
     {"iptables", fuzz::iptables, true, 100},
+    {"switch_tables", fuzz::switch_tables, true, 100},
     {"command", fuzz::command, false, 20},
     {"image", fuzz::image, false, 100},
     {"dump", fuzz::dump, false, 50},

@@ -5,6 +5,7 @@
 #include "policy/formats/native/native.h"
 #include "policy/formats/openconfig/openconfig.h"
 #include "policy/formats/rfc8519/rfc8519.h"
+#include "policy/formats/switch_tables/switch_tables.h"
 
 namespace qimctl {
 
@@ -15,9 +16,12 @@ struct Mark {
   const char* word;
   Format format;
 };
-constexpr std::array marks{
-    Mark{native_format_name, Format::native}, Mark{rfc8519_root, Format::rfc8519},
-    Mark{openconfig_root, Format::openconfig}, Mark{openconfig_entries, Format::openconfig}};
+constexpr std::array marks{Mark{native_format_name, Format::native},
+                           Mark{rfc8519_root, Format::rfc8519},
+                           Mark{openconfig_root, Format::openconfig},
+                           Mark{openconfig_entries, Format::openconfig},
+                           Mark{switch_lists_table, Format::switch_tables},
+                           Mark{switch_rules_table, Format::switch_tables}};
 
 }  // namespace
 
@@ -49,6 +53,8 @@ ModelInput read_model(const std::string& text, const std::string& file, Format f
       return read_openconfig(text, file);
     case Format::iptables:
       return read_iptables(text, file, options);
+    case Format::switch_tables:
+      return read_switch_tables(text, file);
     default:
       throw InputError({file, 0, ""}, "holds nodes, not access lists; 'qimctl import' takes it");
   }

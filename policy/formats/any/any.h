@@ -10,7 +10,7 @@
 
 namespace qimctl {
 
-enum class Format { guess, native, rfc8519, openconfig, iptables };
+enum class Format { guess, native, rfc8519, openconfig, iptables, switch_tables };
 
 struct FormatName {
   std::string_view name;
@@ -18,7 +18,8 @@ struct FormatName {
 };
 inline constexpr std::array format_names{
     FormatName{"native", Format::native}, FormatName{"rfc8519", Format::rfc8519},
-    FormatName{"openconfig", Format::openconfig}, FormatName{"iptables", Format::iptables}};
+    FormatName{"openconfig", Format::openconfig}, FormatName{"iptables", Format::iptables},
+    FormatName{"switch", Format::switch_tables}};
 
 // Those that access lists are written in.
 inline constexpr std::array written_formats{FormatName{"rfc8519", Format::rfc8519},

@@ -68,7 +68,8 @@ TEST_F(Export, prints_nothing_when_something_would_be_lost) {
 
 // The format of each is told from its contents.
 TEST_F(Export, finds_nothing_changed_in_what_it_has_applied) {
-  for (const char* name : {"edge-router.rfc8519.json", "campus.openconfig.json"}) {
+  for (const char* name :
+       {"edge-router.rfc8519.json", "campus.openconfig.json", "leaf.switch.json"}) {
     const std::string example = (tools_test::source_dir() / "examples" / name).string();
     ASSERT_EQ(run(name, {"apply", example}).code, 0) << name;
     EXPECT_EQ(run(name, {"diff", example}).code, 0) << name;

@@ -60,6 +60,7 @@ const std::vector<Command>& all_commands() {
         {{"apply", "--lossy", "@edge-router.rfc8519.json"}, kNoDatabase},
         {{"apply", "@campus.openconfig.json"}, kNoDatabase},
         {{"import", "--lossy", "@gateway.iptables-save"}, kNoDatabase},
+        {{"apply", "@leaf.switch.json"}, kNoDatabase},
         {{"apply", "@@lists.json"}, kCopy},
         {{"rollback", "kept"}, kCopy},
         {{"apply", "--dry-run", "@@lists.json"}, kDatabase},
