@@ -46,7 +46,7 @@ int run(int argc, const char* const* argv) {
     complain(error.what());
     return exit_usage;
   } catch (const Interrupted&) {
-    complain("interrupted; nothing was stored");
+    complain(interrupted_text);
     return exit_interrupted;
   } catch (const InputError& error) {
     complain_of(error);

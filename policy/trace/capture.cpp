@@ -14,6 +14,8 @@ constexpr size_t frame_head_size = 16;
 
 constexpr uint32_t magic_micro = 0xa1b2c3d4;
 constexpr uint32_t magic_nano = 0xa1b23c4d;
+// What a file of the newer format begins with, in either byte order.
+constexpr uint32_t magic_blocks = 0x0a0d0d0a;
 constexpr uint32_t link_ethernet = 1;
 constexpr uint32_t link_raw = 101;
 constexpr uint32_t link_ipv4 = 228;
@@ -49,6 +51,8 @@ void read_capture(std::span<const uint8_t> contents, const std::string& file,
   const bool whole = contents.size() >= head_size;
   const bool big = whole && is_magic(Numbers(contents, true).at(0));
   const Numbers numbers(contents, big);
+  if (contents.size() >= 4 && Numbers(contents, true).at(0) == magic_blocks)
+    fail(file, "is a capture in pcapng format; 'editcap -F pcap OLD NEW' makes one in pcap format");
   if (!whole || !is_magic(numbers.at(0)))
     fail(file, "is no capture in pcap format; 'tcpdump -w' and 'editcap -F pcap' write such files");
   const uint32_t link = numbers.at(20) & 0xffff;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 #include <set>
+#include <span>
 
 namespace qimctl {
 
@@ -12,7 +13,7 @@ namespace {
 constexpr std::array headers{Header::eth, Header::ipv4, Header::ipv6,
                              Header::tcp, Header::udp,  Header::icmp};
 
-size_t words_of(size_t entries) {
+constexpr size_t words_of(size_t entries) {
   return (entries + 63) / 64;
 }
 
@@ -39,7 +40,7 @@ Classifier::Block Classifier::make_block(const ListMatcher& matcher, size_t list
   std::set<Field> fields;
   for (size_t i = 0; i < block.count; i++) {
     for (size_t header = 0; header < headers.size(); header++) {
-      const std::vector<Condition>& conditions = matcher.conditions(first + i);
+      const std::span<const Condition> conditions = matcher.conditions(first + i);
       const bool needed = std::any_of(
           conditions.begin(), conditions.end(),
           [header](const Condition& condition) { return condition.header == headers[header]; });
@@ -87,22 +88,23 @@ Classifier::Table Classifier::make_table(const ListMatcher& matcher, const Block
 
 // True when an entry of the block certainly matches.
 bool Classifier::ask(const Block& block, const Packet& packet, TraceResult& result) const {
-  std::array<const uint64_t*, field_count + headers.size()> rows{};
-  size_t count = 0;
+  std::array<uint64_t, words_of(block_entries)> suits;
+  suits.fill(UINT64_MAX);
   const size_t words = words_of(block.count);
+  const auto narrow = [&suits, words](const uint64_t* row) {
+    for (size_t word = 0; word < words; word++) suits[word] &= row[word];
+  };
   for (size_t i = 0; i < headers.size(); i++)
-    if (packet.has(headers[i]) == Truth::no) rows[count++] = block.without[i].data();
+    if (packet.has(headers[i]) == Truth::no) narrow(block.without[i].data());
   for (const Table& table : block.tables) {
     if (!packet.knows(table.field)) continue;
     const auto edge =
         std::upper_bound(table.edges.begin(), table.edges.end(), packet.value(table.field));
-    rows[count++] = &table.suits[static_cast<size_t>(edge - table.edges.begin() - 1) * words];
+    narrow(&table.suits[static_cast<size_t>(edge - table.edges.begin() - 1) * words]);
   }
   const ListMatcher& matcher = tracer_.lists()[block.list];
   for (size_t word = 0; word < words; word++) {
-    uint64_t bits = UINT64_MAX;
-    for (size_t row = 0; row < count; row++) bits &= rows[row][word];
-    for (; bits != 0; bits &= bits - 1) {
+    for (uint64_t bits = suits[word]; bits != 0; bits &= bits - 1) {
       const size_t at = 64 * word + static_cast<size_t>(std::countr_zero(bits));
       if (at >= block.count) break;
       const size_t entry = block.first + at;

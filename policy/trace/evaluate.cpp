@@ -8,24 +8,55 @@
 
 namespace qimctl {
 
-ListMatcher::ListMatcher(const AccessList& list) : list_(&list) {
-  conditions_.resize(list.entries.size());
-  for (size_t i = 0; i < list.entries.size(); i++) {
-    conditions_[i].reserve(list.entries[i].criteria.size());
-    for (const Criterion& criterion : list.entries[i].criteria)
-      conditions_[i].push_back(to_condition(criterion));
-  }
-}
+namespace {
 
-ListMatcher::Answer ListMatcher::ask(size_t entry, const Packet& packet) const {
-  Answer answer;
-  const std::vector<Condition>& conditions = conditions_[entry];
-  for (uint32_t i = 0; i < conditions.size(); i++) {
-    const Truth truth = holds(conditions[i], packet);
+// `ask` says whether the criterion of a number holds.
+template <typename Ask>
+EntryAnswer ask_each(size_t count, Ask ask) {
+  EntryAnswer answer;
+  for (uint32_t i = 0; i < count; i++) {
+    const Truth truth = ask(i);
     if (truth == Truth::no) return {truth, i};
     if (truth == Truth::unknown && answer.truth == Truth::yes) answer = {truth, i};
   }
   return answer;
+}
+
+// `ask` says whether the entry of a number, of the list of a number, matches.
+template <typename Ask>
+TraceResult trace_lists(const Lists& lists, bool with_asked, Ask ask) {
+  TraceResult result;
+  for (size_t list = 0; list < lists.size(); list++) {
+    const std::vector<Entry>& entries = lists[list]->entries;
+    for (size_t entry = 0; entry < entries.size(); entry++) {
+      const EntryAnswer answer = ask(list, entry);
+      if (with_asked) result.asked.push_back({list, entry, answer});
+      if (answer.truth == Truth::no) continue;
+      result.outcomes.push_back({verdict_of(entries[entry]), list, entry});
+      if (answer.truth == Truth::yes) return result;
+    }
+  }
+  result.outcomes.push_back({{lists.back()->default_action, false, {}}, lists.size() - 1, {}});
+  return result;
+}
+
+}  // namespace
+
+ListMatcher::ListMatcher(const AccessList& list) : list_(&list) {
+  size_t count = 0;
+  for (const Entry& entry : list.entries) count += entry.criteria.size();
+  conditions_.reserve(count);
+  ends_.reserve(list.entries.size() + 1);
+  for (const Entry& entry : list.entries) {
+    for (const Criterion& criterion : entry.criteria)
+      conditions_.push_back(to_condition(criterion));
+    ends_.push_back(conditions_.size());
+  }
+}
+
+EntryAnswer ListMatcher::ask(size_t entry, const Packet& packet) const {
+  const std::span<const Condition> asked = conditions(entry);
+  return ask_each(asked.size(), [&](size_t i) { return holds(asked[i], packet); });
 }
 
 Verdict verdict_of(const Entry& entry) {
@@ -62,26 +93,22 @@ bool TraceResult::is_certain() const {
   });
 }
 
-Tracer::Tracer(const Lists& lists) {
+TraceResult trace_once(const Lists& lists, const Packet& packet) {
+  return trace_lists(lists, true, [&](size_t list, size_t entry) {
+    const std::vector<Criterion>& criteria = lists[list]->entries[entry].criteria;
+    return ask_each(criteria.size(),
+                    [&](size_t i) { return holds(to_condition(criteria[i]), packet); });
+  });
+}
+
+Tracer::Tracer(const Lists& lists) : all_(lists) {
   matchers_.reserve(lists.size());
   for (const AccessList* list : lists) matchers_.emplace_back(*list);
 }
 
 TraceResult Tracer::trace(const Packet& packet, bool with_asked) const {
-  TraceResult result;
-  for (size_t list = 0; list < matchers_.size(); list++) {
-    const ListMatcher& matcher = matchers_[list];
-    for (size_t entry = 0; entry < matcher.list().entries.size(); entry++) {
-      const ListMatcher::Answer answer = matcher.ask(entry, packet);
-      if (with_asked) result.asked.push_back({list, entry, answer});
-      if (answer.truth == Truth::no) continue;
-      result.outcomes.push_back({verdict_of(matcher.list().entries[entry]), list, entry});
-      if (answer.truth == Truth::yes) return result;
-    }
-  }
-  const Verdict verdict{matchers_.back().list().default_action, false, {}};
-  result.outcomes.push_back({verdict, matchers_.size() - 1, {}});
-  return result;
+  return trace_lists(all_, with_asked,
+                     [&](size_t list, size_t entry) { return matchers_[list].ask(entry, packet); });
 }
 
 }  // namespace qimctl

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -15,22 +16,27 @@
 
 namespace qimctl {
 
+// Whether an entry matches a packet.
+struct EntryAnswer {
+  Truth truth = Truth::yes;
+  uint32_t criterion = 0;  // that says no, or is the first to leave it open; none of a yes
+};
+
 // A list whose criteria are taken apart. The list stays where it is.
 class ListMatcher {
  public:
   explicit ListMatcher(const AccessList& list);
 
-  struct Answer {
-    Truth truth = Truth::yes;
-    uint32_t criterion = 0;  // that says no, or is the first to leave it open; none of a yes
-  };
   const AccessList& list() const { return *list_; }
-  Answer ask(size_t entry, const Packet& packet) const;
-  const std::vector<Condition>& conditions(size_t entry) const { return conditions_[entry]; }
+  EntryAnswer ask(size_t entry, const Packet& packet) const;
+  std::span<const Condition> conditions(size_t entry) const {
+    return std::span(conditions_).subspan(ends_[entry], ends_[entry + 1] - ends_[entry]);
+  }
 
  private:
   const AccessList* list_;
-  std::vector<std::vector<Condition>> conditions_;
+  std::vector<Condition> conditions_;  // of one entry behind those of another
+  std::vector<size_t> ends_{0};        // of each entry's, and before it the first one's begin
 };
 
 // What is done with a packet.
@@ -60,7 +66,7 @@ struct Outcome {
 struct AskedEntry {
   size_t list = 0;
   size_t entry = 0;
-  ListMatcher::Answer answer;
+  EntryAnswer answer;
 };
 
 struct TraceResult {
@@ -69,6 +75,10 @@ struct TraceResult {
                                   // left open does not match
   bool is_certain() const;        // all forward, or all don't, in the same way
 };
+
+// Asks lists about one packet, with what each entry said: criteria are taken apart as they are asked,
+// so that no more of them are than one packet needs. There must be a list.
+TraceResult trace_once(const Lists& lists, const Packet& packet);
 
 // A sequence of lists, ready to be asked. It must not be empty, and the lists stay where they are.
 class Tracer {
@@ -79,6 +89,7 @@ class Tracer {
   const std::vector<ListMatcher>& lists() const { return matchers_; }
 
  private:
+  Lists all_;
   std::vector<ListMatcher> matchers_;
 };
 

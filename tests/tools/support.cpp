@@ -99,6 +99,7 @@ Process::Process(const std::vector<std::string>& arguments,
   words.push_back(from_environment("QIM_BUILD_DIR") + "/bin/qimctl");
   words.insert(words.end(), arguments.begin(), arguments.end());
   write_text(dir_ / "out", "");
+  write_text(dir_ / "err", "");
   child_ = fork();
   if (child_ == 0) {
     redirect(STDOUT_FILENO, output_);
@@ -121,6 +122,10 @@ void Process::wait_for(const std::string& text) const {
         << read_text(output_) << read_text(dir_ / "err");
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
+}
+
+void Process::interrupt() const {
+  EXPECT_EQ(kill(child_, SIGINT), 0);
 }
 
 Outcome Process::finish() {

@@ -58,6 +58,8 @@ class Process {
 
   // Waits until its standard output holds `text`. Fails the test when that takes a minute.
   void wait_for(const std::string& text) const;
+  // As Ctrl-C does.
+  void interrupt() const;
   // Waits for its end.
   Outcome finish();
 

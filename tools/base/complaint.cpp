@@ -12,10 +12,6 @@ namespace {
 
 OutputForm complaint_form = OutputForm::table;
 
-void print_line(const std::string& text) {
-  fprintf(stderr, "qimctl: %s\n", harmless(text).c_str());
-}
-
 void set_words(JsonValue& value, const std::string& message) {
   const size_t end = message.rfind("; ");
   value.set("what", message.substr(0, end));
@@ -32,15 +28,19 @@ void complain_as(OutputForm form) {
   complaint_form = form;
 }
 
-void complain(const std::string& message) {
-  if (is_text(complaint_form)) return print_line(message);
+std::string complaint_text(const std::string& message) {
+  if (is_text(complaint_form)) return "qimctl: " + harmless(message) + "\n";
   JsonValue value;
   set_words(value, message);
-  print_document(value);
+  return value.dump_repaired(-1) + "\n";
+}
+
+void complain(const std::string& message) {
+  fputs(complaint_text(message).c_str(), stderr);
 }
 
 void complain(const Problem& problem) {
-  if (is_text(complaint_form)) return print_line(to_string(problem.place) + ": " + problem.message);
+  if (is_text(complaint_form)) return complain(to_string(problem.place) + ": " + problem.message);
   JsonValue value;
   value.set("file", problem.place.file);
   if (problem.place.line != 0) value.set("line", problem.place.line);

@@ -12,6 +12,9 @@ namespace qimctl {
 // `what` and, where they are known, `fix`, `file`, `line` and `path`, and `status`.
 void complain_as(OutputForm form);
 
+// What complain() prints of a message, with the line's end.
+std::string complaint_text(const std::string& message);
+
 // Says what went wrong. What stands behind the last semicolon of a message is what to do about it.
 void complain(const std::string& message);
 // The same of a place in the input.

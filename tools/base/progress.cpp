@@ -4,10 +4,14 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+
+#include "tools/base/complaint.h"
+#include "tools/base/exit_code.h"
 
 namespace qimctl {
 
@@ -21,6 +25,28 @@ volatile sig_atomic_t interrupted = 0;
 
 void note_interrupt(int) {
   interrupted = 1;
+}
+
+// Put together before it is needed, for an interrupt may come anywhere.
+char last_words[160];
+
+void end_at_once(int) {
+  // Nobody is left who could be told that it can't be said.
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, last_words, strlen(last_words));
+  _exit(exit_interrupted);
+}
+
+using Handler = void (*)(int);
+
+// Whoever ignores interrupts in the background goes on doing so.
+Handler handle_interrupts(Handler handler) {
+  const Handler before = signal(SIGINT, handler);
+  if (before == SIG_IGN) signal(SIGINT, SIG_IGN);
+  return before;
+}
+
+void handle_again(Handler before) {
+  if (before != SIG_ERR) signal(SIGINT, before);
 }
 
 }  // namespace
@@ -37,24 +63,39 @@ std::string progress_bar(size_t done, size_t total, size_t width) {
   return bar + "]";
 }
 
+Interrupts::Interrupts() : before_(handle_interrupts(note_interrupt)) {}
+
+Interrupts::~Interrupts() {
+  handle_again(before_);
+}
+
+void Interrupts::check() const {
+  if (interrupted != 0) throw Interrupted();
+}
+
+Abandoning::Abandoning() {
+  const std::string text = complaint_text(interrupted_text);
+  memcpy(last_words, text.c_str(), std::min(text.size() + 1, sizeof last_words - 1));
+  before_ = handle_interrupts(end_at_once);
+}
+
+Abandoning::~Abandoning() {
+  handle_again(before_);
+}
+
 Progress::Progress(std::string what, size_t total, bool visible)
     : what_(std::move(what)),
       total_(total),
       visible_(visible),
-      before_(signal(SIGINT, note_interrupt)),
-      due_(std::chrono::steady_clock::now() + redraw_interval) {
-  // Whoever ignores interrupts in the background goes on doing so.
-  if (before_ == SIG_IGN) signal(SIGINT, SIG_IGN);
-}
+      due_(std::chrono::steady_clock::now() + redraw_interval) {}
 
 Progress::~Progress() {
-  if (before_ != SIG_ERR) signal(SIGINT, before_);
   if (visible_) fputs(erase_line, stderr);
 }
 
 void Progress::step() {
   done_++;
-  if (interrupted != 0) throw Interrupted();
+  interrupts_.check();
   if (!visible_ || std::chrono::steady_clock::now() < due_) return;
   due_ = std::chrono::steady_clock::now() + redraw_interval;
   draw();

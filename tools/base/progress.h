@@ -11,6 +11,37 @@ namespace qimctl {
 // An interrupt from the keyboard ended what was under way.
 struct Interrupted {};
 
+inline constexpr const char* interrupted_text = "interrupted; nothing was stored";
+
+// While one lives, an interrupt is noted, and ends the work where it is asked about: what is under way
+// can be taken back then.
+class Interrupts {
+ public:
+  Interrupts();
+  ~Interrupts();
+  Interrupts(const Interrupts&) = delete;
+  Interrupts& operator=(const Interrupts&) = delete;
+
+  // Throws Interrupted.
+  void check() const;
+
+ private:
+  void (*before_)(int);  // what an interrupt did
+};
+
+// While one lives, an interrupt says that nothing was stored, and ends the process at once: nothing is
+// under way that had to be taken back.
+class Abandoning {
+ public:
+  Abandoning();
+  ~Abandoning();
+  Abandoning(const Abandoning&) = delete;
+  Abandoning& operator=(const Abandoning&) = delete;
+
+ private:
+  void (*before_)(int);
+};
+
 // While one lives, an interrupt ends the work at its next step.
 class Progress {
  public:
@@ -30,7 +61,7 @@ class Progress {
   size_t total_;
   size_t done_ = 0;
   bool visible_;
-  void (*before_)(int);  // what an interrupt did
+  Interrupts interrupts_;
   std::chrono::steady_clock::time_point due_;
 };
 

@@ -77,6 +77,7 @@ class Application {
     check_pruned(session.handle(), stored, change);
     editor.write_lists(change);
     const size_t edits = editor.counts().edits;
+    interrupts_.check();
     if (edits != 0 && !options_.dry_run) session.commit();
     made_.keep();
     print_result(files, change, node_edits, edits);
@@ -126,6 +127,7 @@ class Application {
   }
 
   const ApplyOptions& options_;
+  Interrupts interrupts_;
   NewDatabase made_;
   Database database_;
 };

@@ -136,6 +136,7 @@ void say_losses(const PolicyFiles& files) {
 }
 
 PolicyFiles read_files(const FileOptions& options) {
+  const Abandoning abandoning;
   return Reader(options).read();
 }
 

@@ -41,16 +41,20 @@ void require_empty(const Database& database, const WriteSession& session, const 
 }  // namespace
 
 RestoreCounts restore_database(const std::string& directory, const std::string& file) {
-  const Source source = read_source(file);
-  const Policy policy = [&source] {
+  Source source;
+  const Policy policy = [&source, &file] {
+    const Abandoning abandoning;
+    source = read_source(file);
     const Phase phase("reading " + printable(source.file), progress_wanted());
     return read_dump(source);
   }();
+  const Interrupts interrupts;
   NewDatabase made(directory);
   const Database database(directory, OpenMode::create);
   WriteSession session(database);
   require_empty(database, session, source);
   const StoreCounts counts = write_with_progress({policy}, session, {.dangling = true});
+  interrupts.check();
   session.commit();
   made.keep();
   return {counts.nodes, counts.links};

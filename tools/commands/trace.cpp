@@ -43,10 +43,7 @@ Packet read_packet(const std::string& text) {
 class Report {
  public:
   Report(const PlaceToAsk& place, const Packet& packet)
-      : place_(place),
-        packet_(packet),
-        tracer_(place.lists),
-        result_(tracer_.trace(packet, true)) {}
+      : place_(place), packet_(packet), result_(trace_once(place.lists, packet)) {}
 
   std::string text(bool verbose) const;
   JsonValue json() const;
@@ -64,7 +61,6 @@ class Report {
 
   const PlaceToAsk& place_;
   const Packet& packet_;
-  Tracer tracer_;
   TraceResult result_;
 };
 
@@ -76,7 +72,7 @@ const char* truth_name(Truth truth) {
 std::pair<std::string, std::string> Report::reason(const AskedEntry& asked) const {
   const uint32_t at = asked.answer.criterion;
   const Criterion& criterion = entry(asked).criteria[at];
-  const Condition& condition = tracer_.lists()[asked.list].conditions(asked.entry)[at];
+  const Condition condition = to_condition(criterion);
   Entry alone;
   alone.criteria = {criterion};
   const std::string wanted = condition.kind == Condition::Kind::undecided

@@ -1,6 +1,11 @@
 // Captures, and many packets at once.
 #include "policy/trace/capture.h"
 
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <random>
+
 #include "policy/trace/classifier.h"
 #include "tests/policy/trace/trace_support.h"
 
@@ -51,6 +56,46 @@ TEST(Capture, SaysWhatCannotBeRead) {
   EXPECT_THAT(refusal(std::string(big_head) + "0000"), testing::HasSubstr("in the middle of"));
   EXPECT_THAT(refusal(std::string(big_head) + "000000000000000000000003" + "00000003aabb"),
               testing::HasSubstr("in the middle of a frame"));
+}
+
+TEST(Capture, OfTheNewerFormatIsNamed) {
+  const std::string file = refusal("0a0d0d0a1c0000004d3c2b1a01000000ffffffffffffffff1c000000");
+  EXPECT_THAT(file, testing::HasSubstr("is a capture in pcapng format; 'editcap -F pcap OLD NEW'"));
+  EXPECT_THAT(refusal("0a0d0d0a"), testing::HasSubstr("is a capture in pcapng format"));
+}
+
+// Whatever a file holds, frames lie in it and what is wrong is said.
+TEST(Capture, ThatIsHostileDoesNoHarm) {
+  EXPECT_THAT(refusal(std::string(little_head) + "0000000000000000ffffffffffffffff" + "aa"),
+              testing::HasSubstr("in the middle of a frame"));
+  std::mt19937 numbers(17);
+  const auto upto = [&numbers](size_t end) { return static_cast<size_t>(numbers()) % end; };
+  const auto random_byte = [&upto] { return static_cast<uint8_t>(upto(256)); };
+  for (int i = 0; i < 2000; i++) {
+    std::vector<uint8_t> file = *bytes_from_hex(i % 2 == 0 ? big_head : little_head);
+    for (size_t frame = upto(4); frame > 0; frame--) {
+      const auto length = static_cast<uint8_t>(upto(90));
+      std::vector<uint8_t> head(16);
+      for (const size_t at : {size_t{8}, size_t{12}}) head[at + (i % 2 == 0 ? 3 : 0)] = length;
+      file.insert(file.end(), head.begin(), head.end());
+      for (int byte = 0; byte < length; byte++) file.push_back(random_byte());
+    }
+    for (size_t change = upto(3); change > 0; change--)
+      file[23 + upto(file.size() - 23)] = random_byte();
+    if (upto(2) == 0) file.resize(upto(file.size()));
+    size_t bytes = 0;
+    try {
+      read_capture(file, "c.pcap", [&](const CapturedFrame& frame) {
+        ASSERT_GE(frame.bytes.data(), file.data());
+        ASSERT_LE(frame.bytes.data() + frame.bytes.size(), file.data() + file.size());
+        bytes += frame.bytes.size();
+        packet_words(packet_from_bytes(frame.bytes, frame.kind, frame.is_cut));
+      });
+    } catch (const InputError& error) {
+      EXPECT_THAT(error.what(), testing::HasSubstr("c.pcap: "));
+    }
+    EXPECT_LE(bytes, file.size());
+  }
 }
 
 TEST(Classifier, SaysWhatAskingOneByOneSays) {
