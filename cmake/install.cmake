@@ -1,4 +1,4 @@
-# What `make install` puts where: headers, libraries, the tool and the pkg-config files.
+# What `make install` puts where: headers, libraries, the tool, and what build systems find them by.
 
 foreach(target qimcommon rovcommon qimctl)
   if(TARGET ${target})
@@ -19,3 +19,15 @@ foreach(library qimcommon rovcommon)
   install(FILES ${CMAKE_BINARY_DIR}/packaging/${library}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()
+
+# It finds the rest from its own place, as the pkg-config files do.
+include(CMakePackageConfigHelpers)
+set(package ${CMAKE_BINARY_DIR}/packaging)
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/qimcommon)
+configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/qimcommon-config.cmake.in
+  ${package}/qimcommon-config.cmake INSTALL_DESTINATION ${package_folder}
+  PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR)
+write_basic_package_version_file(${package}/qimcommon-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${package}/qimcommon-config.cmake ${package}/qimcommon-config-version.cmake
+  DESTINATION ${package_folder})
