@@ -69,7 +69,7 @@ class Reader {
   void add_entry(const Chain& chain, const Rule& rule, std::vector<Choice> matches,
                  ActionType action);
   bool add_return(const Chain& chain, const Rule& rule, std::vector<Choice> matches);
-  void add_jump(const Rule& rule, std::vector<Choice> matches);
+  void add_jump(const Rule& rule, const std::vector<Choice>& matches);
   void add_log(const Chain& chain, size_t number);
   std::string jump_obstacle(const Rule& rule);
   void skip(const Rule& rule, const std::string& what);
@@ -186,7 +186,7 @@ bool Reader::add_rule(const Chain& chain, size_t number, std::vector<Choice> mat
   } else if (is_logging(rule)) {
     add_log(chain, number);
   } else if (numbers_.contains(rule.target)) {
-    add_jump(rule, std::move(matches));
+    add_jump(rule, matches);
   } else {
     skip(rule, "the target " + in_quotes(rule.target));
   }
@@ -246,7 +246,7 @@ std::string Reader::jump_obstacle(const Rule& rule) {
   return "";
 }
 
-void Reader::add_jump(const Rule& rule, std::vector<Choice> matches) {
+void Reader::add_jump(const Rule& rule, const std::vector<Choice>& matches) {
   const Chain& chain = chains_[numbers_.at(rule.target)];
   jumped_to_.insert(chain.name);
   if (chain.policy)

@@ -378,16 +378,7 @@ void Writer::write_container(const std::string& name, const Containers& containe
 }
 
 void Writer::write_attachments() {
-  std::vector<formats::InterfaceLists> sound;
-  for (formats::InterfaceLists& interface : formats::lists_by_interface(model_, written_)) {
-    const std::string obstacle = name_obstacle(interface.name, std::string::npos);
-    if (obstacle.empty()) {
-      sound.push_back(std::move(interface));
-    } else {
-      note(Fate::skipped, interface.name,
-           "interface left out, for its name can't be one: " + obstacle);
-    }
-  }
+  const auto sound = formats::lists_by_interface(model_, written_, findings_);
   if (sound.empty()) return;
   printer_.member("interfaces").object().member("interface").array();
   for (const formats::InterfaceLists& interface : sound) {

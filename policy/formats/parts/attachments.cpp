@@ -22,7 +22,8 @@ void Attacher::attach(Notes& notes, Model& model, const Attachment& wanted) {
 }
 
 std::vector<InterfaceLists> lists_by_interface(const Model& model,
-                                               const std::set<std::string>& lists) {
+                                               const std::set<std::string>& lists,
+                                               std::vector<Finding>& findings) {
   std::vector<InterfaceLists> interfaces;
   std::map<std::string, size_t> known;
   for (const Attachment& attachment : model.attachments) {
@@ -36,6 +37,14 @@ std::vector<InterfaceLists> lists_by_interface(const Model& model,
     for (auto* attached : {&interface.in, &interface.out})
       std::stable_sort(attached->begin(), attached->end(),
                        [](const auto* a, const auto* b) { return a->stage < b->stage; });
+  std::erase_if(interfaces, [&findings](const InterfaceLists& interface) {
+    const std::string obstacle = name_obstacle(interface.name, std::string::npos);
+    if (obstacle.empty()) return false;
+    findings.push_back({Fate::skipped,
+                        {interface.name, 0, ""},
+                        "interface left out, for its name can't be one: " + obstacle});
+    return true;
+  });
   return interfaces;
 }
 

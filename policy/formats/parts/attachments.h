@@ -29,9 +29,11 @@ struct InterfaceLists {
   std::vector<const Attachment*> in;
   std::vector<const Attachment*> out;
 };
-// Interfaces in the order of their first list; those of `lists` alone.
+// Interfaces in the order of their first list; those of `lists` alone. One whose name no file can have
+// is left out, and among the findings.
 std::vector<InterfaceLists> lists_by_interface(const Model& model,
-                                               const std::set<std::string>& lists);
+                                               const std::set<std::string>& lists,
+                                               std::vector<Finding>& findings);
 
 // Could a file have this as a name of `max` characters at most? If not, why?
 std::string name_obstacle(const std::string& name, size_t max);

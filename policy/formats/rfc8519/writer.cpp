@@ -117,16 +117,7 @@ void Writer::write_entry(const Entry& entry, const Containers& containers) {
 }
 
 void Writer::write_attachments() {
-  std::vector<formats::InterfaceLists> sound;
-  for (formats::InterfaceLists& interface : formats::lists_by_interface(model_, written_)) {
-    const std::string obstacle = formats::name_obstacle(interface.name, std::string::npos);
-    if (obstacle.empty()) {
-      sound.push_back(std::move(interface));
-    } else {
-      note(Fate::skipped, interface.name,
-           "interface left out, for its name can't be one: " + obstacle);
-    }
-  }
+  const auto sound = formats::lists_by_interface(model_, written_, findings_);
   if (sound.empty()) return;
   printer_.member("attachment-points").object().member("interface").array();
   for (const formats::InterfaceLists& interface : sound) write_interface(interface);
