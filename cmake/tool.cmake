@@ -2,8 +2,8 @@
 
 # Mostly templates of the JSON libraries, whose full optimisation costs minutes and gains nothing
 # that anybody waits for. Where lines are counted none of it may come into ours, so none at all, and
-# none where it runs only once.
-if(QIM_COVERAGE OR QIM_GROWTH)
+# none where it runs only once or never.
+if(QIM_COVERAGE OR QIM_GROWTH OR CMAKE_BUILD_TYPE STREQUAL Debug)
   set(tool_options -O0 -g1)
 else()
   set(tool_options -O1 -g1)

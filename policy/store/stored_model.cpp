@@ -13,6 +13,7 @@
 #include "policy/base/names.h"
 #include "policy/model/name_hash.h"
 #include "policy/store/node_scan.h"
+#include "rov.h"
 
 namespace qimctl {
 
