@@ -34,18 +34,23 @@ char short_escape(char c) {
 
 void append_json_string(std::string& to, std::string_view text) {
   to += '"';
-  for (const char c : text) {
+  size_t done = 0;
+  for (size_t i = 0; i < text.size(); i++) {
+    const char c = text[i];
+    const bool control = static_cast<unsigned char>(c) < 0x20;
+    if (!control && c != '"' && c != '\\') continue;
+    to.append(text, done, i - done);
+    done = i + 1;
+    to += '\\';
     if (const char escape = short_escape(c)) {
-      to += '\\';
       to += escape;
-    } else if (static_cast<unsigned char>(c) < 0x20) {
-      to += "\\u00";
+    } else {
+      to += "u00";
       to += digits[static_cast<unsigned char>(c) >> 4];
       to += digits[static_cast<unsigned char>(c) & 15];
-    } else {
-      to += c;
     }
   }
+  to.append(text, done, text.size() - done);
   to += '"';
 }
 
@@ -91,6 +96,24 @@ JsonPrinter& JsonPrinter::member(std::string_view name) {
   text(name);
   text_ += ": ";
   named_ = true;
+  return *this;
+}
+
+JsonPrinter JsonPrinter::part(size_t levels) const {
+  JsonPrinter part;
+  part.closing_.assign(closing_.size() + levels, ']');
+  return part;
+}
+
+// The larger text stays where it is: it may be most of the document.
+JsonPrinter& JsonPrinter::elements(JsonPrinter&& part) {
+  if (part.text_.size() > text_.size()) {
+    part.text_.insert(0, text_);
+    text_.swap(part.text_);
+  } else {
+    text_ += part.text_;
+  }
+  empty_ = part.empty_;
   return *this;
 }
 

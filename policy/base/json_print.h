@@ -26,6 +26,13 @@ class JsonPrinter {
 
   JsonPrinter& member(std::string_view name);
 
+  // A printer for elements of an array that is to be `levels` levels further in than what is open
+  // here: for what is written before that which stands in front of it.
+  JsonPrinter part(size_t levels) const;
+  // The elements that such a printer has written, as those of the array that was just opened.
+  JsonPrinter& elements(JsonPrinter&& part);
+  bool is_empty() const { return text_.empty(); }
+
   // With the end of the last line.
   std::string take();
 

@@ -185,9 +185,16 @@ uint32_t JsonTree::child_with(uint32_t container, uint32_t index, std::string& p
   return position.cell;
 }
 
+// One path is mostly that of a neighbour of the one before.
 std::string JsonTree::path(uint32_t index) const {
-  std::string path;
-  for (uint32_t at = 0; at != index;) at = child_with(at, index, path);
+  const bool near = index > parent_ && parent_ != 0 && index < behind(parent_);
+  uint32_t at = near ? parent_ : 0;
+  std::string path = near ? parent_path_ : "";
+  while (at != index) {
+    parent_ = at;
+    parent_path_ = path;
+    at = child_with(at, index, path);
+  }
   return path;
 }
 

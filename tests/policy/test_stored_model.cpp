@@ -19,7 +19,30 @@ class StoredLists : public testing::Test {
  protected:
   StoredModel through_database(const std::vector<Node>& nodes) {
     lists_test::store(database_, nodes);
-    return stored(database_);
+    StoredModel read = stored(database_);
+    expect_same_outline(read);
+    return read;
+  }
+
+  // Entry by entry there is the same to be read.
+  void expect_same_outline(const StoredModel& whole) {
+    const qimctl::ReadSession session(database_);
+    StoredModel outline = read_outline(session);
+    ASSERT_EQ(outline.lists.size(), whole.lists.size());
+    for (size_t i = 0; i < outline.lists.size(); i++) {
+      EXPECT_TRUE(outline.model.lists[i].entries.empty());
+      EXPECT_EQ(outline.lists[i].entries, whole.model.lists[i].entries.size());
+      each_stored_entry(session, outline.lists[i], [&](const qimctl::Entry& entry) {
+        outline.model.lists[i].entries.push_back(entry);
+      });
+    }
+    EXPECT_EQ(text_of(outline.model), text_of(whole.model));
+    ASSERT_EQ(outline.unreadable.size(), whole.unreadable.size());
+    for (size_t i = 0; i < outline.unreadable.size(); i++) {
+      EXPECT_EQ(outline.unreadable[i].node, whole.unreadable[i].node);
+      EXPECT_EQ(outline.unreadable[i].name, whole.unreadable[i].name);
+      EXPECT_EQ(outline.unreadable[i].why, whole.unreadable[i].why);
+    }
   }
 
   tools_test::TempDir dir_;
@@ -83,6 +106,31 @@ std::function<void(Node&)> relink(uint16_t field, uint32_t target) {
     std::erase_if(node.links, [=](const qimctl::Link& link) { return link.field == field; });
     if (target != 0) node.links.push_back({field, target, 0, 0, 0});
   };
+}
+
+// Identifiers say nothing about the order of entries.
+TEST_F(StoredLists, EntriesStandInTheOrderOfTheirLinks) {
+  std::vector<Node> nodes = make_nodes(lists_test::model({list("guard", {"a", "b", "c", "d"})}));
+  std::vector<Node*> filters;
+  for (Node& node : nodes)
+    if (node.record.type == QIM_NODE_FILTER) filters.push_back(&node);
+  // d, a, c, b
+  relink(QIM_LN_FILTER_NEXT, filters[0]->id)(*filters[3]);
+  relink(QIM_LN_FILTER_NEXT, filters[2]->id)(*filters[0]);
+  relink(QIM_LN_FILTER_NEXT, filters[1]->id)(*filters[2]);
+  relink(QIM_LN_FILTER_NEXT, 0)(*filters[1]);
+  filters[3]->record.body.filter.nomatch = QIM_LINK_NEXT;
+  filters[1]->record.body.filter.nomatch = QIM_LINK_NOMATCH;
+  Node& group = *find_link(nodes, QIM_NODE_GROUP);
+  std::erase_if(group.links,
+                [](const qimctl::Link& link) { return link.field == QIM_LN_GROUP_FIRST; });
+  group.links.push_back({QIM_LN_GROUP_FIRST, filters[3]->id, 0, 4, 0});
+  const StoredModel read = through_database(nodes);
+  ASSERT_EQ(read.model.lists.size(), 1u);
+  std::string names;
+  for (const qimctl::Entry& entry : read.model.lists[0].entries) names += entry.name;
+  EXPECT_EQ(names, "dacb");
+  EXPECT_TRUE(read.lists[0].regular);
 }
 
 class DamagedList : public StoredLists, public testing::WithParamInterface<Damage> {};

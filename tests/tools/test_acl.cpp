@@ -46,6 +46,29 @@ TEST_F(Acl, of_one_list_each_entry_is_a_line) {
       "matches": "ipv4 tcp to 192.0.2.0/24 port 22", "action": "accept"})"));
 }
 
+// Too large to be kept until the widths of its columns are known.
+TEST_F(Acl, a_table_of_many_megabytes_is_printed_as_any_other) {
+  constexpr size_t longest = 60'000;
+  constexpr size_t entries = 150;
+  std::vector<std::string> names;
+  for (size_t i = 1; i <= entries; i++)
+    names.push_back(std::string(longest - entries + i, static_cast<char>('a' + i % 26)));
+  const qimctl::Model model = lists_test::model({lists_test::list("wide", names)});
+  lists_test::store(qimctl::Database(database(), qimctl::OpenMode::read), make_nodes(model));
+  std::string expected = "wide  type ipv4, 150 entries, default drop, attached nowhere\n";
+  const auto cell = [](std::string text, size_t width) {
+    text.resize(width + 2, ' ');
+    return text;
+  };
+  expected += cell("NO", 3) + cell("ENTRY", longest) + cell("MATCHES", 7) + "ACTION\n";
+  for (size_t i = 0; i < entries; i++)
+    expected +=
+        cell(std::to_string(i + 1), 3) + cell(names[i], longest) + cell("any", 7) + "accept\n";
+  const std::string printed = output({"acl", "wide"});
+  EXPECT_EQ(printed.substr(0, 100), expected.substr(0, 100));
+  EXPECT_TRUE(printed == expected);
+}
+
 TEST_F(Acl, that_is_not_there_is_told) {
   expect_failure({"acl", "gaurd"}, qimctl::exit_not_found, "there is none of that name");
 }

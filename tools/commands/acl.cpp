@@ -130,7 +130,7 @@ const AccessList& require_list(const StoredModel& stored, const std::string& nam
 }
 
 // How much of a list's table is kept in memory.
-constexpr size_t most_text = 16 * size_t{1024} * 1024;
+constexpr size_t most_text = 8 * size_t{1024} * 1024;
 
 // The lines of a list's entries. Columns are as wide as their widest cell, so that the first line
 // can be printed when the last one is known: what is too large to be kept is made twice.

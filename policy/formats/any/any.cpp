@@ -1,6 +1,9 @@
 // Telling formats apart, and asking the one that a file is in.
 #include "policy/formats/any/any.h"
 
+#include <algorithm>
+#include <functional>
+
 #include "policy/formats/iptables/iptables.h"
 #include "policy/formats/native/native.h"
 #include "policy/formats/openconfig/openconfig.h"
@@ -23,12 +26,18 @@ constexpr std::array marks{Mark{native_format_name, Format::native},
                            Mark{switch_lists_table, Format::switch_tables},
                            Mark{switch_rules_table, Format::switch_tables}};
 
+// Texts are large, and quotes are everywhere in them.
+bool holds(const std::string& text, const std::string& word) {
+  const std::boyer_moore_horspool_searcher search(word.begin(), word.end());
+  return std::search(text.begin(), text.end(), search) != text.end();
+}
+
 }  // namespace
 
 Format guess_format(const std::string& text) {
   Format found = has_filter_table(text) ? Format::iptables : Format::guess;
   for (const Mark& mark : marks) {
-    if (text.find('"' + std::string(mark.word) + '"') == std::string::npos) continue;
+    if (!holds(text, '"' + std::string(mark.word) + '"')) continue;
     if (found != Format::guess && found != mark.format) return Format::guess;
     found = mark.format;
   }

@@ -3,8 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <set>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "policy/base/canonical_json.h"
 #include "policy/base/criteria.h"
@@ -43,9 +44,10 @@ uint32_t number_of(const std::vector<uint8_t>& args, size_t at, size_t width) {
   return value;
 }
 
-bool is_single(const std::string& container, Header header) {
-  const std::string_view name = header_name(header);
-  return container == name || container.starts_with(std::string(name) + "/");
+// 0 for what is none of the model's.
+uint32_t container_bit(Header header) {
+  const auto at = std::find(header_order.begin(), header_order.end(), header);
+  return at == header_order.end() ? 0 : 1u << (at - header_order.begin());
 }
 
 // Sorts criteria into containers, and stops at the first that the model has no place for.
@@ -64,10 +66,24 @@ class Sorter {
  private:
   void refuse(const std::string& what) { matches_.obstacle = what; }
 
-  void add(const std::string& container, const std::string& member, const std::string& json) {
-    if (!names_.insert(container + "/" + member).second)
-      return refuse("two matches on " + container + "/" + member);
-    matches_.containers[container].emplace_back(member, json);
+  void add(Match match) {
+    const bool twice =
+        std::any_of(matches_.members.begin(), matches_.members.end(), [&](const Match& other) {
+          return other.header == match.header && other.field == match.field &&
+                 other.member() == match.member();
+        });
+    if (twice) {
+      const std::string field = match.field.empty() ? "" : "/" + std::string(match.field);
+      return refuse("two matches on " + std::string(match.header) + field + "/" +
+                    std::string(match.member()));
+    }
+    matches_.any = true;
+    matches_.members.push_back(std::move(match));
+  }
+
+  // Of the header of a kind: `field` in its container.
+  void add(const CriterionKind& kind, std::string json) {
+    add({header_name(kind.header), "", kind.field(), "", std::move(json)});
   }
 
   void add_opaque(const Criterion& criterion) {
@@ -80,11 +96,19 @@ class Sorter {
     const std::string member = match.module + ":" + match.name;
     const bool foreign = match.module.find(':') == std::string::npos &&
                          !match.module.starts_with('@') && match.module != own_module;
-    if (!is_container(match.within) || !foreign || !reads_as_text(member) || !is_json(match.json))
+    const std::optional<Container> within = container_of(match.within);
+    if (!within || !foreign || !reads_as_text(member) || !is_json(match.json))
       return refuse("a match of another model that is damaged");
-    note_header(match.within);
-    add(match.within, member, match.json);
+    if (within->kind != nullptr) note_header(within->kind->header);
+    add({within->kind == nullptr ? "" : header_name(within->kind->header), within->field, "",
+         member, match.json});
   }
+
+  // A container that the model has, by constants.
+  struct Container {
+    const CriterionKind* kind = nullptr;  // of the header, NULL = the matches themselves
+    std::string_view field;
+  };
 
   static bool is_json(const std::string& text) {
     try {
@@ -94,56 +118,56 @@ class Sorter {
     }
   }
 
-  static bool is_container(const std::string& within) {
-    if (within.empty()) return true;
+  static std::optional<Container> container_of(const std::string& within) {
+    if (within.empty()) return Container();
     const size_t slash = within.find('/');
     const CriterionKind* header = find_criterion_kind(std::string_view(within).substr(0, slash));
-    if (header == nullptr || header->encoding != Encoding::none) return false;
-    if (slash == std::string::npos) return true;
+    if (header == nullptr || header->encoding != Encoding::none) return {};
+    if (slash == std::string::npos) return Container{header, ""};
     std::string field = within;
     field[slash] = '.';
     const CriterionKind* ports = find_criterion_kind(field);
-    return ports != nullptr && ports->encoding == Encoding::ports;
+    if (ports == nullptr || ports->encoding != Encoding::ports) return {};
+    return Container{header, ports->field()};
+  }
+
+  void refuse(const Criterion& criterion) {
+    refuse("the match " + criterion_text(criterion.type, criterion.args));
   }
 
   void add_known(const Criterion& criterion) {
     const CriterionKind* kind = find_criterion_kind(criterion.type);
-    const std::string text = criterion_text(criterion.type, criterion.args);
-    if (kind == nullptr || !text.starts_with(kind->name)) return refuse("the match " + text);
+    const auto value = kind == nullptr ? std::nullopt : criterion_value(*kind, criterion.args);
+    if (!value) return refuse(criterion);
     if (kind->header == Header::interface) return add_interface(*kind, criterion);
-    const std::string header(header_name(kind->header));
-    note_header(header);
-    matches_.containers[header];
-    const std::string field(kind->field());
-    const std::string value =
-        text.size() > kind->name.size() ? text.substr(kind->name.size() + 1) : "";
+    note_header(kind->header);
     switch (kind->encoding) {
       case Encoding::u8:
       case Encoding::u16:
       case Encoding::u16_hex:
       case Encoding::u32:
-        return add_number(*kind, criterion, text);
+        return add_number(*kind, criterion);
       case Encoding::ipv4_flags:
       case Encoding::tcp_flags:
-        return add(header, field, json_string(flags(value)));
+        return add(*kind, json_string(flags(*value)));
       case Encoding::mac:
-        return add_mac(header, field, value);
+        return add_mac(*kind, *value);
       case Encoding::ipv4_prefix:
       case Encoding::ipv6_prefix:
-        return add(header, field, json_string(value));
+        return add(*kind, json_string(*value));
       case Encoding::ports:
-        return add_ports(header + "/" + field, criterion);
+        return add_ports(*kind, criterion);
       case Encoding::bytes:
-        return add_bytes(*kind, criterion, text);
+        return add_bytes(*kind, criterion);
       default:
         return;
     }
   }
 
-  void add_number(const CriterionKind& kind, const Criterion& criterion, const std::string& text) {
+  void add_number(const CriterionKind& kind, const Criterion& criterion) {
     const uint32_t value = number_of(criterion.args, 0, criterion.args.size());
-    if (value < kind.min || value > kind.max) return refuse("the match " + text);
-    add(std::string(header_name(kind.header)), std::string(kind.field()), std::to_string(value));
+    if (value < kind.min || value > kind.max) return refuse(criterion);
+    add(kind, std::to_string(value));
   }
 
   static std::string flags(const std::string& value) {
@@ -153,51 +177,51 @@ class Sorter {
     return names;
   }
 
-  void add_mac(const std::string& header, const std::string& field, const std::string& value) {
+  void add_mac(const CriterionKind& kind, const std::string& value) {
     const size_t slash = value.find('/');
-    add(header, field, json_string(value.substr(0, slash)));
-    if (slash != std::string::npos)
-      add(header, field + "-mask", json_string(value.substr(slash + 1)));
+    add(kind, json_string(value.substr(0, slash)));
+    if (slash == std::string::npos) return;
+    add({header_name(kind.header), "", "", std::string(kind.field()) + "-mask",
+         json_string(value.substr(slash + 1))});
   }
 
-  void add_ports(const std::string& container, const Criterion& criterion) {
-    const std::string first = std::to_string(number_of(criterion.args, 1, 2));
-    const std::string last = std::to_string(number_of(criterion.args, 3, 2));
+  void add_ports(const CriterionKind& kind, const Criterion& criterion) {
+    const auto add_here = [&](std::string_view name, std::string json) {
+      add({header_name(kind.header), kind.field(), name, "", std::move(json)});
+    };
+    std::string first = std::to_string(number_of(criterion.args, 1, 2));
     for (const OperatorName& op : port_operators()) {
       if (criterion.args[0] != static_cast<uint8_t>(op.code)) continue;
-      add(container, "operator", json_string(op.name));
-      return add(container, "port", first);
+      add_here("operator", json_string(op.name));
+      return add_here("port", std::move(first));
     }
-    add(container, "lower-port", first);
-    add(container, "upper-port", last);
+    add_here("lower-port", std::move(first));
+    add_here("upper-port", std::to_string(number_of(criterion.args, 3, 2)));
   }
 
-  void add_bytes(const CriterionKind& kind, const Criterion& criterion, const std::string& text) {
+  void add_bytes(const CriterionKind& kind, const Criterion& criterion) {
     const size_t size = criterion.args.size();
-    if (size < kind.min || size > kind.max) return refuse("the match " + text);
-    add(std::string(header_name(kind.header)), std::string(kind.field()),
-        json_string(base64(criterion.args)));
+    if (size < kind.min || size > kind.max) return refuse(criterion);
+    add(kind, json_string(base64(criterion.args)));
   }
 
   void add_interface(const CriterionKind& kind, const Criterion& criterion) {
     const std::string name(criterion.args.begin() + 4, criterion.args.end());
     const bool known = number_of(criterion.args, 0, 4) == interface_index(name) &&
                        name_obstacle(name, std::string::npos).empty();
-    if (!known) return refuse("the match " + criterion_text(criterion.type, criterion.args));
-    add("", std::string(kind.field()), json_string(name));
+    if (!known) return refuse(criterion);
+    add({"", "", kind.field(), "", json_string(name)});
   }
 
-  void note_header(const std::string& container) {
-    if (is_single(container, Header::eth)) matches_.headers |= acl_type_eth;
-    if (is_single(container, Header::ipv4)) matches_.headers |= acl_type_ipv4;
-    if (is_single(container, Header::ipv6)) matches_.headers |= acl_type_ipv6;
+  void note_header(Header header) {
+    matches_.any = true;
+    matches_.containers |= container_bit(header);
+    if (header == Header::eth) matches_.headers |= acl_type_eth;
+    if (header == Header::ipv4) matches_.headers |= acl_type_ipv4;
+    if (header == Header::ipv6) matches_.headers |= acl_type_ipv6;
   }
 
-  bool has(Header header) const {
-    return std::any_of(
-        matches_.containers.begin(), matches_.containers.end(),
-        [header](const auto& container) { return is_single(container.first, header); });
-  }
+  bool has(Header header) const { return (matches_.containers & container_bit(header)) != 0; }
 
   // An entry of the model asks for one header of a layer at most.
   void check_choices() {
@@ -207,13 +231,21 @@ class Sorter {
   }
 
   Matches& matches_;
-  std::set<std::string> names_;
 };
 
-void print_members(JsonPrinter& printer, const Containers& containers, const std::string& name) {
-  const auto found = containers.find(name);
-  if (found == containers.end()) return;
-  for (const auto& [member, json] : found->second) printer.member(member).json(json);
+// The fields of headers that are containers, in the order in which they are written.
+constexpr std::array<std::string_view, 2> container_fields{"destination-port", "source-port"};
+
+// False when there are none.
+bool print_members(JsonPrinter& printer, const Matches& matches, std::string_view header,
+                   std::string_view field) {
+  bool any = false;
+  for (const Match& match : matches.members) {
+    if (match.header != header || match.field != field) continue;
+    if (!std::exchange(any, true) && !field.empty()) printer.member(field).object();
+    printer.member(match.member()).json(match.json);
+  }
+  return any;
 }
 
 }  // namespace
@@ -224,22 +256,16 @@ Matches sort_matches(const Entry& entry) {
   return matches;
 }
 
-void print_matches(JsonPrinter& printer, const Containers& containers) {
+void print_matches(JsonPrinter& printer, const Matches& matches) {
   printer.object();
-  print_members(printer, containers, "");
+  print_members(printer, matches, "", "");
   for (const Header header : header_order) {
-    const std::string name(header_name(header));
-    const std::string below = name + "/";
-    const auto first = containers.lower_bound(name);
-    if (first == containers.end() || !is_single(first->first, header)) continue;
+    if ((matches.containers & container_bit(header)) == 0) continue;
+    const std::string_view name = header_name(header);
     printer.member(name).object();
-    print_members(printer, containers, name);
-    for (auto at = containers.lower_bound(below);
-         at != containers.end() && at->first.starts_with(below); at++) {
-      printer.member(at->first.substr(below.size())).object();
-      print_members(printer, containers, at->first);
-      printer.close();
-    }
+    print_members(printer, matches, name, "");
+    for (const std::string_view field : container_fields)
+      if (print_members(printer, matches, name, field)) printer.close();
     printer.close();
   }
   printer.close();

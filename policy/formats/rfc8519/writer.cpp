@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <set>
+#include <utility>
 
 #include "policy/base/criteria.h"
 #include "policy/formats/parts/attachments.h"
@@ -25,7 +26,7 @@ class Writer {
  private:
   void write_list(const AccessList& list);
   void write_type(const AccessList& list, uint32_t headers);
-  void write_entry(const Entry& entry, const Containers& containers);
+  static void write_entry(JsonPrinter& printer, const Entry& entry, const Matches& matches);
   void write_attachments();
   void write_interface(const formats::InterfaceLists& interface);
 
@@ -56,23 +57,24 @@ void Writer::write_list(const AccessList& list) {
     return note(Fate::skipped, list.name,
                 "access list left out, for its name can't be one: " + obstacle);
   written_.insert(list.name);
-  std::vector<std::pair<const Entry*, Containers>> entries;
+  // What stands in front of them is known when all have been seen.
+  JsonPrinter entries = printer_.part(3);
   uint32_t headers = acl_type_unknown;
   for (const Entry& entry : list.entries) {
     Matches matches = sort_matches(entry);
     const std::string bad_name = formats::name_obstacle(entry.name, longest_name);
     if (!bad_name.empty()) matches.obstacle = "a name of which " + bad_name;
-    const std::string where = list.name + "/" + entry.name;
     if (!matches.obstacle.empty()) {
-      note(Fate::skipped, where, "entry left out, for this format can't carry " + matches.obstacle);
+      note(Fate::skipped, list.name + "/" + entry.name,
+           "entry left out, for this format can't carry " + matches.obstacle);
       continue;
     }
     headers |= matches.headers;
     if (!entry.policer.empty())
-      note(Fate::approximated, where,
+      note(Fate::approximated, list.name + "/" + entry.name,
            "written without the policer " + in_quotes(entry.policer) +
                ", which this format has no word for");
-    entries.emplace_back(&entry, std::move(matches.containers));
+    write_entry(entries, entry, matches);
   }
   printer_.object().member("name").text(list.name);
   write_type(list, headers);
@@ -82,11 +84,14 @@ void Writer::write_list(const AccessList& list) {
          "them, "
          "where this list would " +
              std::string(action_name(static_cast<uint32_t>(list.default_action))));
-  if (!entries.empty()) {
-    printer_.member("aces").object().member("ace").array();
-    for (const auto& [entry, containers] : entries) write_entry(*entry, containers);
-    printer_.close().close();
-  }
+  if (!entries.is_empty())
+    printer_.member("aces")
+        .object()
+        .member("ace")
+        .array()
+        .elements(std::move(entries))
+        .close()
+        .close();
   printer_.close();
 }
 
@@ -103,17 +108,17 @@ void Writer::write_type(const AccessList& list, uint32_t headers) {
         "written with the type " + in_quotes(name) + ", the narrowest that this format has for it");
 }
 
-void Writer::write_entry(const Entry& entry, const Containers& containers) {
-  printer_.object().member("name").text(entry.name);
-  if (!containers.empty()) {
-    printer_.member("matches");
-    print_matches(printer_, containers);
+void Writer::write_entry(JsonPrinter& printer, const Entry& entry, const Matches& matches) {
+  printer.object().member("name").text(entry.name);
+  if (matches.any) {
+    printer.member("matches");
+    print_matches(printer, matches);
   }
-  printer_.member("actions").object().member("forwarding");
-  printer_.text(action_name(static_cast<uint32_t>(entry.forwarding)));
+  printer.member("actions").object().member("forwarding");
+  printer.text(action_name(static_cast<uint32_t>(entry.forwarding)));
   if (entry.log)
-    printer_.member("logging").text(action_name(static_cast<uint32_t>(ActionType::log_syslog)));
-  printer_.close().close();
+    printer.member("logging").text(action_name(static_cast<uint32_t>(ActionType::log_syslog)));
+  printer.close().close();
 }
 
 void Writer::write_attachments() {
