@@ -1,6 +1,8 @@
 // Reading policy files.
 #include "tools/commands/policy_files.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "policy/base/policy_check.h"
@@ -33,7 +35,7 @@ class Reader {
   }
 
   PolicyFiles read() {
-    for (const Source& source : files_.sources) {
+    for (Source& source : files_.sources) {
       const Phase phase("reading " + printable(source.file), progress_wanted());
       try {
         read(source);
@@ -56,7 +58,7 @@ class Reader {
   }
 
  private:
-  void read(const Source& source) {
+  void read(Source& source) {
     const Format format = format_of(source.text, source.file, options_.format);
     if (format == Format::native) {
       Policy policy = read_native(source.text, source.file);
@@ -66,6 +68,11 @@ class Reader {
     }
     ModelInput input = read_model(source.text, source.file, format, options_.reading);
     models_.push_back(std::move(input.model));
+    // Texts are looked at again for lines that are not known; they are as large as what was read.
+    const bool has_lines =
+        std::all_of(input.findings.begin(), input.findings.end(),
+                    [](const Finding& finding) { return finding.place.line != 0; });
+    if (has_lines) std::string().swap(source.text);
     add(std::move(input.findings));
     for (const EmptiedList& list : input.emptied) files_.emptied.push_back(problem_of(list));
   }
