@@ -34,6 +34,15 @@ void* operator new(size_t size) {
   return block;
 }
 
+// Its blocks are given back as all others are, so it must not be that of a sanitizer.
+void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void operator delete(void* block) noexcept {
   if (block != nullptr) g_live -= malloc_usable_size(block);
   free(block);
