@@ -82,11 +82,11 @@ void RuleReader::find_family(const Value& value, Family family) {
     const std::string text = text_of({json});
     const uint32_t ethertype = name == "ETHER_TYPE" ? parse_value(text, UINT16_MAX).value_or(0) : 0;
     if (name == "SRC_IP" || name == "DST_IP" || name == "ICMP_TYPE" || name == "ICMP_CODE" ||
-        ethertype == 0x0800 || text == "IPV4ANY" || text == "IPV4")
+        ethertype == 0x0800 || (name == "IP_TYPE" && text.starts_with("IPV4")))
       family_ = Family::ipv4;
     if (name == "SRC_IPV6" || name == "DST_IPV6" || name == "ICMPV6_TYPE" ||
         name == "ICMPV6_CODE" || name == "NEXT_HEADER" || ethertype == 0x86dd ||
-        text == "IPV6ANY" || text == "IPV6")
+        (name == "IP_TYPE" && text.starts_with("IPV6")))
       family_ = Family::ipv6;
   }
 }
