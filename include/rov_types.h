@@ -112,7 +112,9 @@ typedef struct rov_db_parms {
   uint32_t reserved1[3]; /* 36 */
   uint32_t init_id;      /* 48: the client's initialisation identity */
   const char* db_path; /* 52: directory of the embedded database, NULL = $ROV_DB, else "./qim.db" */
-  uint32_t reserved2[11]; /* 56 */
+  uint32_t db_group; /* 56: the system's number of a group that may use a database which is made, as
+                            its owner may; 0 = nobody but its owner */
+  uint32_t reserved2[10]; /* 60 */
 } rov_db_parms_t;
 ROV_ASSERT_SIZE(rov_db_parms_t, 100);
 ROV_ASSERT_AT(rov_db_parms_t, mem, 4);
@@ -121,6 +123,7 @@ ROV_ASSERT_AT(rov_db_parms_t, logger, 24);
 ROV_ASSERT_AT(rov_db_parms_t, dbg_flags, 32);
 ROV_ASSERT_AT(rov_db_parms_t, init_id, 48);
 ROV_ASSERT_AT(rov_db_parms_t, db_path, 52);
+ROV_ASSERT_AT(rov_db_parms_t, db_group, 56);
 
 /* The initialisation-parameter block: an 8-byte head and the parameters. 108 bytes. */
 typedef struct rov_parms {

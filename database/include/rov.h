@@ -121,7 +121,8 @@ uint32_t rov_db_init_parms_get(uint32_t db, uint32_t version, rov_parms_t* parms
  * looked at. parms: NULL, or a block from rov_db_init_parms_init; p.init_id is the client's
  * identity, whose private data are seen; p.db_path the directory, NULL for $ROV_DB, and without
  * that "./qim.db". An absent database is made there whole or not at all (not the directories above
- * it). flags: ROV_DB_*; other bits are ignored. Every call gives a handle of its own, also on a
+ * it), for its owner alone, or with p.db_group (the number of a group of the system's) for that
+ * group as well. flags: ROV_DB_*; other bits are ignored. Every call gives a handle of its own, also on a
  * path that is open. ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_OPEN; ROV_ERR_FORMAT,
  * ROV_ERR_WORD_SIZE and ROV_ERR_BYTE_ORDER when something else wrote it; ROV_ERR_READ_ONLY when
  * this process has it open with ROV_DB_RDONLY and the call comes without; ROV_ERR_BUSY when all

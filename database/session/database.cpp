@@ -87,10 +87,11 @@ const char* path_for(const rov_parms_t* parms) {
 }
 
 // Opens what is at `path` as a database that is not published yet.
-uint32_t open_at(Kind kind, uint32_t owner, const char* path, uint32_t flags, Database** out) {
+uint32_t open_at(Kind kind, uint32_t owner, const char* path, const OpenOptions& wanted,
+                 Database** out) {
   Database* db = database_new();
   if (db == nullptr) return fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Database));
-  uint32_t status = store_open(path, flags, &db->env);
+  uint32_t status = store_open(path, wanted, &db->env);
   if (status == ROV_OK) {
     status = handle_reserve(kind, owner, db, &db->handle);
     if (status != ROV_OK) store_close(db->env);
@@ -99,7 +100,7 @@ uint32_t open_at(Kind kind, uint32_t owner, const char* path, uint32_t flags, Da
     database_free(db);
     return status;
   }
-  db->flags = flags;
+  db->flags = wanted.flags;
   *out = db;
   return ROV_OK;
 }
@@ -112,7 +113,8 @@ void set_parms(Database* db, const rov_parms_t& parms) {
 
 uint32_t open_copy(const Database& of, const char* path, Database** out) {
   Database* db = nullptr;
-  const uint32_t status = open_at(Kind::kSnapshot, of.handle, path, ROV_DB_RDONLY, &db);
+  const uint32_t status =
+      open_at(Kind::kSnapshot, of.handle, path, {.flags = ROV_DB_RDONLY}, &db);
   if (status != ROV_OK) return status;
   // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
   db->library = of.library;
@@ -212,7 +214,8 @@ uint32_t library_for(uint32_t id, Library** out) {
 
 uint32_t database_open(Library* library, const rov_parms_t* parms, uint32_t flags, Database** out) {
   Database* db = nullptr;
-  const uint32_t status = open_at(Kind::kDatabase, library->handle, path_for(parms), flags, &db);
+  const OpenOptions wanted = {flags, parms != nullptr ? parms->p.db_group : 0};
+  const uint32_t status = open_at(Kind::kDatabase, library->handle, path_for(parms), wanted, &db);
   if (status != ROV_OK) return status;
   // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
   db->library = library;

@@ -7,31 +7,23 @@
 #include "database/graph/changes.h"
 #include "database/graph/edit.h"
 #include "database/graph/private.h"
-#include "database/store/wake.h"
 
 namespace rov {
 namespace {
 
-// Readies a write session for its commit: logs who it is by. *database: whom to wake.
-uint32_t seal(uint32_t ses, uint32_t* database) {
+// Readies a write session for its commit: logs who it is by. *sealed: whether it was one.
+uint32_t seal(uint32_t ses, bool* sealed) {
   Access access(ses);
   uint32_t status = check_writer(access, ses);
   if (status != ROV_OK) return status;
   const Session& session = access.session();
-  *database = session.db->handle;
+  *sealed = true;
   if (session.broken != 0) return ROV_OK;  // the commit refuses it, and says why
   status = edit_settle(access.view());
   if (status == ROV_OK) {
     status = changes_seal(access.view(), {session.db->client, session.db->group.load()});
   }
   return note_edit(access.session(), status);
-}
-
-// For those who follow the database. The handle is not pinned for longer, so that closing it waits
-// for nothing.
-Waking waking_of(uint32_t database) {
-  const DatabasePin pin(database);
-  return Waking(pin.status() == ROV_OK ? pin->env->path : nullptr);
 }
 
 // Private data are set last of what an edit does, so that only these have stopped it half-way.
@@ -92,15 +84,10 @@ uint32_t note_edit(Session& session, uint32_t status) {
 }
 
 uint32_t session_publish(uint32_t handle) {
-  uint32_t database = 0;
-  const uint32_t sealed = seal(handle, &database);
+  bool is_writer = false;
+  const uint32_t sealed = seal(handle, &is_writer);
   if (sealed == ROV_ERR_SES_EXPIRED) static_cast<void>(session_abandon(handle));
-  if (database == 0) return sealed;
-  const Waking waking = waking_of(database);
-  uint64_t revision = 0;
-  const uint32_t status = session_commit(handle, &revision);
-  if (status == ROV_OK) waking.tell(revision);
-  return status;
+  return is_writer ? session_commit(handle, nullptr) : sealed;
 }
 
 uint32_t session_set_private(uint32_t handle, uint32_t node, const void* data, uint32_t len) {

@@ -10,6 +10,7 @@
 #include "database/graph/changes.h"
 #include "database/session/client_data.h"
 #include "database/session/transact.h"
+#include "database/store/files.h"
 #include "database/store/wake.h"
 
 namespace rov {
@@ -85,22 +86,31 @@ void write_message(const Change& change, rov_change_t* message) {
 // The descriptor stays readable while there may be more. It is drained when there was none, and
 // then the log looked at once more: a commit before the draining is seen now, and one after it
 // makes the descriptor readable again.
-uint32_t poll_change(uint32_t db, Watch& watch, uint32_t client, Change* change) {
+uint32_t poll_change(const DatabasePin& db, Change* change) {
+  Watch& watch = db->watch;
+  const uint32_t client = db->client;
   const auto look = [&](View& view) { return next_change(view, watch, client, change); };
-  uint32_t status = with_newest(db, look);
+  uint32_t status = with_newest(db->handle, look);
   if (status != ROV_ERR_NO_ITEM) return status;
-  wake_drain(watch.fd);
-  status = with_newest(db, look);
+  wake_drain(watch.fd, db->env->directory);
+  status = with_newest(db->handle, look);
   return status == ROV_ERR_NO_ITEM ? fail(ROV_ERR_NO_VALUE, Note::kNoChange) : status;
 }
 
 // ---- Registering ----
 
 uint32_t start(const DatabasePin& db, Watch& watch, rov_ntf_t* ntf) {
-  const int fd = wake_open(db->env->path);
+  if (db->env->copy >= 0) {
+    return fail_text(ROV_ERR_READ_ONLY,
+                     "cannot follow the changes of %s: this process may not write to lock.mdb there, "
+                     "so it reads a copy of the commit that was the newest one when it opened the "
+                     "database; get the right to write to lock.mdb and changes",
+                     db->env->path);
+  }
+  const int fd = wake_open(db->env->directory);
   if (fd < 0) {
     return fail_text(ROV_ERR_IO, "cannot follow the changes of %s: %s", db->env->path,
-                     strerror(errno));
+                     file_error_text(errno));
   }
   // The descriptor first: what is committed from here on makes it readable.
   const uint64_t newest = store_revision(db->env);
@@ -150,18 +160,15 @@ uint32_t watch_next(const DatabasePin& db, rov_change_t* message) {
                      db->handle);
   }
   Change change;
-  const uint32_t status = poll_change(db->handle, db->watch, db->client, &change);
+  const uint32_t status = poll_change(db, &change);
   if (status == ROV_OK) write_message(change, message);
   return status;
 }
 
 uint32_t watch_post(const DatabasePin& db, uint32_t key, Bytes data) {
   const DataOwner owner = {db->client, 0, 0};
-  const Waking waking(db->env->path);
-  const uint32_t status = with_writer(
+  return with_writer(
       db->handle, [&](View& view) { return post(view, owner, db->group.load(), key, data); });
-  if (status == ROV_OK) waking.tell(store_revision(db->env));
-  return status;
 }
 
 }  // namespace rov

@@ -12,6 +12,7 @@
 #include "database/base/error.h"
 #include "database/record/keys.h"
 #include "database/store/guard.h"
+#include "database/store/wake.h"
 #include "rov.h"
 
 namespace rov {
@@ -195,7 +196,7 @@ uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* 
     uint32_t status = ROV_OK;
     switch (outcome.error) {
       case 0:
-        if (revision != nullptr) *revision = outcome.revision;
+        *revision = outcome.revision;
         return ROV_OK;
       case MDB_MAP_FULL:
         status = make_room(env, &checked_readers);
@@ -225,11 +226,19 @@ void check_readers_now_and_then(Env* env) {
 uint32_t store_commit(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {
   if (revision != nullptr) *revision = base;
   if (edits.empty()) return ROV_OK;
+  uint64_t made = base;
   pthread_mutex_lock(&env->committing.lock);
-  const uint32_t status = commit_locked(env, edits, base, revision);
+  uint32_t status = ROV_OK;
+  {
+    const Waking waking(env->directory);
+    status = commit_locked(env, edits, base, &made);
+    if (status == ROV_OK) waking.tell(made);
+  }
   pthread_mutex_unlock(&env->committing.lock);
-  if (status == ROV_OK) check_readers_now_and_then(env);
-  return status;
+  if (status != ROV_OK) return status;
+  if (revision != nullptr) *revision = made;
+  check_readers_now_and_then(env);
+  return ROV_OK;
 }
 
 }  // namespace rov

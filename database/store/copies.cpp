@@ -152,8 +152,8 @@ constexpr const char* kRemoved = ".removed-";
 class Copies {
  public:
   Copies(const Env* env, bool make) {
-    if (make && mkdirat(env->directory, kCopies, 0775) == 0) fsync(env->directory);
-    file_ = openat(env->directory, kCopies, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (make && make_directory(env->directory, kCopies) == 0) fsync(env->directory);
+    file_ = open_subdirectory(env->directory, kCopies);
     error_ = file_ < 0 ? errno : 0;
   }
   ~Copies() {
@@ -194,7 +194,7 @@ int each_name(int copies, Visit visit) {
 // ---- Making ----
 
 uint32_t fill(Env* env, int making) {
-  const int file = openat(making, "data.mdb", O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0664);
+  const int file = make_regular(making, "data.mdb", O_WRONLY);
   if (file < 0) return engine_fail(errno, env, "make a snapshot's data file");
   uint32_t status = store_copy(env, file);
   if (close(file) != 0 && status == ROV_OK) status = engine_fail(errno, env, "write a snapshot");
@@ -205,9 +205,9 @@ uint32_t fill(Env* env, int making) {
 
 uint32_t make_copy(Env* env, int copies, const CopyName& name) {
   int error = remove_tree(copies, kMakingCopy);
-  if (error == 0 && mkdirat(copies, kMakingCopy, 0775) != 0) error = errno;
+  if (error == 0) error = make_directory(copies, kMakingCopy);
   if (error != 0) return engine_fail(error, env, "make a snapshot's directory");
-  const int making = openat(copies, kMakingCopy, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int making = open_subdirectory(copies, kMakingCopy);
   if (making < 0) return engine_fail(errno, env, "open a snapshot's directory");
   uint32_t status = fill(env, making);
   close(making);
@@ -228,7 +228,7 @@ bool is_removed(const char* name) {
 // The data file goes first: to those who opened the directory when the copy was still there, one
 // without its format file would be damaged. 0 or errno.
 int take_apart(int copies, const char* removed) {
-  const int directory = openat(copies, removed, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  const int directory = open_subdirectory(copies, removed);
   if (directory >= 0) {
     unlinkat(directory, "data.mdb", 0);
     close(directory);
@@ -309,7 +309,8 @@ uint32_t copies_get(Env* env, const CopyName& name, CopyPlace* place) {
                      env->path);
   }
   if (copies.error() != 0) return engine_fail(copies.error(), env, "open the snapshots");
-  const DirectoryLock lock(copies.file());           // one maker at a time, over all processes
+  const DirectoryLock lock(copies.file(), env->path);  // one maker at a time, over all processes
+  if (lock.status() != ROV_OK) return lock.status();
   if (has_copy(copies.file(), name)) return ROV_OK;  // whoever held the lock made it
   const int error = finish_removing(copies.file());
   if (error != 0) return engine_fail(error, env, "finish removing a snapshot");

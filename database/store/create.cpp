@@ -92,7 +92,7 @@ uint32_t compare_format(const Format& found, const char* path) {
 }  // namespace
 
 uint32_t format_check(int directory, const char* path) {
-  const int file = openat(directory, "format", O_RDONLY | O_CLOEXEC);
+  const int file = open_regular(directory, "format", O_RDONLY);
   if (file < 0 && errno == ENOENT) return ROV_ERR_NO_ITEM;
   if (file < 0) return engine_fail_at(errno, path, "open the format file");
   char text[kMaxBytes + 1];
@@ -116,7 +116,7 @@ uint32_t format_check(int directory, const char* path) {
 uint32_t format_write(int directory, const char* name, const char* path) {
   char text[kMaxBytes];
   const int len = format_text(text, sizeof text);
-  const int file = openat(directory, name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664);
+  const int file = make_regular(directory, name, O_WRONLY);
   if (file < 0) return engine_fail_at(errno, path, "make the format file");
   int error = write_all(file, text, static_cast<size_t>(len));
   if (error == 0 && fsync(file) != 0) error = errno;
@@ -138,22 +138,31 @@ uint32_t no_database(const char* path) {
                    path);
 }
 
-// Makes the engine's file with its empty tables in `place` and makes it durable.
-int make_engine_file(const char* place) {
+// Makes the engine's file with its empty tables in `place`, where empty files wait for it, and makes
+// it durable.
+int fill_engine_file(const char* place) {
   MDB_env* engine = nullptr;
   int error = mdb_env_create(&engine);
   if (error != 0) return error;
   error = mdb_env_set_maxdbs(engine, kTables);
   if (error == 0) error = mdb_env_set_mapsize(engine, kMapStart);
-  if (error == 0) error = mdb_env_open(engine, place, MDB_NOTLS, 0664);
+  if (error == 0) error = mdb_env_open(engine, place, MDB_NOTLS, 0600);
   if (error == 0) error = tables_make(engine);
   if (error == 0) error = mdb_env_sync(engine, 1);
   mdb_env_close(engine);
   return error;
 }
 
+// Files that the engine makes by itself would have what rights the umask leaves them.
+int make_empty(int making, const char* name) {
+  const int file = make_regular(making, name, O_RDWR);
+  return file >= 0 && close(file) == 0 ? 0 : errno;
+}
+
 uint32_t make_in(int making, const char* place, const char* path) {
-  const int error = make_engine_file(place);
+  int error = make_empty(making, "data.mdb");
+  if (error == 0) error = make_empty(making, "lock.mdb");
+  if (error == 0) error = fill_engine_file(place);
   if (error != 0) return engine_fail_at(error, path, "make the data file");
   return format_write(making, "format", path);
 }
@@ -167,9 +176,9 @@ int move_into_place(int making, int directory) {
 // The caller holds the directory's lock.
 uint32_t make_database(int directory, const char* path) {
   int error = remove_tree(directory, kMakingPlace);  // what an earlier attempt left
-  if (error == 0 && mkdirat(directory, kMakingPlace, 0775) != 0) error = errno;
+  if (error == 0) error = make_directory(directory, kMakingPlace);
   if (error != 0) return engine_fail_at(error, path, "make a temporary directory");
-  const int making = openat(directory, kMakingPlace, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int making = open_subdirectory(directory, kMakingPlace);
   if (making < 0) return engine_fail_at(errno, path, "open the temporary directory");
   const size_t room = strlen(path) + strlen(kMakingPlace) + 2;
   auto* place = static_cast<char*>(malloc(room));
@@ -207,11 +216,16 @@ void sync_parent(const char* path) {
 }
 
 uint32_t open_directory(const char* path, bool create, int* directory) {
-  if (create && mkdir(path, 0775) == 0) sync_parent(path);
+  const bool is_new = create && mkdir(path, 0700) == 0;
   *directory = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (*directory >= 0) return ROV_OK;
-  if (errno == ENOENT && !create) return no_database(path);
-  return engine_fail_at(errno, path, create ? "make or open the directory" : "open the directory");
+  if (*directory < 0) {
+    if (errno == ENOENT && !create) return no_database(path);
+    return engine_fail_at(errno, path, create ? "make or open the directory" : "open the directory");
+  }
+  if (!is_new) return ROV_OK;
+  set_directory_mode(*directory, 0);  // whatever the umask took from it
+  sync_parent(path);
+  return ROV_OK;
 }
 
 uint32_t prepare_in(int directory, const char* path, bool create) {
@@ -230,17 +244,28 @@ uint32_t prepare_in(int directory, const char* path, bool create) {
   return create ? make_database(directory, path) : no_database(path);
 }
 
+// Makes the database in a directory that is the caller's alone as long as it holds the lock.
+uint32_t prepare_alone(int directory, const char* path, gid_t group) {
+  // One maker at a time; whoever waited finds the database made.
+  const DirectoryLock lock(directory, path);
+  if (lock.status() != ROV_OK) return lock.status();
+  if (group != 0 && !has_data(directory)) {
+    const int error = set_directory_mode(directory, group);
+    if (error != 0) return engine_fail_at(error, path, "give the directory to its group");
+  }
+  return prepare_in(directory, path, true);
+}
+
 }  // namespace
 
-uint32_t store_prepare(const char* path, bool create, int* directory) {
-  uint32_t status = open_directory(path, create, directory);
+uint32_t store_prepare(const char* path, const OpenOptions& wanted, int* directory) {
+  uint32_t status = open_directory(path, wanted.creates(), directory);
   if (status != ROV_OK) return status;
-  if (!has_data(*directory) && create) {
-    // One maker at a time; whoever waited finds the database made.
-    const DirectoryLock lock(*directory);
-    status = prepare_in(*directory, path, create);
-  } else {
-    status = prepare_in(*directory, path, create);
+  status = check_trusted(*directory, path);
+  if (status == ROV_OK) {
+    status = wanted.creates() && !has_data(*directory)
+                 ? prepare_alone(*directory, path, wanted.group)
+                 : prepare_in(*directory, path, wanted.creates());
   }
   if (status != ROV_OK) close(*directory);
   return status;

@@ -1,6 +1,7 @@
 // What the sources of this folder share. They alone see the engine.
 #pragma once
 
+#include "database/store/files.h"
 #include "database/store/store.h"
 #include "rov.h"
 
@@ -33,31 +34,6 @@ inline bool is_dead(const Env* env) {
 // Writes directory/`name` and makes it durable.
 [[nodiscard]] uint32_t format_write(int directory, const char* name, const char* path);
 
-// ---- files.cpp ----------------------------------------------------------------------------------
-
-// Removes the directory `name` in the directory `at` with all that is in it; it need not be there.
-// 0 or errno.
-int remove_tree(int at, const char* name);
-// Writes all of `text`. 0 or errno.
-int write_all(int file, const char* text, size_t len);
-// Moves directory `from`/name to directory `to`/new_name, and makes that durable. 0 or errno.
-int move_durably(int from, const char* name, int to, const char* new_name);
-
-// One process at a time holds a directory's lock, as long as such an object lives.
-class DirectoryLock {
- public:
-  explicit DirectoryLock(int directory);
-  ~DirectoryLock();
-  DirectoryLock(const DirectoryLock&) = delete;
-  DirectoryLock& operator=(const DirectoryLock&) = delete;
-
- private:
-  int directory_;
-};
-
-// Sets or clears the system's lock on one byte of a file. how: F_SETLK or F_SETLKW. 0 or errno.
-int set_record_lock(int file, int how, short type, off_t at);
-
 // ---- copies.cpp ---------------------------------------------------------------------------------
 
 // Writes a copy of the newest commit into the empty `file` and makes it durable.
@@ -65,9 +41,9 @@ int set_record_lock(int file, int how, short type, off_t at);
 
 // ---- create.cpp ---------------------------------------------------------------------------------
 
-// Makes sure that `path` holds a database of this build: makes one when there is none and `create`
+// Makes sure that `path` holds a database of this build: makes one when there is none and `wanted`
 // says so. The directory stays open in *directory on success.
-[[nodiscard]] uint32_t store_prepare(const char* path, bool create, int* directory);
+[[nodiscard]] uint32_t store_prepare(const char* path, const OpenOptions& wanted, int* directory);
 
 // ---- open.cpp -----------------------------------------------------------------------------------
 
@@ -83,6 +59,13 @@ int tables_make(MDB_env* engine);
 [[nodiscard]] uint32_t find_others(int directory, const char* path, bool* found);
 // Verifies the data file, unless another process has the database open. Under a DirectoryLock.
 [[nodiscard]] uint32_t verify_before_opening(int directory, Env* env);
+// Notes that the newest commit of the file is older than one that was made known.
+[[nodiscard]] uint32_t check_newest(uint64_t told, const char* path, uint64_t revision);
+
+// ---- lockless.cpp -------------------------------------------------------------------------------
+
+// Copies the data file for a process that may not take the database's locks, and verifies the copy.
+[[nodiscard]] uint32_t copy_for_reading(int directory, Env* env);
 
 // ---- verify.cpp ---------------------------------------------------------------------------------
 

@@ -49,6 +49,11 @@ constexpr ErrorAdvice kRows[] = {
 
 uint32_t engine_fail_at(int error, const char* path, const char* doing) {
   if (error == 0) return ROV_OK;
+  if (error == kNotRegular) {
+    return fail_text(ROV_ERR_OPEN,
+                     "cannot %s in database %s: %s; see who put it there, and remove it", doing,
+                     path, file_error_text(error));
+  }
   for (const ErrorAdvice& row : kRows) {
     if (row.error != error) continue;
     return fail_text(row.status, "cannot %s in database %s: %s; %s", doing, path,

@@ -28,13 +28,8 @@ void tell_of_reader(const char* line, void* visitor) {
 
 // The process that has the right to write, 0 when nobody has. A process's own lock does not show.
 uint32_t writing_process(Env* env) {
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_len = 1;
-  if (fcntl(env->lock_file, F_GETLK, &lock) == 0 && lock.l_type == F_WRLCK) {
-    return static_cast<uint32_t>(lock.l_pid);
-  }
+  const uint32_t other = record_lock_holder(env->lock_file, F_WRLCK, 0);
+  if (other != 0) return other;
   pthread_mutex_lock(&env->use.lock);
   const bool own = env->use.writer;
   pthread_mutex_unlock(&env->use.lock);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -73,6 +74,7 @@ void after_fork_in_child() {
   pthread_mutex_init(&g_mutex, nullptr);
   for (Env* env = g_envs; env != nullptr; env = env->registered.next) {
     if (env->lock_file >= 0) close(env->lock_file);
+    if (env->copy >= 0) close(env->copy);
     close(env->directory);
   }
   g_envs = nullptr;
@@ -123,6 +125,7 @@ void env_delete(Env* env) {
   // The system has a lock that is held in a list of the thread's, so it can't be unmapped.
   if (env->engine != nullptr && !env->keeps_lock) mdb_env_close(env->engine);
   if (env->lock_file >= 0) close(env->lock_file);
+  if (env->copy >= 0) close(env->copy);
   if (env->directory >= 0) close(env->directory);
   pthread_cond_destroy(&env->use.writer_gone);
   pthread_mutex_destroy(&env->reserve_mutex);
@@ -140,13 +143,29 @@ void set_page_size(Env* env) {
   env->page_mask = (aligned < env->page_size ? aligned : env->page_size) - 1;
 }
 
-uint32_t open_engine(Env* env) {
+// Where the files are that the engine opens by itself: the open directory, wherever its path leads by
+// now, or the private copy.
+struct EnginePlace {
+  explicit EnginePlace(int file) { snprintf(path, sizeof path, "/proc/self/fd/%d", file); }
+  char path[32];
+};
+
+int open_engine_files(Env* env, int directory) {
+  constexpr mode_t kOwnerOnly = 0600;
+  if (env->copy >= 0) {
+    const unsigned flags = MDB_RDONLY | MDB_NOLOCK | MDB_NOSUBDIR | MDB_NOTLS;
+    return mdb_env_open(env->engine, EnginePlace(env->copy).path, flags, kOwnerOnly);
+  }
+  const unsigned flags = MDB_NOTLS | (env->read_only ? MDB_RDONLY : 0U);
+  return mdb_env_open(env->engine, EnginePlace(directory).path, flags, kOwnerOnly);
+}
+
+uint32_t open_engine(Env* env, int directory) {
   int error = mdb_env_create(&env->engine);
   if (error == 0) guard_engine(env);
   if (error == 0) error = mdb_env_set_maxdbs(env->engine, kTables);
   if (error == 0) error = mdb_env_set_maxreaders(env->engine, kMaxReaders);
-  const unsigned flags = MDB_NOTLS | (env->read_only ? MDB_RDONLY : 0U);
-  if (error == 0) error = mdb_env_open(env->engine, env->path, flags, 0664);
+  if (error == 0) error = open_engine_files(env, directory);
   if (error != 0) return engine_fail(error, env, "open the data file");
   store_check_readers(env);
   set_page_size(env);
@@ -154,11 +173,42 @@ uint32_t open_engine(Env* env) {
                        [&] { return engine_attempt(tables_open(env), env, "open the tables"); });
 }
 
-// Verified first, and by one process at a time.
+// Opens the file of the engine's locks, so that it has the rights of the others when the engine
+// makes none of its own. 0 or errno.
+int prepare_lock_file(int directory) {
+  const int file = open_or_make(directory, "lock.mdb", O_RDWR);
+  if (file < 0) return errno;
+  close(file);
+  return 0;
+}
+
+// Whether the error says that this process may not write there.
+bool is_forbidden(int error) {
+  return error == EACCES || error == EPERM || error == EROFS;
+}
+
+// Verified first, and by one process at a time. Who may not take part in the locks reads a copy.
 uint32_t open_verified(Env* env, int directory) {
-  const DirectoryLock lock(directory);
-  const uint32_t status = verify_before_opening(directory, env);
-  return status == ROV_OK ? open_engine(env) : status;
+  const DirectoryLock lock(directory, env->path);
+  if (lock.status() != ROV_OK) return lock.status();
+  const int error = prepare_lock_file(directory);
+  uint32_t status = ROV_OK;
+  if (env->read_only && is_forbidden(error)) {
+    status = copy_for_reading(directory, env);
+  } else if (error != 0) {
+    status = engine_fail(error, env, "open lock.mdb");
+  } else {
+    status = verify_before_opening(directory, env);
+  }
+  return status == ROV_OK ? open_engine(env, directory) : status;
+}
+
+// The lock of those who write; who only reads asks who has it, where that is possible.
+uint32_t open_lock_file(Env* env, int directory) {
+  env->lock_file = env->read_only ? open_regular(directory, "writer.lock", O_RDONLY)
+                                  : open_or_make(directory, "writer.lock", O_RDWR);
+  if (env->lock_file >= 0 || env->read_only) return ROV_OK;
+  return engine_fail(errno, env, "open writer.lock");
 }
 
 uint32_t open_env(const char* path, uint32_t flags, int directory, const struct stat& info,
@@ -168,10 +218,7 @@ uint32_t open_env(const char* path, uint32_t flags, int directory, const struct 
   env->device = info.st_dev;
   env->inode = info.st_ino;
   uint32_t status = open_verified(env, directory);
-  if (status == ROV_OK && !env->read_only) {
-    env->lock_file = openat(directory, "writer.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0664);
-    if (env->lock_file < 0) status = engine_fail(errno, env, "open writer.lock");
-  }
+  if (status == ROV_OK) status = open_lock_file(env, directory);
   if (status == ROV_OK) {
     env->directory = fcntl(directory, F_DUPFD_CLOEXEC, 0);
     if (env->directory < 0) status = engine_fail(errno, env, "keep the directory open");
@@ -186,17 +233,16 @@ uint32_t open_env(const char* path, uint32_t flags, int directory, const struct 
   return ROV_OK;
 }
 
-uint32_t open_locked(const char* path, uint32_t flags, Env** out) {
-  const bool create = (flags & (ROV_DB_NO_CREATE | ROV_DB_RDONLY)) == 0;
+uint32_t open_locked(const char* path, const OpenOptions& wanted, Env** out) {
   int directory = -1;
-  uint32_t status = store_prepare(path, create, &directory);
+  uint32_t status = store_prepare(path, wanted, &directory);
   if (status != ROV_OK) return status;
   struct stat info;
   if (fstat(directory, &info) != 0) {
     status = engine_fail_at(errno, path, "examine the directory");
   } else if (Env* env = find_open(info); env == nullptr) {
-    status = open_env(path, flags, directory, info, out);
-  } else if (env->read_only && (flags & ROV_DB_RDONLY) == 0) {
+    status = open_env(path, wanted.flags, directory, info, out);
+  } else if (env->read_only && !wanted.reads_only()) {
     status = fail_text(ROV_ERR_READ_ONLY,
                        "this process has database %s open for reading only: close it first", path);
   } else {
@@ -208,7 +254,7 @@ uint32_t open_locked(const char* path, uint32_t flags, Env** out) {
 
 uint32_t compact_locked(const char* path, uint64_t* before, uint64_t* after) {
   int directory = -1;
-  uint32_t status = store_prepare(path, false, &directory);
+  uint32_t status = store_prepare(path, {.flags = ROV_DB_NO_CREATE}, &directory);
   if (status != ROV_OK) return status;
   struct stat info;
   if (fstat(directory, &info) != 0) {
@@ -232,10 +278,18 @@ void free_snapshots(Env* env) {
 
 }  // namespace
 
-uint32_t store_open(const char* path, uint32_t flags, Env** env) {
+bool OpenOptions::creates() const {
+  return (flags & (ROV_DB_NO_CREATE | ROV_DB_RDONLY)) == 0;
+}
+
+bool OpenOptions::reads_only() const {
+  return (flags & ROV_DB_RDONLY) != 0;
+}
+
+uint32_t store_open(const char* path, const OpenOptions& wanted, Env** env) {
   pthread_mutex_lock(&g_mutex);
   set_up_once();
-  const uint32_t status = open_locked(path, flags, env);
+  const uint32_t status = open_locked(path, wanted, env);
   if (status == ROV_OK) ++(*env)->registered.users;
   pthread_mutex_unlock(&g_mutex);
   return status;

@@ -7,6 +7,7 @@
 //     lock.mdb     the engine's reader table
 //     writer.lock  held by the process that has a write session
 //     snapshots/   copies that are kept (copies.cpp)
+//     changes      the last commit that was made known (wake.h)
 //
 // Every value begins with a CRC-32C over its key and the rest of it; what this layer hands out has
 // been checked. Readers are snapshots; a write is an Overlay, applied in one engine transaction by
@@ -99,6 +100,7 @@ struct Env {
   char damage[200] = {};  // what was found, when kDamaged
   size_t map_limit = 0;
   int lock_file = -1;
+  int copy = -1;  // of a database whose locks this process may not take: what it reads (lockless.cpp)
   pthread_mutex_t reserve_mutex;  // held by who changes the reservation in the lock file
 
   Committing committing;
@@ -107,9 +109,18 @@ struct Env {
   Registered registered;
 };
 
+// How an environment is opened.
+struct OpenOptions {
+  uint32_t flags = 0;  // ROV_DB_NO_CREATE, ROV_DB_RDONLY
+  gid_t group = 0;     // who may use what is made, beside its owner; 0: nobody
+
+  bool creates() const;
+  bool reads_only() const;
+};
+
 // Opens the environment in `path`, or finds it open already in this process. Counted: every success
-// needs a store_close. flags: ROV_DB_NO_CREATE, ROV_DB_RDONLY.
-[[nodiscard]] uint32_t store_open(const char* path, uint32_t flags, Env** env);
+// needs a store_close.
+[[nodiscard]] uint32_t store_open(const char* path, const OpenOptions& wanted, Env** env);
 void store_close(Env* env);
 
 // Makes the map as large as the newest commit needs. The caller is outside every gate.

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "database/base/error.h"
 #include "database/file/layout.h"
@@ -34,23 +35,11 @@ namespace {
 constexpr int kVerifyAttempts = 3;
 
 uint32_t verify_in(int directory, const char* path, VerifyReport* report) {
-  const int file = openat(directory, "data.mdb", O_RDONLY | O_CLOEXEC);
+  const int file = open_regular(directory, "data.mdb", O_RDONLY);
   if (file < 0) return engine_fail_at(errno, path, "open the data file");
   const uint32_t status = verify_data(file, path, report);
   close(file);
   return status;
-}
-
-// A damaged meta page can make the commit before the newest one; each of them is a good database.
-uint32_t check_newest(int directory, const char* path, uint64_t revision) {
-  const uint64_t told = wake_revision(directory);
-  if (told <= revision) return ROV_OK;
-  return fail_text(ROV_ERR_CORRUPT,
-                   "data.mdb of database %s is damaged or was replaced by an older one: its newest "
-                   "commit is %llu, and commit %llu was made; restore the database from a dump, or "
-                   "remove the file changes in its directory to go on with the older commit",
-                   path, static_cast<unsigned long long>(revision),
-                   static_cast<unsigned long long>(told));
 }
 
 uint32_t verify_alone(Env* env, const WriterWait& wait, VerifyReport* report) {
@@ -74,9 +63,20 @@ uint32_t verify_beside_writers(Env* env, VerifyReport* report) {
 
 }  // namespace
 
+// A damaged meta page can make the commit before the newest one; each of them is a good database.
+uint32_t check_newest(uint64_t told, const char* path, uint64_t revision) {
+  if (told <= revision) return ROV_OK;
+  return fail_text(ROV_ERR_CORRUPT,
+                   "data.mdb of database %s is damaged or was replaced by an older one: its newest "
+                   "commit is %llu, and commit %llu was made; restore the database from a dump, or "
+                   "remove the file changes in its directory to go on with the older commit",
+                   path, static_cast<unsigned long long>(revision),
+                   static_cast<unsigned long long>(told));
+}
+
 uint32_t find_others(int directory, const char* path, bool* found) {
   *found = false;
-  const int file = openat(directory, "lock.mdb", O_RDONLY | O_CLOEXEC);
+  const int file = open_regular(directory, "lock.mdb", O_RDONLY);
   if (file < 0)
     return errno == ENOENT ? uint32_t{ROV_OK} : engine_fail_at(errno, path, "open lock.mdb");
   struct flock lock = {};
@@ -98,7 +98,7 @@ uint32_t verify_before_opening(int directory, Env* env) {
   if (status != ROV_OK || others) return status;
   status = verify_in(directory, env->path, &env->use.verified);
   if (status != ROV_OK) return status;
-  return check_newest(directory, env->path, env->use.verified.revision);
+  return check_newest(wake_revision(directory), env->path, env->use.verified.revision);
 }
 
 uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report) {
@@ -117,12 +117,14 @@ namespace {
 
 constexpr const char* kCopy = "data.mdb.compacted";
 
-int copy_compacted(const char* path, int file) {
+int copy_compacted(int directory, int file) {
+  char path[32];
+  snprintf(path, sizeof path, "/proc/self/fd/%d", directory);
   MDB_env* engine = nullptr;
   int error = mdb_env_create(&engine);
   if (error != 0) return error;
   // Nobody else is there, and lock.mdb belongs to those who are.
-  error = mdb_env_open(engine, path, MDB_RDONLY | MDB_NOLOCK | MDB_NOTLS, 0664);
+  error = mdb_env_open(engine, path, MDB_RDONLY | MDB_NOLOCK | MDB_NOTLS, 0600);
   if (error == 0) error = mdb_env_copyfd2(engine, file, MDB_CP_COMPACT);
   mdb_env_close(engine);
   return error;
@@ -145,7 +147,7 @@ int number_commit(int file, uint32_t page_size, uint64_t revision) {
 
 uint32_t write_copy(int directory, const char* path, int file, const VerifyReport& original,
                     uint64_t* bytes) {
-  int error = copy_compacted(path, file);
+  int error = copy_compacted(directory, file);
   if (error == 0 && original.revision != 0) {
     error = number_commit(file, original.page_size, original.revision);
   }
@@ -158,19 +160,29 @@ uint32_t write_copy(int directory, const char* path, int file, const VerifyRepor
   return engine_fail_at(error, path, "move the compacted file into place");
 }
 
-uint32_t compact_alone(int directory, const char* path, uint64_t* before, uint64_t* after) {
-  const int data = openat(directory, "data.mdb", O_RDONLY | O_CLOEXEC);
-  if (data < 0) return engine_fail_at(errno, path, "open the data file");
-  VerifyReport original;
-  struct stat info = {};
-  uint32_t status = verify_data(data, path, &original);
-  if (status == ROV_OK && fstat(data, &info) != 0) {
-    status = engine_fail_at(errno, path, "examine the data file");
+// Makes the file that takes the place of `data`, with its owner and rights. -1 with errno.
+int make_replacement(int directory, int data) {
+  struct stat info;
+  if (fstat(data, &info) != 0) return -1;
+  if (unlinkat(directory, kCopy, 0) != 0 && errno != ENOENT) return -1;  // of one that was killed
+  const int file = make_regular(directory, kCopy, O_RDWR);
+  if (file < 0) return -1;
+  if (fchown(file, info.st_uid, info.st_gid) == 0 && fchmod(file, info.st_mode & 0777) == 0) {
+    return file;
   }
-  close(data);
+  const int error = errno;
+  close(file);
+  unlinkat(directory, kCopy, 0);
+  errno = error;
+  return -1;
+}
+
+uint32_t compact_file(int directory, const char* path, int data, uint64_t* before,
+                      uint64_t* after) {
+  VerifyReport original;
+  uint32_t status = verify_data(data, path, &original);
   if (status != ROV_OK) return status;
-  const int file =
-      openat(directory, kCopy, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, info.st_mode & 0777);
+  const int file = make_replacement(directory, data);
   if (file < 0) return engine_fail_at(errno, path, "make the compacted file");
   *before = original.bytes;
   status = write_copy(directory, path, file, original, after);
@@ -179,12 +191,21 @@ uint32_t compact_alone(int directory, const char* path, uint64_t* before, uint64
   return status;
 }
 
+uint32_t compact_alone(int directory, const char* path, uint64_t* before, uint64_t* after) {
+  const int data = open_regular(directory, "data.mdb", O_RDONLY);
+  if (data < 0) return engine_fail_at(errno, path, "open the data file");
+  const uint32_t status = compact_file(directory, path, data, before, after);
+  close(data);
+  return status;
+}
+
 }  // namespace
 
 uint32_t compact_closed(int directory, const char* path, uint64_t* before, uint64_t* after) {
-  const DirectoryLock lock(directory);
+  const DirectoryLock lock(directory, path);
   bool others = false;
-  const uint32_t status = find_others(directory, path, &others);
+  const uint32_t status =
+      lock.status() == ROV_OK ? find_others(directory, path, &others) : lock.status();
   if (status != ROV_OK) return status;
   if (!others) return compact_alone(directory, path, before, after);
   return fail_text(ROV_ERR_BUSY,

@@ -7,13 +7,14 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "database/base/crc32c.h"
+#include "database/store/files.h"
 
 namespace rov {
 namespace {
 
-constexpr uint32_t kPathMax = 4096;
 constexpr const char* kFile = "changes";
 
 // What the file holds. It is never synced, so it may be old, and after a power failure anything.
@@ -27,22 +28,33 @@ uint32_t check_of(uint64_t revision) {
   return crc32c(0, &revision, sizeof revision);
 }
 
-// directory/changes, made when it is not there.
-int open_file(const char* database, int how, char (&path)[kPathMax]) {
-  const int len = snprintf(path, sizeof path, "%s/%s", database, kFile);
-  if (len < 0 || static_cast<uint32_t>(len) >= kPathMax) {
-    errno = ENAMETOOLONG;
-    return -1;
-  }
-  return open(path, how | O_CREAT | O_CLOEXEC, 0666);
+// The path of what an open file is, wherever that lies by now.
+struct OpenPath {
+  explicit OpenPath(int file) { snprintf(text, sizeof text, "/proc/self/fd/%d", file); }
+  char text[32];
+};
+
+// Follows the file, made when it is not there. False with errno.
+bool follow_file(int fd, int directory) {
+  const int file = open_or_make(directory, kFile, O_RDONLY);  // which wakes nobody
+  if (file < 0) return false;
+  const bool follows = inotify_add_watch(fd, OpenPath(file).text, IN_MODIFY | IN_CLOSE_WRITE) >= 0;
+  const int error = errno;
+  close(file);
+  errno = error;
+  return follows;
+}
+
+// The file, and the directory, which tells when the file comes anew. The file is made before that.
+bool follow(int fd, int directory) {
+  const uint32_t what = IN_CREATE | IN_MOVED_TO | IN_ONLYDIR;
+  return follow_file(fd, directory) && inotify_add_watch(fd, OpenPath(directory).text, what) >= 0 &&
+         follow_file(fd, directory);
 }
 
 }  // namespace
 
-Waking::Waking(const char* database) : file_(-1) {
-  char path[kPathMax];
-  if (database != nullptr) file_ = open_file(database, O_WRONLY, path);
-}
+Waking::Waking(int directory) : file_(open_or_make(directory, kFile, O_WRONLY)) {}
 
 Waking::~Waking() {
   if (file_ >= 0) close(file_);
@@ -56,7 +68,7 @@ void Waking::tell(uint64_t revision) const {
 }
 
 uint64_t wake_revision(int directory) {
-  const int file = openat(directory, kFile, O_RDONLY | O_CLOEXEC);
+  const int file = open_regular(directory, kFile, O_RDONLY);
   if (file < 0) return 0;
   Told told = {};
   const ssize_t got = pread(file, &told, kToldBytes, 0);
@@ -64,23 +76,27 @@ uint64_t wake_revision(int directory) {
   return got == kToldBytes && told.check == check_of(told.revision) ? told.revision : 0;
 }
 
-int wake_open(const char* database) {
-  char path[kPathMax];
-  const int file = open_file(database, O_RDONLY, path);  // to have it there, and to wake nobody
-  if (file >= 0) close(file);
+int wake_open(int directory) {
   const int fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  if (fd < 0) return -1;
-  if (inotify_add_watch(fd, path, IN_MODIFY | IN_CLOSE_WRITE) >= 0) return fd;
+  if (fd < 0 || follow(fd, directory)) return fd;
   const int error = errno;
   close(fd);
   errno = error;
   return -1;
 }
 
-void wake_drain(int fd) {
+void wake_drain(int fd, int directory) {
   alignas(inotify_event) char events[1024];
-  while (read(fd, events, sizeof events) > 0) {
+  bool made = false;
+  for (ssize_t len = 0; (len = read(fd, events, sizeof events)) > 0;) {
+    for (ssize_t at = 0; at < len;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+      made |= event->len != 0 && strcmp(event->name, kFile) == 0;
+      at += static_cast<ssize_t>(sizeof *event + event->len);
+    }
   }
+  // A file that can't be followed now is not made again: nobody is told of it.
+  if (made) static_cast<void>(follow_file(fd, directory));
 }
 
 }  // namespace rov

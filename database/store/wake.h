@@ -1,6 +1,7 @@
 // Waking whoever follows the changes of a database, in any process: a file in its directory that
 // every commit writes to, and inotify(7) on it. Nothing has to be registered with anybody, and a
-// process that dies leaves nothing behind.
+// process that dies leaves nothing behind. The file may be removed at any time: the next commit
+// makes it again, and followers see that.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,8 @@ namespace rov {
 // the waking only, so it is none.
 class Waking {
  public:
-  // database: NULL wakes nobody.
-  explicit Waking(const char* database);
+  // directory: of the database, open.
+  explicit Waking(int directory);
   ~Waking();
   Waking(const Waking&) = delete;
   Waking& operator=(const Waking&) = delete;
@@ -25,12 +26,13 @@ class Waking {
   int file_;
 };
 
-// A descriptor that becomes readable with every later commit; -1 with errno.
-int wake_open(const char* database);
+// A descriptor that becomes readable with every later commit to the database in the open directory;
+// -1 with errno.
+int wake_open(int directory);
 // The commit that was told of last, of a database's open directory; 0 when that is not known. What
 // was told of is durable: a database whose newest commit is older has lost some.
 uint64_t wake_revision(int directory);
 // Makes it unreadable until the next commit.
-void wake_drain(int fd);
+void wake_drain(int fd, int directory);
 
 }  // namespace rov

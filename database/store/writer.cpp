@@ -34,6 +34,9 @@ namespace rov {
 
 namespace {
 
+constexpr off_t kWriterLock = 0;
+constexpr off_t kRecordLock = 1;
+constexpr uint32_t kRecordWaitMs = 1000;  // a change takes microseconds
 constexpr uint32_t kRecordBytes = 32;
 constexpr uint32_t kUserAt = 8;
 constexpr uint32_t kStartAt = 16;
@@ -79,10 +82,10 @@ class ChangeLock {
  public:
   explicit ChangeLock(Env* env) : env_(env) {
     pthread_mutex_lock(&env->reserve_mutex);
-    error_ = set(F_WRLCK);
+    error_ = await_record_lock(env->lock_file, F_WRLCK, kRecordLock, kRecordWaitMs);
   }
   ~ChangeLock() {
-    set(F_UNLCK);
+    if (error_ == 0) set_record_lock(env_->lock_file, F_UNLCK, kRecordLock);
     pthread_mutex_unlock(&env_->reserve_mutex);
   }
   ChangeLock(const ChangeLock&) = delete;
@@ -91,8 +94,6 @@ class ChangeLock {
   int error() const { return error_; }
 
  private:
-  int set(short type) const { return set_record_lock(env_->lock_file, F_SETLKW, type, 1); }
-
   Env* env_;
   int error_;
 };
@@ -110,7 +111,15 @@ Reservation look(Env* env) {
 void clear(Env* env, const Reservation& found) {
   const ChangeLock lock(env);
   Reservation now;
-  if (read_record(env, &now) && now == found) write_record(env, {});
+  if (lock.error() == 0 && read_record(env, &now) && now == found) write_record(env, {});
+}
+
+uint32_t busy(const Env* env, const char* who) {
+  return fail_text(
+      ROV_ERR_BUSY,
+      "%s writes to database %s and did not finish in time: try again later, or wait longer "
+      "(rov_lib_init_locks)",
+      who, env->path);
 }
 
 bool is_void(const Reservation& reservation) {
@@ -135,6 +144,10 @@ uint32_t writer_reserve(Env* env, uint64_t user, uint32_t seconds) {
     reservation = {user, process_start(process), until};
   }
   const ChangeLock lock(env);
+  if (lock.error() == EAGAIN) {
+    const uint32_t holder = record_lock_holder(env->lock_file, F_WRLCK, kRecordLock);
+    return busy(env, name_of_holder(holder).text);
+  }
   if (lock.error() != 0) return engine_fail(lock.error(), env, "lock writer.lock");
   return write_record(env, reservation);
 }
@@ -156,14 +169,6 @@ constexpr int64_t kMeanwhile = 100 * kNanosPerMilli;
 
 int64_t deadline_after(uint32_t wait_ms) {
   return wait_ms == kForever ? INT64_MAX : monotonic_now() + wait_ms * kNanosPerMilli;
-}
-
-uint32_t busy(const Env* env, const char* who) {
-  return fail_text(
-      ROV_ERR_BUSY,
-      "%s writes to database %s and did not finish in time: try again later, or wait longer "
-      "(rov_lib_init_locks)",
-      who, env->path);
 }
 
 uint32_t reserved(const Env* env, uint64_t user) {
@@ -214,7 +219,7 @@ void end_turn(Env* env) {
 }
 
 int set_file_lock(const Env* env, short type) {
-  return set_record_lock(env->lock_file, F_SETLK, type, 0);
+  return set_record_lock(env->lock_file, type, kWriterLock);
 }
 
 // Sleeps until it is time to look again. False when the time is up.
@@ -233,7 +238,10 @@ uint32_t take_file_lock(Env* env, int64_t deadline, uint32_t retry_ms) {
     const int error = set_file_lock(env, F_WRLCK);
     if (error == 0) return ROV_OK;
     if (error != EACCES && error != EAGAIN) return engine_fail(error, env, "lock writer.lock");
-    if (!nap(deadline, retry_ms)) return busy(env, "another process");
+    if (!nap(deadline, retry_ms)) {
+      const uint32_t holder = record_lock_holder(env->lock_file, F_WRLCK, kWriterLock);
+      return busy(env, name_of_holder(holder).text);
+    }
   }
 }
 

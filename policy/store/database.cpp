@@ -106,17 +106,19 @@ std::string database_directory(const std::string& given) {
   return environment != nullptr && *environment != '\0' ? environment : "./qim.db";
 }
 
-Database::Database(const std::string& directory, OpenMode mode, const std::string& snapshot)
+Database::Database(const std::string& directory, OpenMode mode, const std::string& snapshot,
+                   uint32_t group)
     : directory_(database_directory(directory)) {
   const std::string attempt = "open the database in " + directory_;
   rov_parms_t parms{};
   require(qim_db_init_parms_init(&parms, 1), attempt);
   parms.p.db_path = directory_.c_str();
-  uint32_t flags = mode == OpenMode::read ? uint32_t{ROV_DB_NO_CREATE} : 0;
-  // The database makes a snapshot that is not there, unless it is opened for reading only.
-  if (!snapshot.empty()) flags |= ROV_DB_RDONLY;
+  parms.p.db_group = group;
+  uint32_t flags = mode == OpenMode::create ? 0 : uint32_t{ROV_DB_NO_CREATE};
+  // Snapshots that are not there are made where the database is open for writing.
+  if (mode == OpenMode::read || !snapshot.empty()) flags |= ROV_DB_RDONLY;
   const uint32_t status = qim_lib_init(0, 0, client_id, 0, &parms, 0, flags, 0, &handle_);
-  if (status == ROV_ERR_OPEN && mode == OpenMode::read && is_absent(directory_)) {
+  if (status == ROV_ERR_OPEN && mode != OpenMode::create && is_absent(directory_)) {
     throw DatabaseError(status, attempt,
                         "there is none; check the directory given with --db or in ROV_DB, or make "
                         "the database with 'qimctl import'");

@@ -45,14 +45,17 @@ bool is_about_contents(uint32_t status);
 // ./qim.db.
 std::string database_directory(const std::string& given);
 
-enum class OpenMode { read, create };
+// read: nothing is written, and nothing needs to be writable. change: there must be one.
+enum class OpenMode { read, change, create };
 
 // A database, open as long as the object lives. One at a time in a process.
 class Database {
  public:
   // directory: as in database_directory. Where `snapshot` is the path of one ("before-upgrade",
-  // "acme://edge-7/nightly/monday"), sessions read that one; it must be there.
-  Database(const std::string& directory, OpenMode mode, const std::string& snapshot = "");
+  // "acme://edge-7/nightly/monday"), sessions read that one; it must be there. group: the number of
+  // the system's group that may use a database which is made, 0 for nobody but its owner.
+  Database(const std::string& directory, OpenMode mode, const std::string& snapshot = "",
+           uint32_t group = 0);
   ~Database();
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;

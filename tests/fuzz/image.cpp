@@ -88,7 +88,7 @@ void image(const uint8_t* bytes, size_t size) {
   const Damage damage = apply_edits(bytes, size, good.anatomy(), &image);
   good.place(image);
   try {
-    const qimctl::Database database(good.directory(), qimctl::OpenMode::read);
+    const qimctl::Database database(good.directory(), qimctl::OpenMode::change);
     read_all(database.handle(), good, damage);
     look_for_defects(database);
     write_all(database.handle());

@@ -225,7 +225,7 @@ TEST_F(Store, says_which_node_is_not_there) {
 
 TEST(OpenDatabase, does_not_make_one_to_read_from) {
   const tools_test::TempDir dir;
-  EXPECT_THROW(Database(dir / "none", OpenMode::read), qimctl::DatabaseError);
+  EXPECT_THROW(Database(dir / "none", OpenMode::change), qimctl::DatabaseError);
   EXPECT_FALSE(std::filesystem::exists(dir / "none"));
 }
 

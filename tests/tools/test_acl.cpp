@@ -77,7 +77,7 @@ TEST_F(Acl, policers_are_shown_below_the_lists_that_use_them) {
   qimctl::Model model =
       lists_test::model({lists_test::list("limited", {"web port=80 police=gold", "ssh port=22"})});
   model.policers = {{"gold", qimctl::Policer::Unit::packets, 50, 5, 0, 0}};
-  lists_test::store(qimctl::Database(database(), qimctl::OpenMode::read), make_nodes(model));
+  lists_test::store(qimctl::Database(database(), qimctl::OpenMode::change), make_nodes(model));
   EXPECT_THAT(output({"acl", "limited"}),
               HasSubstr("accept police gold\n2   ssh    tcp to any port 22  accept\n"
                         "policer gold: 50 packets/s burst 5\n"));
@@ -87,7 +87,7 @@ TEST_F(Acl, policers_are_shown_below_the_lists_that_use_them) {
 TEST_F(Acl, what_cannot_be_read_is_named) {
   qimctl::Model model = lists_test::model({lists_test::list("broken", {"a", "b"})});
   std::vector<qimctl::Node> nodes = make_nodes(model);
-  const qimctl::Database database_(database(), qimctl::OpenMode::read);
+  const qimctl::Database database_(database(), qimctl::OpenMode::change);
   lists_test::store(database_, nodes);
   {
     qimctl::WriteSession session(database_);

@@ -36,7 +36,7 @@ class Check : public testing::Test {
 
   // "1 dangling"
   std::vector<std::string> defects() {
-    const Database database(dir_ / "db", OpenMode::read);
+    const Database database(dir_ / "db", OpenMode::change);
     std::vector<std::string> list;
     for (const Found& found : find_defects(ReadSession(database))) {
       list.push_back(std::to_string(found.node) + " " + defect_name(found.defect));
@@ -107,7 +107,7 @@ TEST_F(Check, finds_names_that_disagree_with_their_node) {
 TEST_F(Check, finds_names_on_nodes_that_have_none) {
   store(good);
   {
-    const Database database(dir_ / "db", OpenMode::read);
+    const Database database(dir_ / "db", OpenMode::change);
     WriteSession session(database);
     Node group;
     group.record.type = QIM_NODE_GROUP;

@@ -105,7 +105,7 @@ TEST_F(Changes, are_watched_whatever_their_kind) {
     "dset": {"dest": {"fmt": "interface", "ifix": 7}, "type": 5}}]})");
   ASSERT_EQ(run({"import", dir_ / "named.json"}).code, 0);
   {
-    const qimctl::Database database(dir_ / "db", qimctl::OpenMode::read);
+    const qimctl::Database database(dir_ / "db", qimctl::OpenMode::change);
     const rov_node_id_t owner = qimctl::database_id(1);
     rov_link_t link{};
     link.owner = owner;

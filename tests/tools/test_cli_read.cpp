@@ -251,7 +251,7 @@ TEST(Show, tells_what_its_links_lead_to) {
     {"id": 2, "type": "Action"}, {"id": 4, "type": "Action"}, {"id": 3, "type": "Raw", "body": {"tlv": "0001000200000fff"}}]})");
   ASSERT_EQ(run_qimctl({"--db", database, "import", dir / "nodes.json"}).code, 0);
   {
-    const qimctl::Database opened(database, qimctl::OpenMode::read);
+    const qimctl::Database opened(database, qimctl::OpenMode::change);
     qimctl::WriteSession session(opened);
     ASSERT_EQ(rov_edit_node_del(session.handle(), qimctl::database_id(4)), uint32_t{ROV_OK});
     session.commit();

@@ -243,7 +243,7 @@ TEST_F(Dump, is_the_same_after_compacting) {
 
 TEST_F(Dump, compacting_waits_for_nobody) {
   import_examples("db");
-  const qimctl::Database database(dir_ / "db", qimctl::OpenMode::read);
+  const qimctl::Database database(dir_ / "db", qimctl::OpenMode::change);
   const Outcome outcome = run("db", {"compact"});
   EXPECT_EQ(outcome.code, qimctl::exit_database);
   EXPECT_THAT(outcome.err, HasSubstr("open in another process"));

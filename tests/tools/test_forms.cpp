@@ -211,7 +211,7 @@ class AtSnapshot : public testing::Test {
   }
 
   void snapshot(const char* uri, const char* name) {
-    const Database opened(db_, OpenMode::read);
+    const Database opened(db_, OpenMode::change);
     uint32_t handle = 0;
     ASSERT_EQ(uri == nullptr ? qim_db_snapshot(opened.handle(), name, &handle)
                              : qim_db_uri_snapshot(opened.handle(), uri, name, &handle),
@@ -219,7 +219,7 @@ class AtSnapshot : public testing::Test {
   }
 
   void remove_node() {
-    const Database opened(db_, OpenMode::read);
+    const Database opened(db_, OpenMode::change);
     WriteSession session(opened);
     ASSERT_EQ(rov_edit_node_del(session.handle(), database_id(0x04100071)), uint32_t{ROV_OK});
     session.commit();
@@ -253,7 +253,7 @@ TEST_F(AtSnapshot, names_those_that_there_are) {
                                   ": there is none of that name; the database has no snapshots"));
   snapshot(nullptr, "before");
   EXPECT_THAT(missing().err, HasSubstr("there is none of that name; there are \"before\" ("));
-  const Database opened(db_, OpenMode::read);
+  const Database opened(db_, OpenMode::change);
   EXPECT_THAT(snapshot_paths(opened), ElementsAre("before"));
 }
 

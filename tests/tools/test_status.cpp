@@ -38,7 +38,7 @@ TEST_F(StatusOf, a_database_at_rest) {
 }
 
 TEST_F(StatusOf, readers_the_writer_and_watchers_are_named) {
-  const qimctl::Database database(this->database(), qimctl::OpenMode::read);
+  const qimctl::Database database(this->database(), qimctl::OpenMode::change);
   const qimctl::ReadSession reader(database);
   const qimctl::ReadSession another(database);
   const qimctl::Following following(database, 0);

@@ -19,7 +19,7 @@ class WatchLists : public tools_test::ListsDatabase {
   void change_entry() { import(replaced(lists_file, "\"accept\"", "\"reject\"")); }
 
   void put_node(uint32_t id) {
-    const qimctl::Database database(this->database(), qimctl::OpenMode::read);
+    const qimctl::Database database(this->database(), qimctl::OpenMode::change);
     qimctl::WriteSession session(database);
     const rov_edit_node_t node = {qimctl::database_id(id), 0, 0, nullptr, 0, nullptr};
     ASSERT_EQ(rov_edit_node_put(session.handle(), &node), 0u);
@@ -55,7 +55,7 @@ TEST_F(WatchLists, loses_nothing_where_changes_were_lost) {
   Process watch(on_database({"watch", "--from", "1", "--count", "2"}));
   watch.wait_for("revision 2");
   {
-    const qimctl::Database database(this->database(), qimctl::OpenMode::read);
+    const qimctl::Database database(this->database(), qimctl::OpenMode::change);
     qimctl::WriteSession session(database);
     const rov_edit_node_t node = {qimctl::database_id(7), 0, 0, nullptr, 0, nullptr};
     for (int i = 0; i < 4100; i++) ASSERT_EQ(rov_edit_node_put(session.handle(), &node), 0u);

@@ -64,7 +64,8 @@ class Application {
   explicit Application(const ApplyOptions& options)
       : options_(options),
         made_(options.database),
-        database_(options.database, options.dry_run ? OpenMode::read : OpenMode::create) {}
+        database_(options.database, options.dry_run ? OpenMode::change : OpenMode::create, "",
+                  options.group) {}
 
   void run(PolicyFiles& files) {
     WriteSession session(database_);

@@ -25,7 +25,7 @@ class Removal {
  public:
   explicit Removal(const DeleteOptions& options)
       : options_(options),
-        database_(options.database, OpenMode::read),
+        database_(options.database, OpenMode::change),
         session_(database_),
         stored_(read_stored_model(session_.handle())) {}
 

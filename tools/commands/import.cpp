@@ -50,7 +50,7 @@ void refuse_known(const Model& known, const Model& wanted) {
 EditCounts store(const ImportOptions& options, PolicyFiles& files) {
   const Interrupts interrupts;
   NewDatabase made(options.database);
-  const Database database(options.database, OpenMode::create);
+  const Database database(options.database, OpenMode::create, "", options.group);
   WriteSession session(database);
   StoredModel stored = read_stored_model(session.handle());
   if (!options.replace) refuse_known(stored.model, files.model);

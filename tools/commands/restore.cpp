@@ -40,7 +40,8 @@ void require_empty(const Database& database, const WriteSession& session, const 
 
 }  // namespace
 
-RestoreCounts restore_database(const std::string& directory, const std::string& file) {
+RestoreCounts restore_database(const std::string& directory, const std::string& file,
+                               uint32_t group) {
   Source source;
   const Policy policy = [&source, &file] {
     const Abandoning abandoning;
@@ -50,7 +51,7 @@ RestoreCounts restore_database(const std::string& directory, const std::string& 
   }();
   const Interrupts interrupts;
   NewDatabase made(directory);
-  const Database database(directory, OpenMode::create);
+  const Database database(directory, OpenMode::create, "", group);
   WriteSession session(database);
   require_empty(database, session, source);
   const StoreCounts counts = write_with_progress({policy}, session, {.dangling = true});

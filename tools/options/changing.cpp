@@ -22,6 +22,7 @@ void add_import(Commands& commands) {
                     "Import although something is approximated or skipped");
   command->add_flag("--replace", options->replace, "Replace nodes that are there already");
   command->add_flag("-v,--verbose", options->verbose, "List what was accepted, too");
+  add_group(command, options->group);
   command->add_option("FILE", options->input.files, "Policy files")->required()->type_name("");
   commands.on(command, [&commands, options] {
     options->database = commands.database();
@@ -32,11 +33,17 @@ void add_import(Commands& commands) {
 }
 
 void add_restore(Commands& commands) {
-  const auto file = std::make_shared<std::string>();
+  struct Given {
+    std::string file;
+    uint32_t group = 0;
+  };
+  const auto given = std::make_shared<Given>();
   CLI::App* command = commands.add("restore", "Make a database from a dump");
-  command->add_option("FILE", *file, "What 'dump' printed")->required()->type_name("");
-  commands.on(command, [&commands, file] {
-    const RestoreCounts counts = restore_database(commands.database(), *file);
+  add_group(command, given->group);
+  command->add_option("FILE", given->file, "What 'dump' printed")->required()->type_name("");
+  commands.on(command, [&commands, given] {
+    const RestoreCounts counts =
+        restore_database(commands.database(), given->file, given->group);
     print_restored(counts, commands.form());
     return exit_ok;
   });
@@ -54,7 +61,7 @@ ExitCode run_priv_set(const Commands& commands, const PrivateData& given) {
   if (!bytes) {
     throw UsageError("'" + given.data + "' are no hexadecimal digits; for text give --text");
   }
-  const Database database(commands.database(), OpenMode::read);
+  const Database database(commands.database(), OpenMode::change);
   const ReadSession session(database);
   set_private(session, find_node(session, given.node), *bytes, commands.form());
   return exit_ok;

@@ -1,4 +1,4 @@
-// Options of every command that reads policy files.
+// Options that commands which read policy files or make a database have in common.
 #include "tools/options/files.h"
 
 #include <span>
@@ -31,6 +31,15 @@ void add_format(CLI::App* command, Format& format, std::span<const FormatName> k
 
 void add_written_format(CLI::App* command, Format& format) {
   add_format(command, format, written_formats, "Format to write; rfc8519 when not given");
+}
+
+void add_group(CLI::App* command, uint32_t& group) {
+  command
+      ->add_option_function<std::string>(
+          "--group", [&group](const std::string& text) { group = *group_number(text); },
+          "The system's group that may use a database that is made; else its owner alone may")
+      ->check(check_group)
+      ->type_name("GROUP");
 }
 
 void add_file_options(CLI::App* command, Format& format, ReadOptions& reading) {

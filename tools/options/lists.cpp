@@ -26,6 +26,7 @@ void add_apply(Commands& commands) {
   command->add_flag("--dry-run", options->dry_run, "Say what would be done, and do nothing");
   command->add_flag("--lossy", options->lossy,
                     "Apply although something is approximated or skipped");
+  add_group(command, options->group);
   command->add_flag("-v,--verbose", options->verbose, "List what was accepted, too");
   command->add_option("FILE", options->input.files, "Policy files")->required()->type_name("");
   commands.on(command, [&commands, options] {

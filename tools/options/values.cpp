@@ -1,6 +1,8 @@
 // Values on the command line.
 #include "tools/options/values.h"
 
+#include <grp.h>
+
 #include <optional>
 #include <utility>
 
@@ -36,6 +38,25 @@ std::string check_name_or_selector(const std::string& text) {
   const std::optional<uint64_t> number = parse_number(text);
   if ((number && *number <= UINT32_MAX) || dset_from_hex(text)) return "";
   return "'" + text + "' is neither a data set's number nor a name of 42 hexadecimal digits";
+}
+
+std::optional<uint32_t> group_number(const std::string& text) {
+  if (const std::optional<uint64_t> number = parse_number(text)) {
+    if (*number == 0 || *number >= UINT32_MAX) return std::nullopt;
+    return static_cast<uint32_t>(*number);
+  }
+  group entry;
+  group* found = nullptr;
+  std::vector<char> names(size_t{1} << 16);
+  getgrnam_r(text.c_str(), &entry, names.data(), names.size(), &found);
+  if (found == nullptr || found->gr_gid == 0) return std::nullopt;
+  return found->gr_gid;
+}
+
+std::string check_group(const std::string& text) {
+  if (group_number(text)) return "";
+  return "'" + text + "' is no group that a database can be made for: give the name of one of the "
+         "system's groups, or its number";
 }
 
 Check check_range(uint64_t least, uint64_t most) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,11 @@ std::string check_node(const std::string& text);
 std::string check_name(const std::string& text);
 std::string check_number(const std::string& text);
 std::string check_name_or_selector(const std::string& text);
+std::string check_group(const std::string& text);
+
+// The number of a group of the system's, by its name or number; 0, which stands for no group, is
+// none.
+std::optional<uint32_t> group_number(const std::string& text);
 
 // The same of numbers from `least` to `most`, and of words of which there are few.
 using Check = std::function<std::string(const std::string& text)>;

@@ -66,7 +66,7 @@ void add_snapshot(Commands& commands) {
   CLI::App* make = Commands::add(command, "make", "Keep the newest state");
   add_name(make, name);
   commands.on(make, [&commands, name] {
-    make_snapshot_named(Database(commands.database(), OpenMode::read), *name, commands.form());
+    make_snapshot_named(Database(commands.database(), OpenMode::change), *name, commands.form());
     return exit_ok;
   });
   CLI::App* list = Commands::add(command, "list", "List what is kept");
@@ -76,7 +76,7 @@ void add_snapshot(Commands& commands) {
   CLI::App* remove = Commands::add(command, "remove", "Keep a state no longer");
   add_name(remove, name);
   commands.on(remove, [&commands, name] {
-    remove_snapshot_named(Database(commands.database(), OpenMode::read), *name, commands.form());
+    remove_snapshot_named(Database(commands.database(), OpenMode::change), *name, commands.form());
     return exit_ok;
   });
 }
@@ -89,7 +89,7 @@ void add_rollback(Commands& commands) {
   command->add_flag("-n,--dry-run", options->dry_run, "Only say what would change");
   commands.on(command, [&commands, options] {
     options->form = commands.form();
-    roll_back_to(Database(commands.database(), OpenMode::read), *options);
+    roll_back_to(Database(commands.database(), OpenMode::change), *options);
     return exit_ok;
   });
 }

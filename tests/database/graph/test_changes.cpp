@@ -1,4 +1,5 @@
 // Following changes: registration, messages, gaps, the descriptor, users.
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -241,7 +242,7 @@ TEST_F(ChangesTest, TheDeathOfACommittingProcessWakes) {
   const int fd = follow();
   const pid_t child = fork();
   if (child == 0) {
-    const rov::Waking waking(path().c_str());
+    const rov::Waking waking(::open(path().c_str(), O_RDONLY | O_DIRECTORY));
     raise(SIGKILL);
     _exit(1);
   }

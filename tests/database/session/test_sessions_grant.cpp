@@ -180,7 +180,7 @@ TEST_F(GrantTest, ADatabaseOpenForReadingGrantsNothing) {
 
 TEST_F(GrantTest, ItEndsByItself) {
   rov::Env* env = nullptr;
-  ASSERT_OK(rov::store_open(path().c_str(), 0, &env));
+  ASSERT_OK(rov::store_open(path().c_str(), {}, &env));
   ASSERT_OK(rov::writer_reserve(env, user_of(kOther, getpid()), 1));
   EXPECT_STATUS(try_write(db_), ROV_ERR_BUSY);
   set_wait(kClient, pace::patience_ms());

@@ -219,7 +219,7 @@ TEST_F(BrokenAssertion, ANextLeafThatIsNone) {
 class LookingBack {
  public:
   explicit LookingBack(const std::string& database) {
-    EXPECT_OK(rov::store_open(database.c_str(), 0, &env_));
+    EXPECT_OK(rov::store_open(database.c_str(), {}, &env_));
     EXPECT_OK(rov::snapshot_open(env_, &gate_, &snapshot_));
   }
   ~LookingBack() {
