@@ -37,6 +37,7 @@ add_library(rovcommon SHARED ${rov_parts})
 target_link_libraries(rovcommon PUBLIC rov_headers PRIVATE lmdb Threads::Threads)
 set_target_properties(rovcommon PROPERTIES
   LINKER_LANGUAGE CXX SOVERSION 1 VERSION ${PROJECT_VERSION})
+qim_hardened(rovcommon)
 qim_use_version_script(rovcommon ${PROJECT_SOURCE_DIR}/packaging/rovcommon.map)
 # Threads that ran in the library call back into it when they end, so it can't be unloaded.
 target_link_options(rovcommon PRIVATE LINKER:-z,nodelete)

@@ -50,4 +50,5 @@ set_target_properties(qimcommon PROPERTIES
   INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
 set(qim_map ${CMAKE_BINARY_DIR}/qimcommon.map)
 qim_version_script(${PROJECT_SOURCE_DIR}/packaging/qimcommon.exports QIMCOMMON_1 ${qim_map})
+qim_hardened(qimcommon)
 qim_use_version_script(qimcommon ${qim_map})

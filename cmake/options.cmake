@@ -60,3 +60,26 @@ if(QIM_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # The checks' own code leads gcc's flow analysis to false alarms, in the standard library above all.
   target_compile_options(qim_warnings INTERFACE -Wno-error=maybe-uninitialized)
 endif()
+
+# What makes a mistake harder to use for an attacker, in all that is installed: canaries on the stack,
+# checks of lengths where the compiler knows them, and, where the processor has them, targets of
+# indirect jumps and a second stack for return addresses. Checks of a sanitizer are stricter, and stand
+# in the way of the second.
+add_library(qim_hardening INTERFACE)
+if(NOT QIM_SANITIZE)
+  target_compile_options(qim_hardening INTERFACE -fstack-protector-strong
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|i.86")
+    target_compile_options(qim_hardening INTERFACE -fcf-protection)
+  endif()
+endif()
+
+# qim_hardened(<target>): what is linked: all names are looked up at its start, and what was looked up
+# can't be written to afterwards. A program lies somewhere else each time.
+function(qim_hardened target)
+  target_link_options(${target} PRIVATE LINKER:-z,relro,-z,now,-z,noexecstack)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL EXECUTABLE)
+    target_link_options(${target} PRIVATE -pie)
+  endif()
+endfunction()

@@ -72,14 +72,16 @@ qim_tool_layer(qimctl_options tools/options USES qimctl_commands)
 add_library(qimctl_cli STATIC ${PROJECT_SOURCE_DIR}/tools/cli.cpp)
 qim_include_root(qimctl_cli PUBLIC tools/cli.h)
 target_compile_options(qimctl_cli PRIVATE ${tool_options})
-target_link_libraries(qimctl_cli PUBLIC qimctl_options PRIVATE qim_warnings)
+target_link_libraries(qimctl_cli PUBLIC qimctl_options PRIVATE qim_warnings qim_hardening)
 qim_precompiled(qimctl_cli)
 
 qim_layers_archive(qimctl_objects ${policy_layers} ${tool_layers} qimctl_cli)
 target_link_libraries(qimctl_objects PUBLIC qim_headers)
 
 add_executable(qimctl ${PROJECT_SOURCE_DIR}/tools/main.cpp)
-target_link_libraries(qimctl PRIVATE qim_warnings qimctl_objects qimcommon rovcommon)
+target_link_libraries(qimctl PRIVATE
+  qim_warnings qim_hardening qimctl_objects qimcommon rovcommon)
+qim_hardened(qimctl)
 set(qimctl_rpath "$ORIGIN/../lib" "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 list(REMOVE_DUPLICATES qimctl_rpath)
 set_target_properties(qimctl PROPERTIES
