@@ -5,17 +5,14 @@
 #include "database/base/error.h"
 #include "database/handle/handle.h"
 #include "database/session/database.h"
+#include "database/session/session.h"
 #include "rov_edit.h"
 
 using rov::bad_argument;
 
-uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report) {
-  if (report == nullptr) return bad_argument(2);
-  const rov::DatabasePin pin(db, rov::DatabasePin::Of::kAny);
-  if (pin.status() != ROV_OK) return pin.status();
-  rov::VerifyReport found;
-  const uint32_t status = rov::database_verify(*pin.get(), &found);
-  if (status != ROV_OK) return status;
+namespace {
+
+void tell(const rov::VerifyReport& found, rov_verify_t* report) {
   *report = {};
   report->revision = found.revision;
   report->bytes = found.bytes;
@@ -24,7 +21,26 @@ uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report) {
   report->page_size = found.page_size;
   report->nodes = found.records[static_cast<uint32_t>(rov::Table::kNodes)];
   for (const uint64_t records : found.records) report->records += records;
-  return ROV_OK;
+}
+
+}  // namespace
+
+uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report) {
+  if (report == nullptr) return bad_argument(2);
+  const rov::DatabasePin pin(db, rov::DatabasePin::Of::kAny);
+  if (pin.status() != ROV_OK) return pin.status();
+  rov::VerifyReport found;
+  const uint32_t status = rov::database_verify(*pin.get(), &found);
+  if (status == ROV_OK) tell(found, report);
+  return status;
+}
+
+uint32_t rov_ses_verify(uint32_t ses, rov_verify_t* report) {
+  if (report == nullptr) return bad_argument(2);
+  rov::VerifyReport found;
+  const uint32_t status = rov::session_verify(ses, &found);
+  if (status == ROV_OK) tell(found, report);
+  return status;
 }
 
 uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg) {

@@ -77,12 +77,15 @@ class RecordCheck final : public EntryVisitor {
  public:
   RecordCheck(const Pages& pages, Table table) : pages_(pages), table_(table) {}
   uint32_t visit(const Place& place, Bytes key, Bytes value) override;
+  // Of the checksums of all records visited.
+  uint64_t sum() const { return sum_; }
 
  private:
   uint32_t broken(const Place& place, Bytes key, const char* what) const;
 
   const Pages& pages_;
   Table table_;
+  uint64_t sum_ = 0;
 };
 
 bool is_key_length(Table table, uint32_t len) {
@@ -138,6 +141,7 @@ uint32_t RecordCheck::visit(const Place& place, Bytes key, Bytes value) {
     return broken(place, key, "does not match its checksum");
   }
   if (!has_shape(table_, key, value)) return broken(place, key, "contradicts itself");
+  sum_ += load<uint32_t>(value.data);
   return ROV_OK;
 }
 
@@ -258,7 +262,7 @@ class TableList final : public EntryVisitor {
   const Pages& pages_;
 };
 
-uint32_t verify_table(Pages& pages, Table table, const TablePlace& place) {
+uint32_t verify_table(Pages& pages, Table table, const TablePlace& place, uint64_t* sum) {
   const TableRow& row = kTableRows[static_cast<uint32_t>(table)];
   if (!place.found) {
     return fail_text(ROV_ERR_FORMAT,
@@ -270,7 +274,9 @@ uint32_t verify_table(Pages& pages, Table table, const TablePlace& place) {
   snprintf(name, sizeof name, "table %s", row.name);
   RecordCheck check(pages, table);
   TreeWalk walk(pages, name, row.integer_keys ? KeyOrder::kInteger : KeyOrder::kBytes, check);
-  return walk.run(place.tree, place.page);
+  const uint32_t status = walk.run(place.tree, place.page);
+  *sum += check.sum();
+  return status;
 }
 
 uint32_t verify_trees(Pages& pages, const Meta& meta, uint32_t page, VerifyReport* report) {
@@ -285,7 +291,7 @@ uint32_t verify_trees(Pages& pages, const Meta& meta, uint32_t page, VerifyRepor
   TreeWalk walk(pages, "the list of tables", KeyOrder::kBytes, tables);
   status = walk.run(meta.tables, page);
   for (uint32_t i = 0; i < kTables && status == ROV_OK; ++i) {
-    status = verify_table(pages, static_cast<Table>(i), tables.places[i]);
+    status = verify_table(pages, static_cast<Table>(i), tables.places[i], &report->sum);
     report->records[i] = tables.places[i].tree.entries;
   }
   return status == ROV_OK ? pages.check_all_claimed() : status;

@@ -337,6 +337,7 @@ uint32_t rov_db_priv_post(uint32_t db, uint32_t key, uint32_t len, const void* d
  * ntf->revision: the commit after which changes are wanted, 0 for the newest; it comes back as the
  * one that they start from. ntf->fd: becomes readable when a message may be there, for the caller's
  * poll loop, by nothing but waiting; it is the database's, which closes it with the registration.
+ * -1 where the process reads a copy, as it may not write to lock.mdb: there will be no more changes.
  * Needs no server. Ends with rov_db_close.
  * ROV_ERR_HANDLE; ROV_ERR_INVALID for a revision that is not there yet; ROV_ERR_IO. */
 uint32_t rov_db_ntf(uint32_t db, rov_ntf_t* ntf);

@@ -103,6 +103,12 @@ typedef struct rov_verify {
  * the same thread; a status of the store. */
 uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report);
 
+/* The same of the very commit that a session reads, so that what is read through it afterwards can be
+ * held against the counts. ROV_ERR_BUSY when the database has a newer one by now; a new session
+ * reads that. Not for a write session, which it would wait for. Beside that, as rov_edit_verify;
+ * ROV_ERR_SES_EXPIRED. */
+uint32_t rov_ses_verify(uint32_t ses, rov_verify_t* report);
+
 /* What somebody does with a database now (rov_edit_holders). */
 enum {
   ROV_HOLDER_READER = 1, /* a session, or a call that is under way, reads commit `revision` */

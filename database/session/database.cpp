@@ -113,8 +113,7 @@ void set_parms(Database* db, const rov_parms_t& parms) {
 
 uint32_t open_copy(const Database& of, const char* path, Database** out) {
   Database* db = nullptr;
-  const uint32_t status =
-      open_at(Kind::kSnapshot, of.handle, path, {.flags = ROV_DB_RDONLY}, &db);
+  const uint32_t status = open_at(Kind::kSnapshot, of.handle, path, {.flags = ROV_DB_RDONLY}, &db);
   if (status != ROV_OK) return status;
   // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
   db->library = of.library;

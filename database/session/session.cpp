@@ -275,6 +275,24 @@ uint32_t session_commit(uint32_t handle, uint64_t* revision) {
   return status;
 }
 
+uint32_t session_verify(uint32_t handle, VerifyReport* report) {
+  uint32_t database = 0;
+  uint64_t revision = 0;
+  {
+    Access access(handle);
+    if (access.failed()) return access.status();
+    database = access.session().db->handle;
+    revision = access.view().snapshot->revision;
+  }
+  const DatabasePin pin(database, DatabasePin::Of::kAny);
+  uint32_t status = pin.status();
+  if (status == ROV_OK) status = database_verify(*pin.get(), report);
+  if (status != ROV_OK || report->revision == revision) return status;
+  return fail_text(
+      ROV_ERR_BUSY, "the session reads commit %llu, and commit %llu was made since: open it anew",
+      static_cast<unsigned long long>(revision), static_cast<unsigned long long>(report->revision));
+}
+
 uint32_t session_touch(uint32_t handle) {
   uint32_t status = ROV_OK;
   {

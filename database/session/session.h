@@ -107,6 +107,9 @@ bool session_exists(uint32_t db, uint32_t handle);
 // Commits a write session and closes it in any case. The new commit's number goes to *revision when
 // it is not NULL.
 [[nodiscard]] uint32_t session_commit(uint32_t handle, uint64_t* revision);
+// Verifies the database's file while nobody writes. ROV_ERR_BUSY, noted, when the session does not
+// read its newest commit.
+[[nodiscard]] uint32_t session_verify(uint32_t handle, VerifyReport* report);
 // A use of the session, for its idle limit.
 [[nodiscard]] uint32_t session_touch(uint32_t handle);
 // The handle of the session's base.

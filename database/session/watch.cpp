@@ -1,6 +1,7 @@
 // Following a database's changes: registrations, what comes next, and posts to who follows.
 #include "database/session/database.h"
 
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -100,14 +101,9 @@ uint32_t poll_change(const DatabasePin& db, Change* change) {
 // ---- Registering ----
 
 uint32_t start(const DatabasePin& db, Watch& watch, rov_ntf_t* ntf) {
-  if (db->env->copy >= 0) {
-    return fail_text(ROV_ERR_READ_ONLY,
-                     "cannot follow the changes of %s: this process may not write to lock.mdb there, "
-                     "so it reads a copy of the commit that was the newest one when it opened the "
-                     "database; get the right to write to lock.mdb and changes",
-                     db->env->path);
-  }
-  const int fd = wake_open(db->env->directory);
+  // Nobody tells of changes to a copy, for there are none.
+  const bool is_copy = db->env->copy >= 0;
+  const int fd = is_copy ? eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK) : wake_open(db->env->directory);
   if (fd < 0) {
     return fail_text(ROV_ERR_IO, "cannot follow the changes of %s: %s", db->env->path,
                      file_error_text(errno));
@@ -123,7 +119,7 @@ uint32_t start(const DatabasePin& db, Watch& watch, rov_ntf_t* ntf) {
   watch.fd = fd;
   watch.kinds = ntf->kinds;
   go_on_behind(watch, from == 0 ? newest : from, kNoNumber);
-  ntf->fd = fd;
+  ntf->fd = is_copy ? -1 : fd;
   to_words(watch.revision, ntf->revision);
   return ROV_OK;
 }
@@ -167,8 +163,8 @@ uint32_t watch_next(const DatabasePin& db, rov_change_t* message) {
 
 uint32_t watch_post(const DatabasePin& db, uint32_t key, Bytes data) {
   const DataOwner owner = {db->client, 0, 0};
-  return with_writer(
-      db->handle, [&](View& view) { return post(view, owner, db->group.load(), key, data); });
+  return with_writer(db->handle,
+                     [&](View& view) { return post(view, owner, db->group.load(), key, data); });
 }
 
 }  // namespace rov

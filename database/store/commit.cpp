@@ -181,7 +181,11 @@ int cause_of_short_write(const Env* env) {
 }
 
 uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {
-  if (!is_dead(env)) make_room_ahead(env, edits);
+  if (!is_dead(env)) {
+    const uint32_t status = check_file(env);
+    if (status != ROV_OK) return status;
+    make_room_ahead(env, edits);
+  }
   bool checked_readers = false;
   for (;;) {
     if (is_dead(env)) return dead_env(env);

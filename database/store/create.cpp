@@ -220,7 +220,8 @@ uint32_t open_directory(const char* path, bool create, int* directory) {
   *directory = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (*directory < 0) {
     if (errno == ENOENT && !create) return no_database(path);
-    return engine_fail_at(errno, path, create ? "make or open the directory" : "open the directory");
+    return engine_fail_at(errno, path,
+                          create ? "make or open the directory" : "open the directory");
   }
   if (!is_new) return ROV_OK;
   set_directory_mode(*directory, 0);  // whatever the umask took from it

@@ -21,10 +21,11 @@ inline bool is_dead(const Env* env) {
 }
 // Notes why the environment can't be used any more.
 [[nodiscard]] uint32_t dead_env(const Env* env);
-// Looks at the length of the data file, which never shrinks, and at the number of pages that the
-// engine takes it to have: before either is built upon, for a call of the system is all it costs.
+// Looks whether the data file is the one of that name still, at its length, which never shrinks, and
+// at the number of pages that the engine takes it to have: before any of this is built upon, for
+// two calls of the system are all it costs.
 // ROV_ERR_CORRUPT, and the environment is dead. With the commit lock.
-[[nodiscard]] uint32_t check_length(Env* env);
+[[nodiscard]] uint32_t check_file(Env* env);
 
 // ---- create.cpp: the file that says what wrote the database -------------------------------------
 
@@ -54,9 +55,6 @@ int tables_make(MDB_env* engine);
 
 // ---- verify.cpp ---------------------------------------------------------------------------------
 
-// Whether another process has the database in the directory open. Not to be asked while this
-// process has: that would give its lock up.
-[[nodiscard]] uint32_t find_others(int directory, const char* path, bool* found);
 // Verifies the data file, unless another process has the database open. Under a DirectoryLock.
 [[nodiscard]] uint32_t verify_before_opening(int directory, Env* env);
 // Notes that the newest commit of the file is older than one that was made known.

@@ -220,24 +220,51 @@ uint32_t flock_holder(int file) {
   while (found == 0 && fgets(line, sizeof line, locks) != nullptr) {
     uint32_t process = 0;
     uint64_t inode = 0;
-    const int fields = sscanf(line, "%*d: FLOCK %*s %*s %" SCNu32 " %*x:%*x:%" SCNu64, &process,
-                              &inode);
+    const int fields =
+        sscanf(line, "%*d: FLOCK %*s %*s %" SCNu32 " %*x:%*x:%" SCNu64, &process, &inode);
     if (fields == 2 && inode == info.st_ino) found = process;
   }
   fclose(locks);
   return found;
 }
 
-struct flock lock_of(short type, off_t at) {
+struct flock lock_of(short type, off_t at, off_t len = 1) {
   struct flock lock = {};
   lock.l_type = type;
   lock.l_whence = SEEK_SET;
   lock.l_start = at;
-  lock.l_len = 1;
+  lock.l_len = len;
   return lock;
 }
 
+// Where presence is marked: behind all that the engine locks, at the process's number. Where another
+// one is there already, of the same number in a namespace of its own, a round further on.
+constexpr off_t kPresence = off_t{1} << 28;
+constexpr off_t kNumbers = off_t{1} << 22;
+constexpr off_t kRounds = 64;
+
 }  // namespace
+
+int take_presence(int file) {
+  int error = EAGAIN;
+  for (off_t round = 0; round < kRounds && (error == EAGAIN || error == EACCES); ++round) {
+    struct flock lock = lock_of(F_WRLCK, kPresence + round * kNumbers + getpid() % kNumbers);
+    error = fcntl(file, F_OFD_SETLK, &lock) == 0 ? 0 : errno;
+  }
+  return error;
+}
+
+void end_presence(int file) {
+  struct flock lock = lock_of(F_UNLCK, kPresence, kRounds * kNumbers);
+  fcntl(file, F_OFD_SETLK, &lock);
+}
+
+uint32_t find_presence(int file) {
+  // A lock for reading, such as anybody can take who may read, is not in its way.
+  struct flock lock = lock_of(F_RDLCK, kPresence, kRounds * kNumbers);
+  if (fcntl(file, F_OFD_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) return 0;
+  return static_cast<uint32_t>((lock.l_start - kPresence) % kNumbers);
+}
 
 HolderName name_of_holder(uint32_t process) {
   HolderName name = {"another process"};
@@ -248,8 +275,8 @@ HolderName name_of_holder(uint32_t process) {
 DirectoryLock::DirectoryLock(int directory, const char* path)
     : directory_(directory), status_(ROV_OK) {
   const uint32_t wait_ms = lock_wait_ms();
-  const int error = try_for(
-      wait_ms, [=] { return flock(directory, LOCK_EX | LOCK_NB) == 0 ? 0 : errno; });
+  const int error =
+      try_for(wait_ms, [=] { return flock(directory, LOCK_EX | LOCK_NB) == 0 ? 0 : errno; });
   if (error == 0) return;
   directory_ = -1;
   if (error != EAGAIN) {

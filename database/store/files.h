@@ -71,6 +71,14 @@ int await_record_lock(int file, short type, off_t at, uint32_t wait_ms);
 // none, or it can't be told.
 uint32_t record_lock_holder(int file, short type, off_t at);
 
+// Marks an open file as in use by this process, by a lock that only those can take who may write to
+// the file, and that belongs to the open file: neither another of the process's descriptors nor a
+// forked child takes it away. 0 or errno.
+int take_presence(int file);
+void end_presence(int file);
+// A process that has the file marked through another open file; 0 when there is none.
+uint32_t find_presence(int file);
+
 // "process 17", or "another process" for 0.
 struct HolderName {
   char text[24];

@@ -1,6 +1,7 @@
 // What goes wrong in the engine: its errors as statuses, its assertions, and the length of its file.
 #include "database/store/guard.h"
 
+#include <fcntl.h>
 #include <linux/futex.h>
 #include <lmdb.h>
 #include <sys/stat.h>
@@ -128,13 +129,19 @@ uint32_t dead_env(const Env* env) {
                    env->path, life == Life::kDamaged ? env->damage : "just found");
 }
 
-uint32_t check_length(Env* env) {
+uint32_t check_file(Env* env) {
   int file = -1;
   mdb_env_get_fd(env->engine, &file);
   MDB_envinfo engine;
   mdb_env_info(env->engine, &engine);
   struct stat info = {};
   if (fstat(file, &info) != 0) return engine_fail(errno, env, "examine the data file");
+  struct stat named = {};
+  if (fstatat(env->directory, "data.mdb", &named, AT_SYMLINK_NOFOLLOW) != 0 ||
+      named.st_ino != info.st_ino || named.st_dev != info.st_dev) {
+    die(env, "another file is in its place, or none");
+    return dead_env(env);
+  }
   const auto bytes = static_cast<uint64_t>(info.st_size);
   const bool cut = bytes < env->committing.file_bytes;
   if (!cut && can_have_pages(bytes, env->page_size, engine.me_last_pgno)) {

@@ -87,7 +87,7 @@ void resume_snapshots(Env* env) {
 }
 
 uint32_t map_resize(Env* env, size_t size) {
-  const uint32_t status = check_length(env);
+  const uint32_t status = check_file(env);
   if (status != ROV_OK) return status;
   if (!has_room(size)) {
     return fail_text(
@@ -119,7 +119,7 @@ uint32_t store_adopt_map(Env* env) {
   pthread_mutex_lock(&env->committing.lock);
   const size_t current = map_size(env);
   const size_t used = map_used(env);
-  uint32_t status = is_dead(env) ? dead_env(env) : check_length(env);
+  uint32_t status = is_dead(env) ? dead_env(env) : check_file(env);
   if (status == ROV_OK && used > current) status = map_resize(env, map_size_for(current, used));
   pthread_mutex_unlock(&env->committing.lock);
   return status;

@@ -73,6 +73,7 @@ bool g_ready = false;
 void after_fork_in_child() {
   pthread_mutex_init(&g_mutex, nullptr);
   for (Env* env = g_envs; env != nullptr; env = env->registered.next) {
+    if (env->presence >= 0) close(env->presence);
     if (env->lock_file >= 0) close(env->lock_file);
     if (env->copy >= 0) close(env->copy);
     close(env->directory);
@@ -122,8 +123,12 @@ Env* env_new(const char* path, uint32_t flags) {
 }
 
 void env_delete(Env* env) {
+  // First, so that whoever is marked has the engine's own lock, too.
+  if (env->presence >= 0) end_presence(env->presence);
   // The system has a lock that is held in a list of the thread's, so it can't be unmapped.
   if (env->engine != nullptr && !env->keeps_lock) mdb_env_close(env->engine);
+  // Closing it would take away locks that the engine keeps.
+  if (env->presence >= 0 && !env->keeps_lock) close(env->presence);
   if (env->lock_file >= 0) close(env->lock_file);
   if (env->copy >= 0) close(env->copy);
   if (env->directory >= 0) close(env->directory);
@@ -173,42 +178,57 @@ uint32_t open_engine(Env* env, int directory) {
                        [&] { return engine_attempt(tables_open(env), env, "open the tables"); });
 }
 
-// Opens the file of the engine's locks, so that it has the rights of the others when the engine
-// makes none of its own. 0 or errno.
-int prepare_lock_file(int directory) {
-  const int file = open_or_make(directory, "lock.mdb", O_RDWR);
-  if (file < 0) return errno;
-  close(file);
-  return 0;
+// Gives the engine's file of locks all the room that it can need: the engine makes it sparse, and maps
+// it, so that a full file system would end processes that it has no page for. 0 or errno.
+int allocate(int file) {
+  constexpr off_t kMost = 64 << 10;
+  if (fallocate(file, FALLOC_FL_KEEP_SIZE, 0, kMost) == 0) return 0;
+  return errno == EOPNOTSUPP || errno == ENOSYS ? 0 : errno;
 }
 
-// Whether the error says that this process may not write there.
+// Opens the file of the engine's locks, with the rights of the others. 0 or errno.
+int prepare_lock_file(Env* env, int directory) {
+  env->presence = open_or_make(directory, "lock.mdb", O_RDWR);
+  return env->presence < 0 ? errno : allocate(env->presence);
+}
+
+// Whether the error says that this process can't take part in locks there, though it may read.
 bool is_forbidden(int error) {
-  return error == EACCES || error == EPERM || error == EROFS;
+  return error == EACCES || error == EPERM || error == EROFS || error == ENOSPC || error == EDQUOT;
+}
+
+// Verified unless a process that has it open has done so, and marked from then on.
+uint32_t verify_and_mark(Env* env, int directory) {
+  const uint32_t status = verify_before_opening(directory, env);
+  if (status != ROV_OK) return status;
+  return engine_fail(take_presence(env->presence), env, "lock lock.mdb");
 }
 
 // Verified first, and by one process at a time. Who may not take part in the locks reads a copy.
 uint32_t open_verified(Env* env, int directory) {
   const DirectoryLock lock(directory, env->path);
   if (lock.status() != ROV_OK) return lock.status();
-  const int error = prepare_lock_file(directory);
+  const int error = prepare_lock_file(env, directory);
   uint32_t status = ROV_OK;
   if (env->read_only && is_forbidden(error)) {
     status = copy_for_reading(directory, env);
   } else if (error != 0) {
     status = engine_fail(error, env, "open lock.mdb");
   } else {
-    status = verify_before_opening(directory, env);
+    status = verify_and_mark(env, directory);
   }
   return status == ROV_OK ? open_engine(env, directory) : status;
 }
 
 // The lock of those who write; who only reads asks who has it, where that is possible.
 uint32_t open_lock_file(Env* env, int directory) {
-  env->lock_file = env->read_only ? open_regular(directory, "writer.lock", O_RDONLY)
+  env->lock_file = env->read_only ? open_regular(directory, "writer.lock", O_RDWR)
                                   : open_or_make(directory, "writer.lock", O_RDWR);
-  if (env->lock_file >= 0 || env->read_only) return ROV_OK;
-  return engine_fail(errno, env, "open writer.lock");
+  env->locks = env->lock_file >= 0;
+  if (env->locks) return ROV_OK;
+  if (!env->read_only) return engine_fail(errno, env, "open writer.lock");
+  env->lock_file = open_regular(directory, "writer.lock", O_RDONLY);
+  return ROV_OK;
 }
 
 uint32_t open_env(const char* path, uint32_t flags, int directory, const struct stat& info,
@@ -217,12 +237,10 @@ uint32_t open_env(const char* path, uint32_t flags, int directory, const struct 
   if (env == nullptr) return fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Env));
   env->device = info.st_dev;
   env->inode = info.st_ino;
-  uint32_t status = open_verified(env, directory);
+  env->directory = fcntl(directory, F_DUPFD_CLOEXEC, 0);
+  uint32_t status = engine_fail(env->directory < 0 ? errno : 0, env, "keep the directory open");
+  if (status == ROV_OK) status = open_verified(env, directory);
   if (status == ROV_OK) status = open_lock_file(env, directory);
-  if (status == ROV_OK) {
-    env->directory = fcntl(directory, F_DUPFD_CLOEXEC, 0);
-    if (env->directory < 0) status = engine_fail(errno, env, "keep the directory open");
-  }
   if (status != ROV_OK) {
     env_delete(env);
     return status;

@@ -99,8 +99,11 @@ struct Env {
   std::atomic<Life> life{Life::kAlive};
   char damage[200] = {};  // what was found, when kDamaged
   size_t map_limit = 0;
+  int presence = -1;  // lock.mdb, marked as in use (files.h)
   int lock_file = -1;
-  int copy = -1;  // of a database whose locks this process may not take: what it reads (lockless.cpp)
+  bool locks = false;  // it may take the locks of writer.lock
+  int copy =
+      -1;  // of a database whose locks this process may not take: what it reads (lockless.cpp)
   pthread_mutex_t reserve_mutex;  // held by who changes the reservation in the lock file
 
   Committing committing;
@@ -156,6 +159,9 @@ struct WriterWait {
 // ROV_ERR_BUSY when somebody else kept it, or it stayed reserved for somebody else.
 [[nodiscard]] uint32_t writer_lock(Env* env, const WriterWait& wait);
 void writer_unlock(Env* env);
+// The same for who only wants that nobody writes; also where the environment is read only. To be
+// ended with writer_unlock.
+[[nodiscard]] uint32_t writer_hold(Env* env, const WriterWait& wait);
 // Verifies the data file of an open environment (verify.h) while nobody writes.
 [[nodiscard]] uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report);
 // Reserves the right to write for that user's next time, in place of an earlier reservation: for at

@@ -1,9 +1,9 @@
 // Verifying the data file before the engine maps it.
 //
 // A process that opens a database which no other process has open verifies it first, whatever
-// happened before: a file that was closed in good order can have been damaged since. Whoever has it
-// open holds a lock on the first byte of the engine's lock file. Looking at that lock, verifying
-// and opening happen under a lock on the directory, so that nobody writes in between.
+// happened before: a file that was closed in good order can have been damaged since. Whoever has
+// verified it and has it open has marked the engine's lock file (files.h). Looking at that mark,
+// verifying and opening happen under a lock on the directory, so that nobody writes in between.
 //
 // Compacting: writing the newest commit into a file that has nothing else in it, and putting that
 // in place of the data file.
@@ -16,10 +16,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
 #include "database/base/error.h"
+#include "database/base/process.h"
 #include "database/file/layout.h"
 #include "database/store/engine.h"
 #include "database/store/wake.h"
@@ -42,23 +44,40 @@ uint32_t verify_in(int directory, const char* path, VerifyReport* report) {
   return status;
 }
 
+// Whether the engine's lock is on its file of locks, by which a process that has it open keeps others
+// from beginning that file anew. Its own lock does not show.
+bool has_engine_lock(int lock_file) {
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  lock.l_len = 1;
+  return fcntl(lock_file, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
 uint32_t verify_alone(Env* env, const WriterWait& wait, VerifyReport* report) {
-  uint32_t status = writer_lock(env, wait);
+  uint32_t status = writer_hold(env, wait);
   if (status != ROV_OK) return status;
   status = verify_in(env->directory, env->path, report);
   writer_unlock(env);
   return status;
 }
 
-// Without the right to write: a commit in the meantime can spoil the result, but then it shows.
+// Without the right to write: what commits in the meantime can spoil the result, but then it shows.
+// One that passes is right: a commit uses no page of the newest one.
 uint32_t verify_beside_writers(Env* env, VerifyReport* report) {
-  uint32_t status = ROV_OK;
   for (int attempt = 0; attempt < kVerifyAttempts; ++attempt) {
     const uint64_t before = store_revision(env);
-    status = verify_in(env->directory, env->path, report);
+    const uint32_t status = verify_in(env->directory, env->path, report);
     if (status == ROV_OK || store_revision(env) == before) return status;
   }
-  return status;
+  return fail_text(ROV_ERR_BUSY,
+                   "database %s changes faster than this process can verify it, which may not make "
+                   "writers wait: try again, or get the right to write to writer.lock",
+                   env->path);
+}
+
+uint32_t verify_copy(const Env* env, VerifyReport* report) {
+  return verify_data(env->copy, env->path, report);
 }
 
 }  // namespace
@@ -74,29 +93,23 @@ uint32_t check_newest(uint64_t told, const char* path, uint64_t revision) {
                    static_cast<unsigned long long>(told));
 }
 
-uint32_t find_others(int directory, const char* path, bool* found) {
-  *found = false;
-  const int file = open_regular(directory, "lock.mdb", O_RDONLY);
-  if (file < 0)
-    return errno == ENOENT ? uint32_t{ROV_OK} : engine_fail_at(errno, path, "open lock.mdb");
-  struct flock lock = {};
-  lock.l_type = F_WRLCK;
-  lock.l_whence = SEEK_SET;
-  lock.l_len = 1;
-  int error = 0;
-  do {
-    error = fcntl(file, F_GETLK, &lock) == 0 ? 0 : errno;
-  } while (error == EINTR);
-  close(file);
-  *found = lock.l_type != F_UNLCK;
-  return engine_fail_at(error, path, "look for processes that have it open");
-}
-
 uint32_t verify_before_opening(int directory, Env* env) {
-  bool others = false;
-  uint32_t status = find_others(directory, env->path, &others);
-  if (status != ROV_OK || others) return status;
-  status = verify_in(directory, env->path, &env->use.verified);
+  for (int64_t deadline = monotonic_now() + kNanosPerSecond;;) {
+    const uint32_t present = find_presence(env->presence);
+    const bool locked = has_engine_lock(env->presence);
+    if (present != 0 && locked) return ROV_OK;  // it has verified what it opened
+    if (present == 0) break;
+    // It may be about to end.
+    if (monotonic_now() >= deadline) {
+      return fail_text(ROV_ERR_BUSY,
+                       "%s has database %s open, and has lost its lock on lock.mdb, as by opening "
+                       "and closing that file: end it, then try again",
+                       name_of_holder(present).text, env->path);
+    }
+    const timespec pause = timespec_of(5 * kNanosPerMilli);
+    nanosleep(&pause, nullptr);
+  }
+  const uint32_t status = verify_in(directory, env->path, &env->use.verified);
   if (status != ROV_OK) return status;
   return check_newest(wake_revision(directory), env->path, env->use.verified.revision);
 }
@@ -108,7 +121,8 @@ uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report) {
   env->use.verified = VerifyReport();
   pthread_mutex_unlock(&env->use.lock);
   if (report->page_size != 0 && report->revision == store_revision(env)) return ROV_OK;
-  return env->read_only ? verify_beside_writers(env, report) : verify_alone(env, wait, report);
+  if (env->copy >= 0) return verify_copy(env, report);
+  return env->locks ? verify_alone(env, wait, report) : verify_beside_writers(env, report);
 }
 
 // ---- Compacting ---------------------------------------------------------------------------------
@@ -145,6 +159,10 @@ int number_commit(int file, uint32_t page_size, uint64_t revision) {
   return fsync(file) == 0 ? 0 : errno;
 }
 
+bool has_same_records(const VerifyReport& one, const VerifyReport& other) {
+  return one.sum == other.sum && std::equal(one.records, one.records + kTables, other.records);
+}
+
 uint32_t write_copy(int directory, const char* path, int file, const VerifyReport& original,
                     uint64_t* bytes) {
   int error = copy_compacted(directory, file);
@@ -155,6 +173,12 @@ uint32_t write_copy(int directory, const char* path, int file, const VerifyRepor
   VerifyReport copy;
   const uint32_t status = verify_data(file, path, &copy);
   if (status != ROV_OK) return status;
+  if (!has_same_records(original, copy)) {
+    return fail_text(ROV_ERR_CORRUPT,
+                     "data.mdb of database %s was damaged while it was compacted: the copy lacks "
+                     "records, and was thrown away; restore the database from a dump",
+                     path);
+  }
   *bytes = copy.bytes;
   error = move_durably(directory, kCopy, directory, "data.mdb");
   return engine_fail_at(error, path, "move the compacted file into place");
@@ -203,14 +227,15 @@ uint32_t compact_alone(int directory, const char* path, uint64_t* before, uint64
 
 uint32_t compact_closed(int directory, const char* path, uint64_t* before, uint64_t* after) {
   const DirectoryLock lock(directory, path);
-  bool others = false;
-  const uint32_t status =
-      lock.status() == ROV_OK ? find_others(directory, path, &others) : lock.status();
-  if (status != ROV_OK) return status;
-  if (!others) return compact_alone(directory, path, before, after);
-  return fail_text(ROV_ERR_BUSY,
-                   "database %s is open in another process: compact it when nobody has it open",
-                   path);
+  if (lock.status() != ROV_OK) return lock.status();
+  const int file = open_or_make(directory, "lock.mdb", O_RDWR);
+  if (file < 0) return engine_fail_at(errno, path, "open lock.mdb");
+  const uint32_t present = find_presence(file);
+  const bool locked = has_engine_lock(file);
+  close(file);
+  if (present == 0 && !locked) return compact_alone(directory, path, before, after);
+  return fail_text(ROV_ERR_BUSY, "database %s is open in %s: compact it when nobody has it open",
+                   path, name_of_holder(present).text);
 }
 
 }  // namespace rov

@@ -245,12 +245,22 @@ uint32_t take_file_lock(Env* env, int64_t deadline, uint32_t retry_ms) {
   }
 }
 
+// In the process, then between processes.
+uint32_t take_right(Env* env, const WriterWait& wait, int64_t deadline) {
+  if (!take_turn(env, deadline, wait.meanwhile)) {
+    return busy(env, "another session of this process");
+  }
+  const uint32_t status = take_file_lock(env, deadline, wait.retry_ms);
+  if (status != ROV_OK) end_turn(env);
+  return status;
+}
+
 // A writer that was killed just when it had committed can leave the engine's lock file one commit
 // behind the data file, so that snapshots would still begin on the commit before. Beginning a
 // transaction of the engine repairs that.
 uint32_t settle(Env* env) {
   pthread_mutex_lock(&env->committing.lock);
-  uint32_t status = is_dead(env) ? dead_env(env) : check_length(env);
+  uint32_t status = is_dead(env) ? dead_env(env) : check_file(env);
   while (status == ROV_OK) {
     MDB_txn* txn = nullptr;
     const int error = mdb_txn_begin(env->engine, nullptr, 0, &txn);
@@ -274,18 +284,16 @@ uint32_t writer_refused(const Env* env) {
                    env->path);
 }
 
+uint32_t writer_hold(Env* env, const WriterWait& wait) {
+  return take_right(env, wait, deadline_after(wait.wait_ms));
+}
+
 uint32_t writer_lock(Env* env, const WriterWait& wait) {
   if (env->read_only) return writer_refused(env);
   const int64_t deadline = deadline_after(wait.wait_ms);
   for (;;) {
-    if (!take_turn(env, deadline, wait.meanwhile)) {
-      return busy(env, "another session of this process");
-    }
-    uint32_t status = take_file_lock(env, deadline, wait.retry_ms);
-    if (status != ROV_OK) {
-      end_turn(env);
-      return status;
-    }
+    uint32_t status = take_right(env, wait, deadline);
+    if (status != ROV_OK) return status;
     const uint64_t other = writer_reserved_for(env, wait.user);
     if (other == 0) {
       status = settle(env);

@@ -161,12 +161,35 @@ Database::~Database() {
 ReadSession::ReadSession(const Database& database)
     : ReadSession(database.read_handle(), "the database in " + database.directory()) {}
 
-ReadSession::ReadSession(uint32_t handle, const std::string& what) {
+ReadSession::ReadSession(uint32_t handle, const std::string& what)
+    : database_(handle), what_(what) {
   require(qim_ses_open_ro(handle, &handle_), "read " + what);
+}
+
+uint64_t ReadSession::verify() {
+  constexpr int attempts = 20;
+  rov_verify_t report;
+  uint32_t status = rov_ses_verify(handle_, &report);
+  for (int attempt = 1; attempt < attempts && status == ROV_ERR_BUSY; attempt++) {
+    rov_ses_close(handle_);
+    handle_ = 0;
+    require(qim_ses_open_ro(database_, &handle_), "read " + what_);
+    status = rov_ses_verify(handle_, &report);
+  }
+  require(status, "verify " + what_);
+  return report.nodes;
 }
 
 ReadSession::~ReadSession() {
   rov_ses_close(handle_);
+}
+
+void require_all_nodes(uint64_t verified, uint64_t read) {
+  if (read == verified) return;
+  throw DatabaseError(ROV_ERR_CORRUPT, "read all nodes",
+                      std::to_string(read) + " of " + std::to_string(verified) +
+                          " were found: the database's file was damaged meanwhile; see 'qimctl "
+                          "check', and restore it from an earlier dump");
 }
 
 WriteSession::WriteSession(const Database& database) {

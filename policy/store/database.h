@@ -85,9 +85,19 @@ class ReadSession {
 
   uint32_t handle() const { return handle_; }
 
+  // Verifies the file that the session reads, and gives the number of nodes in it: who reads them
+  // all to write them elsewhere compares. When others commit meanwhile the session moves on, and
+  // begins with the newest state again.
+  uint64_t verify();
+
  private:
+  uint32_t database_ = 0;
   uint32_t handle_ = 0;
+  std::string what_;
 };
+
+// Throws DatabaseError when what was read of a verified database is not all of it.
+void require_all_nodes(uint64_t verified, uint64_t read);
 
 // A transaction. Dropped unless commit() is called.
 class WriteSession {

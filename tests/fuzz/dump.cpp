@@ -64,7 +64,7 @@ std::optional<std::string> restore(const std::string& text) {
   const Captured output;
   const e2e::LeaksAllowed refused_records;
   const qimctl::Database database(directory, qimctl::OpenMode::change);
-  qimctl::dump_database(qimctl::ReadSession(database));
+  qimctl::dump_database(database);
   return output.text();
 }
 

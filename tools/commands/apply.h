@@ -19,7 +19,7 @@ struct ApplyOptions {
   bool lossy = false;    // accept that something can't be carried, or not as it is
   bool verbose = false;  // list what was accepted, too
   OutputForm form = OutputForm::table;
-  uint32_t group = 0;    // of a database that is made, as in Database
+  uint32_t group = 0;  // of a database that is made, as in Database
 };
 
 // exit_lossy when something can't be carried as it is and `lossy` is not set, or a list would come

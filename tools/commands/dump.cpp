@@ -80,17 +80,22 @@ class CheckedOutput {
 
 class Dump {
  public:
-  explicit Dump(const ReadSession& session) : session_(session), reader_(session) {}
+  // nodes: how many there are.
+  Dump(const ReadSession& session, uint64_t nodes)
+      : session_(session), reader_(session), nodes_(nodes) {}
 
   void write() {
     std::string& text = output_.buffer();
     text = "{\"format\":\"" + std::string(native_format_name) + "\",\"version\":1,\"nodes\":[\n";
     const char* separator = "";
+    uint64_t dumped = 0;
     each_node(session_.handle(), [&](const rov_node_parms_t& parms) {
       text += std::exchange(separator, ",\n");
       add(parms);
       output_.flush_when_full();
+      dumped++;
     });
+    require_all_nodes(nodes_, dumped);
     text += "\n],\n";
     output_.flush();
     print("\"checksum\":\"" + output_.checksum() + "\"}\n");
@@ -130,6 +135,7 @@ class Dump {
 
   const ReadSession& session_;
   StoredNodeReader reader_;
+  uint64_t nodes_;
   StoredNode stored_;
   CheckedOutput output_;
   RecordCheck check_;
@@ -137,8 +143,11 @@ class Dump {
 
 }  // namespace
 
-void dump_database(const ReadSession& session) {
-  Dump(session).write();
+// The database is verified, and then all of its nodes are found, or the dump lacks its end.
+void dump_database(const Database& database) {
+  ReadSession session(database);
+  const uint64_t nodes = session.verify();
+  Dump(session, nodes).write();
 }
 
 }  // namespace qimctl

@@ -6,6 +6,7 @@
 
 #include "policy/base/names.h"
 #include "policy/base/text.h"
+#include "policy/store/node_image.h"
 #include "policy/store/stored_model.h"
 #include "tools/base/output.h"
 
@@ -47,8 +48,12 @@ bool are_known(const StoredModel& stored, const ExportOptions& options) {
 
 }  // namespace
 
-Exported export_lists(const ReadSession& session, const ExportOptions& options) {
+Exported export_lists(ReadSession& session, const ExportOptions& options) {
+  const uint64_t nodes = session.verify();
   const StoredModel stored = read_stored_model(session);
+  uint64_t read = 0;
+  each_node(session.handle(), [&read](const rov_node_parms_t&) { read++; });
+  require_all_nodes(nodes, read);
   if (!are_known(stored, options)) return Exported::nothing_known;
   const ModelText written = write_model(stored.model, options.format, options.names);
   std::vector<Finding> losses = unreadable_lists(stored, options);

@@ -20,6 +20,6 @@ enum class Exported { whole, nothing_known, lossy };
 // Prints the lists, and complains of whatever the format has no word for; without `lossy` nothing is
 // printed then. Says which names the database does not have; nothing is printed then either. Throws
 // DatabaseError.
-Exported export_lists(const ReadSession& session, const ExportOptions& options);
+Exported export_lists(ReadSession& session, const ExportOptions& options);
 
 }  // namespace qimctl

@@ -16,7 +16,7 @@ struct ImportOptions {
   bool replace = false;  // replace nodes and lists that the database has already
   bool verbose = false;  // list what was accepted too
   OutputForm form = OutputForm::table;
-  uint32_t group = 0;    // of a database that is made, as in Database
+  uint32_t group = 0;  // of a database that is made, as in Database
 };
 
 // Returns false when something was approximated or skipped and `lossy` is not set, or none of a

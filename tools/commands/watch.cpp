@@ -146,6 +146,11 @@ std::string line_text(const JsonValue& value, OutputForm form) {
 }
 
 bool wait_for(int fd, const std::optional<uint32_t>& seconds) {
+  if (fd < 0) {
+    throw DatabaseError(ROV_ERR_READ_ONLY, "wait for changes",
+                        "this process may not write to the database's lock.mdb, so it reads a copy "
+                        "of the newest state, which stays as it is; get the right to write there");
+  }
   pollfd waiting = {fd, POLLIN, 0};
   const int milliseconds = seconds ? static_cast<int>(*seconds) * 1000 : -1;
   int ready = poll(&waiting, 1, milliseconds);

@@ -42,8 +42,7 @@ void add_restore(Commands& commands) {
   add_group(command, given->group);
   command->add_option("FILE", given->file, "What 'dump' printed")->required()->type_name("");
   commands.on(command, [&commands, given] {
-    const RestoreCounts counts =
-        restore_database(commands.database(), given->file, given->group);
+    const RestoreCounts counts = restore_database(commands.database(), given->file, given->group);
     print_restored(counts, commands.form());
     return exit_ok;
   });

@@ -10,7 +10,8 @@ namespace {
 ExitCode run_export(const Commands& commands, const ExportOptions& options) {
   commands.require_file_form();
   const Database database(commands.database(), OpenMode::read);
-  switch (export_lists(ReadSession(database), options)) {
+  ReadSession session(database);
+  switch (export_lists(session, options)) {
     case Exported::nothing_known:
       return exit_not_found;
     case Exported::lossy:

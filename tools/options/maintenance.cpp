@@ -38,9 +38,9 @@ void add_check(Commands& commands) {
 void add_maintenance(Commands& commands) {
   add_check(commands);
   CLI::App* dump = commands.add("dump", "Print the whole database in the native format");
-  commands.ask(dump, [&commands](const Database&, const ReadSession& session) {
+  commands.ask(dump, [&commands](const Database& database, const ReadSession&) {
     commands.require_file_form();
-    dump_database(session);
+    dump_database(database);
   });
   CLI::App* compact = commands.add("compact", "Make the database's file as small as it can be");
   commands.on(compact, [&commands] {

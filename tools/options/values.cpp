@@ -55,7 +55,8 @@ std::optional<uint32_t> group_number(const std::string& text) {
 
 std::string check_group(const std::string& text) {
   if (group_number(text)) return "";
-  return "'" + text + "' is no group that a database can be made for: give the name of one of the "
+  return "'" + text +
+         "' is no group that a database can be made for: give the name of one of the "
          "system's groups, or its number";
 }
 
