@@ -95,7 +95,7 @@ TEST_F(Interrupt, WhileAnotherWritesStoresNothing) {
   tools_test::write_text(dir_ / "one.json", list_file(1));
   tools_test::write_text(dir_ / "two.json", list_file(2));
   ASSERT_EQ(tools_test::run_qimctl(on_database({"import", (dir_ / "one.json").string()})).code, 0);
-  const qimctl::Database database(this->database(), qimctl::OpenMode::read);
+  const qimctl::Database database(this->database(), qimctl::OpenMode::change);
   std::optional<qimctl::WriteSession> session(std::in_place, database);
   Process storing(on_database({"apply", (dir_ / "two.json").string()}));
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
