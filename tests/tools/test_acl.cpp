@@ -54,7 +54,7 @@ TEST_F(Acl, a_table_of_many_megabytes_is_printed_as_any_other) {
   for (size_t i = 1; i <= entries; i++)
     names.push_back(std::string(longest - entries + i, static_cast<char>('a' + i % 26)));
   const qimctl::Model model = lists_test::model({lists_test::list("wide", names)});
-  lists_test::store(qimctl::Database(database(), qimctl::OpenMode::read), make_nodes(model));
+  lists_test::store(qimctl::Database(database(), qimctl::OpenMode::change), make_nodes(model));
   std::string expected = "wide  type ipv4, 150 entries, default drop, attached nowhere\n";
   const auto cell = [](std::string text, size_t width) {
     text.resize(width + 2, ' ');
