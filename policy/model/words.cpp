@@ -312,7 +312,7 @@ std::string name_word(const std::string& name) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
            std::string_view("_-.:/+@").find(c) != std::string_view::npos;
   });
-  return is_word ? name : "\"" + printable(name) + "\"";
+  return is_word ? name : quoted(name);
 }
 
 }  // namespace qimctl

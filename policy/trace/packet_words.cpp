@@ -1,6 +1,8 @@
 // Reading packets in words: the words one after the other.
 #include "policy/trace/packet_words.h"
 
+#include <optional>
+
 #include "policy/base/names.h"
 #include "policy/base/text.h"
 #include "policy/trace/vocabulary.h"
@@ -34,6 +36,44 @@ std::vector<std::string> split(const std::string& text) {
   }
   end_word();
   return words;
+}
+
+void append_utf8(uint64_t code, std::string& text) {
+  const auto tail = [&](uint32_t shift) {
+    text += static_cast<char>(0x80 | (code >> shift & 0x3f));
+  };
+  if (code < 0x80) {
+    text += static_cast<char>(code);
+  } else if (code < 0x800) {
+    text += static_cast<char>(0xc0 | code >> 6);
+    tail(0);
+  } else if (code < 0x10000) {
+    text += static_cast<char>(0xe0 | code >> 12);
+    tail(6), tail(0);
+  } else {
+    text += static_cast<char>(0xf0 | (code >> 18 & 7));
+    tail(12), tail(6), tail(0);
+  }
+}
+
+// The name that is printed so: "\xNN" is a byte, "\u{N}" a character.
+std::string name_of(const std::string& word) {
+  std::string name;
+  for (size_t i = 0; i < word.size(); i++) {
+    const bool is_byte = word.compare(i, 2, "\\x") == 0;
+    const bool is_character = word.compare(i, 3, "\\u{") == 0;
+    const size_t first = i + (is_byte ? 2 : 3);
+    const size_t last = is_byte ? first + 2 : is_character ? word.find('}', first) : word.npos;
+    const bool whole = last <= word.size() && last - first >= 1 && last - first <= 6;
+    const auto code = whole ? parse_number("0x" + word.substr(first, last - first)) : std::nullopt;
+    if (!code) {
+      name += word[i];
+      continue;
+    }
+    is_byte ? name.push_back(static_cast<char>(*code)) : append_utf8(*code, name);
+    i = is_byte ? last - 1 : last;
+  }
+  return name;
 }
 
 }  // namespace
@@ -92,8 +132,8 @@ void WordReader::read_word() {
 }
 
 bool WordReader::read_place(const std::string& word) {
-  if (word == "entering") return packet_.ingress = need("the name of an interface"), true;
-  if (word == "leaving") return packet_.egress = need("the name of an interface"), true;
+  if (word == "entering") return packet_.ingress = name_of(need("the name of an interface")), true;
+  if (word == "leaving") return packet_.egress = name_of(need("the name of an interface")), true;
   return false;
 }
 

@@ -150,6 +150,7 @@ TEST(Words, names_that_are_no_word_are_quoted) {
   EXPECT_EQ(name_word("ge-0/0/0.1"), "ge-0/0/0.1");
   EXPECT_EQ(name_word(""), "\"\"");
   EXPECT_EQ(name_word("a b"), "\"a b\"");
+  EXPECT_EQ(name_word("a\"b"), "\"a\\x22b\"");
 }
 
 }  // namespace

@@ -164,6 +164,47 @@ TEST_F(ListCommands, ARevisionThatIsGoneIsSaidToBe) {
   EXPECT_EQ(run({"diff", "--from", "nightly"}).code, 5);
 }
 
+TEST_F(ListCommands, ASnapshotIsComparedWithNowAndWithFiles) {
+  good({"apply", file("a.json", document(acl("a", {ace("x")}) + "," + acl("b", {ace("y")})))});
+  good({"snapshot", "make", "nightly"});
+  EXPECT_EQ(good({"diff", "--from", "nightly"}), "");
+  const std::string changed = file("c.json", document(acl("a", {ace("x", "drop"), ace("z")})));
+  good({"apply", changed});
+  const Outcome now = run({"diff", "--from", "nightly"});
+  EXPECT_EQ(now.code, 1);
+  EXPECT_EQ(now.out,
+            "~ a/x  ipv4 protocol 6: accept => ipv4 protocol 6: drop\n"
+            "+ a/z  ipv4 protocol 6: accept\n");
+  EXPECT_EQ(run({"diff", "--from", "nightly", changed}).out, now.out);
+  const std::string before = file("b.json", document(acl("a", {ace("x")})));
+  EXPECT_EQ(good({"diff", "--from", "nightly", before}), "");
+  EXPECT_EQ(run({"diff", before}).code, 1);
+}
+
+TEST_F(ListCommands, NoListIsAppliedThatWouldComeOutEmpty) {
+  const std::string emptied = file("a.json", R"({"ietf-access-control-list:acls": {"acl": [
+  {"name": "a", "aces": {"ace": [
+    {"name": "x", "actions": {"forwarding": "x:police"}},
+    {"name": "y", "actions": {"forwarding": "x:police"}}]}}]}})");
+  const Outcome outcome = run({"apply", "--lossy", emptied});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_THAT(outcome.err, HasSubstr(emptied + ":2: /ietf-access-control-list:acls/acl/0: "));
+  EXPECT_THAT(outcome.err, HasSubstr("0 of 2 entries carried"));
+  EXPECT_EQ(run({"list"}).code, 4);  // there is no database
+  const Outcome document = run({"apply", "-o", "json", emptied});
+  EXPECT_EQ(document.code, 1);
+  EXPECT_THAT(document.out, HasSubstr("\"applied\": false"));
+  EXPECT_THAT(document.out, HasSubstr("\"fate\": \"skipped\""));
+}
+
+TEST_F(ListCommands, AnInterfaceIsGivenForADeviceProfile) {
+  const std::string profile = file("a.json", R"({"ietf-mud:mud": {"from-device-policy":
+    {"access-lists": {"access-list": [{"name": "a"}]}}},
+    "ietf-access-control-list:acls": {"acl": [{"name": "a"}]}})");
+  EXPECT_EQ(run({"apply", profile}).code, 1);
+  EXPECT_THAT(good({"apply", "--interface", "eth3", profile}), HasSubstr("attached to if:eth3/in"));
+}
+
 TEST_F(ListCommands, WhatIsInUseIsNotDeleted) {
   good({"apply", file("a.json", document(acl("guard", {ace("x")}) + "," + acl("b", {ace("y")}),
                                          at("eth0", "guard")))});

@@ -271,6 +271,12 @@ TEST_F(Answers, ThatAreFailuresFollowTheSchemaOfErrors) {
     expect_failure({command, lossy}, exit_input);
     expect_failure({command, "--format", "none", lossy}, exit_usage);
   }
+  const std::string skipped = file("skipped.json");
+  tools_test::write_text(skipped, R"({"ietf-access-control-list:acls": {"acl": [
+    {"name": "a", "type": "ipv4-acl-type", "aces": {"ace": [
+      {"name": "x", "actions": {"forwarding": "drop"}},
+      {"name": "y", "actions": {"forwarding": "x:police"}}]}}]}})");
+  for (const char* command : {"import", "apply"}) expect_failure({command, skipped}, exit_lossy);
   expect_failure({"import", example("edge-all-types.json")}, exit_input);
   expect_failure({"import", file("lists.json")}, exit_input);
   expect_failure({"restore", file("lists.json")}, exit_input);

@@ -172,4 +172,19 @@ TEST(PacketWords, AreRefusedWithTheWordAndWhatWouldDo) {
   expect_refused("tcp \x1b[31m", "\\x1b[31m");
 }
 
+// Names are printed with escapes where they could not be told apart otherwise.
+TEST(PacketWords, OfInterfacesAreReadAsTheyArePrinted) {
+  for (const std::string name : {"a\\b", "\x01 \xff\"", "\xc2\xad", "\xe2\x80\xae",
+                                 "\xf3\xa0\x80\x81", "\\x4", "\\u{}", "\\u{0"}) {
+    Packet packet = packet_from_words("arp");
+    packet.ingress = name;
+    const std::string words = packet_words(packet);
+    EXPECT_EQ(packet_from_words(words).ingress, name) << words;
+  }
+  EXPECT_EQ(packet_from_words("arp leaving \\u{41}\\u{e9}").egress, "A\xc3\xa9");
+  EXPECT_EQ(packet_from_words("arp leaving \\x4").egress, "\\x4");
+  EXPECT_EQ(packet_from_words("arp leaving \\u{z}").egress, "\\u{z}");
+  EXPECT_EQ(packet_from_words("arp leaving \\u{1").egress, "\\u{1");
+}
+
 }  // namespace
