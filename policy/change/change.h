@@ -19,6 +19,10 @@ struct EntryChange {
   bool moved = false;  // of a changed one: it stands elsewhere, too
 };
 
+// What becomes of a list's entries, which are told apart by their names: in the order of `after`;
+// those that are removed stand where they were.
+std::vector<EntryChange> compare_entries(const AccessList& before, const AccessList& after);
+
 // `renumbered`: in the same order as before, but at another stage, since others came or moved.
 enum class PlaceFate { added, removed, moved, renumbered };
 
@@ -33,8 +37,7 @@ struct ListChange {
   ListFate fate = ListFate::unchanged;
   const AccessList* before = nullptr;  // NULL when added
   const AccessList* after = nullptr;   // NULL when removed; the same as before if no file names it
-  std::vector<EntryChange> entries;    // of a changed list, in the order of the new one; those that
-                                       // are removed stand where they were
+  std::vector<EntryChange> entries;    // of a changed list
   std::vector<PlaceChange> places;
   std::vector<std::string> policers;  // that the list uses and that change
   bool type_changed = false;

@@ -26,7 +26,6 @@ bool same_entries(const AccessList& a, const AccessList& b) {
                     same_entry);
 }
 
-// Entries are told apart by their names.
 class EntryComparison {
  public:
   EntryComparison(const AccessList& before, const AccessList& after)
@@ -206,7 +205,7 @@ class Comparison {
 
   void compare_lists(ListChange& list) const {
     if (list.before != list.after) {
-      list.entries = EntryComparison(*list.before, *list.after).compare();
+      list.entries = compare_entries(*list.before, *list.after);
       list.type_changed = list.before->type != list.after->type;
       list.default_changed = list.before->default_action != list.after->default_action;
     }
@@ -232,6 +231,10 @@ class Comparison {
 };
 
 }  // namespace
+
+std::vector<EntryChange> compare_entries(const AccessList& before, const AccessList& after) {
+  return EntryComparison(before, after).compare();
+}
 
 bool Change::any() const {
   return std::any_of(lists.begin(), lists.end(),

@@ -4,17 +4,12 @@
 #include <algorithm>
 
 #include "policy/base/criteria.h"
-#include "policy/base/names.h"
 #include "policy/base/text.h"
 #include "policy/model/words.h"
 
 namespace qimctl {
 
 namespace {
-
-std::string default_words(const AccessList& list) {
-  return std::string(action_name(static_cast<uint32_t>(list.default_action)));
-}
 
 std::string entry_words(const Entry& entry) {
   return criteria_words(entry) + ": " + action_words(entry);

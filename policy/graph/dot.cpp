@@ -147,7 +147,7 @@ class Drawing {
       rows += row(cell(std::to_string(i + 1), "align=\"right\"") + cell(entry.name) +
                   cell(criteria_words(entry)) + cell(action_words(entry)));
     }
-    const std::string otherwise(action_name(static_cast<uint32_t>(list.default_action)));
+    const std::string otherwise = default_words(list);
     rows += row(cell("otherwise", "colspan=\"3\" align=\"left\"") + cell(otherwise));
     text_ += "  " + node_of(list.name) + " [label=<" + table + rows + "</table>>];\n";
     draw_actions(list, otherwise);

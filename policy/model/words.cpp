@@ -287,6 +287,10 @@ std::string action_words(const Entry& entry) {
   return words;
 }
 
+std::string default_words(const AccessList& list) {
+  return std::string(action_name(static_cast<uint32_t>(list.default_action)));
+}
+
 std::string list_type_words(uint32_t type) {
   static constexpr std::array<std::pair<uint32_t, std::string_view>, 3> kinds{
       {{acl_type_eth, "eth"}, {acl_type_ipv4, "ipv4"}, {acl_type_ipv6, "ipv6"}}};

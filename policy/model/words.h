@@ -27,6 +27,9 @@ std::string criteria_words(const Entry& entry);
 // "accept", "drop log", "accept police gold"
 std::string action_words(const Entry& entry);
 
+// What becomes of packets that no entry matches: "drop"
+std::string default_words(const AccessList& list);
+
 // The kinds of headers that a list may match on: "ipv4", "eth+ipv6", "any" when it does not say.
 std::string list_type_words(uint32_t type);
 

@@ -1,5 +1,5 @@
 // What became of access lists, in words.
-#include "policy/model/list_news.h"
+#include "policy/change/list_news.h"
 
 #include <gmock/gmock.h>
 

@@ -4,7 +4,7 @@
 #include "policy/base/json.h"
 #include "policy/base/names.h"
 #include "policy/base/text.h"
-#include "policy/model/list_news.h"
+#include "policy/change/list_news.h"
 #include "policy/store/history.h"
 #include "policy/store/rollback.h"
 #include "policy/store/snapshots.h"

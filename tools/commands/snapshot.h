@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "policy/base/json.h"
-#include "policy/model/list_news.h"
+#include "policy/change/list_news.h"
 #include "policy/store/database.h"
 #include "tools/base/form.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "policy/base/names.h"
-#include "policy/model/list_news.h"
+#include "policy/change/list_news.h"
 #include "policy/model/words.h"
 #include "policy/store/history.h"
 #include "policy/store/stored_model.h"

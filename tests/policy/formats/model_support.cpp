@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <tuple>
 
 #include "policy/base/criteria.h"
 #include "policy/base/names.h"

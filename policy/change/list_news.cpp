@@ -1,14 +1,13 @@
 // What became of access lists.
-#include "policy/model/list_news.h"
+#include "policy/change/list_news.h"
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <string_view>
 #include <unordered_map>
 
 #include "policy/base/criteria.h"
-#include "policy/base/names.h"
+#include "policy/change/change.h"
 #include "policy/model/words.h"
 
 namespace qimctl {
@@ -17,84 +16,37 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-std::string default_words(const AccessList& list) {
-  return std::string(action_name(static_cast<uint32_t>(list.default_action)));
+void add_new(Words& words, const Entry& entry) {
+  words.push_back("+" + name_word(entry.name) + ": " + criteria_words(entry) + " " +
+                  action_words(entry));
 }
 
-// The places, in ascending order, of a longest ascending part of `numbers`.
-std::vector<bool> in_order(const std::vector<size_t>& numbers) {
-  constexpr size_t none = SIZE_MAX;
-  std::vector<size_t> ends;  // by length less 1: the place of the least end of such a part
-  std::vector<size_t> before(numbers.size(), none);
-  for (size_t i = 0; i < numbers.size(); i++) {
-    const auto at = std::lower_bound(ends.begin(), ends.end(), numbers[i],
-                                     [&](size_t place, size_t n) { return numbers[place] < n; });
-    if (at != ends.begin()) before[i] = *(at - 1);
-    if (at == ends.end()) {
-      ends.push_back(i);
-    } else {
-      *at = i;
-    }
-  }
-  std::vector<bool> kept(numbers.size());
-  for (size_t i = ends.empty() ? none : ends.back(); i != none; i = before[i]) kept[i] = true;
-  return kept;
+void add_changed(Words& words, const Entry& old, const Entry& entry) {
+  const std::string name = name_word(entry.name);
+  const std::string did = action_words(old);
+  const std::string does = action_words(entry);
+  if (did != does) words.push_back(name + " " + did + " -> " + does);
+  const std::string matched = criteria_words(old);
+  const std::string matches = criteria_words(entry);
+  if (matched != matches) words.push_back(name + ": " + matched + " -> " + matches);
+  if (did == does && matched == matches) words.push_back(name + " is stored differently");
 }
 
-class EntryChanges {
- public:
-  EntryChanges(const AccessList& before, const AccessList& after) : before_(before), after_(after) {
-    for (size_t i = 0; i < before.entries.size(); i++) places_[before.entries[i].name] = i;
+// Those that are gone, then what is new or changed, then what stands elsewhere.
+void add_entries(Words& words, const AccessList& before, const AccessList& after) {
+  const std::vector<EntryChange> changes = compare_entries(before, after);
+  for (const EntryChange& change : changes) {
+    if (change.fate == EntryFate::removed)
+      words.push_back("-" + name_word(before.entries[change.from].name));
   }
-
-  void add_to(Words& words) {
-    add_gone(words);
-    add_new_and_changed(words);
-    add_moved(words);
+  for (const EntryChange& change : changes) {
+    if (change.fate == EntryFate::added) add_new(words, after.entries[change.to]);
+    if (change.fate == EntryFate::changed)
+      add_changed(words, before.entries[change.from], after.entries[change.to]);
   }
-
- private:
-  void add_gone(Words& words) const {
-    std::set<std::string_view> there;
-    for (const Entry& entry : after_.entries) there.insert(entry.name);
-    for (const Entry& entry : before_.entries)
-      if (!there.contains(entry.name)) words.push_back("-" + name_word(entry.name));
-  }
-  void add_new_and_changed(Words& words) {
-    for (const Entry& entry : after_.entries) {
-      const auto old = places_.find(entry.name);
-      if (old == places_.end()) {
-        words.push_back("+" + name_word(entry.name) + ": " + criteria_words(entry) + " " +
-                        action_words(entry));
-        continue;
-      }
-      common_.push_back(old->second);
-      add_changed(words, before_.entries[old->second], entry);
-    }
-  }
-  static void add_changed(Words& words, const Entry& old, const Entry& entry) {
-    if (same_entry(old, entry)) return;
-    const std::string name = name_word(entry.name);
-    const std::string did = action_words(old);
-    const std::string does = action_words(entry);
-    if (did != does) words.push_back(name + " " + did + " -> " + does);
-    const std::string matched = criteria_words(old);
-    const std::string matches = criteria_words(entry);
-    if (matched != matches) words.push_back(name + ": " + matched + " -> " + matches);
-    if (did == does && matched == matches) words.push_back(name + " is stored differently");
-  }
-  void add_moved(Words& words) const {
-    const std::vector<bool> kept = in_order(common_);
-    for (size_t i = 0; i < common_.size(); i++)
-      if (!kept[i]) words.push_back(name_word(before_.entries[common_[i]].name) + " moved");
-  }
-
-  const AccessList& before_;
-  const AccessList& after_;
-  std::unordered_map<std::string_view, size_t> places_;
-  std::vector<size_t>
-      common_;  // places before of what is there before and after, in the order after
-};
+  for (const EntryChange& change : changes)
+    if (change.moved) words.push_back(name_word(after.entries[change.to].name) + " moved");
+}
 
 using Places = std::map<std::string, uint32_t>;  // "if:eth0/in" and the stage
 
@@ -124,7 +76,7 @@ void add_places(Words& words, const Places& before, const Places& after) {
 
 Words changes_of(const AccessList& before, const AccessList& after) {
   Words words;
-  EntryChanges(before, after).add_to(words);
+  add_entries(words, before, after);
   if (before.type != after.type)
     words.push_back("type " + list_type_words(before.type) + " -> " + list_type_words(after.type));
   if (before.default_action != after.default_action)
