@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Every promise in docs/security.md names a test, and every test that it names is there.
+# shellcheck disable=SC2016 # the marks of a name
 set -euo pipefail
 cd "$QIM_SOURCE_DIR"
 page=docs/security.md
