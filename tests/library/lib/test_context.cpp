@@ -43,7 +43,7 @@ TEST(LibContext, holds_the_database_parameters_at_their_places) {
                 WIDENS(rov_db_parms_t, logger, 24, 4), WIDENS(rov_db_parms_t, logger_arg, 28, 4),
                 FIXED(rov_db_parms_t, dbg_flags, 32, 4), FIXED(rov_db_parms_t, reserved1, 36, 12),
                 FIXED(rov_db_parms_t, init_id, 48, 4), WIDENS(rov_db_parms_t, db_path, 52, 4),
-                FIXED(rov_db_parms_t, reserved2, 56, 44)});
+                FIXED(rov_db_parms_t, db_group, 56, 4), FIXED(rov_db_parms_t, reserved2, 60, 40)});
 }
 
 TEST(LibContext, keeps_the_pool_in_word_4_and_the_logger_in_word_9_of_the_device_record) {

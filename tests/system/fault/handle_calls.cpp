@@ -229,6 +229,8 @@ std::vector<HandleCall> session_calls() {
       CALL(kSession, kEnds, rov_ses_close),
       CALL(kSession, kPlain, rov_ses_orig_handle, &g.word),
       CALL(kSession, kPlain, rov_ses_timeout),
+      DO(kSession, kPlain, rov_ses_verify,
+         rov_ses_verify(handle, reinterpret_cast<rov_verify_t*>(g.bytes))),
       CALL(kSession, kPlain, rov_ses_get_num_dsets, &g.word),
       CALL(kSession, kPlain, rov_ses_dset_get, 0, &g.parms),
       CALL(kSession, kPlain, rov_ses_dset_name_get, 21, g.bytes, &g.parms),
