@@ -99,7 +99,7 @@ TEST_F(ToolFaults, EveryCommandIsTried) {
 TEST_F(ToolFaults, WithoutMemoryEveryCommandFailsWithAMessage) {
   uint32_t requests = 0;
   uint32_t tried = 0;
-  for (const Command& command : fault::all_commands()) {
+  for (const Command& command : fault::tried_commands()) {
     const Undisturbed clean = undisturbed(command);
     const uint32_t here = clean.run.counts.calls[interpose::kMemory];
     requests += here;
@@ -157,7 +157,7 @@ struct LostOutput {
 // Only where something would have been printed.
 TEST_F(ToolFaults, OutputThatCanNotBeWrittenIsAFailure) {
   uint32_t lost = 0;
-  for (const Command& command : fault::all_commands()) {
+  for (const Command& command : fault::tried_commands()) {
     const bool prints = !undisturbed(command).run.out.empty();
     for (const LostOutput& way : {LostOutput{into_a_full_device, "No space left"},
                                   LostOutput{into_a_broken_pipe, "Broken pipe"}}) {
@@ -170,12 +170,12 @@ TEST_F(ToolFaults, OutputThatCanNotBeWrittenIsAFailure) {
       lost += named ? 1 : 0;
     }
   }
-  EXPECT_GT(lost, fault::all_commands().size());
+  EXPECT_GT(lost, fault::tried_commands().size());
 }
 
 // The work of a command that writes is done before its output.
 TEST_F(ToolFaults, WhatWasToBeStoredIsStoredAllTheSame) {
-  for (const Command& command : fault::all_commands()) {
+  for (const Command& command : fault::tried_commands()) {
     if (command.needs == Needs::kDatabase) continue;
     const Undisturbed clean = undisturbed(command);
     runs_.run_after(into_a_full_device, command);

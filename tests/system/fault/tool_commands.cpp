@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "tests/system/fault/scale.h"
+
 namespace fault {
 namespace {
 
@@ -109,6 +111,10 @@ const std::vector<Command>& all_commands() {
     return all;
   }();
   return commands;
+}
+
+const std::vector<Command>& tried_commands() {
+  return emulated() ? database_commands() : all_commands();
 }
 
 std::string text_of(const Command& command) {
