@@ -74,6 +74,7 @@ void print_text(const rov_verify_t& file, const std::vector<Found>& defects,
 
 void fill_places(const std::vector<Source>& sources, std::vector<ListNote>& notes) {
   std::vector<Finding> placed;
+  placed.reserve(notes.size());
   for (const ListNote& note : notes) placed.push_back({Fate::accepted, note.place, ""});
   fill_all_lines(sources, placed);
   for (size_t i = 0; i < notes.size(); i++) notes[i].place = std::move(placed[i].place);
