@@ -1,7 +1,9 @@
 // Ctrl-C through the whole tool: whatever is under way, all of it is stored or nothing, and it is said.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -87,6 +89,28 @@ TEST_F(Interrupt, AtAnyTimeLeavesAllOrNothing) {
       EXPECT_EQ(outcome.code, qimctl::exit_interrupted);
       EXPECT_FALSE(std::filesystem::exists(database())) << outcome.err;
     }
+  }
+}
+
+// What is stored is said, so nobody ends in between: here where the output has no room yet.
+TEST_F(Interrupt, BehindTheCommitComesTooLate) {
+  tools_test::write_text(dir_ / "l.json", list_file(1));
+  for (const std::string command : {"import", "apply"}) {
+    const std::string pipe = dir_ / command;
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int reading = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int writing = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    char block[4096] = {};
+    while (write(writing, block, sizeof block) > 0) continue;
+    Process storing(on_database({command, (dir_ / "l.json").string()}), {}, pipe);
+    while (stored_entries() == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    storing.interrupt();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    while (read(reading, block, sizeof block) > 0) continue;
+    EXPECT_EQ(storing.finish().code, 0) << command;
+    close(reading);
+    close(writing);
+    std::filesystem::remove_all(database());
   }
 }
 

@@ -73,6 +73,11 @@ void Interrupts::check() const {
   if (interrupted != 0) throw Interrupted();
 }
 
+void Interrupts::check_last() {
+  check();
+  before_ = SIG_ERR;
+}
+
 Abandoning::Abandoning() {
   const std::string text = complaint_text(interrupted_text);
   memcpy(last_words, text.c_str(), std::min(text.size() + 1, sizeof last_words - 1));

@@ -24,6 +24,9 @@ class Interrupts {
 
   // Throws Interrupted.
   void check() const;
+  // The same for the last time, before what is under way takes effect: interrupts come too late from
+  // now on, and nobody who stored something ends without saying so.
+  void check_last();
 
  private:
   void (*before_)(int);  // what an interrupt did

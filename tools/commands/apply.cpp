@@ -78,7 +78,7 @@ class Application {
     check_pruned(session.handle(), stored, change);
     editor.write_lists(change);
     const size_t edits = editor.counts().edits;
-    interrupts_.check();
+    interrupts_.check_last();
     if (edits != 0 && !options_.dry_run) session.commit();
     made_.keep();
     print_result(files, change, node_edits, edits);

@@ -48,7 +48,7 @@ void refuse_known(const Model& known, const Model& wanted) {
 }
 
 EditCounts store(const ImportOptions& options, PolicyFiles& files) {
-  const Interrupts interrupts;
+  Interrupts interrupts;
   NewDatabase made(options.database);
   const Database database(options.database, OpenMode::create, "", options.group);
   WriteSession session(database);
@@ -59,7 +59,7 @@ EditCounts store(const ImportOptions& options, PolicyFiles& files) {
   editor.write_nodes(files.nodes, {.must_be_new = !options.replace});
   const Change change = difference(stored.model, std::move(files.model), {});
   editor.write_lists(change);
-  interrupts.check();
+  interrupts.check_last();
   session.commit();
   made.keep();
   return editor.counts();

@@ -49,13 +49,13 @@ RestoreCounts restore_database(const std::string& directory, const std::string& 
     const Phase phase("reading " + printable(source.file), progress_wanted());
     return read_dump(source);
   }();
-  const Interrupts interrupts;
+  Interrupts interrupts;
   NewDatabase made(directory);
   const Database database(directory, OpenMode::create, "", group);
   WriteSession session(database);
   require_empty(database, session, source);
   const StoreCounts counts = write_with_progress({policy}, session, {.dangling = true});
-  interrupts.check();
+  interrupts.check_last();
   session.commit();
   made.keep();
   return {counts.nodes, counts.links};
