@@ -135,4 +135,16 @@ bool reads_as_text(const std::string& bytes) {
   return shown != 0 && shown >= controls;
 }
 
+std::vector<std::string> split_at_commas(const std::string& text) {
+  std::vector<std::string> parts{""};
+  for (const char c : text) {
+    if (c == ',') {
+      parts.emplace_back();
+    } else {
+      parts.back() += c;
+    }
+  }
+  return parts;
+}
+
 }  // namespace qimctl

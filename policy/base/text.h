@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qimctl {
 
@@ -20,5 +21,7 @@ std::string quoted(const std::string& text);
 bool is_utf8(std::string_view text);
 // Could these bytes be meant as text? Sound UTF-8 without byte 0, and not mostly control characters.
 bool reads_as_text(const std::string& bytes);
+// What stands before, between and behind the commas: one part more than there are of them.
+std::vector<std::string> split_at_commas(const std::string& text);
 
 }  // namespace qimctl

@@ -2,26 +2,11 @@
 #include <algorithm>
 
 #include "policy/base/criteria.h"
+#include "policy/base/text.h"
 #include "policy/trace/vocabulary.h"
 #include "policy/trace/word_reader.h"
 
 namespace qimctl {
-
-namespace {
-
-std::vector<std::string> split_at_commas(const std::string& text) {
-  std::vector<std::string> parts{""};
-  for (const char c : text) {
-    if (c == ',') {
-      parts.emplace_back();
-    } else {
-      parts.back() += c;
-    }
-  }
-  return parts;
-}
-
-}  // namespace
 
 uint8_t WordReader::flag_bits(const std::string& list, Encoding encoding) const {
   uint8_t bits = 0;

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "policy/base/json_print.h"
+#include "policy/base/text.h"
 #include "policy/formats/parts/attachments.h"
 
 namespace qimctl::iptables {
@@ -77,18 +78,6 @@ std::optional<uint32_t> number_of(const std::array<Number, Count>& numbers, std:
   for (const Number& number : numbers)
     if (number.name == name) return number.number;
   return {};
-}
-
-std::vector<std::string> parts_of(const std::string& text) {
-  std::vector<std::string> parts{""};
-  for (const char c : text) {
-    if (c == ',') {
-      parts.emplace_back();
-    } else {
-      parts.back() += c;
-    }
-  }
-  return parts;
 }
 
 bool is_option(const std::string& word) {
@@ -288,7 +277,7 @@ bool RuleReader::match_address(const Option& option) {
   const uint32_t type = option.name == "-s" ? codes_.source : codes_.destination;
   if (option.values.size() != 1) return wrong(option, "an address");
   Choice choice;
-  for (const std::string& part : parts_of(option.values[0])) {
+  for (const std::string& part : split_at_commas(option.values[0])) {
     const std::string spelled = is_ipv6_ ? part : with_length(part);
     if (spelled.empty()) return false;
     auto prefix = formats::parse_prefix(spelled, is_ipv6_);
@@ -350,7 +339,7 @@ bool RuleReader::match_tcp_flags(const Option& option) {
     for (const auto& [text, bits] :
          {std::pair(&option.values[0], &mask), std::pair(&option.values[1], &flags)}) {
       *bits = 0;
-      for (const std::string& name : parts_of(*text)) {
+      for (const std::string& name : split_at_commas(*text)) {
         const auto bit = number_of(tcp_flag_bits, name);
         if (!bit) return wrong(option, "a mask and flags of SYN,ACK,FIN,RST,URG,PSH,ALL,NONE");
         *bits |= *bit;
@@ -387,7 +376,7 @@ bool RuleReader::match_icmp(const Option& option) {
 std::optional<std::vector<formats::PortRange>> RuleReader::port_ranges(const Option& option) {
   std::vector<formats::PortRange> ranges;
   if (option.values.size() != 1) return {};
-  for (std::string part : parts_of(option.values[0])) {
+  for (std::string part : split_at_commas(option.values[0])) {
     if (part.starts_with(':')) part.insert(0, "0");
     if (part.ends_with(':')) part += "65535";
     const auto range = formats::parse_ports(part, ":");
