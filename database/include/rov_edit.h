@@ -146,6 +146,25 @@ uint32_t rov_edit_priv_nth(uint32_t ses, rov_node_id_t id, uint32_t n, uint32_t*
 uint32_t rov_edit_priv_put(uint32_t ses, rov_node_id_t id, uint32_t client, const void* data,
                            uint32_t len);
 
+/* Marks: what a program that fills a database notes of what it put there, such as the revision of a
+ * policy, in the same commit. A mark has a name of 1 to 8 printable ASCII characters, without spaces,
+ * and 1 to 4,096 bytes. It belongs to no node and to no client: dumps, publications and the messages
+ * of changes leave marks out; copies of the file (snapshots, rov_edit_compact) have them. */
+enum { ROV_MARK_NAME = 9 /* bytes of a name, with its ending 0 */, ROV_MARK_BYTES = 4096 };
+/* Keeps `len` bytes at `data` under that name, in place of what was there, in a write session; 0
+ * takes the mark away, if there is one. ROV_ERR_INVALID; ROV_ERR_LENGTH; ROV_ERR_READ_ONLY;
+ * ROV_ERR_HANDLE; after any other failure, such as ROV_ERR_NO_MEM, the session can't be committed
+ * any more. */
+uint32_t rov_edit_mark_put(uint32_t ses, const char* name, const void* data, uint32_t len);
+/* The bytes under that name, as any session sees them, into `room` bytes at `data`; *len: how many
+ * they are. ROV_ERR_NO_VALUE when there is no such mark; ROV_ERR_LENGTH when they do not fit, with
+ * *len set; ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
+uint32_t rov_mark_get(uint32_t ses, const char* name, uint32_t room, void* data, uint32_t* len);
+/* The name of the first mark that comes after `after` in the order of the bytes ("" or NULL = from
+ * the start), into ROV_MARK_NAME bytes at `name`, terminated. ROV_ERR_NO_VALUE past the last;
+ * ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
+uint32_t rov_mark_next(uint32_t ses, const char* after, char* name);
+
 /* The CRC-32C of `len` bytes at `data`, continued from `crc`: 0 for the first piece, the result so
  * far for the next. */
 uint32_t rov_crc32c(uint32_t crc, const void* data, uint32_t len);

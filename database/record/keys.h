@@ -37,7 +37,8 @@
 // data sets: the nodes that are data sets, by name, then number; those without name come first.
 // clients: what a client keeps on the database (process and session 0) or on one of its sessions.
 //   `start` is when that process started, so that a later one of its number is not taken for it;
-//   `stamp` is the commit before the one that wrote it.
+//   `stamp` is the commit before the one that wrote it. Marks lie here, too, under an owner that no
+//   client has: client 0 and process 0, and their names, filled up with zeros, as session and key.
 // changes: what each commit changed, in its order, the newest of them. The record under twelve
 //   zeros has their count and the newest commit whose changes are not all there any more.
 // users: who commits; a user is a client's identity and a process.

@@ -149,6 +149,15 @@ uint32_t private_data(uint32_t ses) {
   return Chain().keep(ses, 14, 1, 10).keep(ses, 14, 1, 20).keep(ses, 14, 1, 0).status();
 }
 
+uint32_t mark(uint32_t ses) {
+  return Chain()
+      .then([&] { return rov_edit_mark_put(ses, "a", "first", 5); })
+      .then([&] { return rov_edit_mark_put(ses, "a", "second", 6); })
+      .then([&] { return rov_edit_mark_put(ses, "b", "third", 5); })
+      .then([&] { return rov_edit_mark_put(ses, "b", nullptr, 0); })
+      .status();
+}
+
 }  // namespace
 
 uint32_t prepare_for_edits(uint32_t db) {
@@ -176,6 +185,7 @@ const std::vector<Edit>& all_edits() {
       {"the only link goes", only_link_goes},
       {"the last of two chunks goes", last_chunk_goes},
       {"private data", private_data},
+      {"marks", mark},
       {"the first of two chunks goes", first_chunk_goes},
       {"a node goes", deleted_node},
       {"a node goes that many lead to", deleted_hub},

@@ -255,6 +255,9 @@ std::vector<HandleCall> session_calls() {
            return rov_edit_priv_nth(handle, node_id(), 0, &g.word, kRoom, g.bytes, &len);
          }()),
       CALL(kSession, kPlain, rov_edit_priv_put, node_id(), 9, g.bytes, 8),
+      CALL(kSession, kPlain, rov_edit_mark_put, "mark", g.bytes, 8),
+      CALL(kSession, kPlain, rov_mark_get, "mark", kRoom, g.bytes, &g.word),
+      CALL(kSession, kPlain, rov_mark_next, "", reinterpret_cast<char*>(g.bytes)),
   };
 }
 
