@@ -6,6 +6,7 @@ option(QIM_BENCH "Build the benchmarks" OFF)
 option(QIM_COVERAGE "Count executed lines and branches" OFF)
 option(QIM_FUZZ "Make everything ready for fuzzers, and build these" OFF)
 option(QIM_UNITY "Compile the sources of a layer as one, which takes half as long" ON)
+option(QIM_FLEET "Build what keeps one policy on many devices" OFF)
 option(QIM_GROWTH "Build what tries the field and the node type that scripts/try-growth adds" OFF)
 
 set(CMAKE_CXX_STANDARD 20)

@@ -1,0 +1,58 @@
+# What keeps one policy on many devices; an option, for it needs gRPC and others besides.
+
+foreach(name grpc++ grpc gpr absl_synchronization protobuf zstd crypto)
+  find_library(QIM_LIB_${name} ${name}
+    PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+  find_library(QIM_LIB_${name} ${name})
+  if(NOT QIM_LIB_${name})
+    message(FATAL_ERROR "lib${name} was not found for ${CMAKE_SYSTEM_PROCESSOR}. Run scripts/setup fleet.")
+  endif()
+endforeach()
+find_program(QIM_PROTOC protoc)
+find_program(QIM_GRPC_PLUGIN grpc_cpp_plugin)
+if(NOT QIM_PROTOC OR NOT QIM_GRPC_PLUGIN)
+  message(FATAL_ERROR "protoc or grpc_cpp_plugin is missing. Run scripts/setup fleet.")
+endif()
+
+# qim_generated(<target> <file> <ending>... -- <option>...): what protoc makes of a file of fleet/proto,
+# as a library without our warnings, whose headers are those of a system to whoever sees them.
+function(qim_generated target file endings)
+  set(folder ${CMAKE_BINARY_DIR}/generated/${target})
+  file(MAKE_DIRECTORY ${folder})
+  set(outputs "")
+  foreach(ending IN LISTS endings)
+    list(APPEND outputs ${folder}/${file}${ending})
+  endforeach()
+  add_custom_command(OUTPUT ${outputs}
+    COMMAND ${QIM_PROTOC} -I ${PROJECT_SOURCE_DIR}/fleet/proto --cpp_out=${folder} ${ARGN}
+      ${PROJECT_SOURCE_DIR}/fleet/proto/${file}.proto
+    DEPENDS ${PROJECT_SOURCE_DIR}/fleet/proto/${file}.proto VERBATIM)
+  list(FILTER outputs INCLUDE REGEX "\\.cc$")
+  add_library(${target} STATIC ${outputs})
+  target_include_directories(${target} SYSTEM PUBLIC ${folder})
+  target_compile_options(${target} PRIVATE -w -O1 -g0)
+  target_link_libraries(${target} PUBLIC ${QIM_LIB_protobuf} Threads::Threads PRIVATE qim_hardening)
+endfunction()
+qim_generated(fleet_wire fleet ".pb.cc;.pb.h")
+qim_generated(fleet_etcd_wire etcd ".pb.cc;.pb.h;.grpc.pb.cc;.grpc.pb.h"
+  --grpc_out=${CMAKE_BINARY_DIR}/generated/fleet_etcd_wire
+  --plugin=protoc-gen-grpc=${QIM_GRPC_PLUGIN})
+target_link_libraries(fleet_etcd_wire PUBLIC
+  ${QIM_LIB_grpc++} ${QIM_LIB_grpc} ${QIM_LIB_gpr} ${QIM_LIB_absl_synchronization})
+
+set(fleet_layers "")
+# qim_fleet_layer(<folder below fleet/> [USES <layer>...] [LIBRARIES <target>...])
+function(qim_fleet_layer folder)
+  qim_layer(fleet_${folder} fleet/${folder} ${ARGN} OPTIONS -O1 -g1)
+  set(fleet_layers ${fleet_layers} fleet_${folder} PARENT_SCOPE)
+endfunction()
+
+qim_fleet_layer(base USES policy_base LIBRARIES ${QIM_LIB_crypto} ${QIM_LIB_zstd})
+qim_fleet_layer(proto USES fleet_base LIBRARIES fleet_wire)
+qim_fleet_layer(etcd USES fleet_base LIBRARIES fleet_etcd_wire)
+
+# All of it with what it uses of the policy layers, for programs and tests: these link it before the two
+# shared libraries.
+qim_layers_archive(fleet_objects ${policy_layers} ${fleet_layers})
+target_link_libraries(fleet_objects PUBLIC
+  qim_headers fleet_wire fleet_etcd_wire ${QIM_LIB_crypto} ${QIM_LIB_zstd})

@@ -1,0 +1,34 @@
+// etcd as the store, over gRPC.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fleet/base/settings.h"
+#include "fleet/etcd/store.h"
+
+namespace qim::fleet {
+
+struct EtcdOptions {
+  std::vector<std::string>
+      endpoints;  // "10.0.0.1:2379"; one is chosen at random, the others stand in
+  // Files in PEM, all or none: whom to believe, and who this is. They are read again when they change.
+  std::string ca;
+  std::string certificate;
+  std::string key;
+  std::chrono::milliseconds timeout{5000};  // of one call
+  // Answers that are larger are refused.
+  size_t most_message = 8 * 1024 * 1024;
+};
+
+// By settings "endpoints", "ca", "certificate", "key" and "timeout"; what is wrong with them is noted
+// there.
+EtcdOptions etcd_options(Settings& settings);
+
+// Connects when it is first asked something. Throws ConfigError when the files are no good.
+std::unique_ptr<Store> connect_etcd(const EtcdOptions& options);
+
+}  // namespace qim::fleet

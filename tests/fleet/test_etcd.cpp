@@ -1,0 +1,245 @@
+// The client against members of a real store.
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "tests/fleet/support/certificates.h"
+#include "tests/fleet/support/cluster.h"
+#include "tests/support/pace.h"
+
+namespace fleet_test {
+namespace {
+
+using namespace qim::fleet;
+using std::chrono::milliseconds;
+
+milliseconds patience() {
+  return milliseconds(pace::patience_ms());
+}
+
+StoreFailure failure_of(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const StoreError& error) {
+    return error.failure();
+  }
+  ADD_FAILURE() << "nothing failed";
+  return StoreFailure::unreachable;
+}
+
+// Until it works, as those do who use the store.
+template <typename Call>
+auto insist(Call call) {
+  const auto until = std::chrono::steady_clock::now() + patience();
+  for (;;) {
+    try {
+      return call();
+    } catch (const StoreError&) {
+      if (std::chrono::steady_clock::now() > until) throw;
+      std::this_thread::sleep_for(milliseconds(20));
+    }
+  }
+}
+
+void write(Store& store, const std::string& key, const std::string& value) {
+  ASSERT_TRUE(insist([&] { return store.change({{}, {{key, value}}}); }).done);
+}
+
+TEST(FleetEtcd, ReadsAndChangesUnderConditions) {
+  const Cluster cluster;
+  const auto store = cluster.connect();
+  EXPECT_FALSE(store->get("a").found);
+  EXPECT_TRUE(store->change({{{"a", 0}}, {{"a", "1"}, {"b", std::string("\0\xff", 2)}}}).done);
+  EXPECT_FALSE(store->change({{{"a", 0}}, {{"a", "2"}}}).done);
+  const GetAnswer a = store->get("a");
+  ASSERT_TRUE(a.found);
+  EXPECT_EQ(a.found->value, "1");
+  EXPECT_NE(a.header.cluster, 0u);
+  EXPECT_TRUE(store->change({{{"a", a.found->modified}}, {{"a", "3"}}}).done);
+  EXPECT_EQ(store->get("b").found->value, std::string("\0\xff", 2));
+  EXPECT_TRUE(store->change({}).done);
+}
+
+TEST(FleetEtcd, ListsAllThatBeginsWithAPrefixWhateverItsLength) {
+  const Cluster cluster({.members = 1});
+  const auto store = cluster.connect();
+  for (int i = 0; i < 40; i++) write(*store, "p/" + std::to_string(100 + i), "small");
+  for (int i = 0; i < 12; i++)
+    write(*store, "p/" + std::to_string(200 + i), std::string(1024 * 1024, 'x'));
+  write(*store, "q", "no");
+  const auto all = list_all(*store, "p/");
+  ASSERT_EQ(all.size(), 52u);
+  EXPECT_EQ(all.front().key, "p/100");
+  EXPECT_EQ(all.back().key, "p/211");
+  EXPECT_EQ(list_all(*store, "p/", true).size(), 52u);
+  EXPECT_EQ(list_all(*store, "", true).size(), 53u);
+  EXPECT_TRUE(list_all(*store, "none/").empty());
+}
+
+TEST(FleetEtcd, RefusesWhatIsTooLarge) {
+  const Cluster cluster({.members = 1});
+  const auto store = cluster.connect();
+  EXPECT_EQ(failure_of([&] {
+              store->change({{}, {{"a", std::string(2u << 20u, 'x')}}});
+            }),
+            StoreFailure::refused);
+}
+
+TEST(FleetEtcd, AWatchTellsOfChangesAndOfNothingElse) {
+  const Cluster cluster({.members = 1});
+  const auto store = cluster.connect();
+  write(*store, "a", "1");
+  const auto watch = store->watch("a", store->get("a").header.revision);
+  EXPECT_EQ(watch->wait(milliseconds(100)), WatchNews::quiet);
+  write(*store, "b", "1");
+  EXPECT_EQ(watch->wait(milliseconds(100)), WatchNews::quiet);
+  write(*store, "a", "2");
+  EXPECT_EQ(watch->wait(patience()), WatchNews::changed);
+  EXPECT_EQ(watch->wait(milliseconds(100)), WatchNews::quiet);
+}
+
+TEST(FleetEtcd, AWatchTellsWhatHappenedBeforeItBegan) {
+  const Cluster cluster({.members = 1});
+  const auto store = cluster.connect();
+  write(*store, "a", "1");
+  const int64_t revision = store->get("a").header.revision;
+  write(*store, "a", "2");
+  EXPECT_EQ(store->watch("a", revision)->wait(patience()), WatchNews::changed);
+}
+
+TEST(FleetEtcd, AWatchCanBeInterrupted) {
+  const Cluster cluster({.members = 1});
+  const auto store = cluster.connect();
+  const auto watch = store->watch("a", 1);
+  std::thread other([&watch] {
+    std::this_thread::sleep_for(milliseconds(100));
+    watch->interrupt();
+  });
+  EXPECT_EQ(watch->wait(patience() * 10), WatchNews::quiet);
+  EXPECT_EQ(watch->wait(patience() * 10), WatchNews::quiet);
+  other.join();
+}
+
+TEST(FleetEtcd, AWatchBehindACompactionSaysSo) {
+  const Cluster cluster({.members = 1});
+  const auto store = cluster.connect();
+  for (int i = 0; i < 5; i++) write(*store, "a", std::to_string(i));
+  const int64_t newest = store->get("a").header.revision;
+  cluster.control({"compact", std::to_string(newest)});
+  const auto watch = store->watch("a", 1);
+  EXPECT_EQ(failure_of([&] { watch->wait(patience()); }), StoreFailure::compacted);
+}
+
+TEST(FleetEtcd, GoesOnWhenTheLeaderDies) {
+  Cluster cluster;
+  const auto store = cluster.connect();
+  write(*store, "a", "1");
+  const int leader = cluster.leader();
+  ASSERT_GE(leader, 0);
+  cluster.kill(leader);
+  EXPECT_EQ(insist([&] { return store->get("a"); }).found->value, "1");
+  write(*store, "a", "2");
+  cluster.start(leader);
+  EXPECT_EQ(insist([&] { return store->get("a"); }).found->value, "2");
+}
+
+TEST(FleetEtcd, AMemberThatHangsIsLeft) {
+  Cluster cluster;
+  EtcdOptions options = cluster.options();
+  options.timeout = pace::paced(milliseconds(1000));
+  const auto store = connect_etcd(options);
+  write(*store, "a", "1");
+  for (int member = 0; member < 3; member++) {
+    cluster.stop(member);
+    EXPECT_EQ(insist([&] { return store->get("a"); }).found->value, "1");
+    cluster.resume(member);
+  }
+}
+
+TEST(FleetEtcd, WithoutAMajorityItSaysSoInTime) {
+  Cluster cluster;
+  EtcdOptions options = cluster.options();
+  options.timeout = milliseconds(500);
+  const auto store = connect_etcd(options);
+  write(*store, "a", "1");
+  const auto watch = store->watch("a", 1 << 20);
+  cluster.kill(0);
+  cluster.kill(1);
+  EXPECT_EQ(failure_of([&] { store->get("a"); }), StoreFailure::unreachable);
+  const StoreFailure failure = failure_of([&] { store->change({{}, {{"a", "2"}}}); });
+  EXPECT_TRUE(failure == StoreFailure::unknown || failure == StoreFailure::unreachable);
+  EXPECT_EQ(failure_of([&] { watch->wait(patience()); }), StoreFailure::unreachable);
+  cluster.kill(2);
+  EXPECT_EQ(failure_of([&] { store->change({{}, {{"a", "2"}}}); }), StoreFailure::unreachable);
+  EXPECT_EQ(failure_of([&] { store->watch("a", 1); }), StoreFailure::unreachable);
+}
+
+TEST(FleetEtcd, WantsOptionsThatGoTogether) {
+  EXPECT_THROW(connect_etcd({}), ConfigError);
+  EtcdOptions options;
+  options.endpoints = {"127.0.0.1:1"};
+  options.certificate = "c";
+  EXPECT_THROW(connect_etcd(options), ConfigError);
+  options.key = "k";
+  EXPECT_THROW(connect_etcd(options), ConfigError);
+  options.ca = "/none";
+  EXPECT_THROW(connect_etcd(options), ConfigError);
+}
+
+TEST(FleetEtcd, HasItsSettings) {
+  Settings settings = Settings::parse("endpoints = a:1,b:2\nca = c\ntimeout = 9s\n", "f");
+  const EtcdOptions options = etcd_options(settings);
+  EXPECT_EQ(options.endpoints.size(), 2u);
+  EXPECT_EQ(options.ca, "c");
+  EXPECT_EQ(options.timeout, milliseconds(9000));
+  EXPECT_TRUE(settings.problems().empty());
+}
+
+TEST(FleetEtcd, RolesAndCertificatesSayWhoMayDoWhat) {
+  const Cluster cluster({.members = 1, .tls = true});
+  for (const char* line :
+       {"user add root --no-password", "user grant-role root root", "role add device",
+        "role grant-permission device read --prefix=true /q/h/", "user add d1 --no-password",
+        "user grant-role d1 device", "auth enable"}) {
+    std::vector<std::string> words;
+    std::istringstream text(line);
+    for (std::string word; text >> word;) words.push_back(word);
+    if (std::string(line) == "user grant-role root root") {
+      try {
+        cluster.control({"role", "add", "root"});
+      } catch (const std::exception&) {
+      }
+    }
+    cluster.control(words);
+  }
+  const auto root = cluster.connect("root");
+  const auto device = cluster.connect("d1");
+  write(*root, "/q/h/edge", "head");
+  EXPECT_EQ(insist([&] { return device->get("/q/h/edge"); }).found->value, "head");
+  EXPECT_EQ(failure_of([&] {
+              device->change({{}, {{"/q/h/edge", "mine"}}});
+            }),
+            StoreFailure::denied);
+  EXPECT_EQ(failure_of([&] { device->get("/q/r/edge"); }), StoreFailure::denied);
+  const auto watch = device->watch("/q/r/edge", 1);
+  EXPECT_EQ(failure_of([&] { watch->wait(patience()); }), StoreFailure::denied);
+  EtcdOptions nobody = cluster.options("d1");
+  nobody.certificate = nobody.key = "";
+  nobody.timeout = milliseconds(500);
+  EXPECT_EQ(failure_of([&] { connect_etcd(nobody)->get("/q/h/edge"); }), StoreFailure::unreachable);
+}
+
+TEST(FleetEtcd, CertificatesThatAreRenewedAreUsed) {
+  const Cluster cluster({.members = 1, .tls = true});
+  EtcdOptions options = cluster.options("d2");
+  options.timeout = pace::paced(milliseconds(500));
+  const std::string at = cluster.directory() + "/d2";
+  make_certificate(cluster.directory(), "d2", -1);
+  const auto store = connect_etcd(options);
+  EXPECT_EQ(failure_of([&] { store->get("a"); }), StoreFailure::unreachable);
+  make_certificate(cluster.directory(), "d2", 30);
+  EXPECT_FALSE(insist([&] { return store->get("a"); }).found);
+}
+
+}  // namespace
+}  // namespace fleet_test
