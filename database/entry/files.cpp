@@ -3,6 +3,7 @@
 
 #include "database/base/crc32c.h"
 #include "database/base/error.h"
+#include "database/graph/nodes.h"
 #include "database/handle/handle.h"
 #include "database/session/database.h"
 #include "database/session/session.h"
@@ -21,6 +22,8 @@ void tell(const rov::VerifyReport& found, rov_verify_t* report) {
   report->page_size = found.page_size;
   report->nodes = found.records[static_cast<uint32_t>(rov::Table::kNodes)];
   for (const uint64_t records : found.records) report->records += records;
+  report->sum = found.sums[static_cast<uint32_t>(rov::Table::kNodes)] +
+                found.sums[static_cast<uint32_t>(rov::Table::kPrivate)];
 }
 
 }  // namespace
@@ -41,6 +44,12 @@ uint32_t rov_ses_verify(uint32_t ses, rov_verify_t* report) {
   const uint32_t status = rov::session_verify(ses, &found);
   if (status == ROV_OK) tell(found, report);
   return status;
+}
+
+uint32_t rov_edit_node_sum(uint32_t ses, rov_node_id_t id, uint64_t* sum) {
+  if (sum == nullptr) return bad_argument(3);
+  return rov::with_view(
+      ses, [=](rov::View& view) { return rov::node_sum(view, rov::number_of(id), sum); });
 }
 
 uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg) {

@@ -262,7 +262,7 @@ class TableList final : public EntryVisitor {
   const Pages& pages_;
 };
 
-uint32_t verify_table(Pages& pages, Table table, const TablePlace& place, uint64_t* sum) {
+uint32_t verify_table(Pages& pages, Table table, const TablePlace& place, VerifyReport* report) {
   const TableRow& row = kTableRows[static_cast<uint32_t>(table)];
   if (!place.found) {
     return fail_text(ROV_ERR_FORMAT,
@@ -274,8 +274,10 @@ uint32_t verify_table(Pages& pages, Table table, const TablePlace& place, uint64
   snprintf(name, sizeof name, "table %s", row.name);
   RecordCheck check(pages, table);
   TreeWalk walk(pages, name, row.integer_keys ? KeyOrder::kInteger : KeyOrder::kBytes, check);
+  const auto index = static_cast<uint32_t>(table);
+  report->records[index] = place.tree.entries;
   const uint32_t status = walk.run(place.tree, place.page);
-  *sum += check.sum();
+  report->sums[index] = check.sum();
   return status;
 }
 
@@ -291,8 +293,7 @@ uint32_t verify_trees(Pages& pages, const Meta& meta, uint32_t page, VerifyRepor
   TreeWalk walk(pages, "the list of tables", KeyOrder::kBytes, tables);
   status = walk.run(meta.tables, page);
   for (uint32_t i = 0; i < kTables && status == ROV_OK; ++i) {
-    status = verify_table(pages, static_cast<Table>(i), tables.places[i], &report->sum);
-    report->records[i] = tables.places[i].tree.entries;
+    status = verify_table(pages, static_cast<Table>(i), tables.places[i], report);
   }
   return status == ROV_OK ? pages.check_all_claimed() : status;
 }

@@ -20,7 +20,7 @@ struct VerifyReport {
   uint64_t free_pages = 0;
   uint32_t page_size = 0;
   uint64_t records[kTables] = {};
-  uint64_t sum = 0;  // of all records' checksums
+  uint64_t sums[kTables] = {};  // of the records' checksums
 };
 
 // ROV_OK, or what is wrong, noted with page, offset and what to do: ROV_ERR_CORRUPT, ROV_ERR_FORMAT

@@ -66,6 +66,24 @@ uint32_t node_after(View& view, uint32_t after) {
   return fail(ROV_ERR_CORRUPT, Note::kBadNode, node);
 }
 
+uint32_t node_sum(View& view, uint32_t node, uint64_t* sum) {
+  uint32_t status = find_settled_node(view, node);
+  if (status != ROV_OK) return status;
+  Record record;
+  status = view_get(view, Table::kNodes, node_key(node), &record);
+  if (status == ROV_OK) *sum = record_crc(record.key, record.value);
+  if (status != ROV_OK || view.node.clients == 0) return status;
+  for (Key key = pair_key(node, 0);;) {
+    status = view_ge(view, Table::kPrivate, key, &record);
+    if (status == ROV_ERR_NO_ITEM || (status == ROV_OK && load_be32(record.key.data) != node))
+      break;
+    if (status != ROV_OK) return status;
+    *sum += record_crc(record.key, record.value);
+    if (!key_after(Table::kPrivate, record.key, &key)) break;
+  }
+  return ROV_OK;
+}
+
 uint32_t node_data(View& view, uint32_t number, const Want& tlv, const Want& dset,
                    const Want& priv) {
   uint32_t status = view_find_node(view, number);

@@ -20,6 +20,9 @@ struct Want {
   void* buf;
 };
 
+// The sum of the checksums of a node's record, and of those of what clients keep on it.
+[[nodiscard]] uint32_t node_sum(View& view, uint32_t node, uint64_t* sum);
+
 // Copies a node's TLV data, data-set name and the client's private data. Nothing is copied on
 // failure.
 [[nodiscard]] uint32_t node_data(View& view, uint32_t number, const Want& tlv, const Want& dset,

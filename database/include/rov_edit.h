@@ -90,6 +90,7 @@ typedef struct rov_verify {
   uint64_t free_pages; /* pages that later commits will use */
   uint64_t nodes;
   uint64_t records; /* of all kinds, nodes included */
+  uint64_t sum;     /* what rov_edit_node_sum gives, over all nodes */
   uint32_t page_size;
   uint32_t reserved0;
 } rov_verify_t;
@@ -108,6 +109,11 @@ uint32_t rov_edit_verify(uint32_t db, rov_verify_t* report);
  * reads that. Not for a write session, which it would wait for. Beside that, as rov_edit_verify;
  * ROV_ERR_SES_EXPIRED. */
 uint32_t rov_ses_verify(uint32_t ses, rov_verify_t* report);
+
+/* The sum of the checksums of a node as the session reads it, with its links and what clients keep
+ * on it. Over all nodes it is what rov_ses_verify found, or not all of them were read.
+ * ROV_ERR_NO_ITEM; ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
+uint32_t rov_edit_node_sum(uint32_t ses, rov_node_id_t id, uint64_t* sum);
 
 /* What somebody does with a database now (rov_edit_holders). */
 enum {

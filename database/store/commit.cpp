@@ -63,40 +63,60 @@ class TableWriter {
     return error == MDB_NOTFOUND ? 0 : error;
   }
 
+  // By how much the sum of the checksums of the table's records has changed.
+  uint64_t change() const { return change_; }
+
   int write(const Overlay::Edit* edit) {
     EngineKey key;
     set_key(table_, edit, &key);
+    if (edit->value != nullptr && !append_ && last_len_ > 0) {
+      MDB_val last = {last_len_, last_};
+      append_ = mdb_cmp(txn_, number_, &key.val, &last) > 0;
+    }
+    const int unknown = append_ ? 0 : forget(key);
+    if (unknown != 0) return unknown;
     if (edit->value == nullptr) {
       const int error = guarded(env_, [&] { return mdb_del(txn_, number_, &key.val, nullptr); });
       return error == MDB_NOTFOUND ? 0 : error;
     }
-    if (!append_ && last_len_ > 0) {
-      MDB_val last = {last_len_, last_};
-      append_ = mdb_cmp(txn_, number_, &key.val, &last) > 0;
-    }
-    write_value(edit->value, record_crc(edit->key(), {edit->value, edit->len}));
+    const uint32_t crc = record_crc(edit->key(), {edit->value, edit->len});
+    write_value(edit->value, crc);
+    change_ += crc;
     MDB_val value = {edit->len, edit->value};
     const unsigned flags = append_ ? MDB_APPEND : 0U;
     return guarded(env_, [&] { return mdb_cursor_put(cursor_, &key.val, &value, flags); });
   }
 
  private:
+  // Takes the record that is there, if one is, from the sum.
+  int forget(const EngineKey& key) {
+    MDB_val found = key.val;
+    MDB_val value = {};
+    const int error =
+        guarded(env_, [&] { return mdb_cursor_get(cursor_, &found, &value, MDB_SET); });
+    if (error == 0 && value.mv_size >= sizeof(uint32_t)) change_ -= load<uint32_t>(value.mv_data);
+    return error == MDB_NOTFOUND ? 0 : error;
+  }
+
   const Env* env_;
   MDB_txn* txn_;
   unsigned number_;
   Table table_;
+  uint64_t change_ = 0;
   MDB_cursor* cursor_ = nullptr;
   bool append_ = false;
   uint8_t last_[kMaxKey] = {};
   size_t last_len_ = 0;
 };
 
-int apply_table(const Env* env, MDB_txn* txn, Table table, const Overlay& edits) {
+int apply_table(const Env* env, MDB_txn* txn, Table table, const Overlay& edits,
+                uint64_t* changes) {
   const Overlay::Edit* edit = edits.first(table);
   if (edit == nullptr) return 0;
   TableWriter writer(env, txn, table);
   int error = writer.open();
   for (; edit != nullptr && error == 0; edit = edit->next[0]) error = writer.write(edit);
+  changes[static_cast<uint32_t>(table)] = writer.change();
   return error;
 }
 
@@ -105,6 +125,7 @@ struct Outcome {
   int error = 0;
   bool moved = false;  // somebody committed in between
   uint64_t revision = 0;
+  uint64_t changes[kTables] = {};  // of the sums of checksums
 };
 
 // Leaves a transaction that must not be touched again (guard.h), with its pages and cursors.
@@ -124,7 +145,7 @@ Outcome attempt_commit(Env* env, const Overlay& edits, uint64_t base) {
   outcome.revision = mdb_txn_id(txn);
   outcome.moved = outcome.revision != base + 1;
   for (uint32_t i = 0; i < kTables && outcome.error == 0 && !outcome.moved; ++i) {
-    outcome.error = apply_table(env, txn, static_cast<Table>(i), edits);
+    outcome.error = apply_table(env, txn, static_cast<Table>(i), edits, outcome.changes);
   }
   if (outcome.error == 0 && !outcome.moved) {
     outcome.error = guarded(env, [&] { return mdb_txn_commit(txn); });
@@ -180,7 +201,15 @@ int cause_of_short_write(const Env* env) {
   return statvfs(env->path, &disk) == 0 && disk.f_bavail == 0 ? ENOSPC : EIO;
 }
 
-uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {
+// The mark of commit `base` with its sums, so far as it is known: this process made or verified it, or another one
+// left it.
+Mark mark_of(const Env* env, uint64_t base) {
+  const Mark& own = env->committing.mark;
+  const Mark mark = own.revision == base ? own : wake_mark(env->directory);
+  return mark.revision == base ? mark : Mark();
+}
+
+uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, Mark* made) {
   if (!is_dead(env)) {
     const uint32_t status = check_file(env);
     if (status != ROV_OK) return status;
@@ -200,7 +229,8 @@ uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, uint64_t* 
     uint32_t status = ROV_OK;
     switch (outcome.error) {
       case 0:
-        *revision = outcome.revision;
+        made->revision = outcome.revision;
+        for (uint32_t i = 0; i < kTables; ++i) made->sums[i] += outcome.changes[i];
         return ROV_OK;
       case MDB_MAP_FULL:
         status = make_room(env, &checked_readers);
@@ -230,19 +260,21 @@ void check_readers_now_and_then(Env* env) {
 uint32_t store_commit(Env* env, const Overlay& edits, uint64_t base, uint64_t* revision) {
   if (revision != nullptr) *revision = base;
   if (edits.empty()) return ROV_OK;
-  uint64_t made = base;
   pthread_mutex_lock(&env->committing.lock);
   uint32_t status = ROV_OK;
   {
     const Waking waking(env->directory);
+    Mark made = mark_of(env, base);
     status = commit_locked(env, edits, base, &made);
-    if (status == ROV_OK) waking.tell(made);
+    if (status == ROV_OK) {
+      waking.tell(made);
+      env->committing.mark = made;
+      if (revision != nullptr) *revision = made.revision;
+    }
   }
   pthread_mutex_unlock(&env->committing.lock);
-  if (status != ROV_OK) return status;
-  if (revision != nullptr) *revision = made;
-  check_readers_now_and_then(env);
-  return ROV_OK;
+  if (status == ROV_OK) check_readers_now_and_then(env);
+  return status;
 }
 
 }  // namespace rov

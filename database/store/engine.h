@@ -3,6 +3,7 @@
 
 #include "database/store/files.h"
 #include "database/store/store.h"
+#include "database/store/wake.h"
 #include "rov.h"
 
 namespace rov {
@@ -57,8 +58,9 @@ int tables_make(MDB_env* engine);
 
 // Verifies the data file, unless another process has the database open. Under a DirectoryLock.
 [[nodiscard]] uint32_t verify_before_opening(int directory, Env* env);
-// Notes that the newest commit of the file is older than one that was made known.
-[[nodiscard]] uint32_t check_newest(uint64_t told, const char* path, uint64_t revision);
+// Notes that the newest commit of a good file is older than the one that was marked, or does not have
+// the records that it had.
+[[nodiscard]] uint32_t check_mark(const Mark& mark, const char* path, const VerifyReport& found);
 
 // ---- lockless.cpp -------------------------------------------------------------------------------
 

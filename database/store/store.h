@@ -33,6 +33,7 @@
 #include "database/store/overlay.h"
 #include "database/store/pointers.h"
 #include "database/store/snapshot.h"
+#include "database/store/wake.h"
 #include "rov_edit.h"
 
 struct MDB_env;
@@ -71,6 +72,7 @@ struct Registered {
 struct Committing {
   pthread_mutex_t lock;
   uint64_t file_bytes = 0;  // length of the data file when it was looked at last
+  Mark mark;                // of a commit of which this process knows the sum
 };
 
 // Who uses an environment, under a lock that is held for moments only.

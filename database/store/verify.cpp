@@ -19,9 +19,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "database/base/error.h"
 #include "database/base/process.h"
+#include "database/base/tables.h"
 #include "database/file/layout.h"
 #include "database/store/engine.h"
 #include "database/store/wake.h"
@@ -30,6 +32,31 @@
 namespace rov {
 
 // ---- Verifying ----------------------------------------------------------------------------------
+
+// A damaged meta page can make the commit before the newest one, and a page that was never written the
+// records of an older one; each of them is a good database.
+uint32_t check_mark(const Mark& mark, const char* path, const VerifyReport& found) {
+  if (mark.revision > found.revision) {
+    return fail_text(
+        ROV_ERR_CORRUPT,
+        "data.mdb of database %s is damaged or was replaced by an older one: its newest "
+        "commit is %llu, and commit %llu was made; restore the database from a dump, or "
+        "remove the file changes in its directory to go on with the older commit",
+        path, static_cast<unsigned long long>(found.revision),
+        static_cast<unsigned long long>(mark.revision));
+  }
+  if (mark.revision < found.revision || !mark.has_sums) return ROV_OK;
+  const auto [table, other] =
+      std::mismatch(mark.sums, mark.sums + kTables, static_cast<const uint64_t*>(found.sums));
+  if (table == mark.sums + kTables) return ROV_OK;
+  return fail_text(ROV_ERR_CORRUPT,
+                   "data.mdb of database %s is damaged: table %s holds other records than commit "
+                   "%llu left there, so pages of it were not written, or are older ones; restore "
+                   "the database from a dump, or remove the file changes in its directory to go "
+                   "on with them",
+                   path, kTableRows[table - mark.sums].name,
+                   static_cast<unsigned long long>(found.revision));
+}
 
 namespace {
 
@@ -54,10 +81,24 @@ bool has_engine_lock(int lock_file) {
   return fcntl(lock_file, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
+// For the commits to come. With the commit lock, or before the environment is open.
+void remember_sums(Env* env, const VerifyReport& found) {
+  Mark& mark = env->committing.mark;
+  mark.revision = found.revision;
+  mark.has_sums = true;
+  memcpy(mark.sums, found.sums, sizeof mark.sums);
+}
+
 uint32_t verify_alone(Env* env, const WriterWait& wait, VerifyReport* report) {
   uint32_t status = writer_hold(env, wait);
   if (status != ROV_OK) return status;
   status = verify_in(env->directory, env->path, report);
+  if (status == ROV_OK) status = check_mark(wake_mark(env->directory), env->path, *report);
+  if (status == ROV_OK) {
+    pthread_mutex_lock(&env->committing.lock);
+    remember_sums(env, *report);
+    pthread_mutex_unlock(&env->committing.lock);
+  }
   writer_unlock(env);
   return status;
 }
@@ -67,7 +108,9 @@ uint32_t verify_alone(Env* env, const WriterWait& wait, VerifyReport* report) {
 uint32_t verify_beside_writers(Env* env, VerifyReport* report) {
   for (int attempt = 0; attempt < kVerifyAttempts; ++attempt) {
     const uint64_t before = store_revision(env);
-    const uint32_t status = verify_in(env->directory, env->path, report);
+    const Mark mark = wake_mark(env->directory);
+    uint32_t status = verify_in(env->directory, env->path, report);
+    if (status == ROV_OK) status = check_mark(mark, env->path, *report);
     if (status == ROV_OK || store_revision(env) == before) return status;
   }
   return fail_text(ROV_ERR_BUSY,
@@ -81,17 +124,6 @@ uint32_t verify_copy(const Env* env, VerifyReport* report) {
 }
 
 }  // namespace
-
-// A damaged meta page can make the commit before the newest one; each of them is a good database.
-uint32_t check_newest(uint64_t told, const char* path, uint64_t revision) {
-  if (told <= revision) return ROV_OK;
-  return fail_text(ROV_ERR_CORRUPT,
-                   "data.mdb of database %s is damaged or was replaced by an older one: its newest "
-                   "commit is %llu, and commit %llu was made; restore the database from a dump, or "
-                   "remove the file changes in its directory to go on with the older commit",
-                   path, static_cast<unsigned long long>(revision),
-                   static_cast<unsigned long long>(told));
-}
 
 uint32_t verify_before_opening(int directory, Env* env) {
   for (int64_t deadline = monotonic_now() + kNanosPerSecond;;) {
@@ -111,7 +143,8 @@ uint32_t verify_before_opening(int directory, Env* env) {
   }
   const uint32_t status = verify_in(directory, env->path, &env->use.verified);
   if (status != ROV_OK) return status;
-  return check_newest(wake_revision(directory), env->path, env->use.verified.revision);
+  remember_sums(env, env->use.verified);
+  return check_mark(wake_mark(directory), env->path, env->use.verified);
 }
 
 uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report) {
@@ -160,7 +193,8 @@ int number_commit(int file, uint32_t page_size, uint64_t revision) {
 }
 
 bool has_same_records(const VerifyReport& one, const VerifyReport& other) {
-  return one.sum == other.sum && std::equal(one.records, one.records + kTables, other.records);
+  return std::equal(one.sums, one.sums + kTables, other.sums) &&
+         std::equal(one.records, one.records + kTables, other.records);
 }
 
 uint32_t write_copy(int directory, const char* path, int file, const VerifyReport& original,

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -20,12 +21,14 @@ constexpr const char* kFile = "changes";
 // What the file holds. It is never synced, so it may be old, and after a power failure anything.
 struct Told {
   uint64_t revision;
-  uint32_t check;  // CRC-32C of the revision
+  uint64_t sums[kTables];
+  uint32_t has_sums;
+  uint32_t check;  // CRC-32C of what stands before it
 };
-constexpr uint32_t kToldBytes = 12;
+static_assert(sizeof(Told) == 16 + 8 * kTables);
 
-uint32_t check_of(uint64_t revision) {
-  return crc32c(0, &revision, sizeof revision);
+uint32_t check_of(const Told& told) {
+  return crc32c(0, &told, offsetof(Told, check));
 }
 
 // The path of what an open file is, wherever that lies by now.
@@ -60,20 +63,25 @@ Waking::~Waking() {
   if (file_ >= 0) close(file_);
 }
 
-void Waking::tell(uint64_t revision) const {
+void Waking::tell(const Mark& mark) const {
   if (file_ < 0) return;
-  const Told told = {revision, check_of(revision)};
-  const ssize_t written = pwrite(file_, &told, kToldBytes, 0);
+  Told told = {mark.revision, {}, mark.has_sums ? 1U : 0U, 0};
+  memcpy(told.sums, mark.sums, sizeof told.sums);
+  told.check = check_of(told);
+  const ssize_t written = pwrite(file_, &told, sizeof told, 0);
   static_cast<void>(written);
 }
 
-uint64_t wake_revision(int directory) {
+Mark wake_mark(int directory) {
   const int file = open_regular(directory, kFile, O_RDONLY);
-  if (file < 0) return 0;
+  if (file < 0) return {};
   Told told = {};
-  const ssize_t got = pread(file, &told, kToldBytes, 0);
+  const ssize_t got = pread(file, &told, sizeof told, 0);
   close(file);
-  return got == kToldBytes && told.check == check_of(told.revision) ? told.revision : 0;
+  if (got != static_cast<ssize_t>(sizeof told) || told.check != check_of(told)) return {};
+  Mark mark = {told.revision, told.has_sums != 0, {}};
+  memcpy(mark.sums, told.sums, sizeof mark.sums);
+  return mark;
 }
 
 int wake_open(int directory) {

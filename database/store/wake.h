@@ -6,7 +6,17 @@
 
 #include <cstdint>
 
+#include "database/base/tables.h"
+
 namespace rov {
+
+// What a commit leaves outside the data file: its number, and for each table the sum of the checksums
+// of the records that it has with it, by which a page shows that was not written, or is an older one.
+struct Mark {
+  uint64_t revision = 0;
+  bool has_sums = false;  // what they were before the commit was known
+  uint64_t sums[kTables] = {};
+};
 
 // To be made before a commit and to end after it. Its end wakes even when it is that of the
 // process: who is killed between its commit and telling of it leaves nobody asleep. A failure costs
@@ -20,7 +30,7 @@ class Waking {
   Waking& operator=(const Waking&) = delete;
 
   // Tells of a commit, at once: the end does so only when no forked child has the file open, too.
-  void tell(uint64_t revision) const;
+  void tell(const Mark& mark) const;
 
  private:
   int file_;
@@ -29,9 +39,9 @@ class Waking {
 // A descriptor that becomes readable with every later commit to the database in the open directory;
 // -1 with errno.
 int wake_open(int directory);
-// The commit that was told of last, of a database's open directory; 0 when that is not known. What
-// was told of is durable: a database whose newest commit is older has lost some.
-uint64_t wake_revision(int directory);
+// The mark that was left last, of a database's open directory; of commit 0 when that is not known.
+// What was told of is durable: a database whose newest commit is older has lost some.
+Mark wake_mark(int directory);
 // Makes it unreadable until the next commit.
 void wake_drain(int fd, int directory);
 

@@ -166,7 +166,14 @@ ReadSession::ReadSession(uint32_t handle, const std::string& what)
   require(qim_ses_open_ro(handle, &handle_), "read " + what);
 }
 
-uint64_t ReadSession::verify() {
+void Stored::add(uint32_t session, const rov_node_id_t& id) {
+  uint64_t of_node = 0;
+  require(rov_edit_node_sum(session, id, &of_node), "read a node's checksum");
+  nodes++;
+  sum += of_node;
+}
+
+Stored ReadSession::verify() {
   constexpr int attempts = 20;
   rov_verify_t report;
   uint32_t status = rov_ses_verify(handle_, &report);
@@ -177,18 +184,22 @@ uint64_t ReadSession::verify() {
     status = rov_ses_verify(handle_, &report);
   }
   require(status, "verify " + what_);
-  return report.nodes;
+  return {report.nodes, report.sum};
 }
 
 ReadSession::~ReadSession() {
   rov_ses_close(handle_);
 }
 
-void require_all_nodes(uint64_t verified, uint64_t read) {
-  if (read == verified) return;
+void require_all_nodes(const Stored& verified, const Stored& read) {
+  if (read.nodes == verified.nodes && read.sum == verified.sum) return;
+  const std::string found =
+      read.nodes == verified.nodes
+          ? "some of them are not the ones that were verified"
+          : std::to_string(read.nodes) + " of " + std::to_string(verified.nodes) + " were found";
   throw DatabaseError(ROV_ERR_CORRUPT, "read all nodes",
-                      std::to_string(read) + " of " + std::to_string(verified) +
-                          " were found: the database's file was damaged meanwhile; see 'qimctl "
+                      found +
+                          ": the database's file was damaged meanwhile; see 'qimctl "
                           "check', and restore it from an earlier dump");
 }
 

@@ -73,6 +73,16 @@ class Database {
   uint32_t snapshot_ = 0;
 };
 
+// The nodes of a database: their number, and the sum of the checksums of their records and of what
+// clients keep on them.
+struct Stored {
+  uint64_t nodes = 0;
+  uint64_t sum = 0;
+
+  // Adds a node as a session reads it. Throws DatabaseError.
+  void add(uint32_t session, const rov_node_id_t& id);
+};
+
 // The newest state of a database, or that of its snapshot, held still.
 class ReadSession {
  public:
@@ -85,10 +95,10 @@ class ReadSession {
 
   uint32_t handle() const { return handle_; }
 
-  // Verifies the file that the session reads, and gives the number of nodes in it: who reads them
-  // all to write them elsewhere compares. When others commit meanwhile the session moves on, and
+  // Verifies the file that the session reads, and gives what there is in it: who reads all of it to
+  // write it elsewhere compares. When others commit meanwhile the session moves on, and
   // begins with the newest state again.
-  uint64_t verify();
+  Stored verify();
 
  private:
   uint32_t database_ = 0;
@@ -96,8 +106,8 @@ class ReadSession {
   std::string what_;
 };
 
-// Throws DatabaseError when what was read of a verified database is not all of it.
-void require_all_nodes(uint64_t verified, uint64_t read);
+// Throws DatabaseError when what was read of a verified database is not what is stored in it.
+void require_all_nodes(const Stored& verified, const Stored& read);
 
 // A transaction. Dropped unless commit() is called.
 class WriteSession {

@@ -275,6 +275,52 @@ TEST_F(Dump, and_export_of_a_database_that_was_damaged_in_use_fail_or_are_whole)
   EXPECT_GT(refused, 5u);
 }
 
+// As many nodes, all with a right checksum, and yet not those that were stored last.
+TEST_F(Dump, of_a_database_with_pages_of_an_older_commit_fails) {
+  import_examples("db");
+  const std::filesystem::path data = dir_ / "db" / "data.mdb";
+  const auto change = [&](int value) {
+    return run("db", {"priv", "set", "0x04100001", "0" + std::to_string(value)}).code;
+  };
+  ASSERT_EQ(change(1), 0);
+  const std::string older = tools_test::read_text(data);
+  for (int value = 2; value < 6; value++) ASSERT_EQ(change(value), 0);
+  const std::string whole = dump("db");
+  const std::string good = tools_test::read_text(data);
+  constexpr size_t page = 4096;
+  size_t refused = 0;
+  for (size_t at = 2 * page; at + page <= older.size(); at += page) {
+    if (older.compare(at, page, good, at, page) == 0) continue;
+    const qimctl::Database holder(dir_ / "db", qimctl::OpenMode::change);
+    std::fstream file(data, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(static_cast<std::streamoff>(at));
+    file << older.substr(at, page) << std::flush;
+    const Outcome outcome = run("db", {"dump"});
+    if (outcome.code == qimctl::exit_ok) {
+      EXPECT_EQ(outcome.out, whole) << at;
+    } else {
+      refused++;
+    }
+    file.seekp(static_cast<std::streamoff>(at));
+    file << good.substr(at, page) << std::flush;
+  }
+  EXPECT_GT(refused, 0u);
+}
+
+TEST_F(Dump, what_was_read_is_held_against_what_was_verified) {
+  const qimctl::Stored all = {2, 7};
+  EXPECT_NO_THROW(qimctl::require_all_nodes(all, {2, 7}));
+  for (const auto& [read, text] : {std::pair(qimctl::Stored{1, 7}, "1 of 2 were found"),
+                                   std::pair(qimctl::Stored{2, 8}, "not the ones")}) {
+    try {
+      qimctl::require_all_nodes(all, read);
+      ADD_FAILURE();
+    } catch (const qimctl::DatabaseError& error) {
+      EXPECT_THAT(error.what(), HasSubstr(text));
+    }
+  }
+}
+
 TEST_F(Dump, compacting_waits_for_nobody) {
   import_examples("db");
   const qimctl::Database database(dir_ / "db", qimctl::OpenMode::change);

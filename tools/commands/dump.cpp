@@ -80,22 +80,22 @@ class CheckedOutput {
 
 class Dump {
  public:
-  // nodes: how many there are.
-  Dump(const ReadSession& session, uint64_t nodes)
-      : session_(session), reader_(session), nodes_(nodes) {}
+  // stored: what there is.
+  Dump(const ReadSession& session, const Stored& stored)
+      : session_(session), reader_(session), all_(stored) {}
 
   void write() {
     std::string& text = output_.buffer();
     text = "{\"format\":\"" + std::string(native_format_name) + "\",\"version\":1,\"nodes\":[\n";
     const char* separator = "";
-    uint64_t dumped = 0;
+    Stored dumped;
     each_node(session_.handle(), [&](const rov_node_parms_t& parms) {
       text += std::exchange(separator, ",\n");
       add(parms);
       output_.flush_when_full();
-      dumped++;
+      dumped.add(session_.handle(), parms.id);
     });
-    require_all_nodes(nodes_, dumped);
+    require_all_nodes(all_, dumped);
     text += "\n],\n";
     output_.flush();
     print("\"checksum\":\"" + output_.checksum() + "\"}\n");
@@ -135,7 +135,7 @@ class Dump {
 
   const ReadSession& session_;
   StoredNodeReader reader_;
-  uint64_t nodes_;
+  Stored all_;
   StoredNode stored_;
   CheckedOutput output_;
   RecordCheck check_;
@@ -143,11 +143,11 @@ class Dump {
 
 }  // namespace
 
-// The database is verified, and then all of its nodes are found, or the dump lacks its end.
+// The database is verified, and then all of that is read, or the dump lacks its end.
 void dump_database(const Database& database) {
   ReadSession session(database);
-  const uint64_t nodes = session.verify();
-  Dump(session, nodes).write();
+  const Stored stored = session.verify();
+  Dump(session, stored).write();
 }
 
 }  // namespace qimctl

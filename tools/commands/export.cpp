@@ -49,11 +49,12 @@ bool are_known(const StoredModel& stored, const ExportOptions& options) {
 }  // namespace
 
 Exported export_lists(ReadSession& session, const ExportOptions& options) {
-  const uint64_t nodes = session.verify();
+  const Stored all = session.verify();
   const StoredModel stored = read_stored_model(session);
-  uint64_t read = 0;
-  each_node(session.handle(), [&read](const rov_node_parms_t&) { read++; });
-  require_all_nodes(nodes, read);
+  Stored read;
+  each_node(session.handle(),
+            [&](const rov_node_parms_t& parms) { read.add(session.handle(), parms.id); });
+  require_all_nodes(all, read);
   if (!are_known(stored, options)) return Exported::nothing_known;
   const ModelText written = write_model(stored.model, options.format, options.names);
   std::vector<Finding> losses = unreadable_lists(stored, options);

@@ -50,6 +50,32 @@ TEST_F(WholeTest, AllClientsAreFoundInOrder) {
   EXPECT_STATUS(nth(ses, 9, 0, &client, &data), ROV_ERR_NO_ITEM);
 }
 
+// The same whether it is summed up record by record or in the file.
+TEST_F(WholeTest, TheSumOverAllNodesIsThatOfTheFile) {
+  ASSERT_OK(put(7, 9, {1}));
+  ASSERT_OK(put(7, 0xffffffff, {4}));
+  ASSERT_OK(put_link(ses_, 8, 3, 7));
+  uint64_t edited = 0;
+  ASSERT_OK(rov_edit_node_sum(ses_, id(7), &edited));
+  commit(ses_);
+  const uint32_t ses = read();
+  rov_verify_t report = {};
+  ASSERT_OK(rov_ses_verify(ses, &report));
+  uint64_t sum = 0;
+  for (const uint32_t node : {7U, 8U}) {
+    uint64_t one = 0;
+    ASSERT_OK(rov_edit_node_sum(ses, id(node), &one));
+    if (node == 7) {
+      EXPECT_EQ(one, edited) << "what will be stored";
+    }
+    sum += one;
+  }
+  EXPECT_EQ(sum, report.sum);
+  EXPECT_STATUS(rov_edit_node_sum(ses, id(9), &sum), ROV_ERR_NO_ITEM);
+  EXPECT_STATUS(rov_edit_node_sum(ses, id(7), nullptr), ROV_ERR_INVALID);
+  ses_ = ses;
+}
+
 TEST_F(WholeTest, ARoomThatIsTooSmallIsToldTheLength) {
   ASSERT_OK(put(7, 9, pattern(1, 50)));
   uint32_t client = 0;

@@ -231,6 +231,8 @@ std::vector<HandleCall> session_calls() {
       CALL(kSession, kPlain, rov_ses_timeout),
       DO(kSession, kPlain, rov_ses_verify,
          rov_ses_verify(handle, reinterpret_cast<rov_verify_t*>(g.bytes))),
+      DO(kSession, kPlain, rov_edit_node_sum,
+         rov_edit_node_sum(handle, node_id(), reinterpret_cast<uint64_t*>(g.bytes))),
       CALL(kSession, kPlain, rov_ses_get_num_dsets, &g.word),
       CALL(kSession, kPlain, rov_ses_dset_get, 0, &g.parms),
       CALL(kSession, kPlain, rov_ses_dset_name_get, 21, g.bytes, &g.parms),
