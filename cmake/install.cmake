@@ -1,6 +1,6 @@
 # What `make install` puts where: headers, libraries, the tool, and what build systems find them by.
 
-foreach(target qimcommon rovcommon qimctl)
+foreach(target qimcommon rovcommon acl qimctl)
   if(TARGET ${target})
     install(TARGETS ${target})
   endif()
@@ -13,7 +13,7 @@ foreach(folder include database/include)
   endif()
 endforeach()
 
-foreach(library qimcommon rovcommon)
+foreach(library qimcommon rovcommon qimacl)
   configure_file(${PROJECT_SOURCE_DIR}/packaging/${library}.pc.in
     ${CMAKE_BINARY_DIR}/packaging/${library}.pc @ONLY)
   install(FILES ${CMAKE_BINARY_DIR}/packaging/${library}.pc

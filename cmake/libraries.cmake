@@ -1,4 +1,4 @@
-# The products: the two libraries and the tool. Each is built once as static libraries, one a layer,
+# The products: the libraries and the tool. Each is built once as static libraries, one a layer,
 # which tests link to reach hidden names, and from their objects as the thing that is installed.
 #
 # Run paths are those of the installation in the build tree too: what CMake writes otherwise ends in
@@ -26,4 +26,5 @@ qim_include_root(qim_rows INTERFACE
 
 include(database)
 include(library)
+include(acl)
 include(tool)

@@ -43,7 +43,7 @@ function(qim_tool_layer target folder)
 endfunction()
 
 # The names and rows of the records, which are constants, are shared with the library.
-qim_policy_layer(policy_base policy/base USES qim_headers qim_rows)
+qim_policy_layer(policy_base policy/base USES acl qim_headers qim_rows)
 qim_policy_layer(policy_model policy/model USES policy_base)
 qim_policy_layer(policy_trace policy/trace USES policy_model)
 qim_policy_layer(policy_analysis policy/analysis USES policy_trace)
@@ -75,7 +75,7 @@ target_compile_options(qimctl_cli PRIVATE ${tool_options})
 target_link_libraries(qimctl_cli PUBLIC qimctl_options PRIVATE qim_warnings qim_hardening)
 qim_precompiled(qimctl_cli)
 
-qim_layers_archive(qimctl_objects ${policy_layers} ${tool_layers} qimctl_cli)
+qim_layers_archive(qimctl_objects acl ${policy_layers} ${tool_layers} qimctl_cli)
 target_link_libraries(qimctl_objects PUBLIC qim_headers)
 
 add_executable(qimctl ${PROJECT_SOURCE_DIR}/tools/main.cpp)

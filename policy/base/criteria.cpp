@@ -5,88 +5,24 @@
 #include <array>
 #include <utility>
 
+#include "acl/kinds.h"
+
 namespace qimctl {
 
 namespace {
 
-using enum Encoding;
-
-constexpr CriterionKind row(Header header, uint32_t field, std::string_view name, Encoding encoding,
-                            uint32_t min = 0, uint32_t max = 0) {
-  return {static_cast<uint32_t>(header) | field, header, name, encoding, min, max};
-}
-
-constexpr uint32_t max_u8 = 0xff;
-constexpr uint32_t max_u16 = 0xffff;
-constexpr uint32_t max_u32 = 0xffffffff;
-
-// But for those of `entry`, the fields, their names and their bounds are those of RFC 8519, sections
-// 4.1 and 4.2.
-constexpr std::array kinds{
-    row(Header::entry, 1, "entry.name", text),
-    row(Header::entry, 2, "entry.opaque", opaque),
-
-    row(Header::interface, 1, "interface.ingress-interface", interface),
-    row(Header::interface, 2, "interface.egress-interface", interface),
-
-    row(Header::eth, 0, "eth", none),
-    row(Header::eth, 1, "eth.destination-mac-address", mac),
-    row(Header::eth, 2, "eth.source-mac-address", mac),
-    row(Header::eth, 3, "eth.ethertype", u16_hex, 0, max_u16),
-
-    row(Header::ipv4, 0, "ipv4", none),
-    row(Header::ipv4, 1, "ipv4.dscp", u8, 0, 63),
-    row(Header::ipv4, 2, "ipv4.ecn", u8, 0, 3),
-    row(Header::ipv4, 3, "ipv4.length", u16, 0, max_u16),
-    row(Header::ipv4, 4, "ipv4.ttl", u8, 0, max_u8),
-    row(Header::ipv4, 5, "ipv4.protocol", u8, 0, max_u8),
-    row(Header::ipv4, 6, "ipv4.ihl", u8, 5, 60),
-    row(Header::ipv4, 7, "ipv4.flags", ipv4_flags),
-    row(Header::ipv4, 8, "ipv4.offset", u16, 20, max_u16),
-    row(Header::ipv4, 9, "ipv4.identification", u16, 0, max_u16),
-    row(Header::ipv4, 10, "ipv4.destination-ipv4-network", ipv4_prefix),
-    row(Header::ipv4, 11, "ipv4.source-ipv4-network", ipv4_prefix),
-
-    row(Header::ipv6, 0, "ipv6", none),
-    row(Header::ipv6, 1, "ipv6.dscp", u8, 0, 63),
-    row(Header::ipv6, 2, "ipv6.ecn", u8, 0, 3),
-    row(Header::ipv6, 3, "ipv6.length", u16, 0, max_u16),
-    row(Header::ipv6, 4, "ipv6.ttl", u8, 0, max_u8),
-    row(Header::ipv6, 5, "ipv6.protocol", u8, 0, max_u8),
-    row(Header::ipv6, 6, "ipv6.destination-ipv6-network", ipv6_prefix),
-    row(Header::ipv6, 7, "ipv6.source-ipv6-network", ipv6_prefix),
-    row(Header::ipv6, 8, "ipv6.flow-label", u32, 0, 0xfffff),
-
-    row(Header::tcp, 0, "tcp", none),
-    row(Header::tcp, 1, "tcp.sequence-number", u32, 0, max_u32),
-    row(Header::tcp, 2, "tcp.acknowledgement-number", u32, 0, max_u32),
-    row(Header::tcp, 3, "tcp.data-offset", u8, 5, 15),
-    row(Header::tcp, 4, "tcp.reserved", u8, 0, max_u8),
-    row(Header::tcp, 5, "tcp.flags", tcp_flags),
-    row(Header::tcp, 6, "tcp.window-size", u16, 0, max_u16),
-    row(Header::tcp, 7, "tcp.urgent-pointer", u16, 0, max_u16),
-    row(Header::tcp, 8, "tcp.options", bytes, 1, 40),
-    row(Header::tcp, 9, "tcp.source-port", ports, 0, max_u16),
-    row(Header::tcp, 10, "tcp.destination-port", ports, 0, max_u16),
-
-    row(Header::udp, 0, "udp", none),
-    row(Header::udp, 1, "udp.length", u16, 0, max_u16),
-    row(Header::udp, 2, "udp.source-port", ports, 0, max_u16),
-    row(Header::udp, 3, "udp.destination-port", ports, 0, max_u16),
-
-    row(Header::icmp, 0, "icmp", none),
-    row(Header::icmp, 1, "icmp.type", u8, 0, max_u8),
-    row(Header::icmp, 2, "icmp.code", u8, 0, max_u8),
-    row(Header::icmp, 3, "icmp.rest-of-header", bytes, 0, max_u32),
-};
-
-constexpr bool ascending() {
-  for (size_t i = 1; i < kinds.size(); i++) {
-    if (kinds[i - 1].type >= kinds[i].type) return false;
+// The library's table, which readers of criteria in C go by, too.
+constexpr std::array kinds = [] {
+  std::array<CriterionKind, qim::acl::kKindCount> all{};
+  for (size_t i = 0; i < all.size(); i++) {
+    const qim_crit_kind_t& kind = qim::acl::kKinds[i];
+    constexpr uint32_t header = 0xff00;
+    all[i] = {kind.type, static_cast<Header>(kind.type & header),
+              kind.name, static_cast<Encoding>(kind.layout),
+              kind.min,  kind.max};
   }
-  return true;
-}
-static_assert(ascending(), "criterion types are looked up by bisection");
+  return all;
+}();
 
 constexpr std::array ipv4_flag_names{FlagName{"reserved", 4}, FlagName{"fragment", 2},
                                      FlagName{"more", 1}};

@@ -13,22 +13,22 @@
 namespace qimctl {
 
 // The layout of a criterion's arguments. Integers are big-endian.
-enum class Encoding {
-  none,         // no arguments: the packet has the header
-  u8,           // 1 byte
-  u16,          // 2 bytes
-  u16_hex,      // the same, read as hexadecimal
-  u32,          // 4 bytes
-  ipv4_flags,   // 1 byte: the three flags of the IPv4 header, reserved 4, fragment 2, more 1
-  tcp_flags,    // 1 byte: the flags of the TCP header, cwr 0x80 down to fin 0x01
-  mac,          // 6 bytes of address, 6 bytes of mask; bits that the mask clears are 0 in both
-  ipv4_prefix,  // 4 bytes of network, 1 byte of prefix length
-  ipv6_prefix,  // 16 bytes of network, 1 byte of prefix length
-  ports,        // 1 byte PortOperator, u16 first port, u16 last port (the same one but for a range)
-  bytes,        // as many as there are
-  interface,    // u32 interface index, then the interface's name in UTF-8
-  text,         // UTF-8
-  opaque,       // a match of another model (policy/model/model.h)
+enum class Encoding : uint32_t {
+  none = QIM_LAYOUT_NONE,        // no arguments: the packet has the header
+  u8 = QIM_LAYOUT_U8,            // 1 byte
+  u16 = QIM_LAYOUT_U16,          // 2 bytes
+  u16_hex = QIM_LAYOUT_U16_HEX,  // the same, read as hexadecimal
+  u32 = QIM_LAYOUT_U32,          // 4 bytes
+  ipv4_flags = QIM_LAYOUT_IPV4_FLAGS,
+  tcp_flags = QIM_LAYOUT_TCP_FLAGS,
+  mac = QIM_LAYOUT_MAC,  // 6 bytes of address, 6 bytes of mask
+  ipv4_prefix = QIM_LAYOUT_IPV4_NETWORK,
+  ipv6_prefix = QIM_LAYOUT_IPV6_NETWORK,
+  ports = QIM_LAYOUT_PORTS,          // a PortOperator, first and last port
+  bytes = QIM_LAYOUT_BYTES,          // as many as there are
+  interface = QIM_LAYOUT_INTERFACE,  // interface index and name
+  text = QIM_LAYOUT_TEXT,            // UTF-8
+  opaque = QIM_LAYOUT_MATCH,         // a match of another model (policy/model/model.h)
 };
 
 // A criterion type. `name` is header and field with a dot between them, the header alone for field

@@ -1,9 +1,9 @@
-// The codes of access lists in policy records (qim_policy.h) as types of their own.
+// The codes of access lists in policy records (qim_acl.h) as types of their own.
 #pragma once
 
 #include <cstdint>
 
-#include "qim_policy.h"
+#include "qim_acl.h"
 
 namespace qimctl {
 

@@ -16,12 +16,6 @@ namespace {
 using Args = std::span<const uint8_t>;
 using Text = std::optional<std::string>;  // nothing when the arguments do not have the layout
 
-uint32_t number(Args args) {
-  uint32_t value = 0;
-  for (const uint8_t byte : args) value = value << 8 | byte;
-  return value;
-}
-
 std::string hex(Args args) {
   return hex_bytes(args.data(), args.size());
 }
@@ -33,18 +27,12 @@ std::string mac_address(Args args) {
   return text;
 }
 
-Text integer_text(Args args, size_t width) {
-  if (args.size() != width) return {};
-  return std::to_string(number(args));
-}
-
-Text flags_text(Args args, Encoding encoding) {
-  if (args.size() != 1) return {};
+Text flags_text(uint32_t value, Encoding encoding) {
   std::string text;
-  uint8_t left = args[0];
+  uint32_t left = value;
   for (const FlagName& flag : flag_names(encoding)) {
     if ((left & flag.bit) == 0) continue;
-    left = static_cast<uint8_t>(left & ~flag.bit);
+    left &= ~uint32_t{flag.bit};
     if (!text.empty()) text += ',';
     text += flag.name;
   }
@@ -52,94 +40,77 @@ Text flags_text(Args args, Encoding encoding) {
   return text.empty() ? "none" : text;
 }
 
-Text mac_text(Args args) {
-  if (args.size() != 12) return {};
-  const Args mask = args.subspan(6);
-  const std::string address = mac_address(args.first(6));
+std::string mac_text(const qim_crit_value_t& value) {
+  const Args mask = value.as.mac.mask;
+  const std::string address = mac_address(value.as.mac.address);
   const bool whole = std::all_of(mask.begin(), mask.end(), [](uint8_t b) { return b == 0xff; });
   return whole ? address : address + "/" + mac_address(mask);
 }
 
-Text ipv4_prefix_text(Args args) {
-  if (args.size() != 5 || args[4] > 32) return {};
+std::string network_text(const qim_crit_value_t& value, int family) {
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  inet_ntop(family, value.as.network.address, text.data(), text.size());
+  return std::string(text.data()) + "/" + std::to_string(value.as.network.bits);
+}
+
+Text ports_text(const qim_crit_value_t& value) {
+  const auto& [comparison, first, last] = value.as.ports;
+  if (comparison == QIM_PORT_RANGE) return std::to_string(first) + "-" + std::to_string(last);
+  if (first != last) return {};
   std::string text;
-  for (size_t i = 0; i < 5; i++) {
-    if (i != 0) text += i == 4 ? '/' : '.';
-    text += std::to_string(args[i]);
-  }
+  for (const OperatorName& op : port_operators())
+    if (comparison == static_cast<uint8_t>(op.code))
+      text = std::string(op.name) + " " + std::to_string(first);
   return text;
 }
 
-Text ipv6_prefix_text(Args args) {
-  if (args.size() != 17 || args[16] > 128) return {};
-  std::array<char, INET6_ADDRSTRLEN> text{};
-  if (inet_ntop(AF_INET6, args.data(), text.data(), text.size()) == nullptr) return {};
-  return std::string(text.data()) + "/" + std::to_string(args[16]);
+std::string text_of(const qim_crit_bytes_t& bytes) {
+  return printable(std::string(bytes.at, bytes.at + bytes.len));
 }
 
-Text ports_text(Args args) {
-  if (args.size() != 5) return {};
-  const std::string first = std::to_string(number(args.subspan(1, 2)));
-  const std::string last = std::to_string(number(args.subspan(3, 2)));
-  if (args[0] == static_cast<uint8_t>(PortOperator::range)) return first + "-" + last;
-  if (first != last) return {};
-  for (const OperatorName& op : port_operators()) {
-    if (args[0] == static_cast<uint8_t>(op.code)) return std::string(op.name) + " " + first;
-  }
-  return {};
-}
-
-Text interface_text(Args args) {
-  if (args.size() <= 4) return {};
-  const std::string name(args.begin() + 4, args.end());
-  return printable(name) + " (" + hex_number(number(args.first(4)), 8) + ")";
+std::string interface_text(const qim_crit_value_t& value) {
+  return text_of(value.as.interface.name) + " (" + hex_number(value.as.interface.index, 8) + ")";
 }
 
 // "module:name json", below the container that holds it, if any: "ipv4/module:name json".
-Text opaque_text(Args args) {
-  std::array<std::string, 3> texts;  // container, module, name
-  for (std::string& text : texts) {
-    if (args.size() < 2 || args.size() - 2 < number(args.first(2))) return {};
-    const Args bytes = args.subspan(2, number(args.first(2)));
-    text = printable(std::string(bytes.begin(), bytes.end()));
-    args = args.subspan(2 + bytes.size());
-  }
-  const auto& [within, module, name] = texts;
-  const std::string json = printable(std::string(args.begin(), args.end()));
-  return (within.empty() ? "" : within + "/") + module + ":" + name + " " + json;
+std::string opaque_text(const qim_crit_value_t& value) {
+  const auto& match = value.as.match;
+  const std::string within = match.within.len == 0 ? "" : text_of(match.within) + "/";
+  return within + text_of(match.module) + ":" + text_of(match.name) + " " + text_of(match.json);
 }
 
 Text value_text(const CriterionKind& kind, Args args) {
+  qim_crit_value_t value;
+  if (qim_crit_parse(kind.type, static_cast<uint32_t>(args.size()), args.data(), &value) != 0)
+    return {};
   switch (kind.encoding) {
     case Encoding::none:
-      return args.empty() ? Text("") : Text();
+      return "";
     case Encoding::u8:
-      return integer_text(args, 1);
     case Encoding::u16:
-      return integer_text(args, 2);
     case Encoding::u32:
-      return integer_text(args, 4);
+      return std::to_string(value.as.number);
     case Encoding::u16_hex:
-      return args.size() == 2 ? Text(hex_number(number(args), 4)) : Text();
+      return hex_number(value.as.number, 4);
     case Encoding::ipv4_flags:
     case Encoding::tcp_flags:
-      return flags_text(args, kind.encoding);
+      return flags_text(value.as.number, kind.encoding);
     case Encoding::mac:
-      return mac_text(args);
+      return mac_text(value);
     case Encoding::ipv4_prefix:
-      return ipv4_prefix_text(args);
+      return network_text(value, AF_INET);
     case Encoding::ipv6_prefix:
-      return ipv6_prefix_text(args);
+      return network_text(value, AF_INET6);
     case Encoding::ports:
-      return ports_text(args);
+      return ports_text(value);
     case Encoding::bytes:
-      return args.empty() ? Text("empty") : Text(hex(args));
+      return args.empty() ? "empty" : hex(args);
     case Encoding::interface:
-      return interface_text(args);
+      return interface_text(value);
     case Encoding::text:
-      return '"' + printable(std::string(args.begin(), args.end())) + '"';
+      return '"' + text_of(value.as.bytes) + '"';
     case Encoding::opaque:
-      return opaque_text(args);
+      return opaque_text(value);
   }
   return {};
 }

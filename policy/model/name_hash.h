@@ -5,13 +5,17 @@
 #include <cstdint>
 #include <string_view>
 
+#include "acl/names.h"
+
 namespace qimctl {
 
-// A well-mixed 32-bit hash: FNV-1a (draft-eastlake-fnv), then the 32-bit finalizer of MurmurHash3,
-// which spreads the last characters over all bits.
-uint32_t name_hash(std::string_view name);
+inline uint32_t name_hash(std::string_view name) {
+  return qim::acl::name_hash(name.data(), name.size());
+}
 
 // The index that stands for an interface, 1 to 0x7fffffff.
-uint32_t interface_index(std::string_view name);
+inline uint32_t interface_index(std::string_view name) {
+  return qim::acl::interface_index(name.data(), name.size());
+}
 
 }  // namespace qimctl

@@ -1,51 +1,43 @@
-// Matches of other models as criteria. The arguments are three texts, each with its length in front
-// (16 bits, big-endian), and the JSON behind them.
-#include <array>
+// Matches of other models as criteria.
 #include <stdexcept>
 
 #include "policy/model/model.h"
+#include "qim_acl.h"
 
 namespace qimctl {
 
 namespace {
 
-void put(std::vector<uint8_t>& args, const std::string& text) {
-  if (text.size() > UINT16_MAX)
-    throw std::invalid_argument("a match of another model has a name that is too long");
-  args.push_back(static_cast<uint8_t>(text.size() >> 8));
-  args.push_back(static_cast<uint8_t>(text.size()));
-  args.insert(args.end(), text.begin(), text.end());
+qim_crit_bytes_t bytes_of(const std::string& text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), static_cast<uint32_t>(text.size())};
 }
 
-// Takes a text away from the front.
-std::string take(const std::vector<uint8_t>& args, size_t& at) {
-  constexpr const char* damaged = "the arguments of a match of another model are damaged";
-  if (args.size() - at < 2) throw std::invalid_argument(damaged);
-  const size_t length = static_cast<size_t>(args[at]) << 8 | args[at + 1];
-  at += 2;
-  if (args.size() - at < length) throw std::invalid_argument(damaged);
-  at += length;
-  return {args.begin() + static_cast<std::ptrdiff_t>(at - length),
-          args.begin() + static_cast<std::ptrdiff_t>(at)};
+std::string text_of(const qim_crit_bytes_t& bytes) {
+  return {bytes.at, bytes.at + bytes.len};
 }
 
 }  // namespace
 
 Criterion to_criterion(const OpaqueMatch& match) {
-  Criterion criterion{criterion_opaque, {}};
-  for (const std::string* text : {&match.within, &match.module, &match.name})
-    put(criterion.args, *text);
-  criterion.args.insert(criterion.args.end(), match.json.begin(), match.json.end());
+  qim_crit_value_t value{};
+  value.type = criterion_opaque;
+  value.as.match = {bytes_of(match.within), bytes_of(match.module), bytes_of(match.name),
+                    bytes_of(match.json)};
+  uint32_t length = 0;
+  if (qim_crit_build(&value, 0, nullptr, &length) == QIM_ERR_INVALID)
+    throw std::invalid_argument("a match of another model has a name that is too long");
+  Criterion criterion{criterion_opaque, std::vector<uint8_t>(length)};
+  qim_crit_build(&value, length, criterion.args.data(), &length);
   return criterion;
 }
 
 OpaqueMatch to_opaque(const Criterion& criterion) {
-  size_t at = 0;
-  OpaqueMatch match;
-  for (std::string* text : {&match.within, &match.module, &match.name})
-    *text = take(criterion.args, at);
-  match.json.assign(criterion.args.begin() + static_cast<std::ptrdiff_t>(at), criterion.args.end());
-  return match;
+  qim_crit_value_t value;
+  if (qim_crit_parse(criterion_opaque, static_cast<uint32_t>(criterion.args.size()),
+                     criterion.args.data(), &value) != 0)
+    throw std::invalid_argument("the arguments of a match of another model are damaged");
+  const auto& match = value.as.match;
+  return {text_of(match.within), text_of(match.module), text_of(match.name), text_of(match.json)};
 }
 
 }  // namespace qimctl

@@ -7,6 +7,7 @@
 
 #include "policy/base/names.h"
 #include "policy/base/text.h"
+#include "qim_acl.h"
 #include "rov.h"
 #include "rov_edit.h"
 
@@ -14,44 +15,13 @@ namespace qimctl {
 
 namespace {
 
-struct StatusText {
-  uint32_t status;
-  const char* name;
-  const char* text;
-};
-
-// The policy library names its statuses in its header only.
-#define QIMCTL_STATUS(name, text) \
-  { name, #name, text }
-constexpr StatusText library_statuses[] = {
-    QIMCTL_STATUS(QIM_ERR_GENERIC, "the policy library failed without saying why"),
-    QIMCTL_STATUS(QIM_ERR_NOT_SUPPORTED, "the policy library does not offer this"),
-    QIMCTL_STATUS(QIM_ERR_NODE_TYPE, "the node is of another type, or of none that is known"),
-    QIMCTL_STATUS(QIM_ERR_INTERNAL,
-                  "the node contradicts itself, such as a slot for a bare link that holds more; "
-                  "import it again"),
-    QIMCTL_STATUS(QIM_ERR_THREAD, "the thread has no library context and cannot get one"),
-    QIMCTL_STATUS(QIM_ERR_INVALID, "an argument is not valid; node identifiers are not 0"),
-    QIMCTL_STATUS(QIM_ERR_NO_EDEST, "the policy instance is not enforced there"),
-    QIMCTL_STATUS(QIM_ERR_VDC_RANGE,
-                  "the database's parameters carry a VDC number above 63; correct them"),
-    QIMCTL_STATUS(QIM_ERR_BUF_SMALL, "the node grew while it was read; try again"),
-    QIMCTL_STATUS(QIM_ERR_NOT_INIT, "the library was not started"),
-    QIMCTL_STATUS(QIM_ERR_DEST_FMT, "the destination is no interface"),
-    QIMCTL_STATUS(QIM_ERR_NO_MEM, "out of memory; free some and try again"),
-};
-#undef QIMCTL_STATUS
-
-const StatusText* library_status(uint32_t status) {
-  for (const StatusText& known : library_statuses) {
-    if (known.status == status) return &known;
-  }
-  return nullptr;
+bool is_of_library(uint32_t status) {
+  return status >> 16 == QIM_ERR_GENERIC >> 16;
 }
 
 // The database's own words for its last failure are better than those for the status alone.
 std::string reason_of(uint32_t status) {
-  const std::string message = library_status(status) == nullptr ? rov_err_message() : "";
+  const std::string message = is_of_library(status) ? "" : rov_err_message();
   return message.empty() ? status_text(status) : message;
 }
 
@@ -76,13 +46,11 @@ DatabaseError::DatabaseError(uint32_t status, const std::string& attempt, const 
     : std::runtime_error(describe(status, attempt, reason)), status_(status) {}
 
 std::string status_name(uint32_t status) {
-  const StatusText* known = library_status(status);
-  return known != nullptr ? known->name : rov_status_name(status);
+  return qim_status_name(status);
 }
 
 std::string status_text(uint32_t status) {
-  const StatusText* known = library_status(status);
-  return known != nullptr ? known->text : rov_status_text(status);
+  return qim_status_text(status);
 }
 
 void require(uint32_t status, const std::string& attempt) {
@@ -96,8 +64,7 @@ void require_node(uint32_t status, const std::string& attempt) {
 }
 
 bool is_about_contents(uint32_t status) {
-  const bool library = status >> 16 == QIM_ERR_GENERIC >> 16;
-  return library || (status >= ROV_ERR_TLV_TRUNCATED && status <= ROV_ERR_TLV_ROOM);
+  return is_of_library(status) || (status >= ROV_ERR_TLV_TRUNCATED && status <= ROV_ERR_TLV_ROOM);
 }
 
 std::string database_directory(const std::string& given) {

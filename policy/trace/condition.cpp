@@ -19,139 +19,116 @@ struct FieldOf {
 
 // The number that each criterion type asks for. The rest are headers, interfaces and strings.
 constexpr std::array fields{
-    FieldOf{0x0201, Field::destination_mac},
-    FieldOf{0x0202, Field::source_mac},
-    FieldOf{0x0203, Field::ethertype},
-    FieldOf{0x0301, Field::dscp},
-    FieldOf{0x0302, Field::ecn},
-    FieldOf{0x0303, Field::length},
-    FieldOf{0x0304, Field::ttl},
-    FieldOf{0x0305, Field::protocol},
-    FieldOf{0x0306, Field::ihl},
-    FieldOf{0x0307, Field::ip_flags},
-    FieldOf{0x0308, Field::offset},
-    FieldOf{0x0309, Field::identification},
-    FieldOf{0x030a, Field::destination},
-    FieldOf{0x030b, Field::source},
-    FieldOf{0x0401, Field::dscp},
-    FieldOf{0x0402, Field::ecn},
-    FieldOf{0x0403, Field::length},
-    FieldOf{0x0404, Field::ttl},
-    FieldOf{0x0405, Field::protocol},
-    FieldOf{0x0406, Field::destination},
-    FieldOf{0x0407, Field::source},
-    FieldOf{0x0408, Field::flow_label},
-    FieldOf{0x0501, Field::sequence},
-    FieldOf{0x0502, Field::acknowledgement},
-    FieldOf{0x0503, Field::data_offset},
-    FieldOf{0x0504, Field::reserved},
-    FieldOf{0x0505, Field::tcp_flags},
-    FieldOf{0x0506, Field::window},
-    FieldOf{0x0507, Field::urgent},
-    FieldOf{0x0509, Field::source_port},
-    FieldOf{0x050a, Field::destination_port},
-    FieldOf{0x0601, Field::udp_length},
-    FieldOf{0x0602, Field::source_port},
-    FieldOf{0x0603, Field::destination_port},
-    FieldOf{0x0701, Field::icmp_type},
-    FieldOf{0x0702, Field::icmp_code},
+    FieldOf{QIM_CRIT_ETH_DESTINATION, Field::destination_mac},
+    FieldOf{QIM_CRIT_ETH_SOURCE, Field::source_mac},
+    FieldOf{QIM_CRIT_ETH_ETHERTYPE, Field::ethertype},
+    FieldOf{QIM_CRIT_IPV4_DSCP, Field::dscp},
+    FieldOf{QIM_CRIT_IPV4_ECN, Field::ecn},
+    FieldOf{QIM_CRIT_IPV4_LENGTH, Field::length},
+    FieldOf{QIM_CRIT_IPV4_TTL, Field::ttl},
+    FieldOf{QIM_CRIT_IPV4_PROTOCOL, Field::protocol},
+    FieldOf{QIM_CRIT_IPV4_IHL, Field::ihl},
+    FieldOf{QIM_CRIT_IPV4_FLAGS, Field::ip_flags},
+    FieldOf{QIM_CRIT_IPV4_OFFSET, Field::offset},
+    FieldOf{QIM_CRIT_IPV4_IDENTIFICATION, Field::identification},
+    FieldOf{QIM_CRIT_IPV4_DESTINATION, Field::destination},
+    FieldOf{QIM_CRIT_IPV4_SOURCE, Field::source},
+    FieldOf{QIM_CRIT_IPV6_DSCP, Field::dscp},
+    FieldOf{QIM_CRIT_IPV6_ECN, Field::ecn},
+    FieldOf{QIM_CRIT_IPV6_LENGTH, Field::length},
+    FieldOf{QIM_CRIT_IPV6_TTL, Field::ttl},
+    FieldOf{QIM_CRIT_IPV6_PROTOCOL, Field::protocol},
+    FieldOf{QIM_CRIT_IPV6_DESTINATION, Field::destination},
+    FieldOf{QIM_CRIT_IPV6_SOURCE, Field::source},
+    FieldOf{QIM_CRIT_IPV6_FLOW_LABEL, Field::flow_label},
+    FieldOf{QIM_CRIT_TCP_SEQUENCE, Field::sequence},
+    FieldOf{QIM_CRIT_TCP_ACKNOWLEDGEMENT, Field::acknowledgement},
+    FieldOf{QIM_CRIT_TCP_DATA_OFFSET, Field::data_offset},
+    FieldOf{QIM_CRIT_TCP_RESERVED, Field::reserved},
+    FieldOf{QIM_CRIT_TCP_FLAGS, Field::tcp_flags},
+    FieldOf{QIM_CRIT_TCP_WINDOW, Field::window},
+    FieldOf{QIM_CRIT_TCP_URGENT, Field::urgent},
+    FieldOf{QIM_CRIT_TCP_SOURCE, Field::source_port},
+    FieldOf{QIM_CRIT_TCP_DESTINATION, Field::destination_port},
+    FieldOf{QIM_CRIT_UDP_LENGTH, Field::udp_length},
+    FieldOf{QIM_CRIT_UDP_SOURCE, Field::source_port},
+    FieldOf{QIM_CRIT_UDP_DESTINATION, Field::destination_port},
+    FieldOf{QIM_CRIT_ICMP_TYPE, Field::icmp_type},
+    FieldOf{QIM_CRIT_ICMP_CODE, Field::icmp_code},
 };
 
 using Args = std::span<const uint8_t>;
 
-// Each returns false for arguments of another layout.
-bool exactly(Condition& condition, Args args, size_t width) {
-  if (args.size() != width) return false;
+void number(Condition& condition, uint32_t value) {
   condition.kind = Condition::Kind::range;
-  condition.first = condition.last = to_wide(args);
-  return true;
+  condition.first = condition.last = {0, value};
 }
 
-bool network(Condition& condition, Args args, size_t width) {
-  if (args.size() != width + 1 || args[width] > 8 * width) return false;
+void network(Condition& condition, const qim_crit_value_t& value, uint32_t width) {
   condition.kind = Condition::Kind::range;
-  condition.first = to_wide(args.first(width));
-  condition.last = fill(condition.first, static_cast<uint32_t>(8 * width) - args[width]);
-  return true;
+  condition.first = to_wide(Args(value.as.network.address, width));
+  condition.last = fill(condition.first, 8 * width - value.as.network.bits);
 }
 
-bool mac(Condition& condition, Args args) {
-  if (args.size() != 12) return false;
+void mac(Condition& condition, const qim_crit_value_t& value) {
   condition.kind = Condition::Kind::masked;
-  condition.first = to_wide(args.first(6));
-  condition.last = to_wide(args.subspan(6));
+  condition.first = to_wide(value.as.mac.address);
+  condition.last = to_wide(value.as.mac.mask);
   condition.first.low &= condition.last.low;
-  return true;
 }
 
-bool ports(Condition& condition, Args args) {
-  if (args.size() != 5) return false;
+void ports(Condition& condition, const qim_crit_value_t& value) {
   condition.kind = Condition::Kind::range;
-  condition.first = to_wide(args.subspan(1, 2));
-  condition.last = to_wide(args.subspan(3, 2));
-  switch (static_cast<PortOperator>(args[0])) {
-    case PortOperator::eq:
-    case PortOperator::range:
-      return true;
-    case PortOperator::neq:
-      condition.kind = Condition::Kind::except;
-      return true;
-    case PortOperator::lte:
-      condition.first = {};
-      return true;
-    case PortOperator::gte:
-      condition.last = {0, UINT16_MAX};
-      return true;
-  }
-  return false;
+  condition.first = {0, value.as.ports.first};
+  condition.last = {0, value.as.ports.last};
+  const auto comparison = static_cast<PortOperator>(value.as.ports.comparison);
+  if (comparison == PortOperator::neq) condition.kind = Condition::Kind::except;
+  if (comparison == PortOperator::lte) condition.first = {};
+  if (comparison == PortOperator::gte) condition.last = {0, UINT16_MAX};
 }
 
-bool string(Condition& condition, Condition::Kind kind, Args args) {
+void string(Condition& condition, Condition::Kind kind, const qim_crit_bytes_t& bytes) {
   condition.kind = kind;
-  condition.bytes.assign(args.begin(), args.end());
-  return true;
+  condition.bytes.assign(bytes.at, bytes.at + bytes.len);
 }
 
-bool interface(Condition& condition, uint32_t type, Args args) {
-  if (args.size() <= 4) return false;
-  const bool ingress = (type & 0xff) == 1;
-  return string(condition, ingress ? Condition::Kind::ingress : Condition::Kind::egress,
-                args.subspan(4));
-}
-
-bool take_apart(Condition& condition, const CriterionKind& kind, Args args) {
+// Leaves the condition undecided for arguments of another layout, and for what nobody here knows.
+void take_apart(Condition& condition, const CriterionKind& kind, Args args) {
+  qim_crit_value_t value;
+  if (qim_crit_parse(kind.type, static_cast<uint32_t>(args.size()), args.data(), &value) != 0)
+    return;
   switch (kind.encoding) {
     case Encoding::none:
       condition.kind = Condition::Kind::header;
-      return args.empty();
+      return;
     case Encoding::u8:
     case Encoding::ipv4_flags:
     case Encoding::tcp_flags:
-      return exactly(condition, args, 1);
     case Encoding::u16:
     case Encoding::u16_hex:
-      return exactly(condition, args, 2);
     case Encoding::u32:
-      return exactly(condition, args, 4);
+      return number(condition, value.as.number);
     case Encoding::ipv4_prefix:
-      return network(condition, args, 4);
+      return network(condition, value, 4);
     case Encoding::ipv6_prefix:
-      return network(condition, args, 16);
+      return network(condition, value, 16);
     case Encoding::mac:
-      return mac(condition, args);
+      return mac(condition, value);
     case Encoding::ports:
-      return ports(condition, args);
+      return ports(condition, value);
     case Encoding::bytes:
       return string(condition,
                     kind.header == Header::tcp ? Condition::Kind::options : Condition::Kind::rest,
-                    args);
+                    value.as.bytes);
+    case Encoding::interface:
+      return string(condition,
+                    kind.type == QIM_CRIT_INGRESS_INTERFACE ? Condition::Kind::ingress
+                                                            : Condition::Kind::egress,
+                    value.as.interface.name);
     case Encoding::text:
     case Encoding::opaque:
-      return false;
-    case Encoding::interface:
-      break;
+      return;
   }
-  return interface(condition, kind.type, args);
 }
 
 // Truth of a statement about what is known.
@@ -218,7 +195,7 @@ Condition to_condition(const Criterion& criterion) {
   condition.header = kind->header;
   for (const FieldOf& each : fields)
     if (each.type == criterion.type) condition.field = each.field;
-  if (!take_apart(condition, *kind, criterion.args)) condition = Condition{};
+  take_apart(condition, *kind, criterion.args);
   return condition;
 }
 

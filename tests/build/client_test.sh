@@ -12,7 +12,7 @@ installed=$work/policy
 export PKG_CONFIG_PATH=$installed/$libdir/pkgconfig PKG_CONFIG_LIBDIR=
 
 sources=("$QIM_SOURCE_DIR"/tests/build/client/*.c)
-read -ra flags <<<"$(pkg-config --cflags --libs qimcommon)"
+read -ra flags <<<"$(pkg-config --cflags --libs qimacl)"
 "$cc" -std=c99 -pedantic -Wall -Wextra -Werror "${sources[@]}" "${flags[@]}" -pthread \
   -Wl,-rpath,"$installed/$libdir" -o "$work/client"
 

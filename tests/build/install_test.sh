@@ -10,8 +10,9 @@ DESTDIR=$work/stage cmake --install "$QIM_BUILD_DIR" --prefix /opt/policy >"$wor
 mv "$work/stage/opt/policy" "$work/moved"
 cd "$work/moved"
 
-for file in include/qim/{qim,qim_codes,qim_db,qim_policy,rov_types,rov,rov_edit,tlvo,mem}.h bin/qimctl \
-  "$libdir"/lib{qim,rov}common.so{,.1} "$libdir"/pkgconfig/{qim,rov}common.pc; do
+for file in include/qim/{qim,qim_acl,qim_codes,qim_db,rov_types,rov,rov_edit,tlvo,mem}.h bin/qimctl \
+  "$libdir"/lib{qim,rov}common.so{,.1} "$libdir"/libqimacl.a \
+  "$libdir"/pkgconfig/{qimcommon,rovcommon,qimacl}.pc; do
   [ -e "$file" ] || { echo "install: $file is missing" && exit 1; }
 done
 if grep -rn "$QIM_SOURCE_DIR" include "$libdir/pkgconfig"; then

@@ -16,11 +16,11 @@ fi
 mkdir "$work/client"
 cd "$work/client"
 cat >client.c <<'EOF'
-#include <qim/qim_policy.h>
+#include <qim/qim_acl.h>
 #include <rov.h>
 
 int main(void) {
-  return qim_dbgmsg[0] == 0 && rov_status_name(ROV_OK) != NULL ? 0 : 1;
+  return qim_dbgmsg[0] == 0 && qim_status_name(ROV_OK) == rov_status_name(ROV_OK) ? 0 : 1;
 }
 EOF
 cp client.c client.cpp
@@ -31,7 +31,7 @@ find_package(qimcommon ${WANTED} REQUIRED)
 find_package(qimcommon REQUIRED)  # asked twice, as in projects that are made of others
 foreach(language c cpp)
   add_executable(client_${language} client.${language})
-  target_link_libraries(client_${language} PRIVATE qim::common)
+  target_link_libraries(client_${language} PRIVATE qim::acl)
 endforeach()
 EOF
 configure() { # <version>

@@ -3,7 +3,7 @@
 
 #include "policy/store/list_nodes.h"
 #include "policy/store/store_policy.h"
-#include "qim_policy.h"
+#include "qim_acl.h"
 #include "rov.h"
 #include "tests/tools/support.h"
 

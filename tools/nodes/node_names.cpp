@@ -7,7 +7,7 @@
 #include "policy/base/names.h"
 #include "policy/base/text.h"
 #include "policy/store/stored_model.h"
-#include "qim_policy.h"
+#include "qim_acl.h"
 #include "rov.h"
 #include "tools/base/suggest.h"
 #include "tools/base/usage.h"

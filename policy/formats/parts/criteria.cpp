@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <array>
 
 #include "policy/base/names.h"
 #include "policy/formats/parts/notes.h"
@@ -15,6 +16,14 @@ namespace {
 std::optional<uint32_t> at_most(std::optional<uint64_t> number, uint32_t max) {
   if (!number || *number > max) return {};
   return static_cast<uint32_t>(*number);
+}
+
+// Of a value that is within the bounds of its type.
+Criterion built(const qim_crit_value_t& value) {
+  std::array<uint8_t, 12> args{};
+  uint32_t length = 0;
+  qim_crit_build(&value, args.size(), args.data(), &length);
+  return {value.type, {args.begin(), args.begin() + length}};
 }
 
 // Cut between characters.
@@ -85,18 +94,21 @@ Criterion number_criterion(uint32_t type, uint32_t value, size_t width) {
 }
 
 Criterion ports_criterion(uint32_t type, const PortRange& ports) {
-  const PortOperator op = ports.first == ports.last ? PortOperator::eq : PortOperator::range;
-  return {type,
-          {static_cast<uint8_t>(op), static_cast<uint8_t>(ports.first >> 8),
-           static_cast<uint8_t>(ports.first), static_cast<uint8_t>(ports.last >> 8),
-           static_cast<uint8_t>(ports.last)}};
+  qim_crit_value_t value{};
+  value.type = type;
+  value.as.ports.comparison = ports.first == ports.last ? QIM_PORT_EQ : QIM_PORT_RANGE;
+  value.as.ports.first = static_cast<uint16_t>(ports.first);
+  value.as.ports.last = static_cast<uint16_t>(ports.last);
+  return built(value);
 }
 
-Criterion mac_criterion(uint32_t type, std::vector<uint8_t> address,
+Criterion mac_criterion(uint32_t type, const std::vector<uint8_t>& address,
                         const std::vector<uint8_t>& mask) {
-  for (size_t i = 0; i < address.size(); i++) address[i] &= mask[i];
-  address.insert(address.end(), mask.begin(), mask.end());
-  return {type, std::move(address)};
+  qim_crit_value_t value{};
+  value.type = type;
+  std::copy_n(address.begin(), sizeof value.as.mac.address, value.as.mac.address);
+  std::copy_n(mask.begin(), sizeof value.as.mac.mask, value.as.mac.mask);
+  return built(value);
 }
 
 std::optional<Criterion> whole_match(const std::string& module, const std::string& name,

@@ -14,14 +14,14 @@
 
 namespace qimctl::formats {
 
-inline constexpr uint32_t code_ingress_interface = QIM_HEADER_INTERFACE + 1;
-inline constexpr uint32_t code_egress_interface = QIM_HEADER_INTERFACE + 2;
-inline constexpr uint32_t code_eth_destination = QIM_HEADER_ETH + 1;
-inline constexpr uint32_t code_eth_source = QIM_HEADER_ETH + 2;
-inline constexpr uint32_t code_ethertype = QIM_HEADER_ETH + 3;
-inline constexpr uint32_t code_tcp_flags = QIM_HEADER_TCP + 5;
-inline constexpr uint32_t code_icmp_type = QIM_HEADER_ICMP + 1;
-inline constexpr uint32_t code_icmp_code = QIM_HEADER_ICMP + 2;
+inline constexpr uint32_t code_ingress_interface = QIM_CRIT_INGRESS_INTERFACE;
+inline constexpr uint32_t code_egress_interface = QIM_CRIT_EGRESS_INTERFACE;
+inline constexpr uint32_t code_eth_destination = QIM_CRIT_ETH_DESTINATION;
+inline constexpr uint32_t code_eth_source = QIM_CRIT_ETH_SOURCE;
+inline constexpr uint32_t code_ethertype = QIM_CRIT_ETH_ETHERTYPE;
+inline constexpr uint32_t code_tcp_flags = QIM_CRIT_TCP_FLAGS;
+inline constexpr uint32_t code_icmp_type = QIM_CRIT_ICMP_TYPE;
+inline constexpr uint32_t code_icmp_code = QIM_CRIT_ICMP_CODE;
 
 inline constexpr uint32_t protocol_icmp = 1;
 inline constexpr uint32_t protocol_tcp = 6;
@@ -32,19 +32,19 @@ inline constexpr uint32_t protocol_icmp6 = 58;
 struct IpCodes {
   uint32_t header, dscp, length, ttl, protocol, destination, source;
 };
-inline constexpr IpCodes ipv4_codes{QIM_HEADER_IPV4,     QIM_HEADER_IPV4 + 1, QIM_HEADER_IPV4 + 3,
-                                    QIM_HEADER_IPV4 + 4, QIM_HEADER_IPV4 + 5, QIM_HEADER_IPV4 + 10,
-                                    QIM_HEADER_IPV4 + 11};
-inline constexpr IpCodes ipv6_codes{QIM_HEADER_IPV6,     QIM_HEADER_IPV6 + 1, QIM_HEADER_IPV6 + 3,
-                                    QIM_HEADER_IPV6 + 4, QIM_HEADER_IPV6 + 5, QIM_HEADER_IPV6 + 6,
-                                    QIM_HEADER_IPV6 + 7};
+inline constexpr IpCodes ipv4_codes{
+    QIM_CRIT_IPV4,          QIM_CRIT_IPV4_DSCP,        QIM_CRIT_IPV4_LENGTH, QIM_CRIT_IPV4_TTL,
+    QIM_CRIT_IPV4_PROTOCOL, QIM_CRIT_IPV4_DESTINATION, QIM_CRIT_IPV4_SOURCE};
+inline constexpr IpCodes ipv6_codes{
+    QIM_CRIT_IPV6,          QIM_CRIT_IPV6_DSCP,        QIM_CRIT_IPV6_LENGTH, QIM_CRIT_IPV6_TTL,
+    QIM_CRIT_IPV6_PROTOCOL, QIM_CRIT_IPV6_DESTINATION, QIM_CRIT_IPV6_SOURCE};
 
 // The same of TCP and UDP.
 struct PortCodes {
   uint32_t source, destination;
 };
-inline constexpr PortCodes tcp_codes{QIM_HEADER_TCP + 9, QIM_HEADER_TCP + 10};
-inline constexpr PortCodes udp_codes{QIM_HEADER_UDP + 2, QIM_HEADER_UDP + 3};
+inline constexpr PortCodes tcp_codes{QIM_CRIT_TCP_SOURCE, QIM_CRIT_TCP_DESTINATION};
+inline constexpr PortCodes udp_codes{QIM_CRIT_UDP_SOURCE, QIM_CRIT_UDP_DESTINATION};
 
 // A whole text in decimal or, behind 0x, hexadecimal digits, up to `max`.
 std::optional<uint32_t> parse_value(std::string_view text, uint32_t max);
@@ -68,7 +68,7 @@ std::optional<PortRange> parse_ports(std::string_view text, std::string_view sep
 Criterion number_criterion(uint32_t type, uint32_t value, size_t width);
 Criterion ports_criterion(uint32_t type, const PortRange& ports);
 // Address bits that the mask does not look at are cleared.
-Criterion mac_criterion(uint32_t type, std::vector<uint8_t> address,
+Criterion mac_criterion(uint32_t type, const std::vector<uint8_t>& address,
                         const std::vector<uint8_t>& mask);
 
 // A match that only those decide who know the module, carried whole. Nothing when it has no room in a
