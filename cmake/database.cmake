@@ -38,8 +38,25 @@ target_link_libraries(rovcommon PUBLIC rov_headers PRIVATE lmdb Threads::Threads
 set_target_properties(rovcommon PROPERTIES
   LINKER_LANGUAGE CXX SOVERSION 1 VERSION ${PROJECT_VERSION})
 qim_hardened(rovcommon)
-qim_use_version_script(rovcommon ${PROJECT_SOURCE_DIR}/packaging/rovcommon.map)
+set(rov_exports ${PROJECT_SOURCE_DIR}/packaging/rovcommon.exports)
+set(rov_map ${CMAKE_BINARY_DIR}/rovcommon.map)
+qim_version_script(${rov_exports} ROVCOMMON_1 ${rov_map})
+qim_use_version_script(rovcommon ${rov_map})
 # Threads that ran in the library call back into it when they end, so it can't be unloaded.
 target_link_options(rovcommon PRIVATE LINKER:-z,nodelete)
 # Its own calls of what it exports need no look-up at run time.
 target_link_options(rovcommon PRIVATE LINKER:-Bsymbolic-functions)
+
+# What libqimcommon is linked against: the same names by the same library name, but without versions.
+# Clients ask for the versions that they were linked with; libqimcommon must load against any library
+# of this interface, and one of another version, or of none, would be refused or warned about.
+file(STRINGS ${rov_exports} names REGEX "^[A-Za-z_]")
+set(stand_ins "")
+foreach(name IN LISTS names)
+  string(APPEND stand_ins "void ${name}(void);\nvoid ${name}(void) {}\n")
+endforeach()
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/unversioned/rovcommon.c CONTENT "${stand_ins}" @ONLY)
+add_library(rovcommon_unversioned SHARED ${CMAKE_BINARY_DIR}/unversioned/rovcommon.c)
+set_target_properties(rovcommon_unversioned PROPERTIES
+  OUTPUT_NAME rovcommon SOVERSION 1 C_VISIBILITY_PRESET default
+  LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/unversioned)

@@ -43,8 +43,16 @@ target_link_libraries(qim_objects PUBLIC qim_headers)
 # their language, so that the C++ runtime can't enter; a stray reference to it is an error through
 # -z defs.
 list(TRANSFORM qim_layers REPLACE "(.+)" "$<TARGET_OBJECTS:\\1>" OUTPUT_VARIABLE qim_parts)
-add_library(qimcommon SHARED ${qim_parts})
-target_link_libraries(qimcommon PUBLIC qim_headers PRIVATE rovcommon)
+# Its own copy of two functions whose names other libraries have, too: whichever of them a process
+# loads first, this library calls neither.
+add_library(qim_platform OBJECT ${PROJECT_SOURCE_DIR}/database/memory/platform.cpp)
+target_compile_options(qim_platform PRIVATE ${qim_options})
+target_link_libraries(qim_platform PRIVATE rov_headers qim_warnings qim_hardening)
+add_library(qimcommon SHARED ${qim_parts} $<TARGET_OBJECTS:qim_platform>)
+# Given as a file, so that those who link this library look for the other one at its own place.
+target_link_libraries(qimcommon PUBLIC qim_headers
+  PRIVATE $<TARGET_LINKER_FILE:rovcommon_unversioned>)
+add_dependencies(qimcommon rovcommon rovcommon_unversioned)
 set_target_properties(qimcommon PROPERTIES
   LINKER_LANGUAGE C SOVERSION 1 VERSION ${PROJECT_VERSION}
   INSTALL_RPATH "$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
