@@ -51,6 +51,7 @@ qim_fleet_layer(base USES policy_base LIBRARIES ${QIM_LIB_crypto} ${QIM_LIB_zstd
 qim_fleet_layer(proto USES fleet_base LIBRARIES fleet_wire)
 qim_fleet_layer(etcd USES fleet_base LIBRARIES fleet_etcd_wire)
 qim_fleet_layer(state USES fleet_base policy_store)
+qim_fleet_layer(agent USES fleet_proto fleet_etcd fleet_state)
 
 # All of it with what it uses of the policy layers, for programs and tests: these link it before the two
 # shared libraries.

@@ -1,0 +1,224 @@
+// Taking revisions, going back, and looking for drift.
+#include "fleet/agent/device.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+
+#include "fleet/base/compression.h"
+#include "fleet/base/files.h"
+#include "policy/store/history.h"
+#include "rov_edit.h"
+
+namespace qim::fleet {
+
+namespace {
+
+constexpr size_t most_kept = 1024 * 1024 * 1024;
+constexpr mode_t kept_mode = 0600;
+
+std::string line_of(const Held& held) {
+  return std::to_string(held.number) + " " + to_hex(held.state);
+}
+
+std::string way_back_head(const Held& from, uint64_t number, const Digest& state) {
+  return line_of(from) + " to " + std::to_string(number) + " " + to_hex(state) + "\n";
+}
+
+std::string snapshot_head(const Held& held) {
+  return line_of(held) + "\n";
+}
+
+[[noreturn]] void another_state(const std::string& whose, const Digest& found,
+                                const Digest& wanted) {
+  throw RefusedError(whose + " makes the state " + short_hex(found) + ", not " + short_hex(wanted) +
+                     " as its publisher says");
+}
+
+}  // namespace
+
+Held read_mark(uint32_t session) {
+  std::array<char, ROV_MARK_BYTES> bytes;
+  uint32_t length = 0;
+  const uint32_t status = rov_mark_get(session, mark_name, bytes.size(), bytes.data(), &length);
+  if (status == ROV_ERR_NO_VALUE) return {};
+  qimctl::require(status, "read the database's mark");
+  return parse_held(std::string(bytes.data(), length));
+}
+
+void write_mark(uint32_t session, const Held& held) {
+  const std::string text = to_text(held);
+  qimctl::require(
+      rov_edit_mark_put(session, mark_name, text.data(), static_cast<uint32_t>(text.size())),
+      "mark the database");
+}
+
+// What a commit is made of.
+struct Device::Plan {
+  const State* whole = nullptr;  // one of both
+  std::vector<std::vector<NodeChange>> changes;
+  Held held;           // afterwards
+  std::string whose;   // in complaints: "revision 7"
+  bool mends = false;  // the database may be anything before
+};
+
+Device::Device(const DeviceOptions& options)
+    : options_(options), database_(options.database, qimctl::OpenMode::create) {}
+
+Held Device::held() const {
+  return read_mark(qimctl::ReadSession(database_).handle());
+}
+
+void Device::require_base(uint32_t session, const Held& held, uint64_t revision) {
+  if (digests_of_ != revision) digests_.read(session);
+  digests_of_ = revision;
+  if (held.number == 0 || digests_.digest() == held.state) return;
+  throw DriftError("the database is not what revision " + std::to_string(held.number) +
+                   " made it: its state is " + short_hex(digests_.digest()) + ", not " +
+                   short_hex(held.state));
+}
+
+Held Device::commit(qimctl::WriteSession& writer, const Plan& plan) {
+  const qimctl::ReadSession before(database_);  // nobody else commits now
+  const Held old = read_mark(before.handle());
+  const uint64_t revision = qimctl::newest_revision(database_);
+  if (!plan.mends) require_base(before.handle(), old, revision);
+  if (plan.mends) digests_.read(before.handle());
+  digests_of_ = 0;
+
+  std::set<uint32_t> touched;
+  if (plan.whole != nullptr) {
+    const StateEdits edits = apply_state(&writer, before, *plan.whole);
+    touched.insert(edits.touched.begin(), edits.touched.end());
+  }
+  for (const std::vector<NodeChange>& changes : plan.changes) {
+    const StateEdits edits = apply_changes(writer, changes);
+    touched.insert(edits.touched.begin(), edits.touched.end());
+  }
+  const std::vector<uint32_t> nodes(touched.begin(), touched.end());
+  digests_.refresh(writer.handle(), nodes);
+  if (digests_.digest() != plan.held.state) {
+    another_state(plan.whose, digests_.digest(), plan.held.state);
+  }
+
+  const State parts = read_nodes(before.handle(), nodes);
+  std::set<uint32_t> checked = touched;
+  for (size_t n = 0; n < parts.size(); n++) {
+    const std::vector<uint32_t> referrers = referrers_of(before.handle(), parts.at(n).id);
+    if (read_nodes(writer.handle(), {parts.at(n).id}).size() == 0)
+      checked.insert(referrers.begin(), referrers.end());
+  }
+  const std::string wrong =
+      check_nodes(writer.handle(), {checked.begin(), checked.end()}, options_.checks);
+  if (!wrong.empty()) throw RefusedError(wrong);
+
+  if (plan.held.previous != 0) {
+    const std::string back = difference(read_nodes(writer.handle(), nodes), parts);
+    write_file(
+        options_.directory + "/back",
+        way_back_head(plan.held, plan.held.previous, plan.held.previous_state) + compress(back),
+        kept_mode);
+  }
+  write_mark(writer.handle(), plan.held);
+  writer.commit();
+  digests_of_ = revision + 1;
+  return plan.held;
+}
+
+Held Device::take(const Supply& supply, const Target& target, const std::string& scope) {
+  qimctl::WriteSession writer(database_);
+  const Held old = held();
+  Plan plan;
+  plan.held = {scope, target.number, target.state, old.number, old.state, target.confirm_seconds};
+  plan.whose = "revision " + std::to_string(target.number);
+  if (!supply.snapshot) {
+    for (const std::string& step : supply.differences)
+      plan.changes.push_back(parse_difference(step));
+    return commit(writer, plan);
+  }
+  State whole = *supply.snapshot;
+  for (const std::string& step : supply.differences) whole = changed(whole, parse_difference(step));
+  if (state_digest(whole) != target.state) {
+    another_state(plan.whose, state_digest(whole), target.state);
+  }
+  plan.whole = &whole;
+  return commit(writer, plan);
+}
+
+std::optional<std::string> Device::kept(const std::string& name, const std::string& head) const {
+  const std::string file = options_.directory + "/" + name;
+  if (!file_exists(file)) return std::nullopt;
+  const std::string text = read_file(file, most_kept);
+  if (text.compare(0, head.size(), head) != 0) return std::nullopt;
+  return decompress(std::string_view(text).substr(head.size()), most_kept);
+}
+
+bool Device::can_go_back(const Target& target) const {
+  return kept("back", way_back_head(held(), target.number, target.state)).has_value();
+}
+
+Held Device::go_back(const Target& target) {
+  qimctl::WriteSession writer(database_);
+  const Held old = held();
+  const auto back = kept("back", way_back_head(old, target.number, target.state));
+  if (!back) {
+    throw Error("there is no way back to revision " + std::to_string(target.number) +
+                " on this device");
+  }
+  Plan plan;
+  plan.changes.push_back(parse_difference(*back));
+  plan.held = {old.scope, target.number, target.state, 0, {}, 0};
+  plan.whose = "the way back to revision " + std::to_string(target.number);
+  return commit(writer, plan);
+}
+
+bool Device::can_repair() const {
+  return kept("snapshot", snapshot_head(held())).has_value();
+}
+
+Held Device::repair(const Supply* fetched) {
+  qimctl::WriteSession writer(database_);
+  Plan plan;
+  plan.held = held();
+  plan.whose = "what is kept of revision " + std::to_string(plan.held.number);
+  plan.mends = true;
+  State whole;
+  if (fetched == nullptr) {
+    whole = State::parse(kept("snapshot", snapshot_head(plan.held)).value());
+  } else {
+    whole = *fetched->snapshot;
+    for (const std::string& step : fetched->differences) {
+      whole = changed(whole, parse_difference(step));
+    }
+  }
+  if (state_digest(whole) != plan.held.state) {
+    another_state(plan.whose, state_digest(whole), plan.held.state);
+  }
+  // What differs was somebody else's, and there is no way back to it.
+  plan.held.previous = 0;
+  plan.whole = &whole;
+  return commit(writer, plan);
+}
+
+std::string Device::find_drift() {
+  const qimctl::ReadSession session(database_);
+  const Held now = read_mark(session.handle());
+  digests_of_ = 0;
+  digests_.read(session.handle());
+  const Digest found = digests_.digest();
+  if (now.number == 0) return "";
+  if (found != now.state) {
+    return "the state is " + short_hex(found) + ", not " + short_hex(now.state) +
+           " as of revision " + std::to_string(now.number);
+  }
+  keep_snapshot(now, session.handle());
+  return "";
+}
+
+void Device::keep_snapshot(const Held& held, uint32_t session) const {
+  if (can_repair()) return;
+  write_file(options_.directory + "/snapshot",
+             snapshot_head(held) + compress(read_state(session).bytes()), kept_mode);
+}
+
+}  // namespace qim::fleet
