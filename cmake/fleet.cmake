@@ -55,6 +55,6 @@ qim_fleet_layer(agent USES fleet_proto fleet_etcd fleet_state)
 
 # All of it with what it uses of the policy layers, for programs and tests: these link it before the two
 # shared libraries.
-qim_layers_archive(fleet_objects ${policy_layers} ${fleet_layers})
+qim_layers_archive(fleet_objects acl ${policy_layers} ${fleet_layers})
 target_link_libraries(fleet_objects PUBLIC
   qim_headers fleet_wire fleet_etcd_wire ${QIM_LIB_crypto} ${QIM_LIB_zstd})
