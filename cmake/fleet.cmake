@@ -58,3 +58,22 @@ qim_fleet_layer(agent USES fleet_proto fleet_etcd fleet_state)
 qim_layers_archive(fleet_objects acl ${policy_layers} ${fleet_layers})
 target_link_libraries(fleet_objects PUBLIC
   qim_headers fleet_wire fleet_etcd_wire ${QIM_LIB_crypto} ${QIM_LIB_zstd})
+
+# qimd, the agent of a device.
+qim_layer(qimd_process processes/qimd USES fleet_agent LIBRARIES Threads::Threads OPTIONS -O1 -g1)
+set_source_files_properties(${PROJECT_SOURCE_DIR}/processes/qimd/options.cpp PROPERTIES
+  COMPILE_DEFINITIONS QIMD_VERSION="${PROJECT_VERSION}")
+qim_layers_archive(qimd_objects qimd_process)
+add_executable(qimd ${PROJECT_SOURCE_DIR}/processes/qimd_main.cpp)
+qim_include_root(qimd PRIVATE processes/qimd_main.cpp)
+target_link_libraries(qimd PRIVATE
+  qim_warnings qim_hardening qimd_objects fleet_objects qimcommon rovcommon)
+set_target_properties(qimd PROPERTIES
+  INSTALL_RPATH "${qimctl_rpath}" BUILD_WITH_INSTALL_RPATH ON)
+qim_hardened(qimd)
+install(TARGETS qimd)
+configure_file(${PROJECT_SOURCE_DIR}/packaging/qimd.service.in
+  ${CMAKE_BINARY_DIR}/packaging/qimd.service @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/packaging/qimd.service
+  DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/qimd.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
