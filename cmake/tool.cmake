@@ -57,8 +57,10 @@ qim_policy_layer(policy_rfc8519 policy/formats/rfc8519 USES policy_parts)
 qim_policy_layer(policy_openconfig policy/formats/openconfig USES policy_parts)
 qim_policy_layer(policy_iptables policy/formats/iptables USES policy_parts)
 qim_policy_layer(policy_switch_tables policy/formats/switch_tables USES policy_parts)
+qim_policy_layer(policy_nft policy/formats/nft USES policy_trace)
 qim_policy_layer(policy_any policy/formats/any
-  USES policy_native policy_rfc8519 policy_openconfig policy_iptables policy_switch_tables)
+  USES policy_native policy_rfc8519 policy_openconfig policy_iptables policy_switch_tables
+  policy_nft)
 include(${PROJECT_SOURCE_DIR}/policy/formats/native/embed_schema.cmake)
 
 qim_tool_layer(qimctl_base tools/base USES policy_base)

@@ -65,6 +65,10 @@ Exported export_lists(ReadSession& session, const ExportOptions& options) {
   for (const Finding& loss : losses)
     complain((loss.fate == Fate::skipped ? "skipped  " : "approximated  ") + loss.place.file +
              ": " + loss.what);
+  if (!losses.empty() && options.format == Format::nft) {
+    complain("nothing was exported; a part of a policy would be another policy");
+    return Exported::lossy;
+  }
   if (!losses.empty() && !options.lossy) {
     complain("nothing was exported; repeat with --lossy to accept that");
     return Exported::lossy;

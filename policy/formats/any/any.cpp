@@ -6,6 +6,7 @@
 
 #include "policy/formats/iptables/iptables.h"
 #include "policy/formats/native/native.h"
+#include "policy/formats/nft/nft.h"
 #include "policy/formats/openconfig/openconfig.h"
 #include "policy/formats/rfc8519/rfc8519.h"
 #include "policy/formats/switch_tables/switch_tables.h"
@@ -70,6 +71,7 @@ ModelInput read_model(const std::string& text, const std::string& file, Format f
 }
 
 ModelText write_model(const Model& model, Format format, const std::vector<std::string>& names) {
+  if (format == Format::nft) return nft::write_nft(model, names);
   return format == Format::openconfig ? write_openconfig(model, names)
                                       : write_rfc8519(model, names);
 }

@@ -10,7 +10,7 @@
 
 namespace qimctl {
 
-enum class Format { guess, native, rfc8519, openconfig, iptables, switch_tables };
+enum class Format { guess, native, rfc8519, openconfig, iptables, switch_tables, nft };
 
 struct FormatName {
   std::string_view name;
@@ -23,7 +23,8 @@ inline constexpr std::array format_names{
 
 // Those that access lists are written in.
 inline constexpr std::array written_formats{FormatName{"rfc8519", Format::rfc8519},
-                                            FormatName{"openconfig", Format::openconfig}};
+                                            FormatName{"openconfig", Format::openconfig},
+                                            FormatName{"nft", Format::nft}};
 
 // The format that a text claims to be of; Format::guess when it claims none, or several.
 Format guess_format(const std::string& text);
