@@ -30,7 +30,7 @@ constexpr Location inside(uint32_t type, Base base, uint32_t offset, uint32_t le
 constexpr Base ll = Base::link;
 constexpr Base nh = Base::network;
 constexpr Base th = Base::transport;
-constexpr uint32_t ipv6_protocol = QIM_HEADER_IPV6 + 5;
+constexpr Bits ipv4_protocol{Base::network, 72, 8};
 constexpr std::array locations{
     at(0x0201, ll, 0, 48),
     at(0x0202, ll, 48, 48),
@@ -39,7 +39,6 @@ constexpr std::array locations{
     inside(0x0302, nh, 8, 8, 0, 2),
     at(0x0303, nh, 16, 16),
     at(0x0304, nh, 64, 8),
-    at(0x0305, nh, 72, 8),
     inside(0x0306, nh, 0, 8, 0, 4),
     inside(0x0307, nh, 48, 8, 5, 3),
     inside(0x0308, nh, 48, 16, 0, 13),
@@ -136,6 +135,18 @@ void append(std::vector<std::string>& to, const std::vector<std::string>& more) 
 EntryConditions::EntryConditions(const Entry& entry, bool at_ingress, bool at_egress) {
   for (const Criterion& criterion : entry.criteria)
     if (obstacle_.empty()) add(criterion, at_ingress, at_egress);
+  if (protocol_ && transport_) settle_protocol();
+}
+
+void EntryConditions::add_protocol(uint32_t number) {
+  protocol_ = number;
+}
+
+// The header says which protocol it is, so the entry need not. One that contradicts itself must not reach
+// the filter's library: it ends the process for some such rules.
+void EntryConditions::settle_protocol() {
+  if (!network_ || *protocol_ != protocol_of(*transport_, *network_)) never_ = true;
+  protocol_.reset();
 }
 
 void EntryConditions::add_header(Header header) {
@@ -185,15 +196,11 @@ void EntryConditions::add(const Criterion& criterion, bool at_ingress, bool at_e
 }
 
 void EntryConditions::add_number(const Condition& condition, uint32_t type) {
-  const bool is_protocol6 = type == ipv6_protocol;
-  std::vector<std::string>& matches = is_protocol6                        ? protocol6_
-                                      : condition.header == Header::eth   ? eth_
+  if (condition.field == Field::protocol)
+    return add_protocol(static_cast<uint32_t>(condition.first.low));
+  std::vector<std::string>& matches = condition.header == Header::eth     ? eth_
                                       : condition.field < Field::sequence ? ip_
                                                                           : l4_;
-  if (is_protocol6) {
-    matches.push_back(equal(meta("l4proto"), number(condition.first.low)));
-    return;
-  }
   const Location& where = location_of(type);
   if (condition.kind == Condition::Kind::masked) {
     if (condition.last.low != 0)
@@ -227,6 +234,13 @@ void EntryConditions::add_number(const Condition& condition, uint32_t type) {
                               : equal(payload(where.bits), numbers));
 }
 
+// That of IPv6 lies behind the extension headers.
+void EntryConditions::add_protocol_match(std::vector<std::string>& matches) const {
+  if (!protocol_) return;
+  const bool is_ipv4 = *network_ == Header::ipv4;
+  matches.push_back(equal(is_ipv4 ? payload(ipv4_protocol) : meta("l4proto"), number(*protocol_)));
+}
+
 std::string EntryConditions::network_text() const {
   if (!network_) return "";
   return *network_ == Header::ipv4 ? "ip" : "ip6";
@@ -248,20 +262,24 @@ Asked EntryConditions::ask(Kind kind) const {
     case Kind::whole:
       if (transport_) asked.matches.push_back(transport_match(*transport_, network_));
       append(asked.matches, ip_);
-      append(asked.matches, protocol6_);
+      add_protocol_match(asked.matches);
       append(asked.matches, l4_);
       return asked;
     case Kind::bare:
       if (transport_) return {};
       append(asked.matches, ip_);
-      append(asked.matches, protocol6_);
+      add_protocol_match(asked.matches);
       return asked;
     case Kind::other:
       if (transport_ || network_) return {};
       return asked;
     case Kind::unsure_l4:
       append(asked.matches, ip_);
-      if (transport_ || !protocol6_.empty()) asked.answer = Answer::open;
+      if (transport_ || (protocol_ && *network_ == Header::ipv6)) {
+        asked.answer = Answer::open;
+      } else {
+        add_protocol_match(asked.matches);
+      }
       return asked;
     case Kind::unsure_l3:
       break;

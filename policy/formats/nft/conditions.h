@@ -51,6 +51,9 @@ class EntryConditions {
  private:
   void add(const Criterion& criterion, bool at_ingress, bool at_egress);
   void add_header(Header header);
+  void add_protocol(uint32_t number);
+  void settle_protocol();
+  void add_protocol_match(std::vector<std::string>& matches) const;
   void add_number(const Condition& condition, uint32_t type);
   std::vector<std::string> network_matches() const;
 
@@ -61,7 +64,7 @@ class EntryConditions {
   std::vector<std::string> interface_;
   std::vector<std::string> eth_;
   std::vector<std::string> ip_;
-  std::vector<std::string> protocol6_;  // of IPv6, which lies behind the extension headers
+  std::optional<uint32_t> protocol_;
   std::vector<std::string> l4_;
 };
 

@@ -26,11 +26,10 @@ constexpr std::array transports4{Transport{protocol_icmp, 4}, Transport{protocol
 constexpr std::array transports6{Transport{protocol_tcp, 20}, Transport{protocol_udp, 8},
                                  Transport{protocol_icmp6, 4}};
 
-// Extension headers whose length is in the same place, in units of 8 bytes behind the first 8; that of
-// authentication counts units of 4; a fragment header has 8 bytes.
+// Extension headers whose length is in the same place, in units of 8 bytes behind the first 8. A fragment
+// header has 8 bytes. Behind one of authentication the kernel looks for nothing.
 constexpr std::array<uint32_t, 3> plain_extensions{0, 43, 60};
 constexpr uint32_t fragment = 44;
-constexpr uint32_t authentication = 51;
 constexpr std::array<uint32_t, 8> extensions{0, 43, 44, 51, 60, 135, 139, 140};
 // The lengths, as the headers have them, that are told apart.
 constexpr uint32_t extension_lengths = 16;
@@ -39,7 +38,7 @@ constexpr uint32_t most = 65535;
 constexpr Bits ipv4_first{Base::network, 0, 8};  // version and length of the header
 constexpr Bits ipv4_length{Base::network, 16, 16};
 constexpr Bits ipv4_offset{Base::network, 48, 16};
-constexpr Bits ipv4_protocol{Base::network, 72, 8};
+constexpr Bits protocol_field{Base::network, 72, 8};
 constexpr Bits ipv6_length{Base::network, 32, 16};
 constexpr Bits ipv6_next{Base::network, 48, 8};
 constexpr Bits ipv6_first{Base::network, 0, 8};
@@ -99,7 +98,7 @@ std::string is_no_later_fragment() {
 }
 
 std::string ipv4_key() {
-  return concat({payload(ipv4_first), payload(ipv4_protocol), payload(ipv4_length)});
+  return concat({payload(ipv4_first), payload(protocol_field), payload(ipv4_length)});
 }
 
 // IPv4 packets by the length of their header, their protocol and their whole length: those that have
@@ -131,7 +130,7 @@ Chain sort_ipv4(const std::string& name, const std::string& unsound, const Targe
 // Of IPv4 packets whose lengths are wrong.
 Chain sort_unsound_ipv4(const std::string& name, const Targets& targets) {
   Sorter sorter(name, targets);
-  sorter.hand_on(Kind::bare, {differs(payload(ipv4_protocol), protocols(transports4))});
+  sorter.hand_on(Kind::bare, {differs(payload(protocol_field), protocols(transports4))});
   sorter.hand_on(Kind::bare, {differs(masked(payload(ipv4_offset), 0x1fff), number(0))});
   sorter.hand_on(Kind::bare, {equal(ipv4_key(), ipv4_lengths(false))});
   sorter.hand_on(Kind::unsure_l4, {});
@@ -165,7 +164,6 @@ std::string extension_lengths_set(bool with_transport) {
   };
   for (uint32_t length = 0; length < extension_lengths; length++) {
     for (const uint32_t next : plain_extensions) add(next, length, 8 + 8 * length);
-    add(authentication, length, 8 + 4 * length);
   }
   return set_of(elements);
 }

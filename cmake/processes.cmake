@@ -1,0 +1,16 @@
+# Processes that act on policy. Each needs libraries of the system that not every target has; where one
+# of them is missing the process is left out.
+
+set(enforce_libraries "")
+foreach(library nftables nftnl mnl systemd)
+  find_library(QIM_LIB_${library} ${library}
+    PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+  if(NOT QIM_LIB_${library})
+    message(STATUS "qim-enforce is left out: there is no lib${library} for this target")
+    return()
+  endif()
+  list(APPEND enforce_libraries ${QIM_LIB_${library}})
+endforeach()
+
+qim_layer(enforce_filter processes/enforce USES policy_nft policy_store
+  LIBRARIES ${enforce_libraries} OPTIONS ${tool_options})

@@ -1,0 +1,76 @@
+// Namespaces and raw sockets.
+#include "tests/system/enforce/net.h"
+
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace net {
+
+namespace {
+
+// Nothing that the kernel would send by itself: no addresses, no neighbours.
+constexpr const char* set_up =
+    "set -e; sysctl -qw net.ipv6.conf.all.disable_ipv6=1 net.ipv6.conf.default.disable_ipv6=1 || "
+    "true; "
+    "ip link add near mtu 9000 type veth peer name far mtu 9000; "
+    "ip link set near arp off up; ip link set far arp off up; ip link set lo up";
+
+uint16_t network_order(uint16_t number) {
+  return static_cast<uint16_t>(number << 8 | number >> 8);
+}
+
+}  // namespace
+
+bool shell(const std::string& command) {
+  return system(("{ " + command + "; } >/dev/null 2>&1").c_str()) == 0;
+}
+
+std::string enter() {
+  if (unshare(CLONE_NEWNET) != 0)
+    return std::string("no network namespace can be made here: ") + strerror(errno);
+  if (!shell("command -v ip && command -v nft")) return "ip or nft is missing";
+  if (!shell(set_up)) return "no pair of interfaces can be made here";
+  if (!shell("nft add table netdev probe && nft delete table netdev probe"))
+    return "the packet filter can't be used here";
+  return "";
+}
+
+const std::string& obstacle() {
+  static const std::string found = enter();
+  return found;
+}
+
+bool must_run() {
+  return getenv("CI") != nullptr;
+}
+
+Sender::Sender(const std::string& interface) : socket_(socket(AF_PACKET, SOCK_RAW, 0)) {
+  sockaddr_ll address{};
+  address.sll_family = AF_PACKET;
+  address.sll_ifindex = static_cast<int>(if_nametoindex(interface.c_str()));
+  address.sll_protocol = network_order(0);
+  if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    close(socket_);
+    socket_ = -1;
+  }
+}
+
+Sender::~Sender() {
+  if (socket_ >= 0) close(socket_);
+}
+
+bool Sender::send(std::span<const uint8_t> frame) const {
+  const ssize_t sent = ::send(socket_, frame.data(), frame.size(), 0);
+  // What the filter drops on its way out is reported as if there had been no room.
+  return sent == static_cast<ssize_t>(frame.size()) || errno == ENOBUFS;
+}
+
+}  // namespace net

@@ -1,0 +1,47 @@
+// A network of the test's own: a namespace with a pair of interfaces that are joined, and nothing
+// outside it.
+#ifndef TESTS_SYSTEM_ENFORCE_NET_H
+#define TESTS_SYSTEM_ENFORCE_NET_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace net {
+
+// Takes the calling thread into a namespace in which "near" and "far" are joined. The reason why that
+// can't be, "" when it could.
+std::string enter();
+
+// Why this machine can't run such tests; "" when it can. Enters a namespace, once for the program.
+const std::string& obstacle();
+// Is that a failure, and not a reason to skip?
+bool must_run();
+
+// Runs a command of the shell.
+bool shell(const std::string& command);
+
+// Sends frames as they are.
+class Sender {
+ public:
+  explicit Sender(const std::string& interface);
+  ~Sender();
+  Sender(const Sender&) = delete;
+  Sender& operator=(const Sender&) = delete;
+  bool send(std::span<const uint8_t> frame) const;
+
+ private:
+  int socket_;
+};
+
+}  // namespace net
+
+// In front of a test's body.
+#define NEEDS_NET()                                                             \
+  do {                                                                          \
+    if (!net::obstacle().empty() && net::must_run()) FAIL() << net::obstacle(); \
+    if (!net::obstacle().empty()) GTEST_SKIP() << net::obstacle();              \
+  } while (false)
+
+#endif

@@ -1,0 +1,17 @@
+// Lists of random entries, with every match that there is, of values that frames have.
+#ifndef TESTS_SYSTEM_ENFORCE_RANDOM_POLICY_H
+#define TESTS_SYSTEM_ENFORCE_RANDOM_POLICY_H
+
+#include <string>
+
+#include "policy/model/model.h"
+#include "tests/database/random.h"
+
+namespace random_policy {
+
+qimctl::AccessList make_list(testing_rov::Random& random, const std::string& name, size_t entries,
+                             const std::string& interface, bool egress);
+
+}  // namespace random_policy
+
+#endif
