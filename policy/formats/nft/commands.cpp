@@ -72,14 +72,20 @@ void Commands::rule(std::string_view chain, const Rule& rule) {
   text_ += ",\"expr\":" + rule.expressions;
 }
 
-void Commands::add_rule(std::string_view chain, const Rule& added) {
+void Commands::append_rule(std::string_view chain, const Rule& added) {
   begin("add", "rule");
   rule(chain, added);
   end();
 }
 
-void Commands::insert_rule(std::string_view chain, const Rule& added, uint64_t handle) {
+void Commands::prepend_rule(std::string_view chain, const Rule& added) {
   begin("insert", "rule");
+  rule(chain, added);
+  end();
+}
+
+void Commands::add_rule(std::string_view chain, const Rule& added, uint64_t handle) {
+  begin("add", "rule");
   rule(chain, added);
   text_ += ",\"handle\":" + std::to_string(handle);
   end();
@@ -108,7 +114,7 @@ std::string to_json(const Ruleset& ruleset) {
   for (const Limit& limit : ruleset.limits) commands.add_limit(limit);
   for (const Chain& chain : ruleset.chains) commands.add_chain(chain);
   for (const Chain& chain : ruleset.chains)
-    for (const Rule& rule : chain.rules) commands.add_rule(chain.name, rule);
+    for (const Rule& rule : chain.rules) commands.append_rule(chain.name, rule);
   return commands.take();
 }
 

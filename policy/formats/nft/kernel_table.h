@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -30,14 +31,13 @@ struct KernelTable {
   std::vector<KernelChain> chains;
 };
 
-// What is counted of an entry, or of a list's default, in all chains.
+// What is counted of entries, and of lists' defaults, in all chains: by the key that entry_key() has
+// made of each.
 struct Count {
   uint64_t packets = 0;
   uint64_t bytes = 0;
-  bool is_there = false;  // is there a rule of it at all?
 };
-// By the key that entry_key() has made.
-Count count_of(const KernelTable& table, const std::string& key);
+std::map<std::string, Count> counts_of(const KernelTable& table);
 
 // The commands that make the kernel's table this one: what is the same stays, and its counters with it.
 // Nothing when there is nothing to do.

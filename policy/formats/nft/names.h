@@ -1,6 +1,7 @@
 // What chains, limits and rules are called.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -19,6 +20,7 @@ std::string hash_text(uint64_t hash);
 
 // By what the rules of an entry are found: their comments begin with it. An empty name stands for what
 // no entry matches.
+inline constexpr size_t key_length = 16;
 std::string entry_key(std::string_view list, std::string_view entry);
 
 // A rule's comment: the key; a hash of the rule, by which a change is seen; and as much of `label` as
