@@ -10,6 +10,8 @@
 #include "policy/base/names.h"
 #include "policy/base/text.h"
 #include "policy/store/stored_model.h"
+#include "processes/enforce/filter.h"
+#include "processes/enforce/kernel_reader.h"
 #include "processes/enforce/log.h"
 
 namespace enforce {
@@ -28,6 +30,16 @@ void say_refusals(const Revision& revision) {
     say(Level::error, qimctl::quoted(all[i].where) + ": " + all[i].what);
   if (all.size() > most_refusals)
     say(Level::error, "and " + qimctl::counted(all.size() - most_refusals, "more obstacle"));
+}
+
+// For what the kernel has and the library can't decode the whole table is put anew.
+void put_changes(const qimctl::nft::Changes& todo, const Ruleset& ruleset) {
+  try {
+    run_commands(todo.commands);
+  } catch (const FilterError& error) {
+    say(Level::warning, std::string("the whole table is put anew: ") + error.what());
+    run_commands(qimctl::nft::to_json(ruleset));
+  }
 }
 
 // A ruleset without base chains of devices that do not exist, which older kernels refuse.
@@ -137,7 +149,7 @@ bool Enforcer::try_ruleset(const Ruleset& ruleset, std::string& why) {
     metrics_.rules = 0;
     for (const Chain& chain : ruleset.chains) metrics_.rules += chain.rules.size();
     if (todo.commands.empty()) return true;
-    filter_.run(todo.commands);
+    put_changes(todo, ruleset);
     metrics_.updates++;
     say(Level::notice, qimctl::counted(todo.added, "rule") + " added, " +
                            std::to_string(todo.deleted) + " deleted");

@@ -9,7 +9,6 @@
 #include "policy/formats/nft/kernel_table.h"
 #include "policy/store/database.h"
 #include "policy/store/history.h"
-#include "processes/enforce/filter.h"
 #include "processes/enforce/metrics.h"
 
 namespace enforce {
@@ -63,7 +62,6 @@ class Enforcer {
 
   qimctl::Database database_;
   qimctl::Following following_;
-  Filter filter_;
   Metrics metrics_;
   bool is_behind_ = true;
   Clock::time_point behind_since_ = Clock::now();

@@ -1,27 +1,16 @@
 // The kernel's packet filter, through libnftables.
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "processes/enforce/kernel_reader.h"
 
-struct nft_ctx;
-
 namespace enforce {
 
-class Filter {
- public:
-  Filter();
-
-  // All commands take effect together, or none. Throws FilterError.
-  void run(const std::string& commands) const;
-
- private:
-  struct Free {
-    void operator()(nft_ctx* context) const;
-  };
-  std::unique_ptr<nft_ctx, Free> context_;
-};
+// All commands, in JSON, take effect together, or none. Throws FilterError.
+//
+// A process of its own speaks to the library, which ends its process where it meets what it can't
+// decode.
+void run_commands(const std::string& commands);
 
 }  // namespace enforce

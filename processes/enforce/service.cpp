@@ -15,6 +15,8 @@
 #include "policy/base/text.h"
 #include "policy/formats/nft/commands.h"
 #include "processes/enforce/enforcer.h"
+#include "processes/enforce/filter.h"
+#include "processes/enforce/kernel_reader.h"
 #include "processes/enforce/log.h"
 
 namespace enforce {
@@ -145,7 +147,7 @@ ExitCode remove_table() {
   if (!read_kernel().is_there) return exit_good;
   qimctl::nft::Commands commands;
   commands.delete_table();
-  Filter().run(commands.take());
+  run_commands(commands.take());
   return exit_good;
 }
 

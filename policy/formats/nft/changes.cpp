@@ -3,7 +3,6 @@
 // All take effect together, in the order in which they stand: rules are deleted first, so that nothing
 // jumps to a chain or uses a limit that goes; chains and limits come before what uses them.
 #include <algorithm>
-#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -99,26 +98,19 @@ class Comparison {
       if (!there.contains(limit.name)) commands_.add_limit(limit);
   }
 
-  // Those between two that stay are added behind the first of these, the last one first.
+  // Each stands in front of the next one that stays.
   void add_rules(const Chain& chain) {
     const auto kept = kept_.find(chain.name);
     size_t begin = 0;  // of those that come
-    std::optional<uint64_t> behind;
     for (size_t i = 0; kept != kept_.end() && i < chain.rules.size(); i++) {
       if (kept->second[i] == none) continue;
-      for (size_t rule = i; rule-- > begin;) add_rule(chain, rule, behind);
+      const uint64_t next = there_chains_.at(chain.name)->rules[kept->second[i]].handle;
+      for (; begin < i; begin++, result_.added++)
+        commands_.insert_rule(chain.name, chain.rules[begin], next);
       begin = i + 1;
-      behind = there_chains_.at(chain.name)->rules[kept->second[i]].handle;
     }
-    for (size_t rule = begin; rule < chain.rules.size(); rule++)
-      commands_.append_rule(chain.name, chain.rules[rule]);
-    result_.added += chain.rules.size() - begin;
-  }
-
-  void add_rule(const Chain& chain, size_t rule, const std::optional<uint64_t>& behind) {
-    result_.added++;
-    if (behind) return commands_.add_rule(chain.name, chain.rules[rule], *behind);
-    commands_.prepend_rule(chain.name, chain.rules[rule]);
+    for (; begin < chain.rules.size(); begin++, result_.added++)
+      commands_.append_rule(chain.name, chain.rules[begin]);
   }
 
   const KernelTable& there_;

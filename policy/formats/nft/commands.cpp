@@ -78,14 +78,8 @@ void Commands::append_rule(std::string_view chain, const Rule& added) {
   end();
 }
 
-void Commands::prepend_rule(std::string_view chain, const Rule& added) {
+void Commands::insert_rule(std::string_view chain, const Rule& added, uint64_t handle) {
   begin("insert", "rule");
-  rule(chain, added);
-  end();
-}
-
-void Commands::add_rule(std::string_view chain, const Rule& added, uint64_t handle) {
-  begin("add", "rule");
   rule(chain, added);
   text_ += ",\"handle\":" + std::to_string(handle);
   end();

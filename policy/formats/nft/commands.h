@@ -18,11 +18,10 @@ class Commands {
   void delete_limit(std::string_view name);
   void add_chain(const Chain& chain);
   void delete_chain(std::string_view name);
-  // Behind all rules of the chain; in front of all; behind the one with that handle. In front of one is
-  // possible, too, but makes the library read all rules first.
+  // Behind all rules of the chain; or in front of the one with that handle, for which the library reads
+  // all rules first.
   void append_rule(std::string_view chain, const Rule& rule);
-  void prepend_rule(std::string_view chain, const Rule& rule);
-  void add_rule(std::string_view chain, const Rule& rule, uint64_t handle);
+  void insert_rule(std::string_view chain, const Rule& rule, uint64_t handle);
   void delete_rule(std::string_view chain, uint64_t handle);
 
   size_t count() const { return count_; }

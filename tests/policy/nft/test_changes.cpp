@@ -48,12 +48,9 @@ std::vector<std::string> applied(const KernelTable& table, const std::string& co
     }
     const size_t tag = line.find("\"comment\":\"") + 11;
     const std::pair<uint64_t, std::string> made{0, line.substr(tag, line.find('"', tag) - tag)};
-    if (line.find("{\"insert\"") != std::string::npos)
-      rules.insert(rules.begin(), made);
-    else if (handle != 0)
-      rules.insert(place + 1, made);
-    else
-      rules.push_back(made);
+    // The library takes a handle with "insert" alone.
+    EXPECT_EQ(line.find("{\"insert\"") != std::string::npos, handle != 0);
+    rules.insert(handle != 0 ? place : rules.end(), made);
   }
   std::vector<std::string> labels;
   for (const auto& [handle, tag] : rules) labels.push_back(tag);

@@ -13,6 +13,7 @@
 #include "policy/trace/packet_bytes.h"
 #include "policy/trace/packet_words.h"
 #include "processes/enforce/filter.h"
+#include "processes/enforce/kernel_reader.h"
 #include "tests/support/pace.h"
 #include "tests/system/enforce/frames.h"
 #include "tests/system/enforce/net.h"
@@ -179,7 +180,6 @@ class Comparison {
   qimctl::Lists lists_;
   qimctl::Tracer tracer_;
   net::Sender sender_;
-  enforce::Filter filter_;
   std::map<std::string, std::string> names_;
   uint64_t equal_ = 0;
   uint64_t open_ = 0;
@@ -196,9 +196,8 @@ void put(const qimctl::Model& model) {
   const qimctl::nft::Translation made = qimctl::nft::translate(model);
   for (const qimctl::nft::Refusal& refusal : made.refusals)
     ADD_FAILURE() << refusal.where << ": " << refusal.what;
-  const enforce::Filter filter;
   const qimctl::nft::Changes todo = qimctl::nft::changes(enforce::read_kernel(), made.ruleset);
-  if (!todo.commands.empty()) filter.run(todo.commands);
+  if (!todo.commands.empty()) enforce::run_commands(todo.commands);
   EXPECT_TRUE(qimctl::nft::changes(enforce::read_kernel(), made.ruleset).commands.empty());
 }
 

@@ -29,7 +29,8 @@ std::vector<std::string> labels(const std::string& chain) {
   std::vector<std::string> all;
   for (const auto& there : enforce::read_kernel().chains)
     if (there.name == chain)
-      for (const auto& rule : there.rules) all.push_back(rule.tag.size() > 34 ? rule.tag.substr(34) : rule.tag);
+      for (const auto& rule : there.rules)
+        all.push_back(rule.tag.size() > 34 ? rule.tag.substr(34) : rule.tag);
   return all;
 }
 
