@@ -6,6 +6,15 @@ foreach(target qimcommon rovcommon acl qimctl)
   endif()
 endforeach()
 
+if(TARGET qim-enforce)
+  install(TARGETS qim-enforce)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/qim-enforce.service.in
+    ${CMAKE_BINARY_DIR}/packaging/qim-enforce.service @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/packaging/qim-enforce.service
+    DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/enforce.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+endif()
+
 foreach(folder include database/include)
   if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/

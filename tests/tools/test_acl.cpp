@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "policy/formats/nft/names.h"
 #include "policy/store/database.h"
 #include "policy/store/store_policy.h"
 #include "rov_edit.h"
@@ -67,6 +68,52 @@ TEST_F(Acl, a_table_of_many_megabytes_is_printed_as_any_other) {
   const std::string printed = output({"acl", "wide"});
   EXPECT_EQ(printed.substr(0, 100), expected.substr(0, 100));
   EXPECT_TRUE(printed == expected);
+}
+
+// What the kernel counts is asked of another program, which a script stands in for.
+class AclCounters : public Acl {
+ protected:
+  tools_test::Outcome counted(const std::string& script,
+                              const std::vector<std::string>& more = {}) {
+    const std::filesystem::path program = dir_ / "qim-enforce";
+    tools_test::write_text(program, "#!/bin/sh\n" + script + "\n");
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    std::vector<std::string> words{"acl", "guard", "--counters"};
+    words.insert(words.end(), more.begin(), more.end());
+    return tools_test::run_qimctl(
+        on_database(words), {"PATH=" + std::filesystem::path(program).parent_path().string()});
+  }
+  static std::string counts() {
+    return R"(echo '{")" + qimctl::nft::entry_key("guard", "ssh") +
+           R"(":{"packets":12,"bytes":3400},")" + qimctl::nft::entry_key("guard", "") +
+           R"(":{"packets":1,"bytes":60}}')";
+  }
+};
+
+TEST_F(AclCounters, stand_beside_entries) {
+  EXPECT_EQ(counted(counts()).out,
+            "guard  type ipv4, 2 entries, default drop, attached at if:eth0/in stage 2, "
+            "if:eth1/out\n"
+            "NO  ENTRY  MATCHES                           ACTION    PACKETS  BYTES\n"
+            "1   ssh    ipv4 tcp to 192.0.2.0/24 port 22  accept    12       3400\n"
+            "2   rest   any                               drop log  0        0\n"
+            "by default 1 packet, 60 bytes\n");
+  const json list = json::parse(counted(counts(), {"--json"}).out);
+  EXPECT_EQ(list["packets"], 1);
+  EXPECT_EQ(list["bytes"], 60);
+  EXPECT_EQ(list["entries"][0]["packets"], 12);
+  EXPECT_EQ(list["entries"][1]["bytes"], 0);
+}
+
+TEST_F(AclCounters, that_can_t_be_read_are_told) {
+  const tools_test::Outcome failed = counted("exit 4");
+  EXPECT_EQ(failed.code, qimctl::exit_output);
+  EXPECT_THAT(failed.err, HasSubstr("the program 'qim-enforce' failed"));
+  const tools_test::Outcome missing =
+      tools_test::run_qimctl(on_database({"acl", "guard", "--counters"}), {"PATH=/nowhere"});
+  EXPECT_EQ(missing.code, qimctl::exit_output);
+  EXPECT_THAT(missing.err, HasSubstr("there is no program 'qim-enforce'"));
+  EXPECT_EQ(run({"acl", "--counters"}).code, qimctl::exit_usage);
 }
 
 TEST_F(Acl, that_is_not_there_is_told) {

@@ -85,6 +85,11 @@ JsonValue entry_json(const Entry& entry, size_t number) {
   return value;
 }
 
+void add_count(JsonValue& json, const EntryCounters::Count& count) {
+  json.set("packets", count.packets);
+  json.set("bytes", count.bytes);
+}
+
 // The places of lists in the order of their names.
 std::vector<size_t> by_name(const std::vector<AccessList>& lists) {
   std::vector<size_t> order(lists.size());
@@ -136,14 +141,22 @@ constexpr size_t most_text = 8 * size_t{1024} * 1024;
 // can be printed when the last one is known: what is too large to be kept is made twice.
 class EntryTable {
  public:
-  EntryTable(const ReadSession& session, const StoredList& list, OutputForm form)
-      : session_(session), list_(list), width_(form == OutputForm::wide ? 0 : terminal().width) {}
+  // `counters` may be NULL.
+  EntryTable(const ReadSession& session, const StoredList& list, OutputForm form,
+             const std::string& name, const EntryCounters* counters)
+      : session_(session),
+        list_(list),
+        width_(form == OutputForm::wide ? 0 : terminal().width),
+        name_(name),
+        counters_(counters) {}
 
   void print_all() {
     if (list_.entries == 0) return;
     Row head;
     for (const char* name : {"NO", "ENTRY", "MATCHES", "ACTION"})
       head.push_back(styled(Style::head, name));
+    if (counters_ != nullptr)
+      for (const char* name : {"PACKETS", "BYTES"}) head.push_back(styled(Style::head, name));
     TableColumns columns(head);
     each_row([&](const Row& row) {
       columns.fit(row);
@@ -159,13 +172,18 @@ class EntryTable {
 
   template <typename Visit>
   void each_row(Visit visit) const {
-    Row row(4);
+    Row row(cells());
     size_t number = 0;
     each_stored_entry(session_, list_, [&](const Entry& entry) {
       row[0] = std::to_string(++number);
       row[1] = printable(entry.name);
       row[2] = criteria_words(entry);
       row[3] = action_words(entry);
+      if (counters_ != nullptr) {
+        const EntryCounters::Count count = counters_->of(name_, entry.name);
+        row[4] = std::to_string(count.packets);
+        row[5] = std::to_string(count.bytes);
+      }
       visit(row);
     });
   }
@@ -178,8 +196,10 @@ class EntryTable {
     }
   }
 
+  size_t cells() const { return counters_ == nullptr ? 4 : 6; }
+
   void print_kept(const TableColumns& columns) const {
-    Row row(4);
+    Row row(cells());
     for (size_t at = 0; at < cells_.size();) {
       for (std::string& cell : row) {
         const size_t end = cells_.find('\n', at);
@@ -193,6 +213,8 @@ class EntryTable {
   const ReadSession& session_;
   const StoredList& list_;
   size_t width_;
+  const std::string& name_;
+  const EntryCounters* counters_;
   std::string cells_;
 };
 
@@ -209,7 +231,8 @@ void print_lists(const ReadSession& session, OutputForm form) {
   rows.finish();
 }
 
-void print_list(const ReadSession& session, const std::string& name, OutputForm form) {
+void print_list(const ReadSession& session, const std::string& name, OutputForm form,
+                const EntryCounters* counters) {
   const StoredModel stored = read_outline(session);
   const AccessList& list = require_list(stored, name);
   const StoredList& nodes = *find_stored(stored, name);
@@ -218,16 +241,25 @@ void print_list(const ReadSession& session, const std::string& name, OutputForm 
     JsonValue value = list_json(list, nodes, places);
     JsonValue entries = JsonValue::array();
     size_t number = 0;
-    each_stored_entry(session, nodes,
-                      [&](const Entry& entry) { entries.add(entry_json(entry, ++number)); });
+    each_stored_entry(session, nodes, [&](const Entry& entry) {
+      JsonValue json = entry_json(entry, ++number);
+      if (counters != nullptr) add_count(json, counters->of(name, entry.name));
+      entries.add(std::move(json));
+    });
     value.set("entries", std::move(entries));
+    if (counters != nullptr) add_count(value, counters->of(name, ""));
     return print_value(value, form);
   }
   print(printable(list.name) + "  type " + list_type_words(list.type) + ", " +
         std::to_string(nodes.entries) + (nodes.entries == 1 ? " entry" : " entries") +
         ", default " + default_text(list) + ", attached " + (places.of(name).empty() ? "" : "at ") +
         places.text_of(name) + "\n");
-  EntryTable(session, nodes, form).print_all();
+  EntryTable(session, nodes, form, name, counters).print_all();
+  if (counters != nullptr) {
+    const EntryCounters::Count rest = counters->of(name, "");
+    print("by default " + counted(rest.packets, "packet") + ", " + counted(rest.bytes, "byte") +
+          "\n");
+  }
   for (const Policer& policer : stored.model.policers) {
     const bool used = std::any_of(nodes.deeds.begin(), nodes.deeds.end(), [&](const auto& deed) {
       return deed.second.policer == policer.name;

@@ -10,13 +10,24 @@ namespace qimctl {
 
 namespace {
 
+struct AclOptions {
+  std::string name;
+  bool counters = false;
+};
+
 void add_acl(Commands& commands) {
-  const auto name = std::make_shared<std::string>();
+  const auto options = std::make_shared<AclOptions>();
   CLI::App* command = commands.add("acl", "List the access lists, or the entries of one");
-  command->add_option("NAME", *name, "The list's name; all lists when not given")->type_name("");
-  commands.ask(command, [&commands, name](const Database&, const ReadSession& session) {
-    if (name->empty()) return print_lists(session, commands.form());
-    print_list(session, *name, commands.form());
+  CLI::Option* name =
+      command->add_option("NAME", options->name, "The list's name; all lists when not given")
+          ->type_name("");
+  command->add_flag("--counters", options->counters, "What the kernel has counted of each entry")
+      ->needs(name);
+  commands.ask(command, [&commands, options](const Database&, const ReadSession& session) {
+    if (options->name.empty()) return print_lists(session, commands.form());
+    if (!options->counters) return print_list(session, options->name, commands.form());
+    const EntryCounters counters = read_counters();
+    print_list(session, options->name, commands.form(), &counters);
   });
 }
 

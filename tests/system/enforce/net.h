@@ -19,6 +19,9 @@ const std::string& obstacle();
 // Is that a failure, and not a reason to skip?
 bool must_run();
 
+// How often: `all` in a soak, else `few`, and a fifth where the program is checked or counted.
+uint32_t times(uint32_t few, uint32_t all);
+
 // Runs a command of the shell.
 bool shell(const std::string& command);
 

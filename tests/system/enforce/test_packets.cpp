@@ -2,7 +2,6 @@
 // that decides must be the same.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <thread>
 
@@ -202,8 +201,7 @@ void put(const qimctl::Model& model) {
 }
 
 uint32_t packets_wanted() {
-  const char* text = getenv("QIM_PACKETS");
-  return text == nullptr ? 2000 : static_cast<uint32_t>(std::stoul(text));
+  return net::times(2000, 20000);
 }
 
 void compare(const qimctl::Model& model, const Path& path, Random& random, uint32_t count,
