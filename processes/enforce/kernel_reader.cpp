@@ -31,9 +31,9 @@ template <typename T, void (*free_it)(const T*)>
 struct Freed {
   void operator()(T* object) const { free_it(object); }
 };
-using Chain = std::unique_ptr<nftnl_chain, Freed<nftnl_chain, nftnl_chain_free>>;
-using Rule = std::unique_ptr<nftnl_rule, Freed<nftnl_rule, nftnl_rule_free>>;
-using Table = std::unique_ptr<nftnl_table, Freed<nftnl_table, nftnl_table_free>>;
+using ChainObject = std::unique_ptr<nftnl_chain, Freed<nftnl_chain, nftnl_chain_free>>;
+using RuleObject = std::unique_ptr<nftnl_rule, Freed<nftnl_rule, nftnl_rule_free>>;
+using TableObject = std::unique_ptr<nftnl_table, Freed<nftnl_table, nftnl_table_free>>;
 using Object = std::unique_ptr<nftnl_obj, Freed<nftnl_obj, nftnl_obj_free>>;
 
 struct CloseSocket {
@@ -55,7 +55,7 @@ struct Reading {
 };
 
 int take_table(const nlmsghdr* message, void* data) {
-  const Table table(nftnl_table_alloc());
+  const TableObject table(nftnl_table_alloc());
   if (table == nullptr || nftnl_table_nlmsg_parse(message, table.get()) < 0) return MNL_CB_ERROR;
   auto& reading = *static_cast<Reading*>(data);
   if (reading.is_of(nftnl_table_get_str(table.get(), NFTNL_TABLE_NAME)))
@@ -65,7 +65,7 @@ int take_table(const nlmsghdr* message, void* data) {
 
 int take_chain(const nlmsghdr* message, void* data) {
   auto& reading = *static_cast<Reading*>(data);
-  const Chain chain(nftnl_chain_alloc());
+  const ChainObject chain(nftnl_chain_alloc());
   if (chain == nullptr || nftnl_chain_nlmsg_parse(message, chain.get()) < 0) return MNL_CB_ERROR;
   if (!reading.is_of(nftnl_chain_get_str(chain.get(), NFTNL_CHAIN_TABLE))) return MNL_CB_OK;
   KernelChain found;
@@ -97,7 +97,7 @@ int take_counter(nftnl_expr* expression, void* data) {
 
 int take_rule(const nlmsghdr* message, void* data) {
   auto& reading = *static_cast<Reading*>(data);
-  const Rule rule(nftnl_rule_alloc());
+  const RuleObject rule(nftnl_rule_alloc());
   if (rule == nullptr || nftnl_rule_nlmsg_parse(message, rule.get()) < 0) return MNL_CB_ERROR;
   if (!reading.is_of(nftnl_rule_get_str(rule.get(), NFTNL_RULE_TABLE))) return MNL_CB_OK;
   const auto chain =

@@ -65,22 +65,22 @@ void Commands::delete_chain(std::string_view name) {
   end();
 }
 
-void Commands::rule(std::string_view chain, const Rule& rule) {
+void Commands::rule_members(std::string_view chain, const Rule& rule) {
   member("table", table_name);
   member("chain", chain);
   member("comment", rule.tag);
   text_ += ",\"expr\":" + rule.expressions;
 }
 
-void Commands::append_rule(std::string_view chain, const Rule& added) {
+void Commands::append_rule(std::string_view chain, const Rule& rule) {
   begin("add", "rule");
-  rule(chain, added);
+  rule_members(chain, rule);
   end();
 }
 
-void Commands::insert_rule(std::string_view chain, const Rule& added, uint64_t handle) {
+void Commands::insert_rule(std::string_view chain, const Rule& rule, uint64_t handle) {
   begin("insert", "rule");
-  rule(chain, added);
+  rule_members(chain, rule);
   text_ += ",\"handle\":" + std::to_string(handle);
   end();
 }

@@ -31,7 +31,7 @@ class Commands {
   void begin(std::string_view verb, std::string_view what);
   void end() { text_ += "}}}"; }
   void member(std::string_view name, std::string_view value);
-  void rule(std::string_view chain, const Rule& rule);
+  void rule_members(std::string_view chain, const Rule& rule);
 
   std::string text_;
   size_t count_ = 0;

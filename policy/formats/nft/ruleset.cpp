@@ -132,7 +132,7 @@ class Translator {
       if (closed.contains("")) break;
     }
     if (chain.rules.empty()) return "";
-    const std::string name = chain.name;
+    std::string name = chain.name;
     add_chain(std::move(chain));
     return name;
   }

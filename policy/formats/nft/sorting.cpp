@@ -6,6 +6,7 @@
 // last rule of each chain takes it.
 #include "policy/formats/nft/sorting.h"
 
+#include <algorithm>
 #include <array>
 
 #include "policy/base/json_print.h"
@@ -47,16 +48,17 @@ constexpr Bits extension_length{Base::network, 328, 8};
 constexpr Bits fragment_offset{Base::network, 336, 16};
 
 template <size_t count>
-std::string numbers(const std::array<uint32_t, count>& all) {
-  std::vector<std::string> texts;
-  for (const uint32_t each : all) texts.push_back(number(each));
-  return set_of(texts);
+std::vector<std::string> number_texts(const std::array<uint32_t, count>& all) {
+  std::vector<std::string> texts(all.size());
+  std::transform(all.begin(), all.end(), texts.begin(), [](uint32_t each) { return number(each); });
+  return texts;
 }
 
-std::string protocols(const std::array<Transport, 3>& transports) {
-  std::vector<std::string> texts;
-  for (const Transport& each : transports) texts.push_back(number(each.number));
-  return set_of(texts);
+std::vector<std::string> protocol_texts(const std::array<Transport, 3>& transports) {
+  std::vector<std::string> texts(transports.size());
+  std::transform(transports.begin(), transports.end(), texts.begin(),
+                 [](const Transport& each) { return number(each.number); });
+  return texts;
 }
 
 // A chain of rules that hand on what matches.
@@ -130,7 +132,8 @@ Chain sort_ipv4(const std::string& name, const std::string& unsound, const Targe
 // Of IPv4 packets whose lengths are wrong.
 Chain sort_unsound_ipv4(const std::string& name, const Targets& targets) {
   Sorter sorter(name, targets);
-  sorter.hand_on(Kind::bare, {differs(payload(protocol_field), protocols(transports4))});
+  sorter.hand_on(Kind::bare,
+                 {differs(payload(protocol_field), set_of(protocol_texts(transports4)))});
   sorter.hand_on(Kind::bare, {differs(masked(payload(ipv4_offset), 0x1fff), number(0))});
   sorter.hand_on(Kind::bare, {equal(ipv4_key(), ipv4_lengths(false))});
   sorter.hand_on(Kind::unsure_l4, {});
@@ -144,6 +147,7 @@ std::string ipv6_key() {
 // IPv6 packets without extension headers that have the transport header whole, or have not.
 std::string ipv6_lengths(bool whole) {
   std::vector<std::string> elements;
+  elements.reserve(transports6.size());
   for (const Transport& transport : transports6)
     elements.push_back(concat({number(transport.number), whole ? range(transport.least, most)
                                                                : range(1, transport.least - 1)}));
@@ -170,6 +174,7 @@ std::string extension_lengths_set(bool with_transport) {
 
 std::string fragment_lengths() {
   std::vector<std::string> elements;
+  elements.reserve(transports6.size());
   for (const Transport& transport : transports6)
     elements.push_back(concat({number(transport.number), range(8 + transport.least, most)}));
   return set_of(elements);
@@ -185,8 +190,9 @@ void sort_extensions(Sorter& sorter) {
       {is_sound(), is_fragment, equal(masked(payload(fragment_offset), 0xfff8), number(0)),
        equal(concat({payload(extension_next), payload(ipv6_length)}), fragment_lengths())});
   // Behind a second extension header nothing is looked for.
-  sorter.hand_on(Kind::unsure_l4, {is_sound(), equal(payload(ipv6_next), numbers(extensions)),
-                                   equal(payload(extension_next), numbers(extensions))});
+  sorter.hand_on(Kind::unsure_l4,
+                 {is_sound(), equal(payload(ipv6_next), set_of(number_texts(extensions))),
+                  equal(payload(extension_next), set_of(number_texts(extensions)))});
   sorter.hand_on(
       Kind::bare,
       {is_sound(),
@@ -200,9 +206,9 @@ Chain sort_ipv6(const std::string& name, const Targets& targets) {
   Sorter sorter(name, targets);
   sorter.hand_on(Kind::whole, {is_sound(), equal(ipv6_key(), ipv6_lengths(true))});
   sorter.hand_on(Kind::bare, {is_sound(), equal(ipv6_key(), ipv6_lengths(false))});
-  std::vector<std::string> others;
-  for (const uint32_t each : extensions) others.push_back(number(each));
-  for (const Transport& each : transports6) others.push_back(number(each.number));
+  std::vector<std::string> others = number_texts(extensions);
+  const std::vector<std::string> known = protocol_texts(transports6);
+  others.insert(others.end(), known.begin(), known.end());
   sorter.hand_on(Kind::bare, {is_sound(), differs(payload(ipv6_next), set_of(others))});
   sort_extensions(sorter);
   sorter.hand_on(Kind::unsure_l4, {equal(masked(payload(ipv6_first), 0xf0), number(0x60)),

@@ -38,6 +38,19 @@ class Sender {
   int socket_;
 };
 
+// Takes what comes in at an interface.
+class Receiver {
+ public:
+  explicit Receiver(const std::string& interface);
+  ~Receiver();
+  Receiver(const Receiver&) = delete;
+  Receiver& operator=(const Receiver&) = delete;
+  std::vector<uint8_t> next() const;  // nothing when none came in time
+
+ private:
+  int socket_;
+};
+
 }  // namespace net
 
 // In front of a test's body.
