@@ -19,7 +19,8 @@ add_executable(qim-enforce ${PROJECT_SOURCE_DIR}/processes/enforce_main.cpp)
 qim_include_root(qim-enforce PRIVATE processes/enforce_main.cpp)
 qim_layers_archive(enforce_objects policy_base policy_model policy_trace policy_nft policy_store
   enforce_process)
-target_link_libraries(qim-enforce PRIVATE qim_warnings enforce_objects ${enforce_libraries}
+target_link_libraries(qim-enforce PRIVATE qim_warnings qim_hardening enforce_objects ${enforce_libraries}
   qim_headers qimcommon rovcommon)
 set_target_properties(qim-enforce PROPERTIES
   INSTALL_RPATH "${qimctl_rpath}" BUILD_WITH_INSTALL_RPATH ON)
+qim_hardened(qim-enforce)

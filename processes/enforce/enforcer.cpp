@@ -78,28 +78,30 @@ Enforcer::Enforcer(const std::string& directory)
 }
 
 bool Enforcer::take_news() {
-  bool came = false;
   while (const auto change = following_.next()) {
     const uint64_t revision = qimctl::joined(change->revision);
     metrics_.seen_revision = std::max(metrics_.seen_revision, revision);
     if (!is_behind_) behind_since_ = Clock::now();
     is_behind_ = true;
-    came = true;
+    is_unread_ = true;
   }
-  return came;
+  return is_unread_;
 }
 
-// Reads until nothing came meanwhile: what is read is that revision then.
+// What is read is the newest revision that is known, unless more came meanwhile. Then it is read again,
+// but not for ever: what was read is one whole revision in any case.
 Outcome Enforcer::update() {
+  constexpr int most_tries = 3;
   Revision revision;
-  do {
+  for (int tries = 0; tries < most_tries; tries++) {
+    is_unread_ = false;
     const uint64_t number = metrics_.seen_revision;
     revision = read_revision(database_);
     revision.number = number;
-    take_news();
-  } while (revision.number != metrics_.seen_revision);
+    if (!take_news()) break;
+  }
   const Outcome outcome = put(revision);
-  if (outcome == Outcome::good) is_behind_ = false;
+  if (outcome == Outcome::good && !is_unread_) is_behind_ = false;
   return outcome;
 }
 

@@ -36,7 +36,7 @@ class Enforcer {
   // Becomes readable when there may be news.
   int descriptor() const { return following_.descriptor(); }
 
-  // Takes note of what changed in the database. Did anything?
+  // Takes note of what changed in the database. Did anything since update() has read it?
   bool take_news();
 
   // Makes the kernel hold the newest revision. One that it can't do is refused as a whole, and what it
@@ -63,7 +63,8 @@ class Enforcer {
   qimctl::Database database_;
   qimctl::Following following_;
   Metrics metrics_;
-  bool is_behind_ = true;
+  bool is_behind_ = true;  // the kernel does not hold the newest revision
+  bool is_unread_ = true;
   Clock::time_point behind_since_ = Clock::now();
   qimctl::nft::Ruleset held_;
   std::vector<std::string> absent_;

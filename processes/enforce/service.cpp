@@ -28,8 +28,10 @@ using std::chrono::milliseconds;
 
 // How often the kernel's table is compared with what it should be.
 constexpr milliseconds repair_time{10000};
-// After a failure, and while an interface is waited for.
-constexpr milliseconds retry_time{500};
+// After a failure.
+constexpr milliseconds retry_time{2000};
+// While an interface is waited for.
+constexpr milliseconds look_time{500};
 
 // Signals as something to read.
 class Signals {
@@ -93,10 +95,12 @@ class Service {
   }
 
  private:
-  void wait(Outcome outcome) const {
+  void wait(Outcome outcome) {
+    if (enforcer_.take_news()) return;
     milliseconds time = repair_time;
     if (watchdog_.count() != 0) time = std::min(time, watchdog_);
-    if (outcome == Outcome::failed || enforcer_.is_waiting()) time = std::min(time, retry_time);
+    if (outcome == Outcome::failed) time = std::min(time, retry_time);
+    if (enforcer_.is_waiting()) time = std::min(time, look_time);
     pollfd waiting[] = {{enforcer_.descriptor(), POLLIN, 0}, {signals_.descriptor(), POLLIN, 0}};
     poll(waiting, 2, static_cast<int>(time.count()));
   }
