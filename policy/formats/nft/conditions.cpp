@@ -1,7 +1,9 @@
 // Conditions of entries as matches on the bytes of packets.
 #include "policy/formats/nft/conditions.h"
 
+#include <algorithm>
 #include <array>
+#include <span>
 
 #include "policy/base/criteria.h"
 #include "policy/base/json_print.h"
@@ -173,9 +175,9 @@ void EntryConditions::add(const Criterion& criterion, bool at_ingress, bool at_e
     case Condition::Kind::masked:
       return add_number(condition, criterion.type);
     case Condition::Kind::rest:
+      return add_rest(condition, text);
     case Condition::Kind::options:
-      obstacle_ = "the match " + text;
-      return;
+      return add_options(condition);
     case Condition::Kind::undecided:
       obstacle_ = "the match " + text + ", which only another model decides";
       return;
@@ -193,6 +195,33 @@ void EntryConditions::add(const Criterion& criterion, bool at_ingress, bool at_e
   const std::string name(condition.bytes.begin(), condition.bytes.end());
   if (name.size() > longest_interface) never_ = true;
   interface_.push_back(equal(meta(is_ingress ? "iifname" : "oifname"), json_string(name)));
+}
+
+// Four bytes at a time: more is no number in JSON.
+void EntryConditions::add_bytes(const Condition& condition, const Bits& begin) {
+  const std::span<const uint8_t> bytes(condition.bytes);
+  for (size_t at = 0; at < bytes.size(); at += 4) {
+    const size_t count = std::min<size_t>(4, bytes.size() - at);
+    l4_.push_back(equal(payload({begin.base, begin.offset + static_cast<uint32_t>(8 * at),
+                                 static_cast<uint32_t>(8 * count)}),
+                        number(to_wide(bytes.subspan(at, count)).low)));
+  }
+}
+
+// A header that is whole has as many as its length says, in words of 4 bytes.
+void EntryConditions::add_options(const Condition& condition) {
+  wants_tcp_options_ = true;
+  const size_t words = 5 + condition.bytes.size() / 4;
+  never_whole_ = never_whole_ || condition.bytes.size() % 4 != 0 || words > 15;
+  l4_.push_back(equal(masked(payload({Base::transport, 96, 8}), 0xf0), number(words << 4)));
+  add_bytes(condition, {Base::transport, 160, 0});
+}
+
+void EntryConditions::add_rest(const Condition& condition, const std::string& text) {
+  constexpr size_t most = 240;  // which the kernel reaches
+  if (condition.bytes.size() > most) obstacle_ = "the match " + text;
+  icmp_bytes_ = static_cast<uint32_t>(condition.bytes.size());
+  add_bytes(condition, {Base::transport, 32, 0});
 }
 
 void EntryConditions::add_number(const Condition& condition, uint32_t type) {
@@ -260,6 +289,7 @@ Asked EntryConditions::ask(Kind kind) const {
   asked.matches = network_matches();
   switch (kind) {
     case Kind::whole:
+      if (never_whole_) return {};
       if (transport_) asked.matches.push_back(transport_match(*transport_, network_));
       append(asked.matches, ip_);
       add_protocol_match(asked.matches);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "policy/formats/nft/expressions.h"
 #include "policy/model/model.h"
 #include "policy/trace/condition.h"
 
@@ -44,6 +45,8 @@ class EntryConditions {
 
   // What the kernel can't do, "" = nothing.
   const std::string& obstacle() const { return obstacle_; }
+  bool wants_tcp_options() const { return wants_tcp_options_; }
+  uint32_t icmp_bytes() const { return icmp_bytes_; }
   // "ip" or "ip6" where it asks for one, else "".
   std::string network_text() const;
   Asked ask(Kind kind) const;
@@ -51,6 +54,9 @@ class EntryConditions {
  private:
   void add(const Criterion& criterion, bool at_ingress, bool at_egress);
   void add_header(Header header);
+  void add_bytes(const Condition& condition, const Bits& begin);
+  void add_options(const Condition& condition);
+  void add_rest(const Condition& condition, const std::string& text);
   void add_protocol(uint32_t number);
   void settle_protocol();
   void add_protocol_match(std::vector<std::string>& matches) const;
@@ -58,7 +64,10 @@ class EntryConditions {
   std::vector<std::string> network_matches() const;
 
   std::string obstacle_;
-  bool never_ = false;  // no packet can match
+  bool never_ = false;        // no packet can match
+  bool never_whole_ = false;  // none whose headers are whole can
+  bool wants_tcp_options_ = false;
+  uint32_t icmp_bytes_ = 0;  // behind the checksum
   std::optional<Header> network_;
   std::optional<Header> transport_;
   std::vector<std::string> interface_;

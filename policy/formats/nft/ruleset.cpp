@@ -107,6 +107,8 @@ class Translator {
         refuse(where, "reject of packets that leave");
       if (!entry.policer.empty()) add_policer(where, entry.policer);
     }
+    for (const EntryConditions& each : conditions)
+      depths_[list.name].add({each.wants_tcp_options(), each.icmp_bytes()});
     ListChains& chains = chains_[list.name];
     for (const Kind kind : kinds) chains[index(kind)] = add_list_chain(list, conditions, kind);
   }
@@ -230,8 +232,10 @@ class Translator {
       targets.of[index(kind)] = chain.name;
       add_chain(std::move(chain));
     }
+    Depth depth;
+    for (const AccessList* list : place.lists) depth.add(depths_[list->name]);
     std::vector<Chain> sorting;
-    add_sorting(sorting, place.interface, place.egress, name, targets);
+    add_sorting(sorting, place.interface, place.egress, name, targets, depth);
     for (Chain& chain : sorting) add_chain(std::move(chain));
   }
 
@@ -240,6 +244,7 @@ class Translator {
   std::set<std::string> names_;
   std::map<std::string, ListUse> uses_;
   std::map<std::string, ListChains> chains_;
+  std::map<std::string, Depth> depths_;
   std::map<std::string, std::vector<std::string>> limits_;
 };
 

@@ -232,12 +232,80 @@ Chain sort_tagged(const std::string& name, const Targets& targets) {
   return sorter.take();
 }
 
+constexpr Bits tcp_offset{Base::transport, 96, 8};  // length of the header, and reserved bits
+
+// For each length that a TCP header can say that it has, the least that IP must have room for.
+template <typename Add>
+void each_tcp_length(Add add) {
+  for (uint32_t words = 0; words < 16; words++)
+    add(range(16 * words, 16 * words + 15), std::max(20u, 4 * words));
+}
+
+std::string ipv4_with_options() {
+  std::vector<std::string> elements;
+  for (uint32_t words = 5; words < 16; words++) {
+    each_tcp_length([&](const std::string& offset, uint32_t bytes) {
+      elements.push_back(concat({number(0x40 + words), range(4 * words + bytes, most), offset}));
+    });
+  }
+  return equal(concat({payload(ipv4_first), payload(ipv4_length), payload(tcp_offset)}),
+               set_of(elements));
+}
+
+std::string ipv6_with_options() {
+  std::vector<std::string> elements;
+  each_tcp_length([&](const std::string& offset, uint32_t bytes) {
+    elements.push_back(concat({number(protocol_tcp), range(bytes, most), offset}));
+  });
+  return equal(concat({payload(ipv6_next), payload(ipv6_length), payload(tcp_offset)}),
+               set_of(elements));
+}
+
+std::string ipv4_with_icmp(uint32_t bytes) {
+  std::vector<std::string> elements;
+  for (uint32_t words = 5; words < 16; words++)
+    elements.push_back(concat({number(0x40 + words), range(4 * words + 4 + bytes, most)}));
+  return equal(concat({payload(ipv4_first), payload(ipv4_length)}), set_of(elements));
+}
+
+// Of packets that are whole but for what only some entries ask for: whether they have that, too.
+Chain sort_deep(const std::string& name, const Targets& targets, const Depth& depth) {
+  Sorter sorter(name, targets);
+  const std::string is_ipv4 = equal(meta("protocol"), json_string("ip"));
+  const std::string is_ipv6 = equal(meta("protocol"), json_string("ip6"));
+  const auto is = [](uint32_t protocol) { return equal(meta("l4proto"), number(protocol)); };
+  if (depth.tcp_options) {
+    sorter.hand_on(Kind::whole, {is_ipv4, is(protocol_tcp), ipv4_with_options()});
+    sorter.hand_on(Kind::whole, {is_ipv6, is(protocol_tcp), ipv6_with_options()});
+    sorter.hand_on(Kind::unsure_l4, {is(protocol_tcp)});
+  }
+  if (depth.icmp_bytes != 0) {
+    sorter.hand_on(Kind::whole, {is_ipv4, is(protocol_icmp), ipv4_with_icmp(depth.icmp_bytes)});
+    sorter.hand_on(Kind::whole, {is_ipv6, equal(payload(ipv6_next), number(protocol_icmp6)),
+                                 equal(payload(ipv6_length), range(4 + depth.icmp_bytes, most))});
+    sorter.hand_on(Kind::unsure_l4, {is(protocol_icmp)});
+    sorter.hand_on(Kind::unsure_l4, {is(protocol_icmp6)});
+  }
+  sorter.hand_on(Kind::whole, {});
+  return sorter.take();
+}
+
 }  // namespace
 
+void Depth::add(const Depth& other) {
+  tcp_options = tcp_options || other.tcp_options;
+  icmp_bytes = std::max(icmp_bytes, other.icmp_bytes);
+}
+
 void add_sorting(std::vector<Chain>& chains, const std::string& device, bool egress,
-                 const std::string& place, const Targets& targets) {
+                 const std::string& place, const Targets& kinds_go_to, const Depth& depth) {
   const std::string direction = place.substr(0, place.find('.'));
   const auto name = [&](const char* what) { return direction + what + '.' + plain(device); };
+  Targets targets = kinds_go_to;
+  if (depth.tcp_options || depth.icmp_bytes != 0) {
+    chains.push_back(sort_deep(name("d"), kinds_go_to, depth));
+    targets.of[static_cast<size_t>(Kind::whole)] = name("d");
+  }
   chains.push_back(sort_unsound_ipv4(name("4u"), targets));
   chains.push_back(sort_ipv4(name("4"), name("4u"), targets));
   chains.push_back(sort_ipv6(name("6"), targets));

@@ -126,6 +126,17 @@ TEST(NftRuleset, WhatCannotBeToldEndsAList) {
   EXPECT_EQ(outer->rules[0].tag.substr(34), "cannot tell: in/first");
 }
 
+TEST(NftRuleset, PlacesLookAsDeepAsTheirLists) {
+  const auto chains = [](const std::vector<qimctl::Criterion>& criteria) {
+    const auto made =
+        translate(model_of({list_of({entry_of(criteria)}), list_of({entry_of({})}, "more")}));
+    return rules_of(made.ruleset, "ind.eth0").size();
+  };
+  EXPECT_EQ(chains({{0x0500, {}}}), 0u);
+  EXPECT_EQ(chains({{0x0508, {1, 2, 3, 4}}}), 4u);
+  EXPECT_EQ(chains({{0x0703, {1}}}), 5u);
+}
+
 TEST(NftRuleset, TheWholeIsSoundJson) {
   qimctl::Model model = model_of({list_of({entry_of({{0x050a, {5, 0, 22, 0, 25}}})})});
   const auto text = write_model(model, qimctl::Format::nft, {});
@@ -136,7 +147,7 @@ TEST(NftRuleset, TheWholeIsSoundJson) {
               std::string::npos);
   EXPECT_FALSE(write_model(model, qimctl::Format::nft, {"in"}).text.find("lw.in") ==
                std::string::npos);
-  model.lists[0].entries[0].criteria = {{0x0508, {1}}};
+  model.lists[0].entries[0].criteria = {{0x4711, {1}}};
   const auto refused = write_model(model, qimctl::Format::nft, {});
   EXPECT_EQ(refused.text, "");
   ASSERT_EQ(refused.findings.size(), 1u);

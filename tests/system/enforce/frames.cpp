@@ -42,7 +42,9 @@ Bytes tcp(Random& random) {
   put(bytes, some_u8(random), 2);
   put(bytes, random(), 2);
   put(bytes, some_u8(random), 2);
-  if (words > 5) append(bytes, noise(random, 4 * words - 20));
+  if (words > 5)
+    append(bytes,
+           one_in(random, 2) ? Bytes(4 * size_t{words} - 20, 1) : noise(random, 4 * words - 20));
   return bytes;
 }
 
@@ -58,12 +60,14 @@ Bytes udp(Random& random) {
 Bytes icmp(Random& random) {
   Bytes bytes{some_u8(random), some_u8(random)};
   put(bytes, random(), 2);
-  append(bytes, noise(random, one_in(random, 3) ? random.below(4) : 4));
+  append(bytes,
+         one_in(random, 2) ? Bytes(4, 0) : noise(random, one_in(random, 3) ? random.below(4) : 4));
+  if (one_in(random, 2)) append(bytes, Bytes(8, 0));
   return bytes;
 }
 
 // What a protocol number stands for; of some packets less than a whole header.
-Bytes payload_of(Random& random, uint8_t protocol) {
+Bytes payload_of(Random& random, uint8_t protocol, bool deep, bool& is_odd) {
   Bytes bytes;
   if (protocol == 6) bytes = tcp(random);
   if (protocol == 17) bytes = udp(random);
@@ -73,13 +77,17 @@ Bytes payload_of(Random& random, uint8_t protocol) {
   } else {
     append(bytes, noise(random, random.below(24)));
   }
+  // Less than lists ask for that look so deep.
+  if (deep && protocol == 6 && bytes.size() >= 20 && bytes.size() < size_t{4} * (bytes[12] >> 4))
+    is_odd = true;
+  if (deep && (protocol == 1 || protocol == 58) && bytes.size() < 16) is_odd = true;
   return bytes;
 }
 
-Bytes ipv4(Random& random, bool& is_odd) {
+Bytes ipv4(Random& random, bool deep, bool& is_odd) {
   const uint8_t protocol = some_protocol(random);
   const uint32_t words = one_in(random, 5) ? 5 + random.below(11) : 5;
-  Bytes payload = payload_of(random, protocol);
+  Bytes payload = payload_of(random, protocol, deep, is_odd);
   uint32_t length = 4 * words + static_cast<uint32_t>(payload.size());
   const bool is_wrong = one_in(random, 20);
   if (is_wrong) {
@@ -123,12 +131,12 @@ Bytes extension(Random& random, uint8_t kind, uint8_t next, bool& is_odd) {
   return bytes;
 }
 
-Bytes ipv6(Random& random, bool& is_odd) {
+Bytes ipv6(Random& random, bool deep, bool& is_odd) {
   static constexpr std::array<uint8_t, 8> extensions{0, 43, 44, 51, 60, 60, 44, 135};
   const uint8_t protocol = some_protocol(random);
   uint32_t count = one_in(random, 3) ? 1 : 0;
   if (one_in(random, 20)) count = 2 + random.below(2);
-  if (count > 1) is_odd = true;
+  if (count > 1 || (deep && count == 1)) is_odd = true;
   std::vector<uint8_t> chain;
   for (uint32_t i = 0; i < count; i++) chain.push_back(one_of(random, extensions));
   chain.push_back(protocol);
@@ -140,7 +148,7 @@ Bytes ipv6(Random& random, bool& is_odd) {
   // What looks like one more extension header.
   for (const uint32_t each : {0, 43, 44, 51, 60, 135, 139, 140})
     if (protocol == each) is_odd = true;
-  append(payload, payload_of(random, protocol));
+  append(payload, payload_of(random, protocol, deep, is_odd));
   auto length = static_cast<uint32_t>(payload.size());
   if (one_in(random, 20)) {
     is_odd = true;
@@ -203,7 +211,7 @@ uint8_t some_protocol(Random& random) {
   return one_of<uint8_t, 7>(random, {1, 6, 6, 17, 17, 58, 47});
 }
 
-Frame random_frame(Random& random, uint32_t most_tags) {
+Frame random_frame(Random& random, uint32_t most_tags, bool deep) {
   Frame frame;
   append(frame.bytes, some_mac(random));
   append(frame.bytes, some_mac(random));
@@ -217,10 +225,10 @@ Frame random_frame(Random& random, uint32_t most_tags) {
   const uint32_t kind = random.below(10);
   if (kind < 5) {
     put(frame.bytes, 0x0800, 2);
-    append(frame.bytes, ipv4(random, frame.is_odd));
+    append(frame.bytes, ipv4(random, deep, frame.is_odd));
   } else if (kind < 9) {
     put(frame.bytes, 0x86dd, 2);
-    append(frame.bytes, ipv6(random, frame.is_odd));
+    append(frame.bytes, ipv6(random, deep, frame.is_odd));
   } else {
     put(frame.bytes, 0x0806 + random.below(3) * 0x1000, 2);
     append(frame.bytes, noise(random, 20 + random.below(40)));

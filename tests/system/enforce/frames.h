@@ -19,8 +19,9 @@ struct Frame {
   bool is_odd = false;
 };
 
-// `tags` is how many tags a frame has at most.
-Frame random_frame(Random& random, uint32_t tags);
+// `tags` is how many tags a frame has at most. `deep`: for lists that ask for TCP options and what
+// follows the ICMP checksum.
+Frame random_frame(Random& random, uint32_t tags, bool deep);
 
 // What lists and frames have in common, so that they meet.
 uint8_t some_u8(Random& random);

@@ -84,6 +84,10 @@ Bytes arguments(Random& random, const CriterionKind& kind, const std::string& in
       return prefix(random, frames::some_ipv6(random));
     case Encoding::ports:
       return ports(random);
+    case Encoding::bytes: {
+      if (kind.header == Header::icmp) return Bytes(1 + random.below(6), 0);
+      return random.below(2) == 0 ? Bytes{1, 1, 1, 1} : Bytes(1 + random.below(8), 1);
+    }
     case Encoding::interface: {
       Bytes bytes(4, 0);
       const std::string name = random.below(3) == 0 ? "other" : interface;
@@ -95,9 +99,9 @@ Bytes arguments(Random& random, const CriterionKind& kind, const std::string& in
   }
 }
 
-bool is_usable(const CriterionKind& kind, bool egress) {
-  if (kind.encoding == Encoding::bytes || kind.encoding == Encoding::opaque) return false;
-  if (kind.encoding == Encoding::text) return false;
+bool is_usable(const CriterionKind& kind, bool egress, bool deep) {
+  if (kind.encoding == Encoding::bytes) return deep;
+  if (kind.encoding == Encoding::opaque || kind.encoding == Encoding::text) return false;
   if (kind.encoding == Encoding::interface)
     return kind.name.ends_with("egress-interface") == egress;
   return true;
@@ -105,8 +109,8 @@ bool is_usable(const CriterionKind& kind, bool egress) {
 
 }  // namespace
 
-qimctl::AccessList make_list(Random& random, const std::string& name, size_t entries,
-                             const std::string& interface, bool egress) {
+qimctl::AccessList make_list(Random& random, const std::string& name, size_t entries, bool egress,
+                             bool deep) {
   qimctl::AccessList list;
   list.name = name;
   list.default_action =
@@ -123,11 +127,11 @@ qimctl::AccessList make_list(Random& random, const std::string& name, size_t ent
                           (kind.header == transport && with_transport) ||
                           ((kind.header == Header::eth || kind.header == Header::interface) &&
                            random.below(6) == 0);
-      if (!wanted || !is_usable(kind, egress)) continue;
+      if (!wanted || !is_usable(kind, egress, deep)) continue;
       const bool is_common = kind.encoding == Encoding::ports || kind.encoding == Encoding::none ||
                              kind.name.ends_with("-network");
       if (random.below(is_common ? 3 : 9) == 0)
-        entry.criteria.push_back({kind.type, arguments(random, kind, interface)});
+        entry.criteria.push_back({kind.type, arguments(random, kind, "far")});
     }
     if (entry.criteria.empty() && i + 1 != entries) entry.criteria.push_back({0x0500, {}});
     const uint32_t action = random.below(egress ? 2 : 3);

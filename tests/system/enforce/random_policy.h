@@ -9,8 +9,9 @@
 
 namespace random_policy {
 
+// `deep`: with TCP options and what follows the ICMP checksum.
 qimctl::AccessList make_list(testing_rov::Random& random, const std::string& name, size_t entries,
-                             const std::string& interface, bool egress);
+                             bool egress, bool deep);
 
 }  // namespace random_policy
 

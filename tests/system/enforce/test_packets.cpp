@@ -205,13 +205,13 @@ uint32_t packets_wanted() {
 }
 
 void compare(const qimctl::Model& model, const Path& path, Random& random, uint32_t count,
-             uint32_t batch) {
+             uint32_t batch, bool deep) {
   Comparison comparison(model, path);
   std::vector<Frame> sent;
   for (uint32_t done = 0; done < count; done += batch) {
     sent.clear();
     for (uint32_t i = 0; i < batch; i++)
-      sent.push_back(frames::random_frame(random, path.egress ? 0 : 3));
+      sent.push_back(frames::random_frame(random, path.egress ? 0 : 3, deep));
     // Odd ones apart: their batches are halved often.
     std::stable_partition(sent.begin(), sent.end(),
                           [](const Frame& frame) { return !frame.is_odd; });
@@ -229,26 +229,33 @@ void compare(const qimctl::Model& model, const Path& path, Random& random, uint3
             << " lost before the filter\n";
 }
 
-void run(uint32_t seed, size_t entries, uint32_t count, uint32_t batch) {
+void run(uint32_t seed, size_t entries, uint32_t count, uint32_t batch, bool deep = false) {
   NEEDS_NET();
   ASSERT_TRUE(net::shell(std::string("nft list table netdev probe || { ") + probe + "; }"));
   Random random(seed);
   qimctl::Model model;
-  model.lists.push_back(random_policy::make_list(random, "in-first", entries / 2, "far", false));
+  model.lists.push_back(random_policy::make_list(random, "in-first", entries / 2, false, deep));
   model.lists.push_back(
-      random_policy::make_list(random, "in-second", entries - entries / 2, "far", false));
-  model.lists.push_back(random_policy::make_list(random, "out-only", entries, "far", true));
+      random_policy::make_list(random, "in-second", entries - entries / 2, false, deep));
+  model.lists.push_back(random_policy::make_list(random, "out-only", entries, true, deep));
   model.attachments = {{"in-second", "far", QIM_DIR_IN, 7, {}},
                        {"in-first", "far", QIM_DIR_IN, 3, {}},
                        {"out-only", "far", qimctl::dir_out, 1, {}}};
   put(model);
-  compare(model, {"near", "far", false}, random, count / 2, batch);
-  compare(model, {"far", "far", true}, random, count / 2, batch);
+  compare(model, {"near", "far", false}, random, count / 2, batch, deep);
+  compare(model, {"far", "far", true}, random, count / 2, batch, deep);
 }
 
 TEST(Packets, OfManySmallPolicies) {
   for (uint32_t seed = 0; seed < 10; seed++) {
     run(seed, 4 + 3 * seed, packets_wanted() / 20, 50);
+    if (HasFailure() || IsSkipped()) return;
+  }
+}
+
+TEST(Packets, OfListsThatAskForOptionsAndBytes) {
+  for (uint32_t seed = 50; seed < 55; seed++) {
+    run(seed, 30 * (seed - 49), packets_wanted() / 20, 50, true);
     if (HasFailure() || IsSkipped()) return;
   }
 }
