@@ -8,6 +8,7 @@
 #include "policy/base/criteria.h"
 #include "policy/base/json_print.h"
 #include "policy/formats/nft/expressions.h"
+#include "policy/formats/nft/names.h"
 
 namespace qimctl::nft {
 
@@ -193,7 +194,16 @@ void EntryConditions::add(const Criterion& criterion, bool at_ingress, bool at_e
     return;
   }
   const std::string name(condition.bytes.begin(), condition.bytes.end());
-  if (name.size() > longest_interface) never_ = true;
+  switch (interface_name(name)) {
+    case InterfaceName::possible:
+      break;
+    case InterfaceName::impossible:
+      never_ = true;
+      return;
+    case InterfaceName::ambiguous:
+      obstacle_ = "the match " + text + ", which the packet filter could take for something else";
+      return;
+  }
   interface_.push_back(equal(meta(is_ingress ? "iifname" : "oifname"), json_string(name)));
 }
 

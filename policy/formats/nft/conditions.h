@@ -11,9 +11,6 @@
 
 namespace qimctl::nft {
 
-// The longest name of an interface that the kernel has.
-inline constexpr size_t longest_interface = 15;
-
 // What is certain of packets, by which they are sorted.
 enum class Kind {
   whole,      // IP, and TCP, UDP or ICMP whole behind it

@@ -54,6 +54,20 @@ std::string rule_tag(const std::string& key, std::string_view body, const std::s
   return head + ascii(label, longest_tag - head.size());
 }
 
+InterfaceName interface_name(std::string_view name) {
+  constexpr size_t longest = 15;
+  if (name.empty() || name.size() > longest || name == "." || name == "..")
+    return InterfaceName::impossible;
+  InterfaceName found = InterfaceName::possible;
+  for (const char c : name) {
+    if (c == '/' || c == ':' || c == ' ' || (c >= '\t' && c <= '\r') || c == '\0')
+      return InterfaceName::impossible;
+    if (c < ' ' || c > '~' || c == '*' || c == '"' || c == '\\' || c == '[' || c == ']')
+      found = InterfaceName::ambiguous;
+  }
+  return found;
+}
+
 std::string ascii(std::string_view text, size_t room) {
   std::string plain_text;
   for (const char c : text.substr(0, room))

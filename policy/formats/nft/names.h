@@ -27,6 +27,14 @@ std::string entry_key(std::string_view list, std::string_view entry);
 // there is room for.
 std::string rule_tag(const std::string& key, std::string_view body, const std::string& label);
 
+// What a name of an interface is to the kernel, and to the library that commands go through.
+enum class InterfaceName {
+  possible,
+  impossible,  // the kernel can't have it
+  ambiguous,   // the library could take it for something else, such as all that begin so
+};
+InterfaceName interface_name(std::string_view name);
+
 // As much of a text as `room` bytes hold, with what is no printable ASCII, quotes included, as '?'.
 std::string ascii(std::string_view text, size_t room);
 

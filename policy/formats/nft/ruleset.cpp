@@ -68,21 +68,18 @@ class Translator {
         continue;
       }
       if (!seen.insert({attachment.interface, egress}).second) continue;
-      if (!is_interface(attachment.interface)) {
-        refuse(attachment_text(attachment), "the kernel has no interface of such a name");
+      const InterfaceName name = interface_name(attachment.interface);
+      if (name != InterfaceName::possible) {
+        refuse(attachment_text(attachment),
+               name == InterfaceName::impossible
+                   ? "the kernel has no interface of such a name"
+                   : "the packet filter could take such a name for something else");
         continue;
       }
       places.push_back(
           {attachment.interface, egress, lists_at(model_, attachment.interface, attachment.dir)});
     }
     return places;
-  }
-
-  static bool is_interface(const std::string& name) {
-    return !name.empty() && name.size() <= longest_interface && name != "." && name != ".." &&
-           std::none_of(name.begin(), name.end(), [](char c) {
-             return c == '/' || c == ':' || (static_cast<uint8_t>(c) <= ' ') || c == 0x7f;
-           });
   }
 
   void refuse(const std::string& where, const std::string& what) {

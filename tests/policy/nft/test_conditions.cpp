@@ -174,6 +174,9 @@ TEST(NftConditions, Interfaces) {
   EXPECT_EQ(refusal_of({{0x0102, {0, 0, 0, 1, 'e'}}}),
             "in/e: the match interface.egress-interface e (0x00000001) of packets that come in, of "
             "which that interface is not known");
+  // A star would stand for all interfaces whose names begin so.
+  EXPECT_NE(refusal_of({{0x0101, {0, 0, 0, 1, 'e', '*'}}}), "");
+  EXPECT_EQ(matches_of({{0x0101, {0, 0, 0, 1, 'e', '/', '1'}}}, "lw"), "");
   EXPECT_NE(refusal_of({{0x0101, {0, 0, 0, 1, 'e'}}}, true), "");
   EXPECT_EQ(refusal_of({{0x0102, {0, 0, 0, 1, 'e'}}}, true), "");
 }

@@ -100,6 +100,11 @@ TEST(NftRuleset, PlacesThatTheKernelCannotHave) {
     EXPECT_NE(only_refusal(translate(model)).find("no interface of such a name"), std::string::npos)
         << name;
   }
+  for (const char* name : {"eth*", "a\"b", "\xc3\xa9", "a\\b"}) {
+    qimctl::Model model = model_of({list_of({entry_of({})})});
+    model.attachments[0].interface = name;
+    EXPECT_NE(only_refusal(translate(model)).find("for something else"), std::string::npos) << name;
+  }
   qimctl::Model model = model_of({list_of({entry_of({})})});
   model.attachments[0].list = "gone";
   EXPECT_EQ(only_refusal(translate(model)), "if:eth0/in: there is no access list \"gone\"");
