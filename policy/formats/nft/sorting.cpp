@@ -238,7 +238,7 @@ constexpr Bits tcp_offset{Base::transport, 96, 8};  // length of the header, and
 template <typename Add>
 void each_tcp_length(Add add) {
   for (uint32_t words = 0; words < 16; words++)
-    add(range(16 * words, 16 * words + 15), std::max(20u, 4 * words));
+    add(range(uint64_t{16} * words, uint64_t{16} * words + 15), std::max(20u, 4 * words));
 }
 
 std::string ipv4_with_options() {
@@ -298,20 +298,20 @@ void Depth::add(const Depth& other) {
 }
 
 void add_sorting(std::vector<Chain>& chains, const std::string& device, bool egress,
-                 const std::string& place, const Targets& kinds_go_to, const Depth& depth) {
+                 const std::string& place, const Targets& targets, const Depth& depth) {
   const std::string direction = place.substr(0, place.find('.'));
   const auto name = [&](const char* what) { return direction + what + '.' + plain(device); };
-  Targets targets = kinds_go_to;
+  Targets sorted = targets;
   if (depth.tcp_options || depth.icmp_bytes != 0) {
-    chains.push_back(sort_deep(name("d"), kinds_go_to, depth));
-    targets.of[static_cast<size_t>(Kind::whole)] = name("d");
+    chains.push_back(sort_deep(name("d"), targets, depth));
+    sorted.of[static_cast<size_t>(Kind::whole)] = name("d");
   }
-  chains.push_back(sort_unsound_ipv4(name("4u"), targets));
-  chains.push_back(sort_ipv4(name("4"), name("4u"), targets));
-  chains.push_back(sort_ipv6(name("6"), targets));
-  chains.push_back(sort_tagged(name("v"), targets));
+  chains.push_back(sort_unsound_ipv4(name("4u"), sorted));
+  chains.push_back(sort_ipv4(name("4"), name("4u"), sorted));
+  chains.push_back(sort_ipv6(name("6"), sorted));
+  chains.push_back(sort_tagged(name("v"), sorted));
   const std::string protocol = meta("protocol");
-  Sorter sorter(place, targets);
+  Sorter sorter(place, sorted);
   sorter.go(name("4"), {equal(protocol, json_string("ip"))});
   sorter.go(name("6"), {equal(protocol, json_string("ip6"))});
   sorter.go(name("v"),
