@@ -265,7 +265,7 @@ TEST(Packets, OfListsOfTwoHundredEntries) {
 }
 
 TEST(Packets, OfListsOfAThousandEntries) {
-  run(101, 1000, packets_wanted() / 4, 250);
+  run(101, 1000, packets_wanted() / 8, 250);
 }
 
 }  // namespace
