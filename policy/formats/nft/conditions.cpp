@@ -264,6 +264,11 @@ void EntryConditions::add_number(const Condition& condition, uint32_t type) {
     never_ = never_ || is_except;
     return;
   }
+  const bool is_port =
+      condition.field == Field::source_port || condition.field == Field::destination_port;
+  if (!is_except && (is_port || where.width == 32) && condition.field != Field::sequence &&
+      condition.field != Field::acknowledgement)
+    spans_.push_back({where.bits, first, last});
   if (first == last && !is_except)
     return matches.push_back(bits_match(where, ones(where.width), first));
   if (where.width == 32 && is_prefix(condition))

@@ -34,6 +34,13 @@ struct Asked {
   std::vector<std::string> matches;  // JSON
 };
 
+// Numbers that an entry asks for in a field of its own bytes.
+struct Span {
+  Bits bits;
+  uint64_t first = 0;
+  uint64_t last = 0;
+};
+
 // An entry taken apart.
 class EntryConditions {
  public:
@@ -42,6 +49,8 @@ class EntryConditions {
 
   // What the kernel can't do, "" = nothing.
   const std::string& obstacle() const { return obstacle_; }
+  // Ports and addresses of IPv4.
+  const std::vector<Span>& spans() const { return spans_; }
   bool wants_tcp_options() const { return wants_tcp_options_; }
   uint32_t icmp_bytes() const { return icmp_bytes_; }
   // "ip" or "ip6" where it asks for one, else "".
@@ -72,6 +81,7 @@ class EntryConditions {
   std::vector<std::string> ip_;
   std::optional<uint32_t> protocol_;
   std::vector<std::string> l4_;
+  std::vector<Span> spans_;
 };
 
 }  // namespace qimctl::nft

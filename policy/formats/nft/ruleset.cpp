@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "policy/base/text.h"
+#include "policy/formats/nft/chunks.h"
 #include "policy/formats/nft/conditions.h"
 #include "policy/formats/nft/expressions.h"
 #include "policy/formats/nft/names.h"
@@ -114,42 +115,46 @@ class Translator {
 
   std::string add_list_chain(const AccessList& list, const std::vector<EntryConditions>& conditions,
                              Kind kind) {
-    Chain chain;
-    chain.name = std::string("l") + kind_letters[index(kind)] + '.' + plain(list.name);
+    std::vector<EntryRules> all;
     std::set<std::string> closed;  // the headers of which nothing more can be said
     for (size_t i = 0; i < conditions.size(); i++) {
       Asked asked = conditions[i].ask(kind);
       if (asked.answer == Answer::no) continue;
       const Entry& entry = list.entries[i];
       if (asked.answer == Answer::yes) {
-        add_rules(chain, list, entry, asked.matches);
+        EntryRules made{entry_key(list.name, entry.name), {}, conditions[i].spans()};
+        add_rules(made.rules, list, entry, asked.matches);
+        all.push_back(std::move(made));
         continue;
       }
-      const std::string header = conditions[i].network_text();
-      if (!closed.insert(kind == Kind::unsure_l3 ? "" : header).second) continue;
-      add_barrier(chain, list, entry, kind == Kind::unsure_l3 ? "" : header);
+      const std::string header = kind == Kind::unsure_l3 ? "" : conditions[i].network_text();
+      if (!closed.insert(header).second) continue;
+      all.push_back({"", {}, {}});
+      add_barrier(all.back().rules, list, entry, header);
       if (closed.contains("")) break;
     }
-    if (chain.rules.empty()) return "";
-    std::string name = chain.name;
-    add_chain(std::move(chain));
+    if (all.empty()) return "";
+    std::string name = std::string("l") + kind_letters[index(kind)] + '.' + plain(list.name);
+    std::vector<Chain> chains;
+    add_in_pieces(chains, name, std::move(all));
+    for (Chain& chain : chains) add_chain(std::move(chain));
     return name;
   }
 
-  static void add_rule(Chain& chain, const std::string& key, const std::string& label,
+  static void add_rule(std::vector<Rule>& rules, const std::string& key, const std::string& label,
                        const std::vector<std::string>& all) {
     const std::string text = expressions(all);
-    chain.rules.push_back({rule_tag(key, text, label), text});
+    rules.push_back({rule_tag(key, text, label), text});
   }
 
   // What can't be told is dropped.
-  static void add_barrier(Chain& chain, const AccessList& list, const Entry& entry,
+  static void add_barrier(std::vector<Rule>& rules, const AccessList& list, const Entry& entry,
                           const std::string& header) {
     std::vector<std::string> all;
     if (!header.empty()) all.push_back(equal(meta("protocol"), '"' + header + '"'));
     all.push_back(counter());
     all.push_back(verdict("drop"));
-    add_rule(chain, hash_text(mix(hash_seed, "cannot tell" + header)),
+    add_rule(rules, hash_text(mix(hash_seed, "cannot tell" + header)),
              "cannot tell: " + list.name + '/' + entry.name, all);
   }
 
@@ -158,7 +163,7 @@ class Translator {
     return type == ActionType::drop ? verdict("drop") : reject();
   }
 
-  void add_rules(Chain& chain, const AccessList& list, const Entry& entry,
+  void add_rules(std::vector<Rule>& rules, const AccessList& list, const Entry& entry,
                  const std::vector<std::string>& matches) {
     const std::string label = list.name + '/' + entry.name;
     const std::string key = entry_key(list.name, entry.name);
@@ -171,14 +176,14 @@ class Translator {
         all.push_back(counter());
         all.insert(all.end(), logged.begin(), logged.end());
         all.push_back(verdict("drop"));
-        add_rule(chain, key, "over the limit: " + label, all);
+        add_rule(rules, key, "over the limit: " + label, all);
       }
     }
     std::vector<std::string> all = matches;
     all.push_back(counter());
     all.insert(all.end(), logged.begin(), logged.end());
     all.push_back(forwarding(entry.forwarding));
-    add_rule(chain, key, label, all);
+    add_rule(rules, key, label, all);
   }
 
   void add_policer(const std::string& where, const std::string& name) {
@@ -222,9 +227,9 @@ class Translator {
       for (const AccessList* list : place.lists) {
         const std::string& to = chains_[list->name][index(kind)];
         if (to.empty()) continue;
-        add_rule(chain, entry_key("", list->name), "asks " + list->name, {jump(to)});
+        add_rule(chain.rules, entry_key("", list->name), "asks " + list->name, {jump(to)});
       }
-      add_rule(chain, entry_key(last.name, ""), "default of " + last.name,
+      add_rule(chain.rules, entry_key(last.name, ""), "default of " + last.name,
                {counter(), forwarding(last.default_action)});
       targets.of[index(kind)] = chain.name;
       add_chain(std::move(chain));

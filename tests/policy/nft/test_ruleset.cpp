@@ -142,6 +142,62 @@ TEST(NftRuleset, PlacesLookAsDeepAsTheirLists) {
   EXPECT_EQ(chains({{0x0703, {1}}}), 5u);
 }
 
+qimctl::AccessList long_list(size_t count, bool with_ports) {
+  qimctl::AccessList list = list_of({});
+  for (size_t i = 0; i < count; i++) {
+    const auto high = static_cast<uint8_t>(i >> 8);
+    const auto low = static_cast<uint8_t>(i & 0xff);
+    qimctl::Entry entry =
+        entry_of({{0x030b, {10, high, low, 0, 24}}}, ActionType::accept, "e" + std::to_string(i));
+    if (with_ports) entry.criteria.push_back({0x0603, {5, high, low, 255, 255}});
+    list.entries.push_back(entry);
+  }
+  return list;
+}
+
+size_t pieces_of(const qimctl::nft::Ruleset& ruleset, const std::string& kind) {
+  size_t pieces = 0;
+  for (const auto& chain : ruleset.chains)
+    pieces += chain.name.starts_with(kind + ".in_-") ? 1u : 0u;
+  return pieces;
+}
+
+TEST(NftRuleset, LongListsAreInPiecesBehindSets) {
+  const auto made = translate(model_of({long_list(1000, true)})).ruleset;
+  EXPECT_GT(pieces_of(made, "lw"), 5u);
+  EXPECT_EQ(pieces_of(made, "lb"), 0u);
+  std::string guard;
+  for (const std::string& rule : rules_of(made, "lw.in"))
+    if (rule.find("jump") != std::string::npos) guard = rule;
+  EXPECT_NE(guard.find(R"("right":"ip")"), std::string::npos);
+  // Neighbours become one.
+  EXPECT_NE(guard.find(R"("offset":96,"len":32}},"right":{"set":[{"range":[)"), std::string::npos)
+      << guard;
+  EXPECT_NE(guard.find(R"("offset":16,"len":16}},"right":{"set":[{"range":[)"), std::string::npos)
+      << guard;
+  EXPECT_GT(pieces_of(translate(model_of({long_list(1000, false)})).ruleset, "lb"), 5u);
+  EXPECT_EQ(pieces_of(translate(model_of({long_list(100, true)})).ruleset, "lw"), 0u)
+      << "it is short";
+}
+
+TEST(NftRuleset, PiecesWithNothingInCommonAreNone) {
+  qimctl::AccessList list = long_list(1000, true);
+  for (size_t i = 0; i < list.entries.size(); i += 10) list.entries[i].criteria = {{0x0500, {}}};
+  EXPECT_LT(pieces_of(translate(model_of({list})).ruleset, "lw"), 3u);
+}
+
+TEST(NftRuleset, AnEntryThatComesChangesItsPieceOnly) {
+  const qimctl::AccessList list = long_list(1000, true);
+  qimctl::AccessList longer = list;
+  longer.entries.insert(
+      longer.entries.begin() + 500,
+      entry_of({{0x030b, {10, 9, 9, 0, 24}}, {0x0603, {5, 0, 1, 0, 2}}}, ActionType::drop, "new"));
+  const auto todo =
+      changes(table_of(translate(model_of({list})).ruleset), translate(model_of({longer})).ruleset);
+  EXPECT_LE(todo.added, 2u) << "itself, and the set in front of its piece";
+  EXPECT_LE(todo.deleted, 1u);
+}
+
 TEST(NftRuleset, TheWholeIsSoundJson) {
   qimctl::Model model = model_of({list_of({entry_of({{0x050a, {5, 0, 22, 0, 25}}})})});
   const auto text = write_model(model, qimctl::Format::nft, {});

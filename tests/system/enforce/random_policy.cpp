@@ -141,4 +141,34 @@ qimctl::AccessList make_list(Random& random, const std::string& name, size_t ent
   return list;
 }
 
+qimctl::AccessList make_regular_list(Random& random, const std::string& name, size_t entries) {
+  qimctl::AccessList list;
+  list.name = name;
+  for (size_t i = 0; i < entries; i++) {
+    qimctl::Entry entry;
+    entry.name = "e" + std::to_string(i);
+    const bool is_tcp = random.below(2) == 0;
+    Bytes port{5};
+    const uint16_t first = frames::some_port(random);
+    const auto last = static_cast<uint16_t>(std::min(first + 3, 65535));
+    for (const uint16_t each : {first, last})
+      for (const uint8_t byte : big_endian(each, 2)) port.push_back(byte);
+    Bytes address = frames::some_ipv4(random);
+    address.push_back(32);
+    if (random.below(4) == 0) {
+      address[3] = 0;
+      address[4] = 24;
+    }
+    if (random.below(4) != 0) entry.criteria.push_back({0x030a, address});
+    if (random.below(4) == 0)
+      entry.criteria.push_back({0x030b, prefix(random, frames::some_ipv4(random))});
+    entry.criteria.push_back({is_tcp ? 0x050au : 0x0603u, port});
+    if (random.below(2) == 0)
+      entry.criteria.push_back({is_tcp ? 0x0505u : 0x0601u, is_tcp ? Bytes{2} : Bytes{0, 8}});
+    entry.forwarding = static_cast<qimctl::ActionType>(1 + random.below(2));
+    list.entries.push_back(std::move(entry));
+  }
+  return list;
+}
+
 }  // namespace random_policy

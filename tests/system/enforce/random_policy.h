@@ -13,6 +13,10 @@ namespace random_policy {
 qimctl::AccessList make_list(testing_rov::Random& random, const std::string& name, size_t entries,
                              bool egress, bool deep);
 
+// Entries that all ask for a port and an address, as those of long lists do.
+qimctl::AccessList make_regular_list(testing_rov::Random& random, const std::string& name,
+                                     size_t entries);
+
 }  // namespace random_policy
 
 #endif

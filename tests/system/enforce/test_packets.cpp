@@ -260,6 +260,25 @@ TEST(Packets, OfListsThatAskForOptionsAndBytes) {
   }
 }
 
+// Lists that are put in pieces.
+TEST(Packets, OfLongListsOfEntriesThatAskForTheSame) {
+  NEEDS_NET();
+  ASSERT_TRUE(net::shell(std::string("nft list table netdev probe || { ") + probe + "; }"));
+  Random random(200);
+  qimctl::Model model;
+  model.lists.push_back(random_policy::make_regular_list(random, "in-pieces", 600));
+  model.lists.push_back(random_policy::make_regular_list(random, "out-pieces", 600));
+  model.attachments = {{"in-pieces", "far", QIM_DIR_IN, 1, {}},
+                       {"out-pieces", "far", qimctl::dir_out, 1, {}}};
+  put(model);
+  size_t pieces = 0;
+  for (const auto& chain : enforce::read_kernel().chains)
+    pieces += chain.name.find("_-") == std::string::npos ? 0u : 1u;
+  EXPECT_GT(pieces, 5u);
+  compare(model, {"near", "far", false}, random, packets_wanted() / 8, 250, false);
+  compare(model, {"far", "far", true}, random, packets_wanted() / 8, 250, false);
+}
+
 TEST(Packets, OfListsOfTwoHundredEntries) {
   run(100, 200, packets_wanted() / 4, 100);
 }
