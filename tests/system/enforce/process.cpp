@@ -47,8 +47,11 @@ bool Place::apply(const std::string& lists, const std::vector<std::string>& atta
       << R"({"ietf-access-control-list:acls":{"acl":[)" << lists
       << R"(],"attachment-points":{"interface":[{"interface-id":"far","ingress":{"acl-sets":{"acl-set":[)"
       << sets << "]}}}]}}}";
-  return net::shell(program("qimctl") + " --db " + path("db") + " apply --prune " +
-                    path("policy.json"));
+  return qimctl(*this, "apply --prune " + path("policy.json"));
+}
+
+bool qimctl(const Place& place, const std::string& arguments) {
+  return net::shell(program("qimctl") + " --db " + place.path("db") + " " + arguments);
 }
 
 std::string list(const std::string& name, const std::string& entries) {

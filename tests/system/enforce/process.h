@@ -25,6 +25,9 @@ class Place {
   std::string folder_;
 };
 
+// Runs qimctl on the place's database. Did it do what it should?
+bool qimctl(const Place& place, const std::string& arguments);
+
 // {"name", "type", "aces"}
 std::string list(const std::string& name, const std::string& entries);
 // An entry of UDP packets to a port.

@@ -49,10 +49,13 @@ class Comparison {
         tracer_(lists_),
         sender_(path.sender) {
     for (const qimctl::AccessList* list : lists_) {
-      names_[qimctl::nft::entry_key(list->name, "")] = "default of " + list->name;
+      note(qimctl::nft::entry_key(list->name, ""), "default of " + list->name,
+           list->default_action);
       for (const qimctl::Entry& entry : list->entries)
-        names_[qimctl::nft::entry_key(list->name, entry.name)] = list->name + '/' + entry.name;
+        note(qimctl::nft::entry_key(list->name, entry.name), list->name + '/' + entry.name,
+             entry.forwarding);
     }
+    counted_ = counts();
   }
 
   // Halves what differs until single frames are left.
@@ -77,6 +80,11 @@ class Comparison {
   uint64_t lost() const { return lost_; }
 
  private:
+  void note(const std::string& key, const std::string& name, ActionType verdict) {
+    names_[key] = name;
+    verdicts_[key] = verdict;
+  }
+
   qimctl::Packet packet_of(const Frame& frame) const {
     qimctl::Packet packet = qimctl::packet_from_bytes(frame.bytes, qimctl::FrameKind::ethernet);
     (path_.egress ? packet.egress : packet.ingress) = path_.interface;
@@ -125,7 +133,7 @@ class Comparison {
   // What was counted for these frames. Without a verdict of its own the kernel tells only of one frame
   // whether it passed; of more it tells how many.
   Counts send(std::span<const Frame> frames) {
-    const Counts before = counts();
+    const Counts before = counted_;
     const uint64_t passed_before = passed();
     for (const Frame& frame : frames) EXPECT_TRUE(sender_.send(frame.bytes));
     Counts after = counts();
@@ -139,6 +147,7 @@ class Comparison {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
       after = counts();
     }
+    counted_ = after;
     const uint64_t passed_now = passed() - passed_before;
     Counts seen;
     uint64_t accepted = 0;
@@ -155,12 +164,8 @@ class Comparison {
   }
 
   ActionType verdict_of(const std::string& key) const {
-    for (const qimctl::AccessList* list : lists_) {
-      if (qimctl::nft::entry_key(list->name, "") == key) return list->default_action;
-      for (const qimctl::Entry& entry : list->entries)
-        if (qimctl::nft::entry_key(list->name, entry.name) == key) return entry.forwarding;
-    }
-    return ActionType::drop;
+    const auto found = verdicts_.find(key);
+    return found == verdicts_.end() ? ActionType::drop : found->second;
   }
 
   void judge(const Frame& frame, const Counts& expected, const Counts& seen) {
@@ -187,6 +192,8 @@ class Comparison {
   qimctl::Tracer tracer_;
   net::Sender sender_;
   std::map<std::string, std::string> names_;
+  std::map<std::string, ActionType> verdicts_;
+  Counts counted_;  // up to now
   uint64_t equal_ = 0;
   uint64_t open_ = 0;
   uint64_t lost_ = 0;
