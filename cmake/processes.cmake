@@ -17,7 +17,7 @@ qim_layer(enforce_process processes/enforce USES policy_nft policy_store
 
 add_executable(qim-enforce ${PROJECT_SOURCE_DIR}/processes/enforce_main.cpp)
 qim_include_root(qim-enforce PRIVATE processes/enforce_main.cpp)
-qim_layers_archive(enforce_objects policy_base policy_model policy_trace policy_nft policy_store
+qim_layers_archive(enforce_objects acl policy_base policy_model policy_trace policy_nft policy_store
   enforce_process)
 target_link_libraries(qim-enforce PRIVATE qim_warnings qim_hardening enforce_objects ${enforce_libraries}
   qim_headers qimcommon rovcommon)
