@@ -29,10 +29,14 @@ State SmallPolicy::state() const {
   return made.finish();
 }
 
-Publisher::Publisher(FakeStore& store, std::string scope)
-    : store_(store), scope_(std::move(scope)) {
+Publisher::Publisher(Put put, std::string scope) : put_(std::move(put)), scope_(std::move(scope)) {
   head_.scope = scope_;
 }
+
+Publisher::Publisher(FakeStore& store, std::string scope)
+    : Publisher(
+          [&store](const std::string& key, const std::string& value) { store.put(key, value); },
+          std::move(scope)) {}
 
 uint64_t Publisher::add(const State& state, bool snapshot) {
   return store(state, difference(states_.empty() ? State() : states_.back(), state), snapshot);
@@ -58,12 +62,12 @@ uint64_t Publisher::store(const State& said, const std::string& difference, bool
     for (const std::string_view piece : cut_pieces(said)) {
       const std::string stored = compress(piece);
       const Chunk chunk{sha256(stored), stored.size(), piece.size()};
-      store_.put(keys_.chunk(chunk.digest), stored);
+      put_(keys_.chunk(chunk.digest), stored);
       revision.snapshot.push_back(chunk);
     }
   }
   revision.newest_snapshot = newest_snapshot_;
-  store_.put(keys_.revision(scope_, revision.number), seal_revision(revision, key_));
+  put_(keys_.revision(scope_, revision.number), seal_revision(revision, key_));
   states_.push_back(said);
   return revision.number;
 }
@@ -80,7 +84,7 @@ void Publisher::move(uint64_t base, uint64_t next, const Stage& stage) {
   if (base != 0) head_.base_state = state_digest(state(base));
   head_.next_state = state_digest(state(next));
   head_.stage = stage;
-  store_.put(keys_.head(scope_), sealed_head(head_));
+  put_(keys_.head(scope_), sealed_head(head_));
 }
 
 uint64_t Publisher::publish(const State& state, bool snapshot) {

@@ -1,6 +1,7 @@
 // Somebody who publishes revisions of a small policy, in the plainest way.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ struct SmallPolicy {
 
 class Publisher {
  public:
+  // How a value gets into the store.
+  using Put = std::function<void(const std::string& key, const std::string& value)>;
+  Publisher(Put put, std::string scope);
   Publisher(FakeStore& store, std::string scope);
 
   const qim::fleet::TrustedKeys& trusted() const { return trusted_; }
@@ -47,7 +51,7 @@ class Publisher {
  private:
   uint64_t store(const qim::fleet::State& said, const std::string& difference, bool snapshot);
 
-  FakeStore& store_;
+  Put put_;
   std::string scope_;
   qim::fleet::Keys keys_{"/qim/"};
   qim::fleet::PrivateKey key_ = qim::fleet::PrivateKey::generate();
