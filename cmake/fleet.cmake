@@ -52,10 +52,12 @@ qim_fleet_layer(proto USES fleet_base LIBRARIES fleet_wire)
 qim_fleet_layer(etcd USES fleet_base LIBRARIES fleet_etcd_wire)
 qim_fleet_layer(state USES fleet_base policy_store)
 qim_fleet_layer(agent USES fleet_proto fleet_etcd fleet_state)
+qim_fleet_layer(publish USES fleet_proto fleet_etcd fleet_state policy_change)
+qim_fleet_layer(tool USES fleet_publish qimctl_options)
 
 # All of it with what it uses of the policy layers, for programs and tests: these link it before the two
 # shared libraries.
-qim_layers_archive(fleet_objects acl ${policy_layers} ${fleet_layers})
+qim_layers_archive(fleet_objects acl ${policy_layers} ${tool_layers} ${fleet_layers})
 target_link_libraries(fleet_objects PUBLIC
   qim_headers fleet_wire fleet_etcd_wire ${QIM_LIB_crypto} ${QIM_LIB_zstd})
 
@@ -77,3 +79,12 @@ configure_file(${PROJECT_SOURCE_DIR}/packaging/qimd.service.in
 install(FILES ${CMAKE_BINARY_DIR}/packaging/qimd.service
   DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/qimd.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# The tool's commands for it: a program of its own, so that the tool itself starts without gRPC.
+add_executable(qimctl-fleet ${PROJECT_SOURCE_DIR}/fleet/main.cpp)
+target_link_libraries(qimctl-fleet PRIVATE
+  qim_warnings qim_hardening fleet_objects qimcommon rovcommon)
+qim_hardened(qimctl-fleet)
+set_target_properties(qimctl-fleet PROPERTIES
+  INSTALL_RPATH "${qimctl_rpath}" BUILD_WITH_INSTALL_RPATH ON)
+install(TARGETS qimctl-fleet)

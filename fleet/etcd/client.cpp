@@ -31,7 +31,18 @@ constexpr size_t most_pem = 1024 * 1024;
 constexpr int keepalive_ms = 6000;
 constexpr int keepalive_answer_ms = 3000;
 
+bool says(const grpc::Status& status, const char* text) {
+  return status.error_message().find(text) != std::string::npos;
+}
+
+// A user's token is forgotten some minutes after its last use, and when the members start anew.
+bool is_stale_token(const grpc::Status& status) {
+  return says(status, "invalid auth token");
+}
+
 StoreFailure failure_of(const grpc::Status& status) {
+  // What a proxy hands on has lost its code.
+  if (says(status, "permission denied")) return StoreFailure::denied;
   switch (status.error_code()) {
     case grpc::StatusCode::PERMISSION_DENIED:
     case grpc::StatusCode::UNAUTHENTICATED:
@@ -82,7 +93,8 @@ std::string behind(std::string prefix) {
   return prefix;
 }
 
-void prepare(grpc::ClientContext& context) {
+void prepare(grpc::ClientContext& context, const std::string& token) {
+  if (!token.empty()) context.AddMetadata("token", token);
   // A member that lost its leader refuses at once, where it would be silent otherwise.
   context.AddMetadata("hasleader", "true");
 }
@@ -139,7 +151,7 @@ std::shared_ptr<grpc::Channel> open_channel(const std::string& endpoint,
 class EtcdWatch : public Watch {
  public:
   EtcdWatch(std::shared_ptr<grpc::Channel> channel, const std::string& endpoint,
-            const std::string& key, int64_t after, milliseconds timeout)
+            const std::string& key, int64_t after, milliseconds timeout, const std::string& token)
       : channel_(std::move(channel)),
         stub_(pb::Watch::NewStub(channel_)),
         endpoint_(endpoint),
@@ -147,7 +159,7 @@ class EtcdWatch : public Watch {
     pb::WatchCreateRequest* create = request_.mutable_create_request();
     create->set_key(key);
     create->set_start_revision(after + 1);
-    prepare(context_);
+    prepare(context_, token);
     stream_ = stub_->PrepareAsyncWatch(&context_, &queue_);
     stream_->StartCall(tag(starting));
   }
@@ -288,10 +300,9 @@ class EtcdClient : public Store {
     const std::string attempt =
         change.writes.empty() ? "ask" : "write " + qimctl::quoted(change.writes.back().key);
     await_connection(attempt);
-    grpc::ClientContext context;
-    begin(context);
     pb::TxnResponse response;
-    const grpc::Status status = kv_->Txn(&context, request, &response);
+    const grpc::Status status = signed_in(
+        [&](grpc::ClientContext* context) { return kv_->Txn(context, request, &response); });
     if (status.ok()) return {header_of(response.header()), response.succeeded()};
     StoreFailure failure = failure_of(status);
     if (failure == StoreFailure::unreachable) failure = StoreFailure::unknown;
@@ -302,7 +313,8 @@ class EtcdClient : public Store {
 
   std::unique_ptr<Watch> watch(const std::string& key, int64_t after) override {
     await_connection("watch " + qimctl::quoted(key));
-    return std::make_unique<EtcdWatch>(channel_, endpoint(), key, after, options_.timeout);
+    sign_in();
+    return std::make_unique<EtcdWatch>(channel_, endpoint(), key, after, options_.timeout, token_);
   }
 
  private:
@@ -321,7 +333,40 @@ class EtcdClient : public Store {
 
   void begin(grpc::ClientContext& context) const {
     context.set_deadline(std::chrono::system_clock::now() + options_.timeout);
-    prepare(context);
+    prepare(context, token_);
+  }
+
+  // Says who this is, where a certificate does not.
+  void sign_in() {
+    if (options_.user.empty() || !token_.empty()) return;
+    pb::AuthenticateRequest request;
+    request.set_name(options_.user);
+    request.set_password(lines_of(read_secret_file(options_.password, most_pem) + "\n").front());
+    grpc::ClientContext context;
+    begin(context);
+    pb::AuthenticateResponse response;
+    const grpc::Status status =
+        pb::Auth::NewStub(channel_)->Authenticate(&context, request, &response);
+    if (!status.ok()) {
+      const StoreFailure failure = failure_of(status);
+      const std::string where = endpoint();
+      if (failure == StoreFailure::unreachable) turn();
+      fail(failure, "sign in as " + qimctl::quoted(options_.user), where, status);
+    }
+    token_ = response.token();
+  }
+
+  // Calls, with a new token where the old one is not known any more: nothing was done then.
+  template <typename Call>
+  grpc::Status signed_in(Call call) {
+    for (bool again = false;; again = true) {
+      sign_in();
+      grpc::ClientContext context;
+      begin(context);
+      const grpc::Status status = call(&context);
+      if (again || !is_stale_token(status)) return status;
+      token_.clear();
+    }
   }
 
   [[noreturn]] static void fail(StoreFailure failure, const std::string& attempt,
@@ -350,10 +395,9 @@ class EtcdClient : public Store {
   pb::RangeResponse range(const pb::RangeRequest& request, const std::string& attempt) {
     refresh();
     for (size_t tries = 1;; tries++) {
-      grpc::ClientContext context;
-      begin(context);
       pb::RangeResponse response;
-      const grpc::Status status = kv_->Range(&context, request, &response);
+      const grpc::Status status = signed_in(
+          [&](grpc::ClientContext* context) { return kv_->Range(context, request, &response); });
       if (status.ok()) return response;
       const StoreFailure failure = failure_of(status);
       const std::string where = endpoint();
@@ -368,6 +412,7 @@ class EtcdClient : public Store {
   size_t current_;  // endpoint
   std::shared_ptr<grpc::Channel> channel_;
   std::unique_ptr<pb::KV::Stub> kv_;
+  std::string token_;  // of the user, "" = none yet
 };
 
 }  // namespace
@@ -379,6 +424,8 @@ EtcdOptions etcd_options(Settings& settings) {
   options.ca = settings.text("ca");
   options.certificate = settings.text("certificate");
   options.key = settings.text("key");
+  options.user = settings.text("user");
+  options.password = settings.text("password");
   options.timeout = settings.duration("timeout", options.timeout);
   return options;
 }
@@ -388,6 +435,8 @@ std::unique_ptr<Store> connect_etcd(const EtcdOptions& options) {
     throw ConfigError("there are no endpoints; name at least one, such as 127.0.0.1:2379");
   if (options.certificate.empty() != options.key.empty())
     throw ConfigError("a certificate and its key belong together; name both or none");
+  if (options.user.empty() != options.password.empty())
+    throw ConfigError("a user and the file with the password belong together; name both or none");
   if (options.ca.empty() && !options.certificate.empty())
     throw ConfigError("a certificate needs the authority's as well; name it as ca");
   return std::make_unique<EtcdClient>(options);

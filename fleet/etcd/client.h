@@ -19,12 +19,17 @@ struct EtcdOptions {
   std::string ca;
   std::string certificate;
   std::string key;
+  // Who this is where certificates do not say it, as behind a proxy of the store's: a user, and a file
+  // with the password.
+  std::string user;
+  std::string password;
   std::chrono::milliseconds timeout{5000};  // of one call
   // Answers that are larger are refused.
   size_t most_message = 8 * 1024 * 1024;
 };
 
-// By settings "endpoints", "ca", "certificate", "key" and "timeout"; what is wrong with them is noted
+// By settings "endpoints", "ca", "certificate", "key", "user", "password" and
+// "timeout"; what is wrong with them is noted
 // there.
 EtcdOptions etcd_options(Settings& settings);
 

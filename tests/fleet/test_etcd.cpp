@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "fleet/base/files.h"
 #include "tests/fleet/support/certificates.h"
 #include "tests/fleet/support/cluster.h"
 #include "tests/support/pace.h"
@@ -227,6 +228,30 @@ TEST(FleetEtcd, RolesAndCertificatesSayWhoMayDoWhat) {
   nobody.certificate = nobody.key = "";
   nobody.timeout = milliseconds(500);
   EXPECT_EQ(failure_of([&] { connect_etcd(nobody)->get("/q/h/edge"); }), StoreFailure::unreachable);
+}
+
+TEST(FleetEtcd, AUserSignsInAndDoesSoAgain) {
+  Cluster cluster({.members = 1});
+  cluster.control({"user", "add", "root:secret"});
+  cluster.control({"role", "add", "root"});
+  cluster.control({"user", "grant-role", "root", "root"});
+  cluster.control({"auth", "enable"});
+  EtcdOptions options = cluster.options();
+  EXPECT_EQ(failure_of([&] { connect_etcd(options)->get("a"); }), StoreFailure::refused);
+  options.user = "root";
+  EXPECT_THROW(connect_etcd(options), ConfigError);
+  options.password = cluster.directory() + "/password";
+  write_file(options.password, "wrong\n", 0600);
+  EXPECT_EQ(failure_of([&] { connect_etcd(options)->get("a"); }), StoreFailure::refused);
+  write_file(options.password, "secret\n", 0600);
+  const auto store = connect_etcd(options);
+  write(*store, "a", "1");
+  const auto watch = store->watch("a", 1);
+  EXPECT_EQ(watch->wait(patience()), WatchNews::changed);
+  // A member that starts anew has forgotten all tokens.
+  cluster.kill(0);
+  cluster.start(0);
+  EXPECT_EQ(insist([&] { return store->get("a"); }).found->value, "1");
 }
 
 TEST(FleetEtcd, CertificatesThatAreRenewedAreUsed) {

@@ -2,6 +2,7 @@
 #include "tools/commands/check.h"
 #include "tools/commands/compact.h"
 #include "tools/commands/dump.h"
+#include "tools/commands/fleet.h"
 #include "tools/options/commands.h"
 #include "tools/options/files.h"
 
@@ -33,6 +34,19 @@ void add_check(Commands& commands) {
   });
 }
 
+// What stands behind it is read by the program that it runs.
+void add_fleet(Commands& commands) {
+  CLI::App* fleet =
+      commands.add("fleet", "Keep one policy on many devices: 'qimctl fleet --help' says more");
+  fleet->prefix_command();
+  fleet->fallthrough(false);
+  fleet->set_help_flag();
+  commands.on(fleet, [fleet] {
+    run_fleet(fleet->remaining());
+    return exit_ok;
+  });
+}
+
 }  // namespace
 
 void add_maintenance(Commands& commands) {
@@ -47,6 +61,7 @@ void add_maintenance(Commands& commands) {
     compact_database(commands.database(), commands.form());
     return exit_ok;
   });
+  add_fleet(commands);
 }
 
 }  // namespace qimctl

@@ -31,10 +31,17 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
-// "'qimctl help list' says more"
+// The name of the whole tool.
+std::string tool_name(const CLI::App& command) {
+  const CLI::App* top = &command;
+  while (top->get_parent() != nullptr) top = top->get_parent();
+  return top->get_name();
+}
+
+// "see 'qimctl help list'"
 std::string hint(const CLI::App& command) {
   const std::string name = command_name(command);
-  return "see 'qimctl help" + (name.empty() ? "" : " " + name) + "'";
+  return "see '" + tool_name(command) + " help" + (name.empty() ? "" : " " + name) + "'";
 }
 
 // What to do instead of what is unknown.
@@ -116,7 +123,7 @@ std::string help_of(const CLI::App& command) {
   const std::string name = command_name(command);
   // The parser's own call answers for the command that was named.
   const std::string text = command.get_formatter()->make_help(
-      &command, "qimctl" + (name.empty() ? "" : " " + name), CLI::AppFormatMode::Normal);
+      &command, tool_name(command) + (name.empty() ? "" : " " + name), CLI::AppFormatMode::Normal);
   return text.ends_with("\n") ? text : text + "\n";
 }
 

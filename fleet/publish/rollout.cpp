@@ -1,0 +1,103 @@
+// Moves of the head.
+#include "fleet/publish/rollout.h"
+
+#include "fleet/base/backoff.h"
+#include "fleet/publish/device_status.h"
+#include "policy/base/names.h"
+#include "policy/base/text.h"
+
+namespace qim::fleet {
+
+namespace {
+
+StoredHead head_under_way(const Scope& scope) {
+  StoredHead stored = scope.require_head();
+  if (stored.head.next == stored.head.base)
+    throw RefusedError("revision " + std::to_string(stored.head.next) + " of " +
+                       qimctl::quoted(scope.name()) +
+                       " is on all devices; there is nothing to roll out");
+  return stored;
+}
+
+Head moved_to(const Scope& scope, const StoredHead& before, Head head, const char* what) {
+  head.what = what;
+  scope.move(before, head);
+  return head;
+}
+
+}  // namespace
+
+bool has_begun(const Head& head) {
+  return head.next != head.base && (head.stage.percent != 0 || !head.stage.labels.empty());
+}
+
+bool is_under_way(const Head& head) {
+  return has_begun(head) && (head.stage.percent < 100 || head.stage.hold);
+}
+
+std::string stage_text(const Head& head) {
+  if (head.next == head.base) return "all";
+  const Stage& stage = head.stage;
+  if (!has_begun(head)) return "not begun";
+  std::string text = stage.percent >= 100 ? "all" : std::to_string(stage.percent) + " %";
+  for (size_t i = 0; i < stage.labels.size(); i++)
+    text += (i == 0 ? " and " : ", ") + qimctl::printable(stage.labels[i]);
+  return text + (stage.hold ? ", held" : "");
+}
+
+Head start_rollout(const Scope& scope, Stage stage) {
+  const StoredHead before = head_under_way(scope);
+  if (has_begun(before.head))
+    throw RefusedError("the rollout of revision " + std::to_string(before.head.next) +
+                       " has begun (" + stage_text(before.head) + "); advance it instead");
+  Head head = before.head;
+  head.stage = std::move(stage);
+  head.stage.salt = std::to_string(random_seed());
+  return moved_to(scope, before, std::move(head), "rollout start");
+}
+
+Head advance_rollout(const Scope& scope, const Advance& advance) {
+  const StoredHead before = head_under_way(scope);
+  Head head = before.head;
+  if (!has_begun(head))
+    throw RefusedError("the rollout of revision " + std::to_string(head.next) +
+                       " has not begun; start it first");
+  if (advance.percent < head.stage.percent)
+    throw RefusedError("devices that took revision " + std::to_string(head.next) +
+                       " are not taken out of its rollout; hold it, or roll back");
+  const size_t failures = count_refusals(read_statuses(scope), head.next);
+  if (!advance.force && failures > head.stage.max_failures) {
+    head.stage.hold = true;
+    moved_to(scope, before, head, "held by failures");
+    throw RefusedError(qimctl::counted(failures, "device") + " refused revision " +
+                       std::to_string(head.next) + ", and " +
+                       std::to_string(head.stage.max_failures) +
+                       " may: it is held; see 'qimctl fleet status --refused', then roll back, or "
+                       "go on with --force");
+  }
+  head.stage.percent = advance.percent;
+  head.stage.hold = false;
+  return moved_to(scope, before, std::move(head), "rollout advance");
+}
+
+Head hold_rollout(const Scope& scope) {
+  const StoredHead before = head_under_way(scope);
+  Head head = before.head;
+  head.stage.hold = true;
+  return moved_to(scope, before, std::move(head), "rollout hold");
+}
+
+Head roll_back(const Scope& scope, std::optional<uint64_t> to) {
+  const StoredHead before = scope.require_head();
+  Head head = before.head;
+  const uint64_t number = to.value_or(head.base);
+  if (!to && head.next == head.base)
+    throw RefusedError("there is no revision of " + qimctl::quoted(scope.name()) +
+                       " to go back to by itself; name one with --to");
+  head.base = head.next = number;
+  head.base_state = head.next_state = number == 0 ? Digest{} : scope.revision(number).state;
+  head.stage = {};
+  return moved_to(scope, before, std::move(head), "rollback");
+}
+
+}  // namespace qim::fleet
