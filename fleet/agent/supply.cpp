@@ -38,7 +38,7 @@ std::string difference_of(const Revision& revision) {
   if (revision.difference_plain > most_difference) {
     throw ForgedError("the difference of " + name_of(revision.number) + " is too large");
   }
-  return decompress(revision.difference, revision.difference_plain);
+  return decompress(revision.difference, static_cast<size_t>(revision.difference_plain));
 }
 
 State snapshot_of(const Source& source, const Revision& revision) {
@@ -47,7 +47,7 @@ State snapshot_of(const Source& source, const Revision& revision) {
   if (size > most_state)
     throw ForgedError("the snapshot of " + name_of(revision.number) + " is too large");
   std::string bytes;
-  bytes.reserve(size);
+  bytes.reserve(static_cast<size_t>(size));
   for (const Chunk& chunk : revision.snapshot) {
     const std::string value = value_of(source, source.keys.chunk(chunk.digest),
                                        "part of the snapshot of " + name_of(revision.number));

@@ -283,8 +283,9 @@ class Faults : public testing::Test {
 };
 
 TEST_F(Faults, NoDatabaseIsEverHalfOfSomething) {
-  const uint64_t faults = number_from(
-      "QIM_FLEET_FAULTS", pace::kSanitized || getenv("QIM_COUNTED") != nullptr ? 60 : 300);
+  const bool is_slow = pace::kSanitized || getenv("QIM_COUNTED") != nullptr;
+  const uint64_t few = (is_slow ? 60 : 300) * number_from("QIM_SOAK", 1);
+  const uint64_t faults = number_from("QIM_FLEET_FAULTS", std::min<uint64_t>(few, 20'000));
   for (uint64_t n = 0; n < faults; n++) {
     fault();
     for (int look = 0; look < 3; look++) {
