@@ -7,7 +7,7 @@ PRESETS := native i386 powerpc asan tsan clang
 
 .DEFAULT_GOAL := native
 MAKEFLAGS += --no-print-directory
-.PHONY: $(PRESETS) all demo check coverage fuzz soak bench format lint install clean help
+.PHONY: $(PRESETS) all demo fleet-demo check coverage fuzz soak bench format lint install clean help
 .PHONY: $(PRESETS:%=check-%) check-coverage
 
 $(PRESETS):
@@ -26,6 +26,14 @@ demo:
 	@if [ -t 1 ]; then $(MAKE) native; else mkdir -p build && $(MAKE) native >build/demo.log || \
 	  { tail -n 40 build/demo.log; exit 1; }; fi
 	@scripts/demo
+
+fleet-demo:
+	@scripts/setup fleet
+	@echo 'Building the libraries and the programs for fleets, some minutes at the first time'
+	@cmake --preset native -DQIM_FLEET=ON $(if $(V),,--log-level=NOTICE)
+	@if [ -t 1 ]; then $(MAKE) native; else mkdir -p build && $(MAKE) native >build/demo.log || \
+	  { tail -n 40 build/demo.log; exit 1; }; fi
+	@scripts/fleet-demo
 
 check:
 	@scripts/check
@@ -67,6 +75,7 @@ help:
 	@echo 'make all                the tests and the benchmarks, too'
 	@echo 'make <preset>           the libraries and the tool for one of: $(PRESETS)'
 	@echo 'make demo               set up, build, and show the tool at work'
+	@echo 'make fleet-demo         the same of a fleet: three members of a store and five devices'
 	@echo 'make check              everything: lint, all builds, all tests, what they reach'
 	@echo 'make check-<preset>     the tests of one preset'
 	@echo 'make coverage           which lines and branches the tests reach'

@@ -39,8 +39,9 @@ std::string stage_text(const Head& head) {
   if (head.next == head.base) return "all";
   const Stage& stage = head.stage;
   if (!has_begun(head)) return "not begun";
-  std::string text = stage.percent >= 100 ? "all" : std::to_string(stage.percent) + " %";
-  for (size_t i = 0; i < stage.labels.size(); i++)
+  const bool all = stage.percent >= 100;
+  std::string text = all ? "all" : std::to_string(stage.percent) + " %";
+  for (size_t i = 0; i < stage.labels.size() && !all; i++)
     text += (i == 0 ? " and " : ", ") + qimctl::printable(stage.labels[i]);
   return text + (stage.hold ? ", held" : "");
 }

@@ -46,13 +46,14 @@ JsonValue head_json(const Head& head) {
 }
 
 std::string head_text(const Head& head) {
-  std::string text = printable(head.scope) + ": revision " + std::to_string(head.next);
-  if (head.next == head.base) return text + " on all devices";
-  text += " on " + stage_text(head);
-  if (head.stage.percent == 0 && head.stage.labels.empty())
-    text =
-        printable(head.scope) + ": rollout of revision " + std::to_string(head.next) + " not begun";
-  return text + (head.base == 0 ? "" : ", the others " + std::to_string(head.base));
+  const std::string scope = printable(head.scope);
+  const std::string revision = scope + ": revision " + std::to_string(head.next);
+  if (head.next == 0) return scope + ": devices stay as they are";
+  if (head.next == head.base) return revision + " on all devices";
+  if (has_begun(head) && !is_under_way(head)) return revision + " on all";
+  const std::string others = head.base == 0 ? "" : ", the others " + std::to_string(head.base);
+  return revision + (has_begun(head) ? " on " + stage_text(head) : ", its rollout not begun") +
+         others;
 }
 
 // Which rows of the status are asked for.
