@@ -26,7 +26,15 @@ std::string memory_file(const AgentOptions& options) {
 
 Memory read_memory(const AgentOptions& options) {
   const std::string file = memory_file(options);
-  return file_exists(file) ? parse_memory(read_file(file, most_memory), file) : Memory();
+  Memory memory;
+  if (file_exists(file)) memory = parse_memory(read_file(file, most_memory), file);
+  if (memory.scope == options.identity.scope) return memory;
+  // What was seen of another scope says nothing of this one.
+  Memory fresh;
+  fresh.scope = options.identity.scope;
+  fresh.cluster = memory.cluster;
+  fresh.status_sequence = memory.status_sequence;
+  return fresh;
 }
 
 std::string revision_name(uint64_t number) {
@@ -89,12 +97,13 @@ void Agent::wait(milliseconds longest) {
   const Moment from = now();
   const auto due = std::chrono::ceil<milliseconds>(machine_.wake() - from.steady);
   const milliseconds time = std::clamp(due, milliseconds(0), longest);
-  if (interrupted_.exchange(false) || time.count() == 0) return;
+  if (interrupted_) return end_watch();
+  if (time.count() == 0) return;
   if (watch_ == nullptr) {
     for (milliseconds slept(0); slept < time && !interrupted_; slept += piece) {
       std::this_thread::sleep_for(std::min(piece, time - slept));
     }
-    interrupted_ = false;
+    if (interrupted_) end_watch();
     return;
   }
   try {
@@ -106,16 +115,20 @@ void Agent::wait(milliseconds longest) {
     watch_.reset();
     machine_.watch_lost(now());
   }
-  // A watch that was interrupted waits no more.
-  if (!interrupted_.exchange(false)) return;
+  if (interrupted_) end_watch();
+}
+
+// A watch that was interrupted waits no more: the head is read, and watched anew.
+void Agent::end_watch() {
   const std::lock_guard lock(mutex_);
+  interrupted_ = false;
   watch_.reset();
   machine_.news(now());
 }
 
 void Agent::interrupt() {
-  interrupted_ = true;
   const std::lock_guard lock(mutex_);
+  interrupted_ = true;
   if (watch_ != nullptr) watch_->interrupt();
 }
 

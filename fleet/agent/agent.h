@@ -78,6 +78,7 @@ class Agent {
   void check_drift();
   void report();
   void look_for_requests();
+  void end_watch();
   void remember();
 
   AgentParts parts_;

@@ -35,6 +35,20 @@ std::string snapshot_head(const Held& held) {
                      " as its publisher says");
 }
 
+// The nodes that were touched, and those that led to nodes which are gone.
+std::vector<uint32_t> with_those_left(uint32_t before, const State& had, const State& has,
+                                      std::set<uint32_t> nodes) {
+  size_t at = 0;
+  for (size_t n = 0; n < had.size(); n++) {
+    const uint32_t id = had.at(n).id;
+    while (at < has.size() && has.at(at).id < id) at++;
+    if (at < has.size() && has.at(at).id == id) continue;
+    const std::vector<uint32_t> referrers = referrers_of(before, id);
+    nodes.insert(referrers.begin(), referrers.end());
+  }
+  return {nodes.begin(), nodes.end()};
+}
+
 }  // namespace
 
 Held read_mark(uint32_t session) {
@@ -102,18 +116,13 @@ Held Device::commit(qimctl::WriteSession& writer, const Plan& plan) {
   }
 
   const State parts = read_nodes(before.handle(), nodes);
-  std::set<uint32_t> checked = touched;
-  for (size_t n = 0; n < parts.size(); n++) {
-    const std::vector<uint32_t> referrers = referrers_of(before.handle(), parts.at(n).id);
-    if (read_nodes(writer.handle(), {parts.at(n).id}).size() == 0)
-      checked.insert(referrers.begin(), referrers.end());
-  }
-  const std::string wrong =
-      check_nodes(writer.handle(), {checked.begin(), checked.end()}, options_.checks);
+  const State made = read_nodes(writer.handle(), nodes);
+  const std::vector<uint32_t> checked = with_those_left(before.handle(), parts, made, touched);
+  const std::string wrong = check_nodes(writer.handle(), checked, options_.checks);
   if (!wrong.empty()) throw RefusedError(wrong);
 
   if (plan.held.previous != 0) {
-    const std::string back = difference(read_nodes(writer.handle(), nodes), parts);
+    const std::string back = difference(made, parts);
     write_file(
         options_.directory + "/back",
         way_back_head(plan.held, plan.held.previous, plan.held.previous_state) + compress(back),

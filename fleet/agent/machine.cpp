@@ -8,6 +8,12 @@
 
 namespace qim::fleet {
 
+namespace {
+
+constexpr int64_t least_absence = 10;  // seconds, of one that is told
+
+}  // namespace
+
 Machine::Machine(Identity identity, const Timing& timing, Held held, Memory memory,
                  const Moment& now, uint64_t seed)
     : identity_(std::move(identity)),
@@ -83,7 +89,7 @@ void Machine::tell(const std::string& trouble, const Moment& now) {
 }
 
 void Machine::contact(const Moment& now) {
-  if (!contact_ && contact_wall_ != now.wall) away_since_ = contact_wall_;
+  if (!contact_ && now.wall - contact_wall_ >= least_absence) away_since_ = contact_wall_;
   if (!contact_) touch(now);
   contact_ = true;
   contact_wall_ = now.wall;

@@ -46,6 +46,7 @@ std::string to_text(const Memory& memory) {
   std::string reason = memory.refused.reason;
   std::replace(reason.begin(), reason.end(), '\n', ' ');
   std::string text;
+  add(text, "scope", memory.scope);
   add(text, "cluster", memory.cluster);
   add(text, "head_sequence", memory.head_sequence);
   add(text, "head", to_hex(memory.head));
@@ -74,6 +75,7 @@ Held parse_held(const std::string& text) {
 Memory parse_memory(const std::string& text, const std::string& file) {
   Settings settings = Settings::parse(text, file);
   Memory memory;
+  memory.scope = settings.text("scope");
   memory.cluster = number_of(settings, "cluster");
   memory.head_sequence = number_of(settings, "head_sequence");
   memory.head = digest_of(settings, "head");

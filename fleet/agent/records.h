@@ -28,6 +28,7 @@ struct Refusal {
 };
 
 struct Memory {
+  std::string scope;
   uint64_t cluster = 0;        // of the store, 0 = none was ever seen
   uint64_t head_sequence = 0;  // of the newest head that was believed
   Digest head{};               // of its bytes

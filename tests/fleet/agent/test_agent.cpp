@@ -338,8 +338,24 @@ TEST_F(AgentTest, IsWokenByTheWatch) {
   device.agent().wait(10s);
   device.work();
   EXPECT_EQ(device.held().number, 2U);
+  // What is interrupted while it works waits again afterwards.
   device.agent().interrupt();
   device.agent().wait(10s);
+  device.work();
+  const auto before = std::chrono::steady_clock::now();
+  device.agent().wait(50ms);
+  EXPECT_GE(std::chrono::steady_clock::now() - before, 40ms);
+}
+
+TEST_F(AgentTest, BeginsAnewInAnotherScope) {
+  SmallDevice device(store_, publisher_, "d1");
+  publisher_.publish(policy(20).state());
+  publisher_.publish(policy(21).state());
+  device.work();
+  device.options().identity.scope = "lab";
+  device.start();
+  EXPECT_EQ(device.machine().memory().head_sequence, 0U);
+  EXPECT_EQ(device.machine().memory().cluster, 1U);
 }
 
 TEST_F(AgentTest, ComesBackAfterAllFaults) {
