@@ -8,6 +8,7 @@ PRESETS := native i386 powerpc asan tsan clang
 .DEFAULT_GOAL := native
 MAKEFLAGS += --no-print-directory
 .PHONY: $(PRESETS) all demo fleet-demo check coverage fuzz soak bench format lint install clean help
+.PHONY: dist deb check-deb
 .PHONY: $(PRESETS:%=check-%) check-coverage
 
 $(PRESETS):
@@ -67,6 +68,17 @@ lint:
 install: native
 	@DESTDIR='$(DESTDIR)' cmake --install build/native --prefix '$(prefix)'
 
+dist:
+	@scripts/dist
+
+deb:
+	@scripts/setup deb
+	@scripts/deb
+
+check-deb:
+	@scripts/setup deb
+	@scripts/deb --test
+
 clean:
 	rm -rf build
 
@@ -86,4 +98,7 @@ help:
 	@echo 'make format             format the sources'
 	@echo 'make lint               check format and house rules, and analyse the sources'
 	@echo 'make install            DESTDIR and prefix (now $(prefix)) say where'
+	@echo 'make dist               pack the sources: the same sources give the same bytes'
+	@echo 'make deb                Debian packages in build/deb'
+	@echo 'make check-deb          and install, use and remove them in a fresh root, as root'
 	@echo 'make clean              remove all builds'

@@ -22,6 +22,10 @@ foreach(folder include database/include)
   endif()
 endforeach()
 
+# A library folder has one part, or two where it is that of an architecture.
+file(RELATIVE_PATH up_to_prefix
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" up_to_prefix "${up_to_prefix}")
 foreach(library qimcommon rovcommon qimacl)
   configure_file(${PROJECT_SOURCE_DIR}/packaging/${library}.pc.in
     ${CMAKE_BINARY_DIR}/packaging/${library}.pc @ONLY)

@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Every command, option and exported name has its place in a manual page, and the pages are sound.
+#
+#   man_test.sh <folder of pages>
+set -uo pipefail
+pages=$1
+cd "$QIM_SOURCE_DIR" || exit
+broken=0
+
+complain() {
+  echo "man_test: $*"
+  broken=1
+}
+
+mapfile -t names < <(sed 's/[ ;]//g' packaging/qimcommon.exports packaging/rovcommon.exports)
+for name in "${names[@]}"; do
+  [[ $name == [a-z]* ]] || continue
+  page=$pages/man3/$name.3
+  [ -e "$page" ] || { complain "no page for $name" && continue; }
+  grep -q "^[^.].*\b$name\b" "$page" || complain "the page of $name does not declare it"
+done
+
+# Commands and options as the sources register them.
+mapfile -t commands < <(cat tools/options/*.cpp | tr '\n' ' ' |
+  grep -oE '\badd\((command, *|above, *)?"[a-z]+", *"' | grep -oE '"[a-z]+"' | tr -d '"' | grep -vx help | sort -u)
+[ ${#commands[@]} -ge 25 ] || complain "only ${#commands[@]} commands found"
+for command in "${commands[@]}"; do
+  compgen -G "$pages/man1/qimctl*-$command.1" >/dev/null || complain "no page for the command $command"
+done
+mapfile -t options < <(grep -ohE '"(-[a-z],)?--[a-z-]+' tools/options/*.cpp processes/enforce_main.cpp | grep -oE -- '--[a-z-]+' | sort -u)
+[ ${#options[@]} -ge 25 ] || complain "only ${#options[@]} options found"
+cat "$pages"/man[18]/* | sed 's/\\-/-/g' >"${TMPDIR:-/tmp}/man_test.$$"
+for option in "${options[@]}"; do
+  grep -qF -- "$option" "${TMPDIR:-/tmp}/man_test.$$" || complain "no page has $option"
+done
+rm -f "${TMPDIR:-/tmp}/man_test.$$"
+for page in man1/qimctl.1 man5/qim-policy.5 man5/qim-rfc8519.5 man8/qim-enforce.8; do
+  [ -s "$pages/$page" ] || complain "there is no $page"
+done
+
+if command -v mandoc >/dev/null; then
+  said=$(mandoc -Tlint -W warning "$pages"/man?/* 2>&1) || complain "$said"
+elif [ -n "${CI-}" ]; then
+  complain "there is no mandoc"
+fi
+if command -v man >/dev/null; then
+  said=$(for page in "$pages"/man[158]/* "$pages"/man3/*.h.3; do
+    LC_ALL=C.UTF-8 man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null
+  done)
+  [ -z "$said" ] || complain "$said"
+elif [ -n "${CI-}" ]; then
+  complain "there is no man"
+fi
+exit $broken
