@@ -1,12 +1,14 @@
 # What policies are to people and files, and qimctl, the tool.
 
-# Mostly templates of the JSON libraries, whose full optimisation costs minutes and gains nothing
-# that anybody waits for. Where lines are counted none of it may come into ours, so none at all, and
-# none where it runs only once or never.
+# People wait for these where files are large. With checks in them nobody does, and full optimisation
+# of the JSON libraries' templates would cost minutes. Where lines are counted none of it may come into
+# ours, so none at all, and none where it runs only once or never.
 if(QIM_COVERAGE OR QIM_GROWTH OR CMAKE_BUILD_TYPE STREQUAL Debug)
   set(tool_options -O0 -g1)
-else()
+elseif(QIM_SANITIZE)
   set(tool_options -O1 -g1)
+else()
+  set(tool_options -O2 -g1)
 endif()
 
 # What nearly every source includes, read once for all of them. Where lines are counted none of it

@@ -1,13 +1,20 @@
 // JSON written value by value.
 #include "policy/base/json_print.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
+
+#include "policy/base/text.h"
 
 namespace qimctl {
 
 namespace {
 
 constexpr std::string_view digits = "0123456789abcdef";
+
+constexpr size_t whole_piece = 1 << 20;
+constexpr size_t longest_line = 4096;  // that is common
 
 // Behind a backslash; NUL for what needs none.
 char short_escape(char c) {
@@ -105,20 +112,26 @@ JsonPrinter JsonPrinter::part(size_t levels) const {
   return part;
 }
 
-// The larger text stays where it is: it may be most of the document.
 JsonPrinter& JsonPrinter::elements(JsonPrinter&& part) {
-  if (part.text_.size() > text_.size()) {
-    part.text_.insert(0, text_);
-    text_.swap(part.text_);
-  } else {
+  if (part.before_.empty()) {
     text_ += part.text_;
+  } else {
+    before_.push_back(std::move(text_));
+    std::move(part.before_.begin(), part.before_.end(), std::back_inserter(before_));
+    text_ = std::move(part.text_);
   }
   empty_ = part.empty_;
   return *this;
 }
 
 std::string JsonPrinter::take() {
-  return std::move(text_) + "\n";
+  return joined(take_pieces());
+}
+
+std::vector<std::string> JsonPrinter::take_pieces() {
+  text_ += '\n';
+  before_.push_back(std::move(text_));
+  return std::move(before_);
 }
 
 void JsonPrinter::begin() {
@@ -128,6 +141,11 @@ void JsonPrinter::begin() {
 }
 
 void JsonPrinter::next_line() {
+  if (text_.size() >= whole_piece) {
+    before_.push_back(std::move(text_));
+    text_ = std::string();
+    text_.reserve(whole_piece + longest_line);
+  }
   text_ += '\n';
   text_.append(2 * closing_.size(), ' ');
 }

@@ -31,16 +31,19 @@ class JsonPrinter {
   JsonPrinter part(size_t levels) const;
   // The elements that such a printer has written, as those of the array that was just opened.
   JsonPrinter& elements(JsonPrinter&& part);
-  bool is_empty() const { return text_.empty(); }
+  bool is_empty() const { return text_.empty() && before_.empty(); }
 
   // With the end of the last line.
   std::string take();
+  // The same in pieces, as it is kept: one text would be copied whenever it outgrew its place.
+  std::vector<std::string> take_pieces();
 
  private:
   JsonPrinter& open(char bracket);
   void begin();
   void next_line();
 
+  std::vector<std::string> before_;  // the pieces before this one
   std::string text_;
   std::string closing_;  // the brackets that are open
   bool empty_ = true;    // is there nothing yet in the innermost one?

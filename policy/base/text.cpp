@@ -147,4 +147,10 @@ std::vector<std::string> split_at_commas(const std::string& text) {
   return parts;
 }
 
+std::string joined(const std::vector<std::string>& pieces) {
+  std::string text;
+  for (const std::string& piece : pieces) text += piece;
+  return text;
+}
+
 }  // namespace qimctl

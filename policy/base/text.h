@@ -23,5 +23,7 @@ bool is_utf8(std::string_view text);
 bool reads_as_text(const std::string& bytes);
 // What stands before, between and behind the commas: one part more than there are of them.
 std::vector<std::string> split_at_commas(const std::string& text);
+// The pieces of one text.
+std::string joined(const std::vector<std::string>& pieces);
 
 }  // namespace qimctl

@@ -50,7 +50,7 @@ std::string html(const std::string& text) {
 // "9,900"
 std::string grouped(size_t number) {
   std::string digits = std::to_string(number);
-  for (size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, ",");
+  for (size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, 1, ',');
   return digits;
 }
 

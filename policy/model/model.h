@@ -12,6 +12,7 @@
 
 #include "policy/base/criteria_codes.h"
 #include "policy/base/policy.h"
+#include "policy/base/text.h"
 
 namespace qimctl {
 
@@ -97,8 +98,10 @@ struct ModelInput {
 // What a format makes of a model: a file, and what became of whatever it has no word for, each at
 // the list ("LIST" or "LIST/ENTRY") that it is of.
 struct ModelText {
-  std::string text;
+  std::vector<std::string> pieces;  // of the file, which may be large
   std::vector<Finding> findings;
+
+  std::string text() const { return joined(pieces); }
 };
 
 // Do two entries match and do the same? Places do not count.

@@ -52,9 +52,9 @@ qimctl::ModelInput read_back(const std::string& text) {
 template <typename Write>
 void written_again(const qimctl::Model& model, Write write) {
   const qimctl::ModelText written = write(model);
-  const qimctl::ModelInput again = read_back(written.text);
+  const qimctl::ModelInput again = read_back(written.text());
   if (written.findings.empty())
-    require(write(again.model).text == written.text, "what was written is read again the same");
+    require(write(again.model).text() == written.text(), "what was written is read again the same");
 }
 
 }  // namespace

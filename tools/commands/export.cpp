@@ -73,7 +73,7 @@ Exported export_lists(ReadSession& session, const ExportOptions& options) {
     complain("nothing was exported; repeat with --lossy to accept that");
     return Exported::lossy;
   }
-  print(written.text);
+  for (const std::string& piece : written.pieces) print(piece);
   return Exported::whole;
 }
 

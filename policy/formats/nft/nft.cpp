@@ -21,7 +21,7 @@ ModelText write_nft(const Model& model, const std::vector<std::string>& names) {
   ModelText text;
   for (const Refusal& refusal : translation.refusals)
     text.findings.push_back({Fate::skipped, {refusal.where, 0, ""}, refusal.what});
-  if (text.findings.empty()) text.text = to_json(translation.ruleset);
+  if (text.findings.empty()) text.pieces.push_back(to_json(translation.ruleset));
   return text;
 }
 

@@ -267,7 +267,7 @@ ModelText Writer::write(const std::vector<std::string>& names) {
   printer_.close().close();
   std::string text = printer_.take();
   compare(text);
-  return {std::move(text), std::move(findings_)};
+  return {{std::move(text)}, std::move(findings_)};
 }
 
 // The narrowest in which its readers add nothing to what the entries ask for.

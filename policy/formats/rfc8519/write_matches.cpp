@@ -56,6 +56,7 @@ class Sorter {
   explicit Sorter(Matches& matches) : matches_(matches) {}
 
   void sort(const Entry& entry) {
+    matches_.members.reserve(entry.criteria.size() + 2);  // ports are two members
     for (const Criterion& criterion : entry.criteria) {
       if (!matches_.obstacle.empty()) return;
       criterion.type == criterion_opaque ? add_opaque(criterion) : add_known(criterion);

@@ -48,7 +48,7 @@ ModelText Writer::write(const std::vector<std::string>& names) {
   printer_.close();
   write_attachments();
   printer_.close().close();
-  return {printer_.take(), std::move(findings_)};
+  return {printer_.take_pieces(), std::move(findings_)};
 }
 
 void Writer::write_list(const AccessList& list) {

@@ -49,14 +49,14 @@ std::vector<std::string> words(const std::string& type, const std::string& membe
 // Written, read and written again: what is told of losses is all that differs.
 void expect_read_again(const Model& model) {
   const ModelText written = write_openconfig(model);
-  const Model again = read(written.text).model;
+  const Model again = read(written.text()).model;
   if (written.findings.empty()) {
-    ASSERT_EQ(words_of(again), words_of(model)) << written.text;
+    ASSERT_EQ(words_of(again), words_of(model)) << written.text();
   }
   const ModelText twice = write_openconfig(again);
   EXPECT_THAT(twice.findings, IsEmpty());
-  ASSERT_EQ(words_of(read(twice.text).model), words_of(again)) << written.text;
-  EXPECT_EQ(write_openconfig(read(twice.text).model).text, twice.text);
+  ASSERT_EQ(words_of(read(twice.text()).model), words_of(again)) << written.text();
+  EXPECT_EQ(write_openconfig(read(twice.text()).model).text(), twice.text());
 }
 
 TEST(OpenConfig, TheExampleIsCarriedWholeAndReadAgain) {
@@ -73,7 +73,7 @@ TEST(OpenConfig, TheExampleIsCarriedWholeAndReadAgain) {
   EXPECT_EQ(input.model.attachments.at(1).stage, 2u);
   const ModelText written = write_openconfig(input.model);
   EXPECT_THAT(written.findings, IsEmpty());
-  EXPECT_EQ(words_of(read(written.text).model), words_of(input.model));
+  EXPECT_EQ(words_of(read(written.text()).model), words_of(input.model));
 }
 
 TEST(OpenConfig, GeneratedModelsAreReadAgain) {
@@ -164,7 +164,7 @@ TEST(OpenConfig, WhatOthersDecideIsCarriedWhole) {
             (OpaqueMatch{"", "vendor-x", "ipv4.ttl", R"({"a":2,"b":1})"}));
   const ModelText written = write_openconfig(input.model);
   EXPECT_THAT(written.findings, IsEmpty());
-  EXPECT_EQ(words_of(read(written.text).model), words_of(input.model));
+  EXPECT_EQ(words_of(read(written.text()).model), words_of(input.model));
 }
 
 TEST(OpenConfig, EntriesWithSomethingElseAreLeftOut) {
@@ -369,7 +369,7 @@ TEST(OpenConfig, WritesTheListsThatAreNamed) {
   Model model = model_of({{0x0300, {}}});
   model.lists.push_back({"m", acl_type_eth, {}, ActionType::drop, {}});
   model.attachments.push_back({"l", "e", QIM_DIR_IN, 1, {}});
-  const Model one = read(write_openconfig(model, {"m"}).text).model;
+  const Model one = read(write_openconfig(model, {"m"}).text()).model;
   ASSERT_THAT(one.lists, SizeIs(1));
   EXPECT_EQ(one.lists[0].name, "m");
   EXPECT_THAT(one.attachments, IsEmpty());

@@ -16,7 +16,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 Model read_again(const ModelText& written) {
-  return read_rfc8519(written.text, "written.json").model;
+  return read_rfc8519(written.text(), "written.json").model;
 }
 
 // Written, read and written again.
@@ -24,8 +24,8 @@ void expect_same(const Model& model) {
   const ModelText written = write_rfc8519(model);
   EXPECT_THAT(written.findings, IsEmpty());
   const Model again = read_again(written);
-  ASSERT_EQ(words_of(again), words_of(model)) << written.text;
-  EXPECT_EQ(write_rfc8519(again).text, written.text);
+  ASSERT_EQ(words_of(again), words_of(model)) << written.text();
+  EXPECT_EQ(write_rfc8519(again).text(), written.text());
 }
 
 TEST(WriteRfc8519, GeneratedModelsAreReadAgainAsTheyWere) {
@@ -74,7 +74,7 @@ TEST(WriteRfc8519, IsADocumentForPeopleToo) {
                                    {0x050a, {1, 0, 22, 0, 22}}}));
   model.lists[0].entries[0].log = true;
   model.attachments.push_back({"l", "eth0", dir_out, 7, {}});
-  EXPECT_EQ(write_rfc8519(model).text, R"({
+  EXPECT_EQ(write_rfc8519(model).text(), R"({
   "ietf-access-control-list:acls": {
     "acl": [
       {
@@ -239,6 +239,22 @@ TEST(WriteRfc8519, LeavesOutWhatHasNoProperName) {
   model.attachments.push_back({"l", "", QIM_DIR_IN, 1, {}});
   EXPECT_THAT(said(write_rfc8519(model)), ElementsAre(HasSubstr("interface left out")));
   EXPECT_TRUE(read_again(write_rfc8519(model)).attachments.empty());
+}
+
+TEST(WriteRfc8519, LargeModelsAreWrittenInPieces) {
+  Model model = model_of(entry_of({{0x0305, {6}}}));
+  const Entry first = model.lists[0].entries[0];
+  const std::string padding(40, 'x');
+  for (int i = 0; i < 8000; i++) {
+    model.lists[0].entries.push_back(first);
+    model.lists[0].entries.back().name = padding + std::to_string(i);
+  }
+  model.lists.push_back(model.lists[0]);
+  model.lists[1].name = "m";
+  const ModelText written = write_rfc8519(model);
+  EXPECT_GT(written.pieces.size(), 3u);
+  for (const std::string& piece : written.pieces) EXPECT_LT(piece.size(), size_t{1200000});
+  EXPECT_EQ(words_of(read_again(written)), words_of(model));
 }
 
 TEST(JsonString, EscapesAsLittleAsCanBe) {

@@ -202,15 +202,15 @@ TEST(NftRuleset, TheWholeIsSoundJson) {
   qimctl::Model model = model_of({list_of({entry_of({{0x050a, {5, 0, 22, 0, 25}}})})});
   const auto text = write_model(model, qimctl::Format::nft, {});
   EXPECT_TRUE(text.findings.empty());
-  const qimctl::JsonDocument document = qimctl::parse_json(text.text, "test");
+  const qimctl::JsonDocument document = qimctl::parse_json(text.text(), "test");
   EXPECT_GT(document.view().find("nftables").size(), 20u);
-  EXPECT_TRUE(write_model(model, qimctl::Format::nft, {"other"}).text.find("lw.in") ==
+  EXPECT_TRUE(write_model(model, qimctl::Format::nft, {"other"}).text().find("lw.in") ==
               std::string::npos);
-  EXPECT_FALSE(write_model(model, qimctl::Format::nft, {"in"}).text.find("lw.in") ==
+  EXPECT_FALSE(write_model(model, qimctl::Format::nft, {"in"}).text().find("lw.in") ==
                std::string::npos);
   model.lists[0].entries[0].criteria = {{0x4711, {1}}};
   const auto refused = write_model(model, qimctl::Format::nft, {});
-  EXPECT_EQ(refused.text, "");
+  EXPECT_EQ(refused.text(), "");
   ASSERT_EQ(refused.findings.size(), 1u);
   EXPECT_EQ(refused.findings[0].place.file, "in/e");
 }
