@@ -10,7 +10,15 @@ namespace qim::fleet {
 
 namespace {
 
+using std::chrono::milliseconds;
+
 constexpr int64_t least_absence = 10;  // seconds, of one that is told
+
+// A database is looked at soon after the start: nobody watched it before, and what is read then makes
+// the first change that comes a short one.
+uint64_t first_drift_part(const Timing& timing) {
+  return static_cast<uint64_t>(timing.drift.count()) / 60 + 1;
+}
 
 }  // namespace
 
@@ -28,7 +36,7 @@ Machine::Machine(Identity identity, const Timing& timing, Held held, Memory memo
       contact_wall_(now.wall),
       head_due_(now.steady),
       take_due_(now.steady),
-      drift_due_(now.steady + with_jitter(timing.drift, random_)),
+      drift_due_(now.steady + milliseconds(random_.below(first_drift_part(timing)))),
       report_due_(now.steady),
       confirm_due_(now.steady + std::chrono::seconds(held_.confirm_seconds)) {}
 
@@ -80,7 +88,7 @@ void Machine::touch(const Moment& now) {
   if (has_news_) return;
   has_news_ = true;
   const auto spread = static_cast<uint64_t>(timing_.report_spread.count()) + 1;
-  report_due_ = now.steady + std::chrono::milliseconds(random_.below(spread));
+  report_due_ = now.steady + milliseconds(random_.below(spread));
 }
 
 void Machine::tell(const std::string& trouble, const Moment& now) {

@@ -159,7 +159,7 @@ class KilledDevice : public testing::Test {
 };
 
 TEST_F(KilledDevice, HoldsARevisionAndItsMark) {
-  EXPECT_EQ(caught(take_well, 40), 0);
+  EXPECT_EQ(caught(take_well, 25), 0);
 }
 
 TEST_F(KilledDevice, ThatWritesTwiceIsCaught) {
