@@ -1,5 +1,5 @@
-# Manual pages, from the tool's help, the headers' comments and docs/. They are what the sources say, on
-# every target: builds with checks or counters go without.
+# Manual pages, from the tool's help, the headers' comments and docs/, and what the shells complete. They
+# are what the sources say, on every target: builds with checks or counters go without.
 
 find_program(QIM_PYTHON python3)
 if(QIM_SANITIZE OR QIM_COVERAGE OR NOT QIM_PYTHON OR NOT TARGET qimctl)
@@ -13,10 +13,14 @@ file(GLOB manual_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/*.h
 add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/man.made
   COMMAND ${QIM_PYTHON} ${PROJECT_SOURCE_DIR}/scripts/man ${manual_folder}
     ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:qimctl>
+  COMMAND ${QIM_PYTHON} ${PROJECT_SOURCE_DIR}/scripts/completion ${CMAKE_BINARY_DIR}/words
+    ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:qimctl>
   COMMAND ${CMAKE_COMMAND} -E touch ${CMAKE_BINARY_DIR}/man.made
   DEPENDS qimctl ${manual_sources} ${PROJECT_SOURCE_DIR}/scripts/man
+    ${PROJECT_SOURCE_DIR}/scripts/completion ${PROJECT_SOURCE_DIR}/scripts/tool_help.py
+    ${PROJECT_SOURCE_DIR}/packaging/completion/words.in
     ${PROJECT_SOURCE_DIR}/packaging/debian/changelog
-  COMMENT "Writing manual pages"
+  COMMENT "Writing manual pages and completion"
   VERBATIM)
 add_custom_target(manual ALL DEPENDS ${CMAKE_BINARY_DIR}/man.made)
 
@@ -27,3 +31,12 @@ foreach(process qim-enforce qimd)
   endif()
 endforeach()
 install(DIRECTORY ${manual_folder}/ DESTINATION ${CMAKE_INSTALL_MANDIR} ${absent})
+
+# Each shell looks in a folder of its own; all three ask the same program.
+set(completion ${PROJECT_SOURCE_DIR}/packaging/completion)
+install(PROGRAMS ${CMAKE_BINARY_DIR}/words DESTINATION ${CMAKE_INSTALL_DATADIR}/qimctl OPTIONAL)
+install(FILES ${completion}/qimctl.bash RENAME qimctl
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES ${completion}/_qimctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+install(FILES ${completion}/qimctl.fish
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
