@@ -10,22 +10,6 @@
 
 namespace qim::fleet {
 
-namespace {
-
-// How far the newest snapshot is behind, once this difference is there.
-struct Chain {
-  uint64_t newest = 0;
-  uint64_t bytes = 0;
-};
-
-Chain chain_behind(const Scope& scope, const Head& head) {
-  if (head.next == 0) return {};
-  const Revision last = scope.revision(head.next);
-  return {last.newest_snapshot, last.chain_bytes};
-}
-
-}  // namespace
-
 std::string to_string(const NodeCounts& counts) {
   return qimctl::counted(counts.added, "node") + " added, " + std::to_string(counts.changed) +
          " changed, " + std::to_string(counts.removed) + " removed";
@@ -58,12 +42,16 @@ PushPlan plan_push(const Scope& scope, Wanted wanted, std::optional<uint64_t> ex
   plan.difference = difference(from, plan.target.state);
   plan.nodes = count_nodes(plan.difference);
   plan.number = head.last + 1;
+  if (head.next != 0) {
+    const Revision last = scope.revision(head.next);
+    plan.newest_snapshot = last.newest_snapshot;
+    plan.chain_bytes = last.chain_bytes;
+  }
   return plan;
 }
 
 Revision push(const Scope& scope, const PushPlan& plan, const std::string& message) {
   const Head& head = plan.before.head;
-  const Chain chain = chain_behind(scope, head);
   Revision revision;
   revision.scope = scope.name();
   revision.number = plan.number;
@@ -71,15 +59,15 @@ Revision push(const Scope& scope, const PushPlan& plan, const std::string& messa
   revision.predecessor_state = head.next == 0 ? state_digest(State()) : head.next_state;
   revision.state = state_digest(plan.target.state);
   std::string packed = compress(plan.difference);
-  revision.newest_snapshot = chain.newest;
-  revision.chain_bytes = chain.bytes + packed.size();
+  revision.newest_snapshot = plan.newest_snapshot;
+  revision.chain_bytes = plan.chain_bytes + packed.size();
   revision.has_difference = packed.size() <= most_difference;
   if (revision.has_difference) {
     revision.difference = std::move(packed);
     revision.difference_plain = plan.difference.size();
   }
   revision.has_snapshot = !revision.has_difference ||
-                          plan.number - chain.newest >= snapshot_revisions ||
+                          plan.number - plan.newest_snapshot >= snapshot_revisions ||
                           revision.chain_bytes > snapshot_bytes;
   if (revision.has_snapshot) {
     revision.snapshot = scope.store_chunks(plan.target.state);

@@ -36,7 +36,9 @@ struct PushPlan {
   Target target;
   std::string difference;  // not compressed
   NodeCounts nodes;
-  uint64_t number = 0;  // the revision's
+  uint64_t number = 0;           // the revision's
+  uint64_t newest_snapshot = 0;  // of those before it, 0 = none
+  uint64_t chain_bytes = 0;      // of the differences since then
 
   bool any() const { return nodes.any(); }
 };

@@ -1,0 +1,40 @@
+// What a fleet costs, beside what the store costs by itself: a table for docs/performance.md.
+//
+//   bench_fleet [DEVICES [ENTRIES [PUSHES]]]
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "bench/fleet/measure.h"
+
+namespace {
+
+size_t number_of(int argc, char** argv, int at, size_t otherwise) {
+  return argc > at ? strtoul(argv[at], nullptr, 10) : otherwise;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace fleet_bench;
+  try {
+    printf("| what | ours | beside it | ratio | goal |\n|---|---|---|---|---|\n");
+    fleet_test::Cluster cluster;
+    {
+      Fleet fleet(cluster);
+      measure_push(fleet, static_cast<int>(number_of(argc, argv, 3, 300)));
+    }
+    {
+      fleet_test::Cluster other;
+      Fleet fleet(other);
+      measure_first_sync(fleet, number_of(argc, argv, 2, 50000));
+    }
+    fleet_test::Cluster third;
+    Fleet fleet(third);
+    measure_spread(fleet, third, static_cast<int>(number_of(argc, argv, 1, 200)));
+    return 0;
+  } catch (const std::exception& error) {
+    fprintf(stderr, "bench_fleet: %s\n", error.what());
+    return 1;
+  }
+}
