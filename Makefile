@@ -8,7 +8,7 @@ PRESETS := native i386 powerpc asan tsan clang
 .DEFAULT_GOAL := native
 MAKEFLAGS += --no-print-directory
 .PHONY: $(PRESETS) all demo fleet-demo check coverage fuzz soak bench format lint install clean help
-.PHONY: dist deb check-deb
+.PHONY: dist deb check-deb python wheel
 .PHONY: $(PRESETS:%=check-%) check-coverage
 
 $(PRESETS):
@@ -65,6 +65,13 @@ lint:
 	@scripts/setup lint
 	@scripts/lint
 
+python: native
+	@cmake --build --preset native -j $(JOBS) --target qim_python
+
+wheel: python
+	@/usr/bin/python3 bindings/python/wheel.py build/native \
+	  $$(sed -n 's/^project(qimcommon VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt) build/native
+
 install: native
 	@DESTDIR='$(DESTDIR)' cmake --install build/native --prefix '$(prefix)'
 
@@ -97,6 +104,8 @@ help:
 	@echo 'make bench              benchmarks'
 	@echo 'make format             format the sources'
 	@echo 'make lint               check format and house rules, and analyse the sources'
+	@echo 'make python             the Python package, into build/native/python'
+	@echo 'make wheel              a wheel of it that carries the libraries'
 	@echo 'make install            DESTDIR and prefix (now $(prefix)) say where'
 	@echo 'make dist               pack the sources: the same sources give the same bytes'
 	@echo 'make deb                Debian packages in build/deb'

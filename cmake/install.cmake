@@ -33,6 +33,14 @@ foreach(library qimcommon rovcommon qimacl)
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()
 
+# Only when asked for, as component `python`, where the distribution has its packages of Python.
+if(TARGET qim_python)
+  install(TARGETS qim_python COMPONENT python EXCLUDE_FROM_ALL
+    LIBRARY DESTINATION lib/python3/dist-packages/qim)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/bindings/python/qim/ COMPONENT python EXCLUDE_FROM_ALL
+    DESTINATION lib/python3/dist-packages/qim)
+endif()
+
 # It finds the rest from its own place, as the pkg-config files do.
 include(CMakePackageConfigHelpers)
 set(package ${CMAKE_BINARY_DIR}/packaging)

@@ -40,8 +40,9 @@ void print_row(const Row& row) {
   const bool named = row.show_kind == ROV_SHOW_ENUM;
   printf(R"({"name": "%s", "width": %u, "coding": "%s", "tlv_id": %u, "slot": "%s", )", row.name,
          row.width, text_of(row.coding), row.tlv_id, text_of(row.slot));
-  printf(R"("link": %u, "link_kind": %s, "record": "%s"})", unsigned{row.link},
-         named ? "true" : "false", row.record == nullptr ? "" : row.record->kind);
+  printf(R"("link": %u, "link_kind": %s, "record": "%s", "copied": %s})", unsigned{row.link},
+         named ? "true" : "false", row.record == nullptr ? "" : row.record->kind,
+         row.copied ? "true" : "false");
 }
 
 void print_record(const Record& record) {

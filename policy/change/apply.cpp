@@ -8,6 +8,7 @@
 
 #include "policy/base/names.h"
 #include "policy/change/list_edits.h"
+#include "policy/change/referrers.h"
 #include "policy/store/node_edits.h"
 
 namespace qimctl {
@@ -119,6 +120,19 @@ void Editor::write_lists(const Change& change) {
   refuse_unreadable(stored_, change);
   ListEditor editor(session_, stored_, change, counts_, progress_);
   for (const ListChange& list : change.lists) editor.write(list);
+}
+
+void check_pruned(uint32_t session, const StoredModel& stored, const Change& change) {
+  std::vector<Problem> problems;
+  for (const ListChange& list : change.lists) {
+    if (list.fate != ListFate::removed) continue;
+    const std::string by = outside_referrer(session, find_stored(stored, list.name())->members);
+    if (!by.empty())
+      problems.push_back({{"--prune", 0, ""},
+                          "the access list \"" + list.name() + "\" is still referred to by " + by +
+                              "; delete that first"});
+  }
+  if (!problems.empty()) throw InputError(std::move(problems));
 }
 
 }  // namespace qimctl

@@ -46,4 +46,7 @@ class Editor {
   EditCounts counts_;
 };
 
+// Lists that something else leads to are not pruned: throws InputError for each that is to go.
+void check_pruned(uint32_t session, const StoredModel& stored, const Change& change);
+
 }  // namespace qimctl

@@ -13,7 +13,7 @@ said=$("$QIM_SOURCE_DIR/scripts/generate" --check) || { echo "generated: $said" 
 # A copy with all that the program reads.
 cd "$QIM_SOURCE_DIR" || exit
 cp --parents -t "$work" scripts/generate scripts/describe_rows.cpp include/*.h schema/*.h \
-  docs/native.schema.json docs/native-format.md packaging/qimcommon.exports
+  docs/native.schema.json docs/native-format.md packaging/qimcommon.exports bindings/python/qim/_qim.pyi
 cd "$work" || exit
 
 changed() { # <file> <text> <other text>
@@ -27,5 +27,6 @@ changed() { # <file> <text> <other text>
 changed docs/native.schema.json '"Filter", 1' '"Filter", 11'
 # shellcheck disable=SC2016 # the marks of a slot's name
 changed docs/native-format.md '`ln_081` `ln_102`' '`ln_081`'
+changed bindings/python/qim/_qim.pyi comt_bw committed
 changed packaging/qimcommon.exports qim_police_tbl qim_policer_tbl
 exit $broken

@@ -6,7 +6,6 @@
 #include "policy/base/names.h"
 #include "policy/base/text.h"
 #include "policy/change/apply.h"
-#include "policy/change/referrers.h"
 #include "policy/change/words.h"
 #include "policy/model/words.h"
 #include "policy/store/history.h"
@@ -19,20 +18,6 @@
 namespace qimctl {
 
 namespace {
-
-// Lists that something else leads to are not pruned.
-void check_pruned(uint32_t session, const StoredModel& stored, const Change& change) {
-  std::vector<Problem> problems;
-  for (const ListChange& list : change.lists) {
-    if (list.fate != ListFate::removed) continue;
-    const std::string by = outside_referrer(session, find_stored(stored, list.name())->members);
-    if (!by.empty())
-      problems.push_back({{"--prune", 0, ""},
-                          "the access list \"" + list.name() + "\" is still referred to by " + by +
-                              "; delete that first"});
-  }
-  if (!problems.empty()) throw InputError(std::move(problems));
-}
 
 const char* fate_name(ListFate fate) {
   switch (fate) {

@@ -27,6 +27,7 @@ TEST(InterfaceIndex, FollowsFromTheNameAlone) {
   EXPECT_EQ(qim_interface_index("te0/12", 5), qim_interface_index("te0/1", 5));
   EXPECT_NE(qim_interface_index("te0/2", 5), qim_interface_index("te0/1", 5));
   EXPECT_LE(qim_interface_index("", 0), 0x7fffffffu);
+  EXPECT_EQ(qim_interface_index("nohjec", 6), 1u);  // whose hash would give 0, which is no index
 }
 
 }  // namespace
