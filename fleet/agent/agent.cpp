@@ -15,7 +15,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr size_t most_memory = 64 * 1024;
+constexpr size_t most_memory = size_t{64} * 1024;
 constexpr mode_t memory_mode = 0600;
 // A wait without a watch is cut into such pieces, so that an interruption ends it.
 constexpr milliseconds piece{50};

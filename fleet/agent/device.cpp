@@ -14,7 +14,7 @@ namespace qim::fleet {
 
 namespace {
 
-constexpr size_t most_kept = 1024 * 1024 * 1024;
+constexpr size_t most_kept = size_t{1} << 30;
 constexpr mode_t kept_mode = 0600;
 
 std::string line_of(const Held& held) {

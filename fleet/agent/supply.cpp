@@ -11,8 +11,8 @@ namespace {
 
 // Revisions are followed back beyond a snapshot only for so many steps.
 constexpr uint64_t most_steps = 64;
-constexpr uint64_t most_difference = 64 * 1024 * 1024;
-constexpr uint64_t most_state = 1024 * 1024 * 1024;
+constexpr uint64_t most_difference = uint64_t{64} << 20;
+constexpr uint64_t most_state = uint64_t{1} << 30;
 
 std::string value_of(const Source& source, const std::string& key, const std::string& what) {
   const GetAnswer answer = source.store.get(key);

@@ -17,7 +17,7 @@ using qim::fleet::Settings;
 namespace {
 
 std::string name_of(Settings& settings, const char* which, std::vector<std::string>& problems) {
-  const std::string name = settings.required(which);
+  std::string name = settings.required(which);
   if (!name.empty() && !qim::fleet::is_name(name)) {
     problems.push_back(std::string(which) +
                        " is no name; use letters, digits, '.', '_' and '-', at most 128");
