@@ -106,6 +106,7 @@ bool build_as(const qim_crit_kind_t& kind, const qim_crit_value_t& value, Output
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-non-const-parameter): it is written through the output made of it
 uint32_t qim_crit_build(const qim_crit_value_t* value, uint32_t room, uint8_t* args,
                         uint32_t* len) {
   *len = 0;
