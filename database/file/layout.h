@@ -58,6 +58,8 @@ struct Tree {
   Word overflows = 0;
   Word entries = 0;
   Word root = kNoPage;
+
+  bool operator==(const Tree&) const = default;
 };
 
 inline Tree read_tree(const uint8_t* at) {
@@ -125,6 +127,12 @@ inline Entry read_entry(const uint8_t* at) {
   Word child = size;
   if constexpr (kWord > 4) child |= static_cast<Word>(uint64_t{flags} << 32);
   return {size, flags, {at + kEntryHead, key_len}, at + kEntryHead + key_len, child};
+}
+// Bytes that an entry takes in its page. Wider than the page's offsets, for damage knows no limits.
+[[nodiscard]] inline uint64_t entry_bytes(const Entry& entry, bool leaf) {
+  uint64_t bytes = uint64_t{kEntryHead} + entry.key.len;
+  if (leaf) bytes += (entry.flags & kOnOverflow) != 0 ? uint64_t{kWord} : uint64_t{entry.size};
+  return (bytes + 1) & ~uint64_t{1};
 }
 // Whether a file of that length can have so many pages. What is beyond its end is free, and the list
 // of free pages is in the file.

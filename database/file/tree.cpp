@@ -11,13 +11,6 @@ namespace {
 
 using Number = unsigned long long;
 
-// Bytes that an entry takes in its page. Wider than the page's offsets, for damage knows no limits.
-uint64_t entry_bytes(const Entry& entry, bool leaf) {
-  uint64_t bytes = uint64_t{kEntryHead} + entry.key.len;
-  if (leaf) bytes += (entry.flags & kOnOverflow) != 0 ? uint64_t{kWord} : uint64_t{entry.size};
-  return (bytes + 1) & ~uint64_t{1};
-}
-
 }  // namespace
 
 TreeWalk::~TreeWalk() {
@@ -130,16 +123,10 @@ bool TreeWalk::is_key(Bytes key) const {
     case KeyOrder::kWordKey:
       return key.len == kWord;
     case KeyOrder::kBytes:
+    case KeyOrder::kAny:
       break;
   }
   return key.len != 0;
-}
-
-int TreeWalk::compare_keys(Bytes a, Bytes b) const {
-  if (order_ == KeyOrder::kBytes) return compare(a, b);
-  const Word left = order_ == KeyOrder::kWordKey ? load<Word>(a.data) : load<uint32_t>(a.data);
-  const Word right = order_ == KeyOrder::kWordKey ? load<Word>(b.data) : load<uint32_t>(b.data);
-  return left < right ? -1 : (left == right ? 0 : 1);
 }
 
 // `before`: the key that comes before this one, or the lower bound; none when it has no data.
@@ -149,7 +136,7 @@ uint32_t TreeWalk::check_order(const Place& place, Bytes before, Bytes key,
     return pages_.damaged(place.page, "the key of its entry %u has %u bytes", place.index, key.len);
   }
   if (before.data == nullptr) return ROV_OK;
-  const int order = compare_keys(before, key);
+  const int order = compare_keys(order_, before, key);
   if (order < 0 || (order == 0 && may_be_equal)) return ROV_OK;
   return pages_.damaged(place.page, "the key of its entry %u is out of order", place.index);
 }
@@ -165,7 +152,7 @@ uint32_t TreeWalk::walk_branch(Word page, const uint8_t* bytes, uint32_t count, 
       upper = read_entry(bytes + entry_offset(bytes, i + 1)).key;
       const uint32_t status = check_order({page, i + 1}, lower, upper, false);
       if (status != ROV_OK) return status;
-    } else if (upper.data != nullptr && compare_keys(lower, upper) >= 0) {
+    } else if (upper.data != nullptr && compare_keys(order_, lower, upper) >= 0) {
       return pages_.damaged(page, "the key of its entry %u is out of order", i);
     }
     const uint32_t status = walk(entry.child, page, level + 1, {lower, upper});
@@ -186,7 +173,7 @@ uint32_t TreeWalk::walk_leaf(Word page, const uint8_t* bytes, uint32_t count,
     before = entry.key;
   }
   found_.entries += count;
-  if (bounds.upper.data == nullptr || compare_keys(before, bounds.upper) < 0) return ROV_OK;
+  if (bounds.upper.data == nullptr || compare_keys(order_, before, bounds.upper) < 0) return ROV_OK;
   return pages_.damaged(page, "the key of its entry %u is out of order", count - 1);
 }
 

@@ -2,11 +2,9 @@
 #pragma once
 
 #include "database/file/pages.h"
+#include "database/file/search.h"
 
 namespace rov {
-
-// How a tree orders its keys: as byte strings, or as native integers of 4 bytes or of a word.
-enum class KeyOrder : uint8_t { kBytes, kInteger, kWordKey };
 
 // Where an entry was found.
 struct Place {
@@ -58,7 +56,6 @@ class TreeWalk {
   [[nodiscard]] uint32_t check_entries(Word page, const uint8_t* bytes, uint32_t count) const;
   [[nodiscard]] uint32_t check_order(const Place& place, Bytes before, Bytes key,
                                      bool may_be_equal) const;
-  int compare_keys(Bytes a, Bytes b) const;
   bool is_key(Bytes key) const;
 
   Pages& pages_;

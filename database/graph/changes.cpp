@@ -22,7 +22,7 @@ constexpr uint32_t kUserNameBytes = sizeof(rov_usr_t::name);
 static_assert(kUserNameAt + kUserNameBytes == kUserBytes);
 
 // How much of the log there is.
-struct Meta {
+struct LogHead {
   uint32_t count = 0;
   uint64_t pruned = 0;
 };
@@ -31,7 +31,7 @@ uint32_t bad_change() {
   return fail(ROV_ERR_CORRUPT, Note::kBadChange);
 }
 
-uint32_t meta_get(View& view, Meta* meta) {
+uint32_t meta_get(View& view, LogHead* meta) {
   Record record;
   const uint32_t status = view_get(view, Table::kChanges, change_key(0, 0), &record);
   *meta = {};
@@ -43,7 +43,7 @@ uint32_t meta_get(View& view, Meta* meta) {
   return ROV_OK;
 }
 
-uint32_t meta_put(View& view, const Meta& meta) {
+uint32_t meta_put(View& view, const LogHead& meta) {
   uint8_t* value = view_put(view, Table::kChanges, change_key(0, 0), kMetaBytes, kMetaBytes);
   if (value == nullptr) return ROV_ERR_NO_MEM;
   write_value(value + 4, meta.count);
@@ -104,7 +104,7 @@ uint32_t fold_into_gap(View& view, uint64_t user) {
 }
 
 // Drops the oldest changes until the log is as short as it may be.
-uint32_t prune(View& view, Meta* meta) {
+uint32_t prune(View& view, LogHead* meta) {
   uint64_t revision = 0;
   uint32_t number = 0;
   while (meta->count > kMaxChanges) {
@@ -205,7 +205,7 @@ uint32_t logged_link_del(View& view, uint32_t owner, uint32_t field) {
 
 uint32_t changes_seal(View& view, const Author& author) {
   if (view.changes == 0) return ROV_OK;
-  Meta meta;
+  LogHead meta;
   uint32_t status = ROV_OK;
   if (view.changes > kMaxChangesPerCommit) status = fold_into_gap(view, user_number(author.client));
   if (status == ROV_OK) status = meta_get(view, &meta);
@@ -224,7 +224,7 @@ uint32_t change_after(View& view, uint64_t revision, uint32_t number, Change* ch
 }
 
 uint32_t changes_pruned(View& view, uint64_t* revision) {
-  Meta meta;
+  LogHead meta;
   const uint32_t status = meta_get(view, &meta);
   *revision = meta.pruned;
   return status;

@@ -17,14 +17,14 @@ constexpr uint32_t kStartAt = 12;
 constexpr uint32_t kHead = 20;
 
 // One record of the table, taken apart.
-struct Entry {
+struct ClientEntry {
   ClientKey key;
   uint64_t stamp;
   uint64_t start;
   Bytes data;
 };
 
-uint32_t parse(const Record& record, Entry* entry) {
+uint32_t parse(const Record& record, ClientEntry* entry) {
   const uint8_t* key = record.key.data;
   if (record.key.len != kClientKeyBytes || record.value.len < kHead) {
     return fail(ROV_ERR_CORRUPT, Note::kBadClient);
@@ -37,7 +37,7 @@ uint32_t parse(const Record& record, Entry* entry) {
 }
 
 // The first entry not below `from`. ROV_ERR_NO_ITEM, not noted, when the client has none there.
-uint32_t entry_from(View& view, const ClientKey& from, Entry* entry) {
+uint32_t entry_from(View& view, const ClientKey& from, ClientEntry* entry) {
   Record record;
   uint32_t status = view_ge(view, Table::kClients, client_key(from), &record);
   if (status == ROV_OK) status = parse(record, entry);
@@ -58,7 +58,7 @@ bool same_owner(const ClientKey& key, const DataOwner& owner) {
 }
 
 // Whether the session that keeps the entry is still there.
-bool is_alive(const Entry& entry) {
+bool is_alive(const ClientEntry& entry) {
   const uint32_t process = entry.key.process;
   if (process != static_cast<uint32_t>(getpid())) return !process_is_gone(process, entry.start);
   return entry.start == process_start(process) && handle_owner(entry.key.session) != 0;
@@ -69,7 +69,7 @@ template <class Visit>
 uint32_t each_left(View& view, uint32_t client, Visit visit) {
   ClientKey at = {client, 1, 0, 0};  // process 0 is the database
   for (;;) {
-    Entry entry;
+    ClientEntry entry;
     const uint32_t status = entry_from(view, at, &entry);
     if (status == ROV_ERR_NO_ITEM) return ROV_OK;
     if (status != ROV_OK) return status;
@@ -126,7 +126,7 @@ DataOwner session_owner(uint32_t client, uint32_t session) {
 
 uint32_t client_data_get(View& view, const DataOwner& owner, uint32_t key, Bytes* data) {
   Record record;
-  Entry entry;
+  ClientEntry entry;
   const Key where = key_of(owner, key);  // the record's key lies in it
   uint32_t status = view_get(view, Table::kClients, where, &record);
   if (status == ROV_ERR_NO_ITEM) return no_value(key);
@@ -164,7 +164,7 @@ uint32_t client_data_del_all(View& view, const DataOwner& owner) {
 uint32_t client_data_next(View& view, const DataOwner& owner, uint32_t after, uint32_t* key) {
   ClientKey at = {owner.client, owner.process, owner.session, after};
   if (!step(&at) || !same_owner(at, owner)) return no_value(after);
-  Entry entry;
+  ClientEntry entry;
   const uint32_t status = entry_from(view, at, &entry);
   if (status == ROV_ERR_NO_ITEM) return no_value(after);
   if (status != ROV_OK) return status;
@@ -177,7 +177,7 @@ uint32_t client_data_left(View& view, uint32_t client, uint32_t after, DataOwner
                           uint32_t* key) {
   bool found = false;
   uint64_t stamp = 0;
-  const uint32_t status = each_left(view, client, [&](const Entry& entry) {
+  const uint32_t status = each_left(view, client, [&](const ClientEntry& entry) {
     const uint32_t number = entry.key.key;
     const bool better = !found || number < *key || (number == *key && entry.stamp > stamp);
     if (number > after && better) {
@@ -193,7 +193,7 @@ uint32_t client_data_left(View& view, uint32_t client, uint32_t after, DataOwner
 }
 
 uint32_t client_data_del_left(View& view, uint32_t client, uint32_t key) {
-  return each_left(view, client, [&](const Entry& entry) {
+  return each_left(view, client, [&](const ClientEntry& entry) {
     if (entry.key.key != key) return uint32_t{ROV_OK};
     return view_erase(view, Table::kClients, client_key(entry.key));
   });

@@ -122,6 +122,7 @@ int apply_table(const Env* env, MDB_txn* txn, Table table, const Overlay& edits,
 
 // What became of an attempt.
 struct Outcome {
+  uint32_t status = ROV_OK;  // of what was looked at first
   int error = 0;
   bool moved = false;  // somebody committed in between
   uint64_t revision = 0;
@@ -144,6 +145,12 @@ Outcome attempt_commit(Env* env, const Overlay& edits, uint64_t base) {
   if (outcome.error != 0) return outcome;
   outcome.revision = mdb_txn_id(txn);
   outcome.moved = outcome.revision != base + 1;
+  if (!outcome.moved) outcome.status = look_before_writing(env, txn, edits, base);
+  if (outcome.status != ROV_OK) {
+    // The engine has changed nothing yet.
+    mdb_txn_abort(txn);
+    return outcome;
+  }
   for (uint32_t i = 0; i < kTables && outcome.error == 0 && !outcome.moved; ++i) {
     outcome.error = apply_table(env, txn, static_cast<Table>(i), edits, outcome.changes);
   }
@@ -226,6 +233,7 @@ uint32_t commit_locked(Env* env, const Overlay& edits, uint64_t base, Mark* made
           "the session again",
           env->path);
     }
+    if (outcome.status != ROV_OK) return outcome.status;
     uint32_t status = ROV_OK;
     switch (outcome.error) {
       case 0:

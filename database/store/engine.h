@@ -22,6 +22,8 @@ inline bool is_dead(const Env* env) {
 }
 // Notes why the environment can't be used any more.
 [[nodiscard]] uint32_t dead_env(const Env* env);
+// Uses the environment no more, for what is wrong with a page.
+void condemn(Env* env, const PageDamage& damage);
 // Looks whether the data file is the one of that name still, at its length, which never shrinks, and
 // at the number of pages that the engine takes it to have: before any of this is built upon, for
 // two calls of the system are all it costs.
@@ -103,6 +105,24 @@ template <class Work>
   }
   return made.ending == Ending::kMapResized ? grows_too_fast(env) : made.status;
 }
+
+// Finds where the engine has the file in memory, as the commit of `txn` needs it that has this meta
+// page. To be called before the first search, and after the map was changed; inside a gate, or with the
+// commit lock.
+[[nodiscard]] uint32_t map_find(Env* env, MDB_txn* txn, const Meta& meta);
+// Finds the trees of a commit, which must be those that were found before, and remembers them. False with
+// what is wrong.
+[[nodiscard]] bool find_trees(Env* env, const Commit& commit, uint64_t revision, const Meta& meta,
+                              KnownTrees* trees, PageDamage* damage);
+// Reads the meta page of a commit, one of the last two. 0 or errno.
+int read_meta_of(const Env* env, uint64_t revision, Meta* meta);
+
+// ---- look.cpp -----------------------------------------------------------------------------------
+
+// Looks at the pages that the engine uses when it applies the overlay to commit `base` in `txn`, which
+// has changed nothing yet. ROV_ERR_CORRUPT, and the environment is dead.
+[[nodiscard]] uint32_t look_before_writing(Env* env, MDB_txn* txn, const Overlay& edits,
+                                           uint64_t base);
 
 // ---- writer.cpp ---------------------------------------------------------------------------------
 

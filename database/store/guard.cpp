@@ -96,6 +96,13 @@ void on_broken_assertion(MDB_env* engine, const char* text) {
 
 }  // namespace
 
+void condemn(Env* env, const PageDamage& damage) {
+  char text[sizeof env->damage];
+  snprintf(text, sizeof text, "page %llu: %s", static_cast<unsigned long long>(damage.page),
+           damage.what);
+  die(env, text);
+}
+
 void guard_engine(Env* env) {
   mdb_env_set_userctx(env->engine, env);
   mdb_env_set_assert(env->engine, on_broken_assertion);

@@ -4,12 +4,15 @@
 // no snapshot of this process may be read; their gates are stopped for that moment.
 #include <lmdb.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
 #include "database/base/error.h"
-#include "database/store/engine.h"
+#include "database/file/commit.h"
+#include "database/store/guard.h"
 #include "rov.h"
 
 namespace rov {
@@ -99,6 +102,7 @@ uint32_t map_resize(Env* env, size_t size) {
   pthread_mutex_lock(&env->use.lock);
   hold_snapshots(env);
   const int error = mdb_env_set_mapsize(env->engine, size);
+  env->map.base.store(nullptr);  // to be found again
   if (error == 0) {
     resume_snapshots(env);
   } else {
@@ -109,6 +113,124 @@ uint32_t map_resize(Env* env, size_t size) {
   pthread_mutex_unlock(&env->use.lock);
   return engine_fail(error, env, "change the memory map");
 }
+
+// ---- Where it is --------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int kFileEnds = -30500;
+
+// 0, errno, or kFileEnds.
+int read_at(const Env* env, uint64_t offset, uint8_t* to, size_t len) {
+  int file = -1;
+  mdb_env_get_fd(env->engine, &file);
+  ssize_t got = -1;
+  do {
+    got = pread(file, to, len, static_cast<off_t>(offset));
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) return errno;
+  return static_cast<size_t>(got) == len ? 0 : kFileEnds;
+}
+
+// The address of the first key of the list of tables. 0 or an error of the engine.
+int first_key(Env* env, MDB_txn* txn, const void** address) {
+  MDB_cursor* cursor = nullptr;
+  MDB_val key = {};
+  MDB_val value;
+  const int error = guarded(env, [&] {
+    const int opened = mdb_cursor_open(txn, env->main_table, &cursor);
+    return opened != 0 ? opened : mdb_cursor_get(cursor, &key, &value, MDB_FIRST);
+  });
+  if (cursor != nullptr && !is_dead(env)) mdb_cursor_close(cursor);
+  *address = key.mv_data;
+  return error;
+}
+
+// The page that the tables are on is looked at in the file before the engine is asked where it is.
+uint32_t find_base(Env* env, MDB_txn* txn, const Meta& meta, uint8_t* page) {
+  const Word root = meta.tables.root;
+  int error = read_at(env, uint64_t{root} * env->page_size, page, env->page_size);
+  if (error != 0 && error != kFileEnds) return engine_fail(error, env, "read the data file");
+  const char* fault = "the file ends before it";
+  if (error == 0) fault = page_fault(page, root, env->page_size, true, KeyOrder::kBytes);
+  Bytes key;
+  if (fault == nullptr && !key_at(page, env->page_size, 0, KeyOrder::kBytes, &key)) {
+    fault = "its first entry is none";
+  }
+  if (fault != nullptr) {
+    condemn(env, {root, fault});
+    return dead_env(env);
+  }
+  const void* address = nullptr;
+  error = first_key(env, txn, &address);
+  if (error != 0) return engine_fail(error, env, "find the memory map");
+  const auto* in_map = static_cast<const uint8_t*>(address) - (key.data - page);
+  env->map.base.store(in_map - size_t{root} * env->page_size, std::memory_order_release);
+  return ROV_OK;
+}
+
+}  // namespace
+
+int read_meta_of(const Env* env, uint64_t revision, Meta* meta) {
+  const uint64_t offset = revision % kMetaPages * env->page_size + kPageHead;
+  const uint8_t* base = env->map.base.load(std::memory_order_acquire);
+  if (base != nullptr) {
+    *meta = read_meta(base + offset);
+    return 0;
+  }
+  uint8_t bytes[kMetaBytes];
+  const int error = read_at(env, offset, bytes, sizeof bytes);
+  *meta = error == 0 ? read_meta(bytes) : Meta();  // whoever searches is told that it is none
+  return error == kFileEnds ? 0 : error;
+}
+
+bool find_trees(Env* env, const Commit& commit, uint64_t revision, const Meta& meta,
+                KnownTrees* trees, PageDamage* damage) {
+  trees->revision = revision;
+  trees->tables = meta.tables.root;
+  for (uint32_t i = 0; i < kTables; ++i) {
+    if (!find_tree(commit, meta, static_cast<Table>(i), &trees->of[i], damage)) return false;
+  }
+  pthread_mutex_lock(&env->map_mutex);
+  const KnownTrees& known = env->known;
+  const bool same =
+      known.revision != revision ||
+      (known.tables == trees->tables && std::equal(known.of, known.of + kTables, trees->of));
+  if (same && known.revision < revision) env->known = *trees;
+  pthread_mutex_unlock(&env->map_mutex);
+  *damage = {meta.tables.root, "it describes other trees than before"};
+  return same;
+}
+
+uint32_t map_find(Env* env, MDB_txn* txn, const Meta& meta) {
+  if (env->map.base.load(std::memory_order_acquire) != nullptr) return ROV_OK;
+  pthread_mutex_lock(&env->map_mutex);
+  uint32_t status = ROV_OK;
+  if (env->map.base.load(std::memory_order_relaxed) == nullptr) {
+    MappedFile& map = env->map;
+    mdb_env_get_fd(env->engine, &map.file);
+    map.page_size = env->page_size;
+    map.pages = static_cast<Word>(map_size(env) / env->page_size);
+    free(map.good_in);
+    map.good_in = static_cast<std::atomic<uint32_t>*>(calloc(map.pages, sizeof *map.good_in));
+    auto* page = static_cast<uint8_t*>(malloc(env->page_size));
+    PageDamage damage;
+    if (map.good_in == nullptr || page == nullptr) {
+      status = fail(ROV_ERR_NO_MEM, Note::kNoMemory, env->page_size);
+    } else if (!is_good_meta({&map, static_cast<uint32_t>(meta.revision), meta.last_page}, meta,
+                             &damage)) {
+      condemn(env, damage);
+      status = dead_env(env);
+    } else {
+      status = find_base(env, txn, meta, page);
+    }
+    free(page);
+  }
+  pthread_mutex_unlock(&env->map_mutex);
+  return status;
+}
+
+// ---- Growing ------------------------------------------------------------------------------------
 
 uint32_t grows_too_fast(const Env* env) {
   return fail_text(ROV_ERR_BUSY, "database %s grows faster than this process can follow: try again",

@@ -46,7 +46,10 @@ int tables_open(Env* env) {
   MDB_txn* txn = nullptr;
   const int error = mdb_txn_begin(env->engine, nullptr, MDB_RDONLY, &txn);
   if (error != 0) return error;
-  return end(txn, guarded(env, [&] { return open_all(txn, env->tables, 0); }));
+  return end(txn, guarded(env, [&] {
+               const int opened = open_all(txn, env->tables, 0);
+               return opened != 0 ? opened : mdb_dbi_open(txn, nullptr, 0, &env->main_table);
+             }));
 }
 
 int tables_make(MDB_env* engine) {
@@ -101,6 +104,7 @@ void init_locks(Env* env) {
   pthread_mutex_init(&env->committing.lock, nullptr);
   pthread_mutex_init(&env->use.lock, nullptr);
   pthread_mutex_init(&env->reserve_mutex, nullptr);
+  pthread_mutex_init(&env->map_mutex, nullptr);
   pthread_condattr_t attributes;
   pthread_condattr_init(&attributes);
   pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
@@ -133,9 +137,11 @@ void env_delete(Env* env) {
   if (env->copy >= 0) close(env->copy);
   if (env->directory >= 0) close(env->directory);
   pthread_cond_destroy(&env->use.writer_gone);
+  pthread_mutex_destroy(&env->map_mutex);
   pthread_mutex_destroy(&env->reserve_mutex);
   pthread_mutex_destroy(&env->use.lock);
   pthread_mutex_destroy(&env->committing.lock);
+  free(env->map.good_in);
   free(env->path);
   delete env;
 }

@@ -6,6 +6,7 @@
 
 #include "database/base/error.h"
 #include "database/file/layout.h"
+#include "database/file/search.h"
 #include "database/record/keys.h"
 #include "database/store/guard.h"
 #include "rov.h"
@@ -15,14 +16,7 @@ namespace {
 
 constexpr uint32_t kMaxSpares = 16;
 
-// ---- Keys and records ---------------------------------------------------------------------------
-
-// The engine keeps node keys as native integers, everybody else sees them in network order.
-MDB_val engine_key(Table table, Bytes key, uint32_t* native) {
-  if (table != Table::kNodes) return {key.len, const_cast<uint8_t*>(key.data)};
-  *native = load_be32(key.data);
-  return {sizeof *native, native};
-}
+// ---- Records -----------------------------------------------------------------------------------
 
 uint32_t corrupt(Table table, Bytes key) {
   const uint32_t node = key.len >= 4 ? load_be32(key.data) : 0;
@@ -68,74 +62,78 @@ uint32_t check_record(const Env* env, Table table, const Record& record) {
   return corrupt(table, record.key);
 }
 
-uint32_t fill_record(Snapshot* snapshot, Table table, MDB_val key, MDB_val value, Record* out) {
-  out->value = {static_cast<const uint8_t*>(value.mv_data), static_cast<uint32_t>(value.mv_size)};
-  out->key = {static_cast<const uint8_t*>(key.mv_data), static_cast<uint32_t>(key.mv_size)};
-  if (!is_on_page(snapshot->env, out->key)) return corrupt(table, {});
+uint32_t fill_record(Snapshot* snapshot, Table table, const Entry& entry, Record* out) {
+  *out = {entry.key, {entry.data, entry.size}};
   if (table == Table::kNodes) {
-    if (key.mv_size != 4) return corrupt(table, {});
-    write_be32(snapshot->node_key, load<uint32_t>(key.mv_data));
+    write_be32(snapshot->node_key, load<uint32_t>(entry.key.data));
     out->key = {snapshot->node_key, 4};
   }
   return check_record(snapshot->env, table, *out);
 }
 
-int cursor_of(Snapshot* snapshot, Table table, MDB_cursor** out) {
-  const auto index = static_cast<uint32_t>(table);
-  MDB_cursor*& cursor = snapshot->cursors[index];
-  int error = 0;
-  if (cursor == nullptr) {
-    error = mdb_cursor_open(snapshot->txn, snapshot->env->tables[index], &cursor);
-  } else if (snapshot->cursor_epoch[index] != snapshot->epoch) {
-    error = mdb_cursor_renew(snapshot->txn, cursor);
+// ---- Searching ----------------------------------------------------------------------------------
+
+// Notes damage. What was found before is not to be answered any more, either.
+uint32_t give_up(Snapshot* snapshot, const PageDamage& damage) {
+  condemn(snapshot->env, damage);
+  snapshot_moved(snapshot);
+  return dead_env(snapshot->env);
+}
+
+bool is_known(Env* env, uint64_t revision, Table table, Tree* tree) {
+  pthread_mutex_lock(&env->map_mutex);
+  const bool known = env->known.revision == revision;
+  if (known) *tree = env->known.of[static_cast<uint32_t>(table)];
+  pthread_mutex_unlock(&env->map_mutex);
+  return known;
+}
+
+uint32_t find_table(Snapshot* snapshot, Table table, TableReader* reader) {
+  Env* env = snapshot->env;
+  const uint32_t status = map_find(env, snapshot->txn, snapshot->meta);
+  if (status != ROV_OK) return status;
+  PageDamage damage;
+  if (!is_good_meta(snapshot->commit, snapshot->meta, &damage)) return give_up(snapshot, damage);
+  if (!is_known(env, snapshot->revision, table, &reader->tree)) {
+    KnownTrees trees;
+    if (!find_trees(env, snapshot->commit, snapshot->revision, snapshot->meta, &trees, &damage)) {
+      return give_up(snapshot, damage);
+    }
+    reader->tree = trees.of[static_cast<uint32_t>(table)];
   }
-  if (error == 0) snapshot->cursor_epoch[index] = snapshot->epoch;
-  *out = cursor;
-  return error;
+  reader->leaf = nullptr;
+  reader->epoch = snapshot->epoch;
+  return ROV_OK;
 }
 
-// The last record whose key is not above `wanted`.
-int find_le(Snapshot* snapshot, Table table, const MDB_val& wanted, MDB_val* found,
-            MDB_val* value) {
-  MDB_cursor* cursor = nullptr;
-  int error = cursor_of(snapshot, table, &cursor);
-  if (error != 0) return error;
-  *found = wanted;
-  error = mdb_cursor_get(cursor, found, value, MDB_SET_RANGE);
-  if (error == MDB_NOTFOUND) return mdb_cursor_get(cursor, found, value, MDB_LAST);
-  if (error != 0) return error;
-  const unsigned number = snapshot->env->tables[static_cast<uint32_t>(table)];
-  if (mdb_cmp(snapshot->txn, number, found, &wanted) == 0) return 0;
-  return mdb_cursor_get(cursor, found, value, MDB_PREV);
-}
-
-// A call of the engine that reads.
-template <class Call>
-int read_guarded(Snapshot* snapshot, Call call) {
-  const int error = guarded(snapshot->env, call);
-  // What was found before is not to be answered any more, either.
-  if (error == kEngineDead) [[unlikely]]
+uint32_t reader_of(Snapshot* snapshot, Table table, TableReader** out) {
+  if (is_dead(snapshot->env)) [[unlikely]] {
     snapshot_moved(snapshot);
-  return error;
+    return dead_env(snapshot->env);
+  }
+  TableReader& reader = snapshot->readers[static_cast<uint32_t>(table)];
+  *out = &reader;
+  return reader.epoch == snapshot->epoch ? uint32_t{ROV_OK} : find_table(snapshot, table, &reader);
 }
 
-uint32_t read_fail(int error, const Snapshot* snapshot) {
-  return error == MDB_NOTFOUND ? uint32_t{ROV_ERR_NO_ITEM}
-                               : engine_fail(error, snapshot->env, "read a record");
+uint32_t search_fail(Snapshot* snapshot, Table table, Bytes key, Finding finding,
+                     const Search& search) {
+  if (finding == Finding::kNone) return ROV_ERR_NO_ITEM;
+  return finding == Finding::kBadEntry ? corrupt(table, key) : give_up(snapshot, search.damage());
 }
 
 // Apart from snapshot_get, which needs no room on the stack without this.
 [[gnu::noinline]] uint32_t get_stored(Snapshot* snapshot, Table table, Bytes key, Record* out) {
+  TableReader* reader = nullptr;
+  uint32_t status = reader_of(snapshot, table, &reader);
+  if (status != ROV_OK) return status;
   uint32_t native = 0;
-  MDB_val wanted = engine_key(table, key, &native);
-  MDB_val value;
-  const unsigned number = snapshot->env->tables[static_cast<uint32_t>(table)];
-  const int error =
-      read_guarded(snapshot, [&] { return mdb_get(snapshot->txn, number, &wanted, &value); });
-  if (error != 0) return read_fail(error, snapshot);
-  out->key = key;
-  out->value = {static_cast<const uint8_t*>(value.mv_data), static_cast<uint32_t>(value.mv_size)};
-  const uint32_t status = check_record(snapshot->env, table, *out);
+  Search search(snapshot->commit, reader->tree, order_of(table));
+  Entry entry;
+  const Finding finding = search.get(stored_key(table, key, &native), &entry);
+  if (finding != Finding::kFound) return search_fail(snapshot, table, key, finding, search);
+  *out = {key, {entry.data, entry.size}};
+  status = check_record(snapshot->env, table, *out);
   if (status == ROV_OK && table == Table::kNodes) {
     snapshot->hints[native % kHints] = {native, snapshot->epoch, out->value.data, out->value.len};
   }
@@ -144,7 +142,7 @@ uint32_t read_fail(int error, const Snapshot* snapshot) {
 
 // ---- Taking and giving back ---------------------------------------------------------------------
 
-int begin(Snapshot* snapshot) {
+int begin_once(Snapshot* snapshot) {
   MDB_env* engine = snapshot->env->engine;
   const auto attempt = [&] {
     return snapshot->txn != nullptr ? mdb_txn_renew(snapshot->txn)
@@ -156,8 +154,27 @@ int begin(Snapshot* snapshot) {
     mdb_reader_check(engine, &dead);
     if (dead > 0) error = attempt();
   }
-  if (error != 0) return error;
-  snapshot->revision = mdb_txn_id(snapshot->txn);
+  if (error == 0) snapshot->revision = mdb_txn_id(snapshot->txn);
+  return error;
+}
+
+// The meta page of a commit is overwritten by the commit after the next, so it is read while there is no
+// newer one. Whoever was killed in a commit can have left one that nobody was told of.
+int begin(Snapshot* snapshot) {
+  constexpr int kAttempts = 100;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (attempt != 0) mdb_txn_reset(snapshot->txn);
+    int error = begin_once(snapshot);
+    if (error != 0) return error;
+    error = read_meta_of(snapshot->env, snapshot->revision, &snapshot->meta);
+    if (error != 0) {
+      mdb_txn_reset(snapshot->txn);
+      return error;
+    }
+    if (store_revision(snapshot->env) == snapshot->revision) break;
+  }
+  snapshot->commit = {&snapshot->env->map, static_cast<uint32_t>(snapshot->revision),
+                      snapshot->meta.last_page};
   snapshot_moved(snapshot);
   return 0;
 }
@@ -222,9 +239,6 @@ Attempt open_attempt(Env* env, Gate* gate, Snapshot** out) {
 }  // namespace
 
 void snapshot_delete(Snapshot* snapshot) {
-  for (MDB_cursor* cursor : snapshot->cursors) {
-    if (cursor != nullptr) mdb_cursor_close(cursor);
-  }
   if (snapshot->txn != nullptr) mdb_txn_abort(snapshot->txn);
   free(snapshot->hints);
   delete snapshot;
@@ -278,36 +292,34 @@ uint32_t snapshot_get(Snapshot* snapshot, Table table, Bytes key, Record* out) {
 }
 
 uint32_t snapshot_ge(Snapshot* snapshot, Table table, Bytes key, Record* out) {
+  TableReader* reader = nullptr;
+  const uint32_t status = reader_of(snapshot, table, &reader);
+  if (status != ROV_OK) return status;
   uint32_t native = 0;
-  MDB_val found = engine_key(table, key, &native);
-  MDB_val value;
-  const int error = read_guarded(snapshot, [&] {
-    MDB_cursor* cursor = nullptr;
-    const int opened = cursor_of(snapshot, table, &cursor);
-    return opened != 0 ? opened : mdb_cursor_get(cursor, &found, &value, MDB_SET_RANGE);
-  });
-  if (error != 0) return read_fail(error, snapshot);
-  return fill_record(snapshot, table, found, value, out);
+  Search search(snapshot->commit, reader->tree, order_of(table));
+  Entry entry;
+  const Finding finding = search.first_from(stored_key(table, key, &native), &reader->leaf, &entry);
+  if (finding != Finding::kFound) return search_fail(snapshot, table, {}, finding, search);
+  return fill_record(snapshot, table, entry, out);
 }
 
 uint32_t snapshot_le(Snapshot* snapshot, Table table, Bytes key, Record* out) {
+  TableReader* reader = nullptr;
+  const uint32_t status = reader_of(snapshot, table, &reader);
+  if (status != ROV_OK) return status;
   uint32_t native = 0;
-  const MDB_val wanted = engine_key(table, key, &native);
-  MDB_val found;
-  MDB_val value;
-  const int error =
-      read_guarded(snapshot, [&] { return find_le(snapshot, table, wanted, &found, &value); });
-  if (error != 0) return read_fail(error, snapshot);
-  return fill_record(snapshot, table, found, value, out);
+  Search search(snapshot->commit, reader->tree, order_of(table));
+  Entry entry;
+  const Finding finding = search.last_to(stored_key(table, key, &native), &entry);
+  if (finding != Finding::kFound) return search_fail(snapshot, table, {}, finding, search);
+  return fill_record(snapshot, table, entry, out);
 }
 
 uint32_t snapshot_count(Snapshot* snapshot, Table table, uint32_t* count) {
-  MDB_stat stat;
-  const unsigned number = snapshot->env->tables[static_cast<uint32_t>(table)];
-  const int error = read_guarded(snapshot, [&] { return mdb_stat(snapshot->txn, number, &stat); });
-  if (error != 0) return engine_fail(error, snapshot->env, "count records");
-  *count = static_cast<uint32_t>(stat.ms_entries);
-  return ROV_OK;
+  TableReader* reader = nullptr;
+  const uint32_t status = reader_of(snapshot, table, &reader);
+  if (status == ROV_OK) *count = static_cast<uint32_t>(reader->tree.entries);
+  return status;
 }
 
 }  // namespace rov

@@ -4,11 +4,12 @@
 #include <cstdint>
 
 #include "database/base/bytes.h"
+#include "database/base/tables.h"
+#include "database/file/search.h"
 #include "database/handle/handle.h"
 #include "database/store/overlay.h"
 
 struct MDB_txn;
-struct MDB_cursor;
 
 namespace rov {
 
@@ -30,20 +31,39 @@ struct Hint {
 };
 constexpr uint32_t kHints = 1024;  // a power of two
 
+// A table as one commit has it.
+struct TableReader {
+  uint32_t epoch = 0;             // of the snapshot, when the table was found
+  const uint8_t* leaf = nullptr;  // where a record was found by order last
+  Tree tree;
+};
+
 struct Snapshot {
   Env* env = nullptr;
   Gate* gate = nullptr;
   MDB_txn* txn = nullptr;
-  MDB_cursor* cursors[kTables] = {};
-  uint32_t cursor_epoch[kTables] = {};  // the epoch in which the cursor was last begun
-  uint8_t node_key[4] = {};             // the key of the node found last by order
-  uint64_t revision = 0;                // 0 = on no commit
+  Meta meta;                          // of the commit
+  Commit commit;                      // the same for searches
+  TableReader readers[kTables] = {};  // of the tables that were read
+  uint8_t node_key[4] = {};           // the key of the node found last by order
+  uint64_t revision = 0;              // 0 = on no commit
   // Grows when pointers that were handed out before become wrong. Never 0.
   uint32_t epoch = 1;
   Hint* hints = nullptr;     // kHints of them
   Snapshot* next = nullptr;  // in the environment's list
   Snapshot* previous = nullptr;
 };
+
+inline KeyOrder order_of(Table table) {
+  return kTableRows[static_cast<uint32_t>(table)].integer_keys ? KeyOrder::kInteger
+                                                               : KeyOrder::kBytes;
+}
+// The engine keeps node keys as native integers, everybody else sees them in network order.
+inline Bytes stored_key(Table table, Bytes key, uint32_t* native) {
+  if (table != Table::kNodes) return key;
+  *native = load_be32(key.data);
+  return {reinterpret_cast<const uint8_t*>(native), sizeof *native};
+}
 
 // Reading. ROV_ERR_NO_ITEM when there is no such record, ROV_ERR_CORRUPT when its checksum is
 // wrong. Inside the gate.

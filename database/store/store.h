@@ -27,6 +27,7 @@
 #include <cstdint>
 
 #include "database/base/bytes.h"
+#include "database/file/search.h"
 #include "database/file/verify.h"
 #include "database/handle/handle.h"
 #include "database/store/copies.h"
@@ -75,16 +76,30 @@ struct Committing {
   Mark mark;                // of a commit of which this process knows the sum
 };
 
+// A thread that waits until it may write.
+struct Turn {
+  Turn* next = nullptr;
+};
+
 // Who uses an environment, under a lock that is held for moments only.
 struct Using {
   pthread_mutex_t lock;
   pthread_cond_t writer_gone;
   bool writer = false;        // a write session of this process holds or waits for the writer lock
+  Turn* turns = nullptr;      // of those that wait for that, in the order in which they came
   uint32_t commits = 0;       // since the last look for dead readers
   Snapshot* open = nullptr;   // snapshots in use
   Snapshot* spare = nullptr;  // and those whose engine transactions wait to be used again
   uint32_t spares = 0;
   VerifyReport verified;  // when it was opened; page size 0: it was not, or somebody has been told
+};
+
+// The trees of the newest commit that was read, as they were then: whatever becomes of the pages that
+// describe them, this process reads that commit.
+struct KnownTrees {
+  uint64_t revision = 0;
+  Word tables = 0;  // the page that describes them
+  Tree of[kTables];
 };
 
 struct Env {
@@ -107,6 +122,11 @@ struct Env {
   int copy =
       -1;  // of a database whose locks this process may not take: what it reads (lockless.cpp)
   pthread_mutex_t reserve_mutex;  // held by who changes the reservation in the lock file
+
+  MappedFile map;             // as the engine has it (map.cpp)
+  pthread_mutex_t map_mutex;  // held by who finds it, or uses what follows
+  KnownTrees known;
+  unsigned main_table = 0;  // the table of the tables
 
   Committing committing;
   Using use;

@@ -40,25 +40,25 @@ const std::vector<EngineFault>& engine_faults() {
       {kTxnCommit, ENOMEM, false},
       {kDbiOpen, MDB_NOTFOUND, true},
       {kDbiOpen, MDB_DBS_FULL, false},
-      {kStat, MDB_BAD_TXN, true},
-      {kGet, MDB_PAGE_NOTFOUND, true},
-      {kGet, MDB_CORRUPTED, false},
-      {kGet, kFlipped, false},
-      {kGet, kHalf, false},
-      {kGet, kOnes, false},
       {kDel, ENOMEM, true},
       {kDel, MDB_MAP_FULL, true},
       {kCursorOpen, ENOMEM, true},
-      {kCursorRenew, MDB_BAD_TXN, true},
       {kCursorGet, MDB_PAGE_NOTFOUND, true},
       {kCursorGet, MDB_CORRUPTED, false},
-      {kCursorGet, kFlipped, false},
-      {kCursorGet, kHalf, false},
-      {kCursorGet, kOnes, false},
       {kCursorPut, ENOMEM, true},
       {kCursorPut, MDB_MAP_FULL, true},
       {kCursorPut, MDB_MAP_FULL, false},
       {kCursorPut, MDB_TXN_FULL, false},
+      {kSearch, kNoRecord, true},
+      {kSearch, kNoRecord, false},
+      {kSearch, kFlipped, false},
+      {kSearch, kHalf, false},
+      {kSearch, kOnes, false},
+      {kSearchInOrder, kNoRecord, true},
+      {kSearchInOrder, kNoRecord, false},
+      {kSearchInOrder, kFlipped, false},
+      {kSearchInOrder, kHalf, false},
+      {kSearchInOrder, kOnes, false},
   };
   return all;
 }
@@ -75,7 +75,7 @@ std::string text_of(const Plan& plan) {
 }
 
 bool is_told(uint32_t status, const std::string& message, int error) {
-  if (error == kFlipped) return status == ROV_ERR_CORRUPT && !message.empty();
+  if (error == kFlipped || error == kNoRecord) return status == ROV_ERR_CORRUPT && !message.empty();
   if (is_sealed(error)) return !message.empty();
   // The database tells of these in its own words.
   if (error == MDB_MAP_FULL) return status == ROV_ERR_FULL;

@@ -5,6 +5,7 @@
 #include <list>
 #include <vector>
 
+#include "database/file/search.h"
 #include "database/record/keys.h"
 #include "database/store/store.h"
 
@@ -26,56 +27,49 @@ int verdict(Call call) {
   return g_plan->error;
 }
 
-bool is_damage(int error) {
-  return error == kFlipped || error == kHalf || error == kOnes;
-}
-
 // The engine keeps nodes under native integers; the checksum is over the key in network order.
-rov::Key key_of(const MDB_val& key) {
+rov::Key key_of(rov::Bytes key) {
   rov::Key made;
-  memcpy(made.bytes, key.mv_data, key.mv_size);
-  made.len = static_cast<uint32_t>(key.mv_size);
-  if (made.len == 4) rov::write_be32(made.bytes, rov::load<uint32_t>(key.mv_data));
+  memcpy(made.bytes, key.data, key.len);
+  made.len = key.len;
+  if (made.len == 4) rov::write_be32(made.bytes, rov::load<uint32_t>(key.data));
   return made;
 }
 
-void damage(int how, const MDB_val& key, MDB_val* value) {
+void damage(int how, rov::Entry* entry) {
   constexpr size_t kChecksum = 4;
-  const auto* bytes = static_cast<const uint8_t*>(value->mv_data);
-  std::vector<uint8_t>& made = g_damaged.emplace_back(bytes, bytes + value->mv_size);
+  std::vector<uint8_t>& made = g_damaged.emplace_back(entry->data, entry->data + entry->size);
   if (how == kFlipped) made.back() ^= 0x40;
   if (how == kHalf) made.resize(kChecksum + (made.size() - kChecksum) / 2);
   if (how == kOnes) std::fill(made.begin() + kChecksum, made.end(), uint8_t{0xff});
   if (how != kFlipped) {
     const rov::Bytes whole = {made.data(), static_cast<uint32_t>(made.size())};
-    rov::write_value(made.data(), rov::record_crc(key_of(key), whole));
+    rov::write_value(made.data(), rov::record_crc(key_of(entry->key), whole));
   }
-  *value = {made.size(), made.data()};
+  entry->data = made.data();
+  entry->size = static_cast<uint32_t>(made.size());
+}
+
+rov::Finding spoil(int how, rov::Finding found, rov::Entry* entry) {
+  if (how == 0 || found != rov::Finding::kFound) return found;
+  if (how == kNoRecord) return rov::Finding::kBadEntry;
+  damage(how, entry);
+  return found;
 }
 
 }  // namespace
 
 const char* name_of(Call call) {
-  constexpr const char* kNames[kCalls] = {"env_create",
-                                          "env_set_maxdbs",
-                                          "env_set_maxreaders",
-                                          "env_set_mapsize",
-                                          "env_open",
-                                          "env_sync",
-                                          "env_copyfd",
-                                          "env_copyfd2",
-                                          "reader_list",
-                                          "txn_begin",
-                                          "txn_renew",
-                                          "txn_commit",
-                                          "dbi_open",
-                                          "stat",
-                                          "get",
-                                          "del",
-                                          "cursor_open",
-                                          "cursor_renew",
-                                          "cursor_get",
-                                          "cursor_put"};
+  constexpr const char* kNames[kCalls] = {"env_create",         "env_set_maxdbs",
+                                          "env_set_maxreaders", "env_set_mapsize",
+                                          "env_open",           "env_sync",
+                                          "env_copyfd",         "env_copyfd2",
+                                          "reader_list",        "txn_begin",
+                                          "txn_renew",          "txn_commit",
+                                          "dbi_open",           "del",
+                                          "cursor_open",        "cursor_get",
+                                          "cursor_put",         "(search)",
+                                          "(search in order)"};
   return kNames[call];
 }
 
@@ -122,12 +116,13 @@ WRAPPED(mdb_txn_begin, kTxnBegin, (MDB_env * env, MDB_txn* parent, unsigned flag
 WRAPPED(mdb_txn_renew, kTxnRenew, (MDB_txn * txn), (txn))
 WRAPPED(mdb_dbi_open, kDbiOpen, (MDB_txn * txn, const char* name, unsigned flags, MDB_dbi* table),
         (txn, name, flags, table))
-WRAPPED(mdb_stat, kStat, (MDB_txn * txn, MDB_dbi table, MDB_stat* stat), (txn, table, stat))
 WRAPPED(mdb_del, kDel, (MDB_txn * txn, MDB_dbi table, MDB_val* key, MDB_val* value),
         (txn, table, key, value))
 WRAPPED(mdb_cursor_open, kCursorOpen, (MDB_txn * txn, MDB_dbi table, MDB_cursor** cursor),
         (txn, table, cursor))
-WRAPPED(mdb_cursor_renew, kCursorRenew, (MDB_txn * txn, MDB_cursor* cursor), (txn, cursor))
+WRAPPED(mdb_cursor_get, kCursorGet,
+        (MDB_cursor * cursor, MDB_val* key, MDB_val* value, MDB_cursor_op op),
+        (cursor, key, value, op))
 WRAPPED(mdb_cursor_put, kCursorPut,
         (MDB_cursor * cursor, MDB_val* key, MDB_val* value, unsigned flags),
         (cursor, key, value, flags))
@@ -141,21 +136,35 @@ int __wrap_mdb_txn_commit(MDB_txn* txn) {
   return error;
 }
 
-int __real_mdb_get(MDB_txn* txn, MDB_dbi table, MDB_val* key, MDB_val* value);
-int __wrap_mdb_get(MDB_txn* txn, MDB_dbi table, MDB_val* key, MDB_val* value) {
-  const int error = verdict(kGet);
-  if (error != 0 && !is_damage(error)) return error;
-  const int found = __real_mdb_get(txn, table, key, value);
-  if (found == 0 && error != 0) damage(error, *key, value);
-  return found;
+// Members of rov::Search, under the names that the linker knows them by.
+rov::Finding __real__ZN3rov6Search3getENS_5BytesEPNS_5EntryE(rov::Search* search, rov::Bytes key,
+                                                             rov::Entry* entry);
+rov::Finding __wrap__ZN3rov6Search3getENS_5BytesEPNS_5EntryE(rov::Search* search, rov::Bytes key,
+                                                             rov::Entry* entry) {
+  const int how = verdict(kSearch);
+  return spoil(how, __real__ZN3rov6Search3getENS_5BytesEPNS_5EntryE(search, key, entry), entry);
 }
 
-int __real_mdb_cursor_get(MDB_cursor* cursor, MDB_val* key, MDB_val* value, MDB_cursor_op op);
-int __wrap_mdb_cursor_get(MDB_cursor* cursor, MDB_val* key, MDB_val* value, MDB_cursor_op op) {
-  const int error = verdict(kCursorGet);
-  if (error != 0 && !is_damage(error)) return error;
-  const int found = __real_mdb_cursor_get(cursor, key, value, op);
-  if (found == 0 && error != 0) damage(error, *key, value);
-  return found;
+rov::Finding __real__ZN3rov6Search10first_fromENS_5BytesEPPKhPNS_5EntryE(rov::Search* search,
+                                                                         rov::Bytes key,
+                                                                         const uint8_t** leaf,
+                                                                         rov::Entry* entry);
+rov::Finding __wrap__ZN3rov6Search10first_fromENS_5BytesEPPKhPNS_5EntryE(rov::Search* search,
+                                                                         rov::Bytes key,
+                                                                         const uint8_t** leaf,
+                                                                         rov::Entry* entry) {
+  const int how = verdict(kSearchInOrder);
+  return spoil(
+      how, __real__ZN3rov6Search10first_fromENS_5BytesEPPKhPNS_5EntryE(search, key, leaf, entry),
+      entry);
+}
+
+rov::Finding __real__ZN3rov6Search7last_toENS_5BytesEPNS_5EntryE(rov::Search* search,
+                                                                 rov::Bytes key, rov::Entry* entry);
+rov::Finding __wrap__ZN3rov6Search7last_toENS_5BytesEPNS_5EntryE(rov::Search* search,
+                                                                 rov::Bytes key,
+                                                                 rov::Entry* entry) {
+  const int how = verdict(kSearchInOrder);
+  return spoil(how, __real__ZN3rov6Search7last_toENS_5BytesEPNS_5EntryE(search, key, entry), entry);
 }
 }

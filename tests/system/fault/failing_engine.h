@@ -1,4 +1,5 @@
-// Calls of the storage engine that fail on demand, or hand out records that are damaged. An
+// Calls of the storage engine, and searches in its file, that fail on demand, or hand out records that are
+// damaged. An
 // executable that uses it is linked with --wrap for each of the functions, so that the database's
 // calls come here.
 #ifndef TESTS_SYSTEM_FAULT_FAILING_ENGINE_H
@@ -22,23 +23,23 @@ enum Call : uint32_t {
   kTxnRenew,
   kTxnCommit,
   kDbiOpen,
-  kStat,
-  kGet,
   kDel,
   kCursorOpen,
-  kCursorRenew,
   kCursorGet,
   kCursorPut,
+  kSearch,         // rov::Search::get
+  kSearchInOrder,  // its first_from and last_to
   kCalls
 };
 
 const char* name_of(Call call);
 
-// In place of an error, for kGet and kCursorGet: the record is found, but a bit of its value is
-// another; or it has the right checksum over half of a value, or over one of nothing but ones.
+// In place of an error, for searches: the record is found, but a bit of its value is another; or it has
+// the right checksum over half of a value, or over one of nothing but ones; or it is none.
 inline constexpr int kFlipped = 0x10001;
 inline constexpr int kHalf = 0x10002;
 inline constexpr int kOnes = 0x10003;
+inline constexpr int kNoRecord = 0x10004;
 
 // Calls number `from` to `until` - 1 of that kind, counted from 0, end with `error`.
 struct Plan {
