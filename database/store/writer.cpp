@@ -2,8 +2,9 @@
 //
 // The engine has a lock of its own, but it belongs to a thread, can't be waited for with a limit,
 // and is given up when the map must grow. Within the process a flag under the environment's mutex
-// decides; between processes a record lock on the first byte of writer.lock, which the system
-// releases when its holder dies. What the file holds is a reservation, described here.
+// decides, in the order in which it was asked for; between processes a record lock on the first byte of
+// writer.lock, which the system releases when its holder dies. Before that a lock on the third byte is
+// taken, and kept while the first is waited for, so that nobody who writes in a loop keeps others away. What the file holds is a reservation, described here.
 //
 // Reserving the next write for one user.
 //
@@ -36,6 +37,7 @@ namespace {
 
 constexpr off_t kWriterLock = 0;
 constexpr off_t kRecordLock = 1;
+constexpr off_t kTurnLock = 2;
 constexpr uint32_t kRecordWaitMs = 1000;  // a change takes microseconds
 constexpr uint32_t kRecordBytes = 32;
 constexpr uint32_t kUserAt = 8;
@@ -189,24 +191,42 @@ void await_turn(Env* env, int64_t until) {
   }
 }
 
-// The flag within the process.
+void queue_turn(Env* env, Turn* own) {
+  Turn** last = &env->use.turns;
+  while (*last != nullptr) last = &(*last)->next;
+  *last = own;
+}
+
+void leave_queue(Env* env, const Turn* own) {
+  Turn** at = &env->use.turns;
+  while (*at != own) at = &(*at)->next;
+  *at = own->next;
+}
+
+// The flag within the process, given in the order in which it was asked for.
 bool take_turn(Env* env, int64_t deadline, void (*meanwhile)()) {
+  Turn own;
   pthread_mutex_lock(&env->use.lock);
-  while (env->use.writer) {
+  queue_turn(env, &own);
+  const auto is_next = [&] { return !env->use.writer && env->use.turns == &own; };
+  while (!is_next()) {
     int64_t until = deadline;
     if (meanwhile != nullptr) {
       pthread_mutex_unlock(&env->use.lock);
       meanwhile();
       pthread_mutex_lock(&env->use.lock);
-      if (!env->use.writer) break;
+      if (is_next()) break;
       const int64_t next = monotonic_now() + kMeanwhile;
       if (next < until) until = next;
     }
     if (deadline != INT64_MAX && monotonic_now() >= deadline) break;
     await_turn(env, until);
   }
-  const bool taken = !env->use.writer;
-  env->use.writer = true;
+  const bool taken = is_next();
+  leave_queue(env, &own);
+  if (taken) env->use.writer = true;
+  // Who stood behind this one may be the next.
+  if (!taken) pthread_cond_broadcast(&env->use.writer_gone);
   pthread_mutex_unlock(&env->use.lock);
   return taken;
 }
@@ -214,12 +234,8 @@ bool take_turn(Env* env, int64_t deadline, void (*meanwhile)()) {
 void end_turn(Env* env) {
   pthread_mutex_lock(&env->use.lock);
   env->use.writer = false;
-  pthread_cond_signal(&env->use.writer_gone);
+  pthread_cond_broadcast(&env->use.writer_gone);
   pthread_mutex_unlock(&env->use.lock);
-}
-
-int set_file_lock(const Env* env, short type) {
-  return set_record_lock(env->lock_file, type, kWriterLock);
 }
 
 // Sleeps until it is time to look again. False when the time is up.
@@ -232,10 +248,10 @@ bool nap(int64_t deadline, uint32_t retry_ms) {
   return true;
 }
 
-// The lock between processes, looked at every `retry_ms`.
-uint32_t take_file_lock(Env* env, int64_t deadline, uint32_t retry_ms) {
+// A lock between processes, looked at every `retry_ms`.
+uint32_t take_lock(Env* env, off_t which, int64_t deadline, uint32_t retry_ms) {
   for (;;) {
-    const int error = set_file_lock(env, F_WRLCK);
+    const int error = set_record_lock(env->lock_file, F_WRLCK, which);
     if (error == 0) return ROV_OK;
     if (error != EACCES && error != EAGAIN) return engine_fail(error, env, "lock writer.lock");
     if (!nap(deadline, retry_ms)) {
@@ -243,6 +259,16 @@ uint32_t take_file_lock(Env* env, int64_t deadline, uint32_t retry_ms) {
       return busy(env, name_of_holder(holder).text);
     }
   }
+}
+
+// The right to write, between processes. Who waits for it holds the turn, without which whoever writes
+// now can't come back before.
+uint32_t take_file_lock(Env* env, int64_t deadline, uint32_t retry_ms) {
+  uint32_t status = take_lock(env, kTurnLock, deadline, retry_ms);
+  if (status != ROV_OK) return status;
+  status = take_lock(env, kWriterLock, deadline, retry_ms);
+  set_record_lock(env->lock_file, F_UNLCK, kTurnLock);
+  return status;
 }
 
 // In the process, then between processes.
@@ -306,7 +332,7 @@ uint32_t writer_lock(Env* env, const WriterWait& wait) {
 }
 
 void writer_unlock(Env* env) {
-  set_file_lock(env, F_UNLCK);
+  set_record_lock(env->lock_file, F_UNLCK, kWriterLock);
   end_turn(env);
 }
 
