@@ -46,7 +46,7 @@ EOF
 inside qimctl apply /tmp/guard.json >"$work/said" || die "qimctl apply: $(cat "$work/said")"
 inside qimctl acl guard >"$work/said"
 grep -q echo "$work/said" || die "qimctl acl: $(cat "$work/said")"
-inside qimctl trace if:far/in udp port 7 >"$work/said"
+inside qimctl trace if:far/in ipv4 udp from 10.0.0.1 to 192.0.2.1 port 7 >"$work/said"
 grep -q drop "$work/said" || die "qimctl trace: $(cat "$work/said")"
 inside qimctl check >"$work/said" || [ $? = 1 ] || die "qimctl check: $(cat "$work/said")"
 inside qim-enforce --dry-run >"$work/said" || die "qim-enforce: $(cat "$work/said")"
@@ -63,7 +63,7 @@ int main(void) {
   return qim_dbgmsg[0] == 0 && rov_status_name(ROV_OK) != 0 ? 0 : 1;
 }
 EOF
-read -ra flags < <("${pkg_config[@]}" --define-prefix --cflags --libs qimcommon)
+read -ra flags < <("${pkg_config[@]}" --cflags --libs qimcommon)
 gcc "$work/client.c" -o "$root/tmp/client" "${flags[@]}" || die "a client is not built"
 inside /tmp/client || die "a client does not run"
 
