@@ -101,6 +101,7 @@ TEST_F(QimdTest, IsAloneAndIsAskedByOthers) {
   EXPECT_EQ(run({"--repair"}), 0);
   EXPECT_THAT(said_, HasSubstr("no agent runs"));
   publisher_.publish(first_, true);
+  tools_test::write_text(dir_ / "log", "");  // which the agent may not have opened yet
   Program agent(command({}), path("log"));
   const auto until =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(pace::patience_ms());
