@@ -10,7 +10,6 @@
 #include "fleet/base/error.h"
 #include "fleet/state/database_state.h"
 #include "policy/change/apply.h"
-#include "policy/change/referrers.h"
 #include "policy/store/stored_model.h"
 
 namespace qim::fleet {
@@ -54,22 +53,6 @@ class Scratch {
   qimctl::WriteSession session_;
 };
 
-// Lists that something else leads to are not pruned.
-void check_pruned(uint32_t session, const qimctl::StoredModel& stored,
-                  const qimctl::Change& change) {
-  std::vector<qimctl::Problem> problems;
-  for (const qimctl::ListChange& list : change.lists) {
-    if (list.fate != qimctl::ListFate::removed) continue;
-    const std::string by =
-        qimctl::outside_referrer(session, qimctl::find_stored(stored, list.name())->members);
-    if (!by.empty())
-      problems.push_back({{"--prune", 0, ""},
-                          "the access list \"" + list.name() + "\" is still referred to by " + by +
-                              "; delete that first"});
-  }
-  if (!problems.empty()) throw qimctl::InputError(std::move(problems));
-}
-
 }  // namespace
 
 Target build_target(const State& from, Wanted wanted) {
@@ -79,7 +62,7 @@ Target build_target(const State& from, Wanted wanted) {
   editor.write_nodes(wanted.nodes, {});
   const qimctl::Change change =
       qimctl::difference(stored.model, std::move(wanted.model), {.prune = wanted.prune});
-  check_pruned(scratch.session(), stored, change);
+  qimctl::check_pruned(scratch.session(), stored, change);
   Target target;
   target.lines = qimctl::difference_lines(change);
   editor.write_lists(change);
