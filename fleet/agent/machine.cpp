@@ -59,10 +59,11 @@ bool Machine::is_settled() const {
 }
 
 Task Machine::next(const Moment& now) {
+  // Before it goes back: a device that slept has not tried to reach anybody yet.
+  if (now.steady >= head_due_) return {TaskKind::read_head, {}};
   if (is_unconfirmed() && now.steady >= confirm_due_) {
     return {TaskKind::go_back, {held_.previous, held_.previous_state, 0}};
   }
-  if (now.steady >= head_due_) return {TaskKind::read_head, {}};
   if (repair_ && now.steady >= take_due_) {
     return {TaskKind::repair, {held_.number, held_.state, held_.confirm_seconds}};
   }
@@ -101,7 +102,6 @@ void Machine::contact(const Moment& now) {
   if (!contact_) touch(now);
   contact_ = true;
   contact_wall_ = now.wall;
-  head_pause_.reset();
   head_due_ = now.steady + with_jitter(timing_.poll, random_);
 }
 
@@ -143,6 +143,7 @@ void Machine::head_read(const Head& head, uint64_t cluster, const Digest& bytes,
   standing_ = judge(head, cluster, bytes);
   tell(complaint_of(standing_, head), now);
   contact(now);
+  head_pause_.reset();
   if (standing_ != Standing::followed) return;
   if (bytes != memory_.head) touch(now);
   accept_cluster_ = false;
