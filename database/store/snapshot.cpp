@@ -106,14 +106,17 @@ uint32_t find_table(Snapshot* snapshot, Table table, TableReader* reader) {
   return ROV_OK;
 }
 
-uint32_t reader_of(Snapshot* snapshot, Table table, TableReader** out) {
+// NULL with the status that says why.
+TableReader* reader_of(Snapshot* snapshot, Table table, uint32_t* status) {
   if (is_dead(snapshot->env)) [[unlikely]] {
     snapshot_moved(snapshot);
-    return dead_env(snapshot->env);
+    *status = dead_env(snapshot->env);
+    return nullptr;
   }
   TableReader& reader = snapshot->readers[static_cast<uint32_t>(table)];
-  *out = &reader;
-  return reader.epoch == snapshot->epoch ? uint32_t{ROV_OK} : find_table(snapshot, table, &reader);
+  if (reader.epoch == snapshot->epoch) return &reader;
+  *status = find_table(snapshot, table, &reader);
+  return *status == ROV_OK ? &reader : nullptr;
 }
 
 uint32_t search_fail(Snapshot* snapshot, Table table, Bytes key, Finding finding,
@@ -124,9 +127,9 @@ uint32_t search_fail(Snapshot* snapshot, Table table, Bytes key, Finding finding
 
 // Apart from snapshot_get, which needs no room on the stack without this.
 [[gnu::noinline]] uint32_t get_stored(Snapshot* snapshot, Table table, Bytes key, Record* out) {
-  TableReader* reader = nullptr;
-  uint32_t status = reader_of(snapshot, table, &reader);
-  if (status != ROV_OK) return status;
+  uint32_t status = ROV_OK;
+  TableReader* reader = reader_of(snapshot, table, &status);
+  if (reader == nullptr) return status;
   uint32_t native = 0;
   Search search(snapshot->commit, reader->tree, order_of(table));
   Entry entry;
@@ -292,9 +295,9 @@ uint32_t snapshot_get(Snapshot* snapshot, Table table, Bytes key, Record* out) {
 }
 
 uint32_t snapshot_ge(Snapshot* snapshot, Table table, Bytes key, Record* out) {
-  TableReader* reader = nullptr;
-  const uint32_t status = reader_of(snapshot, table, &reader);
-  if (status != ROV_OK) return status;
+  uint32_t status = ROV_OK;
+  TableReader* reader = reader_of(snapshot, table, &status);
+  if (reader == nullptr) return status;
   uint32_t native = 0;
   Search search(snapshot->commit, reader->tree, order_of(table));
   Entry entry;
@@ -304,9 +307,9 @@ uint32_t snapshot_ge(Snapshot* snapshot, Table table, Bytes key, Record* out) {
 }
 
 uint32_t snapshot_le(Snapshot* snapshot, Table table, Bytes key, Record* out) {
-  TableReader* reader = nullptr;
-  const uint32_t status = reader_of(snapshot, table, &reader);
-  if (status != ROV_OK) return status;
+  uint32_t status = ROV_OK;
+  TableReader* reader = reader_of(snapshot, table, &status);
+  if (reader == nullptr) return status;
   uint32_t native = 0;
   Search search(snapshot->commit, reader->tree, order_of(table));
   Entry entry;
@@ -316,9 +319,9 @@ uint32_t snapshot_le(Snapshot* snapshot, Table table, Bytes key, Record* out) {
 }
 
 uint32_t snapshot_count(Snapshot* snapshot, Table table, uint32_t* count) {
-  TableReader* reader = nullptr;
-  const uint32_t status = reader_of(snapshot, table, &reader);
-  if (status == ROV_OK) *count = static_cast<uint32_t>(reader->tree.entries);
+  uint32_t status = ROV_OK;
+  const TableReader* reader = reader_of(snapshot, table, &status);
+  if (reader != nullptr) *count = static_cast<uint32_t>(reader->tree.entries);
   return status;
 }
 
