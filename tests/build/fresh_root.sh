@@ -53,6 +53,10 @@ inside qim-enforce --dry-run >"$work/said" || die "qim-enforce: $(cat "$work/sai
 grep -q '"lw.guard"' "$work/said" || die "qim-enforce: $(cat "$work/said")"
 [ -e "$root/lib/systemd/system/qim-enforce.service" ] || die "qim-enforce has no unit"
 
+inside python3 -c 'import qim; print([n.kind for n in qim.Database("/tmp/qim.db").session()])' >"$work/said" ||
+  die "python3: $(cat "$work/said")"
+grep -q Filter "$work/said" || die "python3: $(cat "$work/said")"
+
 # A client is built here against what is there, and runs there.
 pkg_config=(env PKG_CONFIG_PATH="$(echo "$root"/usr/lib/*/pkgconfig)" pkg-config)
 cat >"$work/client.c" <<'EOF'
