@@ -70,7 +70,8 @@ uint32_t node_sum(View& view, uint32_t node, uint64_t* sum) {
   uint32_t status = find_settled_node(view, node);
   if (status != ROV_OK) return status;
   Record record;
-  status = view_get(view, Table::kNodes, node_key(node), &record);
+  const Key own = node_key(node);  // to which the record's key leads
+  status = view_get(view, Table::kNodes, own, &record);
   if (status == ROV_OK) *sum = record_crc(record.key, record.value);
   if (status != ROV_OK || view.node.clients == 0) return status;
   for (Key key = pair_key(node, 0);;) {
