@@ -69,7 +69,7 @@ uint32_t rov_node_next(uint32_t ses, rov_node_id_t after, rov_node_parms_t* parm
 uint32_t rov_node_link_nth(uint32_t ses, rov_node_id_t id, uint32_t n, rov_link_t* link);
 
 /* The format of a database's files; others are refused with ROV_ERR_FORMAT. */
-enum { ROV_FORMAT = 2 };
+enum { ROV_FORMAT = 3 };
 
 /* Bytes of the longest path of a snapshot, with its ending 0. */
 enum { ROV_SNAPSHOT_PATH = 256 };

@@ -86,12 +86,12 @@ const char* path_for(const rov_parms_t* parms) {
   return path != nullptr && *path != '\0' ? path : "./qim.db";
 }
 
-// Opens what is at `path` as a database that is not published yet.
-uint32_t open_at(Kind kind, uint32_t owner, const char* path, const OpenOptions& wanted,
-                 Database** out) {
+// Makes a database, which is not published yet, of the environment that `open` opens.
+template <class Open>
+uint32_t open_as(Kind kind, uint32_t owner, uint32_t flags, Open open, Database** out) {
   Database* db = database_new();
   if (db == nullptr) return fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Database));
-  uint32_t status = store_open(path, wanted, &db->env);
+  uint32_t status = open(&db->env);
   if (status == ROV_OK) {
     status = handle_reserve(kind, owner, db, &db->handle);
     if (status != ROV_OK) store_close(db->env);
@@ -100,7 +100,7 @@ uint32_t open_at(Kind kind, uint32_t owner, const char* path, const OpenOptions&
     database_free(db);
     return status;
   }
-  db->flags = wanted.flags;
+  db->flags = flags;
   *out = db;
   return ROV_OK;
 }
@@ -111,9 +111,10 @@ void set_parms(Database* db, const rov_parms_t& parms) {
   db->parms.p.db_path = db->env->path;
 }
 
-uint32_t open_copy(const Database& of, const char* path, Database** out) {
+uint32_t open_copy(const Database& of, const CopyName& name, Database** out) {
   Database* db = nullptr;
-  const uint32_t status = open_at(Kind::kSnapshot, of.handle, path, {.flags = ROV_DB_RDONLY}, &db);
+  const auto open = [&](Env** env) { return copies_open(of.env, name, env); };
+  const uint32_t status = open_as(Kind::kSnapshot, of.handle, ROV_DB_RDONLY, open, &db);
   if (status != ROV_OK) return status;
   // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
   db->library = of.library;
@@ -214,7 +215,8 @@ uint32_t library_for(uint32_t id, Library** out) {
 uint32_t database_open(Library* library, const rov_parms_t* parms, uint32_t flags, Database** out) {
   Database* db = nullptr;
   const OpenOptions wanted = {flags, parms != nullptr ? parms->p.db_group : 0};
-  const uint32_t status = open_at(Kind::kDatabase, library->handle, path_for(parms), wanted, &db);
+  const auto open = [&](Env** env) { return store_open(path_for(parms), wanted, env); };
+  const uint32_t status = open_as(Kind::kDatabase, library->handle, flags, open, &db);
   if (status != ROV_OK) return status;
   // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
   db->library = library;
@@ -244,10 +246,7 @@ uint32_t database_open_snapshot(const Database& of, const CopyName& name, uint32
   Database* snapshot = nullptr;
   uint32_t status = ROV_ERR_OPEN;
   for (int attempt = 0; attempt < kAttempts && status == ROV_ERR_OPEN; ++attempt) {
-    CopyPlace place;
-    status = copies_get(of.env, name, &place);
-    if (status != ROV_OK) return status;
-    status = open_copy(of, place.path, &snapshot);
+    status = open_copy(of, name, &snapshot);
   }
   if (status != ROV_OK) return status;
   *handle = snapshot->handle;

@@ -205,14 +205,14 @@ int cause_of_short_write(const Env* env) {
     return EFBIG;
   }
   struct statvfs disk;
-  return statvfs(env->path, &disk) == 0 && disk.f_bavail == 0 ? ENOSPC : EIO;
+  return fstatvfs(env->directory, &disk) == 0 && disk.f_bavail == 0 ? ENOSPC : EIO;
 }
 
 // The mark of commit `base` with its sums, so far as it is known: this process made or verified it, or another one
 // left it.
 Mark mark_of(const Env* env, uint64_t base) {
   const Mark& own = env->committing.mark;
-  const Mark mark = own.revision == base ? own : wake_mark(env->directory);
+  const Mark mark = own.revision == base ? own : wake_mark(env->directory, env->identity);
   return mark.revision == base ? mark : Mark();
 }
 
@@ -275,7 +275,7 @@ uint32_t store_commit(Env* env, const Overlay& edits, uint64_t base, uint64_t* r
     Mark made = mark_of(env, base);
     status = commit_locked(env, edits, base, &made);
     if (status == ROV_OK) {
-      waking.tell(made);
+      waking.tell(env->identity, made);
       env->committing.mark = made;
       if (revision != nullptr) *revision = made.revision;
     }

@@ -294,13 +294,10 @@ uint32_t no_copy(const Env* env) {
 
 }  // namespace
 
-uint32_t copies_get(Env* env, const CopyName& name, CopyPlace* place) {
-  const int len =
-      snprintf(place->path, sizeof place->path, "%s/%s/%s", env->path, kCopies, name.file);
-  if (len < 0 || static_cast<size_t>(len) >= sizeof place->path) {
-    return engine_fail(ENAMETOOLONG, env, "name a snapshot");
-  }
-  const Copies copies(env, !env->read_only);
+namespace {
+
+// Makes sure that there is a copy of that name.
+uint32_t find_or_make(Env* env, const Copies& copies, const CopyName& name) {
   if (copies.error() == 0 && has_copy(copies.file(), name)) return ROV_OK;
   if (env->read_only) {
     return fail_text(ROV_ERR_READ_ONLY,
@@ -315,6 +312,28 @@ uint32_t copies_get(Env* env, const CopyName& name, CopyPlace* place) {
   const int error = finish_removing(copies.file());
   if (error != 0) return engine_fail(error, env, "finish removing a snapshot");
   return make_copy(env, copies.file(), name);
+}
+
+}  // namespace
+
+uint32_t copies_open(Env* env, const CopyName& name, Env** copy) {
+  char path[PATH_MAX];  // as the database was opened, for messages
+  const int len = snprintf(path, sizeof path, "%s/%s/%s", env->path, kCopies, name.file);
+  if (len < 0 || static_cast<size_t>(len) >= sizeof path) {
+    return engine_fail(ENAMETOOLONG, env, "name a snapshot");
+  }
+  const Copies copies(env, !env->read_only);
+  uint32_t status = find_or_make(env, copies, name);
+  if (status != ROV_OK) return status;
+  const int directory = open_subdirectory(copies.file(), name.file);
+  if (directory < 0 && errno == ENOENT) {
+    return fail_text(ROV_ERR_OPEN, "the snapshot in %s was removed while it was opened: try again",
+                     path);
+  }
+  if (directory < 0) return engine_fail(errno, env, "open a snapshot's directory");
+  status = store_open_directory(path, directory, copy);
+  close(directory);
+  return status;
 }
 
 uint32_t copies_remove(Env* env, const CopyName& name) {

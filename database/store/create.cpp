@@ -4,15 +4,17 @@
 // The format file says what wrote the database, in words that every build can read:
 //
 //   node database
-//   format 2
+//   format 3
 //   word-bits 64
 //   byte-order little
+//   identity 00112233445566778899aabbccddeeff        drawn at random
 //   check 0f1e2d3c        CRC-32C of the lines before, in hexadecimal
 //
 // The engine's own file can't be read by a process of another word size or byte order, and does not
 // say so; hence this file beside it, read first.
 #include <fcntl.h>
 #include <lmdb.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,25 +44,56 @@ struct Format {
   unsigned format = 0;
   unsigned word_bits = 0;
   char byte_order[8] = "";
+  Identity identity;
   unsigned check = 0;
 };
 
-int format_text(char* text, size_t room) {
-  int len = snprintf(text, room, "node database\nformat %u\nword-bits %u\nbyte-order %s\n", kFormat,
-                     kWordBits, kByteOrder);
+struct IdentityText {
+  char text[2 * sizeof(Identity) + 1] = "";
+};
+
+IdentityText text_of(const Identity& identity) {
+  IdentityText text;
+  char* at = text.text;
+  for (const uint8_t byte : identity.bytes) at += snprintf(at, 3, "%02x", byte);
+  return text;
+}
+
+Identity identity_of(const IdentityText& text) {
+  Identity identity;
+  const char* at = text.text;
+  for (uint8_t& byte : identity.bytes) {
+    unsigned value = 0;
+    if (sscanf(at, "%2x", &value) != 1) return {};
+    byte = static_cast<uint8_t>(value);
+    at += 2;
+  }
+  return identity;
+}
+
+int format_text(const Identity& identity, char* text, size_t room) {
+  int len =
+      snprintf(text, room, "node database\nformat %u\nword-bits %u\nbyte-order %s\nidentity %s\n",
+               kFormat, kWordBits, kByteOrder, text_of(identity).text);
   const uint32_t check = crc32c(0, text, static_cast<size_t>(len));
   len += snprintf(text + len, room - static_cast<size_t>(len), "check %08x\n",
                   static_cast<unsigned>(check));
   return len;
 }
 
-// False when the text is not what format_text writes, in any format version.
+// False when the text is not what format_text writes, in any format version; earlier ones have no
+// identity.
 bool parse(const char* text, Format* format) {
   const char* check = strstr(text, "check ");
-  if (check == nullptr) return false;
-  if (sscanf(text, "node database format %u word-bits %u byte-order %7s check %8x", &format->format,
-             &format->word_bits, format->byte_order, &format->check) != 4) {
+  if (check == nullptr || sscanf(check, "check %8x", &format->check) != 1) return false;
+  if (sscanf(text, "node database format %u word-bits %u byte-order %7s", &format->format,
+             &format->word_bits, format->byte_order) != 3) {
     return false;
+  }
+  IdentityText identity;
+  const char* line = strstr(text, "identity ");
+  if (line != nullptr && sscanf(line, "identity %32s", identity.text) == 1) {
+    format->identity = identity_of(identity);
   }
   return crc32c(0, text, static_cast<size_t>(check - text)) == format->check;
 }
@@ -91,8 +124,8 @@ uint32_t compare_format(const Format& found, const char* path) {
 
 }  // namespace
 
-uint32_t format_check(int directory, const char* path) {
-  const int file = open_regular(directory, "format", O_RDONLY);
+uint32_t format_check(const char* path, OpenDirectory* directory) {
+  const int file = open_regular(directory->file, "format", O_RDONLY);
   if (file < 0 && errno == ENOENT) return ROV_ERR_NO_ITEM;
   if (file < 0) return engine_fail_at(errno, path, "open the format file");
   char text[kMaxBytes + 1];
@@ -110,12 +143,17 @@ uint32_t format_check(int directory, const char* path) {
                      "the format file of database %s is damaged: restore the database from a dump",
                      path);
   }
+  directory->identity = found.identity;
   return compare_format(found, path);
 }
 
 uint32_t format_write(int directory, const char* name, const char* path) {
+  Identity identity;
+  if (getrandom(&identity, sizeof identity, 0) != static_cast<ssize_t>(sizeof identity)) {
+    return engine_fail_at(errno, path, "draw an identity");
+  }
   char text[kMaxBytes];
-  const int len = format_text(text, sizeof text);
+  const int len = format_text(identity, text, sizeof text);
   const int file = make_regular(directory, name, O_WRONLY);
   if (file < 0) return engine_fail_at(errno, path, "make the format file");
   int error = write_all(file, text, static_cast<size_t>(len));
@@ -140,13 +178,13 @@ uint32_t no_database(const char* path) {
 
 // Makes the engine's file with its empty tables in `place`, where empty files wait for it, and makes
 // it durable.
-int fill_engine_file(const char* place) {
+int fill_engine_file(int place) {
   MDB_env* engine = nullptr;
   int error = mdb_env_create(&engine);
   if (error != 0) return error;
   error = mdb_env_set_maxdbs(engine, kTables);
   if (error == 0) error = mdb_env_set_mapsize(engine, kMapStart);
-  if (error == 0) error = mdb_env_open(engine, place, MDB_NOTLS, 0600);
+  if (error == 0) error = mdb_env_open(engine, EnginePlace(place).path, MDB_NOTLS, 0600);
   if (error == 0) error = tables_make(engine);
   if (error == 0) error = mdb_env_sync(engine, 1);
   mdb_env_close(engine);
@@ -159,10 +197,10 @@ int make_empty(int making, const char* name) {
   return file >= 0 && close(file) == 0 ? 0 : errno;
 }
 
-uint32_t make_in(int making, const char* place, const char* path) {
+uint32_t make_in(int making, const char* path) {
   int error = make_empty(making, "data.mdb");
   if (error == 0) error = make_empty(making, "lock.mdb");
-  if (error == 0) error = fill_engine_file(place);
+  if (error == 0) error = fill_engine_file(making);
   if (error != 0) return engine_fail_at(error, path, "make the data file");
   return format_write(making, "format", path);
 }
@@ -180,16 +218,7 @@ uint32_t make_database(int directory, const char* path) {
   if (error != 0) return engine_fail_at(error, path, "make a temporary directory");
   const int making = open_subdirectory(directory, kMakingPlace);
   if (making < 0) return engine_fail_at(errno, path, "open the temporary directory");
-  const size_t room = strlen(path) + strlen(kMakingPlace) + 2;
-  auto* place = static_cast<char*>(malloc(room));
-  uint32_t status = ROV_OK;
-  if (place == nullptr) {
-    status = fail(ROV_ERR_NO_MEM, Note::kNoMemory, static_cast<uint32_t>(room));
-  } else {
-    snprintf(place, room, "%s/%s", path, kMakingPlace);
-    status = make_in(making, place, path);
-    free(place);
-  }
+  uint32_t status = make_in(making, path);
   if (status == ROV_OK) {
     error = move_into_place(making, directory);
     if (error != 0) status = engine_fail_at(error, path, "move the new database into place");
@@ -204,15 +233,11 @@ bool has_data(int directory) {
 }
 
 // Makes the directory's entry in the one above durable.
-void sync_parent(const char* path) {
-  const int parent = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (parent < 0) return;
-  const int above = openat(parent, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (above >= 0) {
-    fsync(above);
-    close(above);
-  }
-  close(parent);
+void sync_parent(int directory) {
+  const int above = openat(directory, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (above < 0) return;
+  fsync(above);
+  close(above);
 }
 
 uint32_t open_directory(const char* path, bool create, int* directory) {
@@ -225,51 +250,58 @@ uint32_t open_directory(const char* path, bool create, int* directory) {
   }
   if (!is_new) return ROV_OK;
   set_directory_mode(*directory, 0);  // whatever the umask took from it
-  sync_parent(path);
+  sync_parent(*directory);
   return ROV_OK;
 }
 
-uint32_t prepare_in(int directory, const char* path, bool create) {
-  if (has_data(directory)) {
-    const uint32_t status = format_check(directory, path);
+uint32_t prepare_in(const char* path, bool create, OpenDirectory* directory) {
+  if (has_data(directory->file)) {
+    const uint32_t status = format_check(path, directory);
     if (status != ROV_ERR_NO_ITEM) return status;
     // Databases come with the format file first and go with the data file first: one that lost both
     // since is gone.
-    if (!has_data(directory)) return no_database(path);
+    if (!has_data(directory->file)) return no_database(path);
     return fail_text(
         ROV_ERR_FORMAT,
         "%s holds a data.mdb without a format file: it is no node database, or half of one; "
         "restore it from a dump",
         path);
   }
-  return create ? make_database(directory, path) : no_database(path);
+  if (!create) return no_database(path);
+  const uint32_t status = make_database(directory->file, path);
+  return status == ROV_OK ? format_check(path, directory) : status;
 }
 
 // Makes the database in a directory that is the caller's alone as long as it holds the lock.
-uint32_t prepare_alone(int directory, const char* path, gid_t group) {
+uint32_t prepare_alone(const char* path, gid_t group, OpenDirectory* directory) {
   // One maker at a time; whoever waited finds the database made.
-  const DirectoryLock lock(directory, path);
+  const DirectoryLock lock(directory->file, path);
   if (lock.status() != ROV_OK) return lock.status();
-  if (group != 0 && !has_data(directory)) {
-    const int error = set_directory_mode(directory, group);
+  if (group != 0 && !has_data(directory->file)) {
+    const int error = set_directory_mode(directory->file, group);
     if (error != 0) return engine_fail_at(error, path, "give the directory to its group");
   }
-  return prepare_in(directory, path, true);
+  return prepare_in(path, true, directory);
 }
 
 }  // namespace
 
-uint32_t store_prepare(const char* path, const OpenOptions& wanted, int* directory) {
-  uint32_t status = open_directory(path, wanted.creates(), directory);
+uint32_t store_prepare(const char* path, const OpenOptions& wanted, OpenDirectory* directory) {
+  uint32_t status = open_directory(path, wanted.creates(), &directory->file);
   if (status != ROV_OK) return status;
-  status = check_trusted(*directory, path);
+  status = check_trusted(directory->file, path);
   if (status == ROV_OK) {
-    status = wanted.creates() && !has_data(*directory)
-                 ? prepare_alone(*directory, path, wanted.group)
-                 : prepare_in(*directory, path, wanted.creates());
+    status = wanted.creates() && !has_data(directory->file)
+                 ? prepare_alone(path, wanted.group, directory)
+                 : prepare_in(path, wanted.creates(), directory);
   }
-  if (status != ROV_OK) close(*directory);
+  if (status != ROV_OK) close(directory->file);
   return status;
+}
+
+uint32_t store_prepare_open(const char* path, OpenDirectory* directory) {
+  const uint32_t status = check_trusted(directory->file, path);
+  return status == ROV_OK ? prepare_in(path, false, directory) : status;
 }
 
 }  // namespace rov

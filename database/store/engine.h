@@ -1,6 +1,8 @@
 // What the sources of this folder share. They alone see the engine.
 #pragma once
 
+#include <cstdio>
+
 #include "database/store/files.h"
 #include "database/store/store.h"
 #include "database/store/wake.h"
@@ -32,10 +34,10 @@ void condemn(Env* env, const PageDamage& damage);
 
 // ---- create.cpp: the file that says what wrote the database -------------------------------------
 
-// Checks directory/format: ROV_OK, ROV_ERR_NO_ITEM when there is none, or the status that says in
-// what the database differs.
-[[nodiscard]] uint32_t format_check(int directory, const char* path);
-// Writes directory/`name` and makes it durable.
+// Checks directory/format: ROV_OK with the database's identity, ROV_ERR_NO_ITEM when there is none, or
+// the status that says in what the database differs.
+[[nodiscard]] uint32_t format_check(const char* path, OpenDirectory* directory);
+// Writes directory/`name` with an identity of its own and makes it durable.
 [[nodiscard]] uint32_t format_write(int directory, const char* name, const char* path);
 
 // ---- copies.cpp ---------------------------------------------------------------------------------
@@ -47,9 +49,22 @@ void condemn(Env* env, const PageDamage& damage);
 
 // Makes sure that `path` holds a database of this build: makes one when there is none and `wanted`
 // says so. The directory stays open in *directory on success.
-[[nodiscard]] uint32_t store_prepare(const char* path, const OpenOptions& wanted, int* directory);
+[[nodiscard]] uint32_t store_prepare(const char* path, const OpenOptions& wanted,
+                                     OpenDirectory* directory);
+// The same of the database in a directory that is open, and stays so in any case; `path` is for messages.
+[[nodiscard]] uint32_t store_prepare_open(const char* path, OpenDirectory* directory);
 
 // ---- open.cpp -----------------------------------------------------------------------------------
+
+// Where the files are that the engine opens by itself: in an open directory, wherever its path leads by
+// now, or an open file.
+struct EnginePlace {
+  explicit EnginePlace(int file) { snprintf(path, sizeof path, "/proc/self/fd/%d", file); }
+  char path[32];
+};
+
+// Opens the environment in an open directory, for reading only; `path` is for messages.
+[[nodiscard]] uint32_t store_open_directory(const char* path, int directory, Env** env);
 
 // Opens the tables of an environment that has them.
 int tables_open(Env* env);

@@ -65,7 +65,7 @@ uint32_t copy_once(int data, Env* env, bool* moved) {
 uint32_t copy_for_reading(int directory, Env* env) {
   const int data = open_regular(directory, "data.mdb", O_RDONLY);
   if (data < 0) return engine_fail(errno, env, "open the data file");
-  const Mark mark = wake_mark(directory);  // before, so that the copy is no older
+  const Mark mark = wake_mark(directory, env->identity);  // before, so that the copy is no older
   env->copy = memfd_create("node database", MFD_CLOEXEC);
   uint32_t status = engine_fail(env->copy < 0 ? errno : 0, env, "make a copy in memory");
   bool moved = status == ROV_OK;

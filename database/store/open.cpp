@@ -154,13 +154,6 @@ void set_page_size(Env* env) {
   env->page_mask = (aligned < env->page_size ? aligned : env->page_size) - 1;
 }
 
-// Where the files are that the engine opens by itself: the open directory, wherever its path leads by
-// now, or the private copy.
-struct EnginePlace {
-  explicit EnginePlace(int file) { snprintf(path, sizeof path, "/proc/self/fd/%d", file); }
-  char path[32];
-};
-
 int open_engine_files(Env* env, int directory) {
   constexpr mode_t kOwnerOnly = 0600;
   if (env->copy >= 0) {
@@ -237,16 +230,17 @@ uint32_t open_lock_file(Env* env, int directory) {
   return ROV_OK;
 }
 
-uint32_t open_env(const char* path, uint32_t flags, int directory, const struct stat& info,
-                  Env** out) {
+uint32_t open_env(const char* path, uint32_t flags, const OpenDirectory& directory,
+                  const struct stat& info, Env** out) {
   Env* env = env_new(path, flags);
   if (env == nullptr) return fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Env));
   env->device = info.st_dev;
   env->inode = info.st_ino;
-  env->directory = fcntl(directory, F_DUPFD_CLOEXEC, 0);
+  env->identity = directory.identity;
+  env->directory = fcntl(directory.file, F_DUPFD_CLOEXEC, 0);
   uint32_t status = engine_fail(env->directory < 0 ? errno : 0, env, "keep the directory open");
-  if (status == ROV_OK) status = open_verified(env, directory);
-  if (status == ROV_OK) status = open_lock_file(env, directory);
+  if (status == ROV_OK) status = open_verified(env, directory.file);
+  if (status == ROV_OK) status = open_lock_file(env, directory.file);
   if (status != ROV_OK) {
     env_delete(env);
     return status;
@@ -257,38 +251,46 @@ uint32_t open_env(const char* path, uint32_t flags, int directory, const struct 
   return ROV_OK;
 }
 
-uint32_t open_locked(const char* path, const OpenOptions& wanted, Env** out) {
-  int directory = -1;
-  uint32_t status = store_prepare(path, wanted, &directory);
-  if (status != ROV_OK) return status;
+uint32_t open_prepared(const char* path, uint32_t flags, const OpenDirectory& directory,
+                       Env** out) {
   struct stat info;
-  if (fstat(directory, &info) != 0) {
-    status = engine_fail_at(errno, path, "examine the directory");
-  } else if (Env* env = find_open(info); env == nullptr) {
-    status = open_env(path, wanted.flags, directory, info, out);
-  } else if (env->read_only && !wanted.reads_only()) {
-    status = fail_text(ROV_ERR_READ_ONLY,
-                       "this process has database %s open for reading only: close it first", path);
-  } else {
-    *out = env;
+  if (fstat(directory.file, &info) != 0) {
+    return engine_fail_at(errno, path, "examine the directory");
   }
-  close(directory);
+  Env* env = find_open(info);
+  if (env == nullptr) return open_env(path, flags, directory, info, out);
+  if (env->read_only && (flags & ROV_DB_RDONLY) == 0) {
+    return fail_text(ROV_ERR_READ_ONLY,
+                     "this process has database %s open for reading only: close it first", path);
+  }
+  *out = env;
+  return ROV_OK;
+}
+
+// Opens, under the list's lock, and counts whoever uses the environment.
+template <class Open>
+uint32_t open_counted(Env** env, Open open) {
+  pthread_mutex_lock(&g_mutex);
+  set_up_once();
+  const uint32_t status = open();
+  if (status == ROV_OK) ++(*env)->registered.users;
+  pthread_mutex_unlock(&g_mutex);
   return status;
 }
 
 uint32_t compact_locked(const char* path, uint64_t* before, uint64_t* after) {
-  int directory = -1;
+  OpenDirectory directory;
   uint32_t status = store_prepare(path, {.flags = ROV_DB_NO_CREATE}, &directory);
   if (status != ROV_OK) return status;
   struct stat info;
-  if (fstat(directory, &info) != 0) {
+  if (fstat(directory.file, &info) != 0) {
     status = engine_fail_at(errno, path, "examine the directory");
   } else if (find_open(info) != nullptr) {
     status = fail_text(ROV_ERR_BUSY, "this process has database %s open: close it first", path);
   } else {
-    status = compact_closed(directory, path, before, after);
+    status = compact_closed(directory.file, path, before, after);
   }
-  close(directory);
+  close(directory.file);
   return status;
 }
 
@@ -311,12 +313,22 @@ bool OpenOptions::reads_only() const {
 }
 
 uint32_t store_open(const char* path, const OpenOptions& wanted, Env** env) {
-  pthread_mutex_lock(&g_mutex);
-  set_up_once();
-  const uint32_t status = open_locked(path, wanted, env);
-  if (status == ROV_OK) ++(*env)->registered.users;
-  pthread_mutex_unlock(&g_mutex);
-  return status;
+  return open_counted(env, [&] {
+    OpenDirectory directory;
+    uint32_t status = store_prepare(path, wanted, &directory);
+    if (status != ROV_OK) return status;
+    status = open_prepared(path, wanted.flags, directory, env);
+    close(directory.file);
+    return status;
+  });
+}
+
+uint32_t store_open_directory(const char* path, int directory, Env** env) {
+  return open_counted(env, [&] {
+    OpenDirectory open = {directory, {}};
+    const uint32_t status = store_prepare_open(path, &open);
+    return status == ROV_OK ? open_prepared(path, ROV_DB_RDONLY, open, env) : status;
+  });
 }
 
 void store_close(Env* env) {

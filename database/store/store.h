@@ -109,6 +109,7 @@ struct Env {
   uint32_t page_mask = 0;  // for an address's offset from the page that it is on
   dev_t device = 0;
   ino_t inode = 0;
+  Identity identity;
   int directory = -1;  // as long as it is open, no other directory has its numbers
   char* path = nullptr;
   bool read_only = false;
@@ -141,6 +142,12 @@ struct OpenOptions {
 
   bool creates() const;
   bool reads_only() const;
+};
+
+// A database's directory, open, and what its format file says of it.
+struct OpenDirectory {
+  int file = -1;
+  Identity identity;
 };
 
 // Opens the environment in `path`, or finds it open already in this process. Counted: every success
@@ -198,14 +205,9 @@ void writer_unlock(Env* env);
 
 // ---- Snapshots that are kept: copies of a commit ------------------------------------------------
 
-// The directory of a copy.
-struct CopyPlace {
-  char path[4096];
-};
-
-// Where the copy of that name is, made of the newest commit when there was none. ROV_ERR_READ_ONLY
-// when it cannot be made.
-[[nodiscard]] uint32_t copies_get(Env* env, const CopyName& name, CopyPlace* place);
+// Opens the copy of that name, made of the newest commit when there was none, as an environment of its
+// own (store_open). ROV_ERR_READ_ONLY when it cannot be made; ROV_ERR_OPEN when it was removed meanwhile.
+[[nodiscard]] uint32_t copies_open(Env* env, const CopyName& name, Env** copy);
 // Removes the copy of that name and those below it. ROV_ERR_NO_ITEM, noted, when there is none.
 [[nodiscard]] uint32_t copies_remove(Env* env, const CopyName& name);
 // The path of the first copy behind `after`. ROV_ERR_NO_ITEM, noted, past the last.

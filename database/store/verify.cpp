@@ -93,7 +93,8 @@ uint32_t verify_alone(Env* env, const WriterWait& wait, VerifyReport* report) {
   uint32_t status = writer_hold(env, wait);
   if (status != ROV_OK) return status;
   status = verify_in(env->directory, env->path, report);
-  if (status == ROV_OK) status = check_mark(wake_mark(env->directory), env->path, *report);
+  if (status == ROV_OK)
+    status = check_mark(wake_mark(env->directory, env->identity), env->path, *report);
   if (status == ROV_OK) {
     pthread_mutex_lock(&env->committing.lock);
     remember_sums(env, *report);
@@ -108,7 +109,7 @@ uint32_t verify_alone(Env* env, const WriterWait& wait, VerifyReport* report) {
 uint32_t verify_beside_writers(Env* env, VerifyReport* report) {
   for (int attempt = 0; attempt < kVerifyAttempts; ++attempt) {
     const uint64_t before = store_revision(env);
-    const Mark mark = wake_mark(env->directory);
+    const Mark mark = wake_mark(env->directory, env->identity);
     uint32_t status = verify_in(env->directory, env->path, report);
     if (status == ROV_OK) status = check_mark(mark, env->path, *report);
     if (status == ROV_OK || store_revision(env) == before) return status;
@@ -144,7 +145,7 @@ uint32_t verify_before_opening(int directory, Env* env) {
   const uint32_t status = verify_in(directory, env->path, &env->use.verified);
   if (status != ROV_OK) return status;
   remember_sums(env, env->use.verified);
-  return check_mark(wake_mark(directory), env->path, env->use.verified);
+  return check_mark(wake_mark(directory, env->identity), env->path, env->use.verified);
 }
 
 uint32_t store_verify(Env* env, const WriterWait& wait, VerifyReport* report) {
@@ -165,13 +166,12 @@ namespace {
 constexpr const char* kCopy = "data.mdb.compacted";
 
 int copy_compacted(int directory, int file) {
-  char path[32];
-  snprintf(path, sizeof path, "/proc/self/fd/%d", directory);
   MDB_env* engine = nullptr;
   int error = mdb_env_create(&engine);
   if (error != 0) return error;
   // Nobody else is there, and lock.mdb belongs to those who are.
-  error = mdb_env_open(engine, path, MDB_RDONLY | MDB_NOLOCK | MDB_NOTLS, 0600);
+  error =
+      mdb_env_open(engine, EnginePlace(directory).path, MDB_RDONLY | MDB_NOLOCK | MDB_NOTLS, 0600);
   if (error == 0) error = mdb_env_copyfd2(engine, file, MDB_CP_COMPACT);
   mdb_env_close(engine);
   return error;

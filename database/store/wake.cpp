@@ -20,12 +20,13 @@ constexpr const char* kFile = "changes";
 
 // What the file holds. It is never synced, so it may be old, and after a power failure anything.
 struct Told {
+  Identity database;
   uint64_t revision;
   uint64_t sums[kTables];
   uint32_t has_sums;
   uint32_t check;  // CRC-32C of what stands before it
 };
-static_assert(sizeof(Told) == 16 + 8 * kTables);
+static_assert(sizeof(Told) == 32 + 8 * kTables);
 
 uint32_t check_of(const Told& told) {
   return crc32c(0, &told, offsetof(Told, check));
@@ -63,22 +64,23 @@ Waking::~Waking() {
   if (file_ >= 0) close(file_);
 }
 
-void Waking::tell(const Mark& mark) const {
+void Waking::tell(const Identity& database, const Mark& mark) const {
   if (file_ < 0) return;
-  Told told = {mark.revision, {}, mark.has_sums ? 1U : 0U, 0};
+  Told told = {database, mark.revision, {}, mark.has_sums ? 1U : 0U, 0};
   memcpy(told.sums, mark.sums, sizeof told.sums);
   told.check = check_of(told);
   const ssize_t written = pwrite(file_, &told, sizeof told, 0);
   static_cast<void>(written);
 }
 
-Mark wake_mark(int directory) {
+Mark wake_mark(int directory, const Identity& database) {
   const int file = open_regular(directory, kFile, O_RDONLY);
   if (file < 0) return {};
   Told told = {};
   const ssize_t got = pread(file, &told, sizeof told, 0);
   close(file);
   if (got != static_cast<ssize_t>(sizeof told) || told.check != check_of(told)) return {};
+  if (told.database != database) return {};
   Mark mark = {told.revision, told.has_sums != 0, {}};
   memcpy(mark.sums, told.sums, sizeof mark.sums);
   return mark;

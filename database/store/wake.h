@@ -10,6 +10,14 @@
 
 namespace rov {
 
+// Which database this is, drawn at random when it was made: copies of the directory are the same one,
+// what is kept or backed up of it is another.
+struct Identity {
+  uint8_t bytes[16] = {};
+
+  bool operator==(const Identity&) const = default;
+};
+
 // What a commit leaves outside the data file: its number, and for each table the sum of the checksums
 // of the records that it has with it, by which a page shows that was not written, or is an older one.
 struct Mark {
@@ -30,7 +38,7 @@ class Waking {
   Waking& operator=(const Waking&) = delete;
 
   // Tells of a commit, at once: the end does so only when no forked child has the file open, too.
-  void tell(const Mark& mark) const;
+  void tell(const Identity& database, const Mark& mark) const;
 
  private:
   int file_;
@@ -39,9 +47,10 @@ class Waking {
 // A descriptor that becomes readable with every later commit to the database in the open directory;
 // -1 with errno.
 int wake_open(int directory);
-// The mark that was left last, of a database's open directory; of commit 0 when that is not known.
+// The mark that this database left last in its open directory; of commit 0 when that is not known, or
+// the mark there is another database's, which says nothing of this one.
 // What was told of is durable: a database whose newest commit is older has lost some.
-Mark wake_mark(int directory);
+Mark wake_mark(int directory, const Identity& database);
 // Makes it unreadable until the next commit.
 void wake_drain(int fd, int directory);
 

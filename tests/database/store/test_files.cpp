@@ -52,7 +52,7 @@ TEST_F(StoreFilesTest, AFreshDatabaseHasItsFilesAndNoOthers) {
     names.insert(entry.path().filename().string());
   }
   EXPECT_EQ(names, (std::set<std::string>{"data.mdb", "format", "lock.mdb", "writer.lock"}));
-  EXPECT_EQ(format().rfind("node database\nformat 2\nword-bits ", 0), 0U) << format();
+  EXPECT_EQ(format().rfind("node database\nformat 3\nword-bits ", 0), 0U) << format();
 }
 
 TEST_F(StoreFilesTest, AnEmptyDirectoryBecomesADatabase) {
@@ -126,7 +126,7 @@ TEST_F(StoreFilesTest, AnotherByteOrderIsToldApart) {
 
 TEST_F(StoreFilesTest, ANewerFormatIsRefusedBeforeAnythingElse) {
   close();
-  replace_line("format 2", "format 3");
+  replace_line("format 3", "format 4");
   replace_line(sizeof(void*) == 8 ? "word-bits 64" : "word-bits 32", "word-bits 16");
   EXPECT_STATUS(try_open(), ROV_ERR_FORMAT);
   EXPECT_NE(message().find("format 3"), std::string::npos) << message();
