@@ -8,7 +8,7 @@ PRESETS := native i386 powerpc asan tsan clang
 .DEFAULT_GOAL := native
 MAKEFLAGS += --no-print-directory
 .PHONY: $(PRESETS) all demo fleet-demo check coverage fuzz soak bench format lint install clean help
-.PHONY: dist deb check-deb python wheel
+.PHONY: dist deb check-deb python wheel site
 .PHONY: $(PRESETS:%=check-%) check-coverage
 
 $(PRESETS):
@@ -86,6 +86,10 @@ check-deb:
 	@scripts/setup deb
 	@scripts/deb --test
 
+site:
+	@scripts/setup site
+	@scripts/site
+
 clean:
 	rm -rf build
 
@@ -110,4 +114,5 @@ help:
 	@echo 'make dist               pack the sources: the same sources give the same bytes'
 	@echo 'make deb                Debian packages in build/deb'
 	@echo 'make check-deb          and install, use and remove them in a fresh root, as root'
+	@echo 'make site               docs/ and the headers as pages for a browser, in build/site'
 	@echo 'make clean              remove all builds'

@@ -1,4 +1,4 @@
-"""What the tool's own help says of its commands, for programs that make something of it."""
+"""What a program's own help says of its commands and options, for programs that make something of it."""
 import re
 import subprocess
 
@@ -20,6 +20,9 @@ class Help:
         for each in said:
             if re.match(r"[A-Z]\w*:$", each):
                 current = self.sections.setdefault(each[:-1], [])
+            elif each.startswith("  --") and current is None:  # a process has options only, and no heading
+                current = self.sections.setdefault("Options", [each.strip().split("  ", 1)])
+                current[-1][1:] = [current[-1][-1].strip()]
             elif not each.startswith(" "):
                 current = None if each else current
             elif current is not None and re.match(r"  \S", each):

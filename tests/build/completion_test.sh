@@ -19,7 +19,7 @@ complain() {
 
 # The words that a shell offers at the end of a command line, one a line.
 in_words() { # <word>...
-  sh "$share/qimctl/words" "$@" | cut -f 1 | grep -F -- "${*: -1}"
+  sh "$share/$program/words" "$@" | cut -f 1 | grep -F -- "${*: -1}"
 }
 
 in_bash() {
@@ -28,10 +28,10 @@ in_bash() {
     source /usr/share/bash-completion/bash_completion
     source "$1"
     shift
-    COMP_WORDS=(qimctl "$@") COMP_LINE="qimctl $*"
-    COMP_CWORD=$# COMP_POINT=${#COMP_LINE}
-    _qimctl
-    printf "%s\n" "${COMPREPLY[@]}"' bash "$share/bash-completion/completions/qimctl" "$@"
+    COMP_WORDS=("$@") COMP_LINE="$*"
+    COMP_CWORD=$(($# - 1)) COMP_POINT=${#COMP_LINE}
+    _qim "$1"
+    printf "%s\n" "${COMPREPLY[@]}"' bash "$share/bash-completion/completions/$program" "$program" "$@"
 }
 
 in_zsh() {
@@ -40,18 +40,18 @@ in_zsh() {
     fpath=($1 $fpath)
     shift
     autoload -Uz compinit && compinit -u -D
-    [[ $_comps[qimctl] = _qimctl ]] || exit
+    [[ $_comps[$1] = _$1 ]] || exit
     _describe() { print -l -- "${(@P)3}" | sed "s/\([^\\\\]\):.*/\1/"; }
     _files() { print :files; }
-    words=(qimctl "$@") CURRENT=$(( $# + 1 ))
-    autoload +X -Uz _qimctl
-    _qimctl' zsh "$share/zsh/site-functions" "$@"
+    words=("$@") CURRENT=$#
+    autoload +X -Uz _$1
+    _$1' zsh "$share/zsh/site-functions" "$program" "$@"
 }
 
 in_fish() {
   # shellcheck disable=SC2016
   fish --no-config -c 'source $argv[1]; complete -C "$argv[2]"' \
-    "$share/fish/vendor_completions.d/qimctl.fish" "qimctl $*" | cut -f 1
+    "$share/fish/vendor_completions.d/$program.fish" "$program $*" | cut -f 1
 }
 
 offers() { # <shell> <what must be offered> <word>...
@@ -61,6 +61,7 @@ offers() { # <shell> <what must be offered> <word>...
   grep -qxF -- "$wanted" <<<"$said" || complain "$shell offers no '$wanted' for '$*', but: ${said:0:300}"
 }
 
+program=qimctl
 shells=(words)
 for shell in bash zsh fish; do
   if command -v $shell >/dev/null && { [ $shell != bash ] || [ -e /usr/share/bash-completion/bash_completion ]; }; then
@@ -89,4 +90,17 @@ offers words :files apply ''
 offers bash README.md apply READ
 [ -z "$(in_words acl --db "$work/nowhere" man)" ] || complain "names of another database are offered"
 [ -z "$(in_words acl --no-such-option=1 management-in x)" ] || complain "names are offered where none may be"
+# The processes, where they are built.
+for shell in "${shells[@]}"; do
+  program=qim-enforce
+  [ ! -e "$share/$program" ] || offers "$shell" --dry-run --dr
+  program=qimd
+  [ ! -e "$share/$program" ] || offers "$shell" --accept-cluster --ac
+  program=qimctl
+  [ ! -e "$share/qimd" ] || offers "$shell" rollout fleet rollo
+done
+program=qim-enforce
+[ ! -e "$share/$program" ] || offers words :folders --db ''
+program=qimd
+[ ! -e "$share/$program" ] || offers words :files --config ''
 exit $broken

@@ -27,16 +27,28 @@ mapfile -t commands < <(cat tools/options/*.cpp | tr '\n' ' ' |
 for command in "${commands[@]}"; do
   compgen -G "$pages/man1/qimctl*-$command.1" >/dev/null || complain "no page for the command $command"
 done
-mapfile -t options < <(grep -ohE '"(-[a-z],)?--[a-z-]+' tools/options/*.cpp processes/enforce_main.cpp | grep -oE -- '--[a-z-]+' | sort -u)
+# Of the processes and the fleet where they are built.
+programs=()
+for each in qim-enforce:processes/enforce_main.cpp qimd:processes/qimd_main.cpp \
+  qimctl-fleet:fleet/tool/command_line.cpp; do
+  [ ! -e "$QIM_BUILD_DIR/bin/${each%%:*}" ] || programs+=("${each#*:}")
+done
+mapfile -t options < <(grep -ohE '"(-[a-z],)?--[a-z-]+' tools/options/*.cpp "${programs[@]}" | grep -oE -- '--[a-z-]+' | sort -u)
 [ ${#options[@]} -ge 25 ] || complain "only ${#options[@]} options found"
-cat "$pages"/man[18]/* | sed 's/\\-/-/g' >"${TMPDIR:-/tmp}/man_test.$$"
+cat "$pages"/man[178]/* | sed 's/\\-/-/g' >"${TMPDIR:-/tmp}/man_test.$$"
 for option in "${options[@]}"; do
   grep -qF -- "$option" "${TMPDIR:-/tmp}/man_test.$$" || complain "no page has $option"
 done
 rm -f "${TMPDIR:-/tmp}/man_test.$$"
-for page in man1/qimctl.1 man5/qim-policy.5 man5/qim-rfc8519.5 man8/qim-enforce.8; do
+for page in man1/qimctl.1 man5/qim-policy.5 man5/qim-rfc8519.5 man7/qim-fleet.7 man8/qim-enforce.8 man8/qimd.8; do
   [ -s "$pages/$page" ] || complain "there is no $page"
 done
+
+if [ -e "$QIM_BUILD_DIR/bin/qimctl-fleet" ]; then
+  for command in $(grep -oE 'add_subcommand\( *"[a-z]+"' fleet/tool/command_line.cpp | grep -oE '[a-z]+"' | tr -d '"' | sort -u | grep -vx help) push; do
+    compgen -G "$pages/man1/qimctl-fleet*-$command.1" >/dev/null || complain "no page for the command fleet $command"
+  done
+fi
 
 if command -v mandoc >/dev/null; then
   said=$(mandoc -Tlint -W warning "$pages"/man?/* 2>&1) || complain "$said"
@@ -44,7 +56,7 @@ elif [ -n "${CI-}" ]; then
   complain "there is no mandoc"
 fi
 if command -v man >/dev/null; then
-  said=$(for page in "$pages"/man[158]/* "$pages"/man3/*.h.3; do
+  said=$(for page in "$pages"/man[1578]/* "$pages"/man3/*.h.3; do
     LC_ALL=C.UTF-8 man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null
   done)
   [ -z "$said" ] || complain "$said"
