@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,11 +21,7 @@ struct Stat {
 
 // False when it cannot be read. The state is the first field behind the name, the start the
 // twentieth; the name is in parentheses and may hold anything.
-bool read_stat(uint32_t process, Stat* stat) {
-  char path[64];
-  // The main thread's file has the process's start. Of /proc/PID/stat an emulator makes up its own,
-  // with another start than the one that the other processes see.
-  snprintf(path, sizeof path, "/proc/%u/task/%u/stat", process, process);
+bool read_stat_at(const char* path, Stat* stat) {
   const int file = open(path, O_RDONLY | O_CLOEXEC);
   if (file < 0) return false;
   char text[1024];
@@ -41,6 +38,14 @@ bool read_stat(uint32_t process, Stat* stat) {
   return true;
 }
 
+bool read_stat(uint32_t process, Stat* stat) {
+  char path[64];
+  // The main thread's file has the process's start. Of /proc/PID/stat an emulator makes up its own,
+  // with another start than the one that the other processes see.
+  snprintf(path, sizeof path, "/proc/%u/task/%u/stat", process, process);
+  return read_stat_at(path, stat);
+}
+
 // Dead, but its parent has not looked.
 bool is_dead(const Stat& stat) {
   return stat.state == 'Z' || stat.state == 'X';
@@ -51,6 +56,16 @@ bool is_dead(const Stat& stat) {
 uint64_t process_start(uint32_t process) {
   Stat stat;
   return read_stat(process, &stat) && !is_dead(stat) ? stat.start : 0;
+}
+
+ProcessStamp own_stamp() {
+  // Under the number that it has in its own namespace /proc may have another process.
+  ProcessStamp stamp;
+  Stat stat;
+  if (read_stat_at("/proc/self/stat", &stat)) stamp.start = stat.start;
+  struct stat space;
+  if (::stat("/proc/self/ns/pid", &space) == 0) stamp.space = space.st_ino;
+  return stamp;
 }
 
 bool process_is_gone(uint32_t process, uint64_t start) {

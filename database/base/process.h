@@ -31,4 +31,14 @@ uint64_t process_start(uint32_t process);
 // was killed and not yet waited for is.
 bool process_is_gone(uint32_t process, uint64_t start);
 
+// What tells this process from all others that have its number: earlier and later ones, and those of
+// other namespaces of numbers.
+struct ProcessStamp {
+  uint64_t start = 0;  // as the process sees it
+  uint64_t space = 0;  // the namespace of its number
+
+  bool operator==(const ProcessStamp&) const = default;
+};
+ProcessStamp own_stamp();
+
 }  // namespace rov

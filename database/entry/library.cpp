@@ -156,6 +156,14 @@ uint32_t rov_db_ses_exists(uint32_t db, uint32_t ses, uint32_t* exists) {
 }
 
 uint32_t rov_db_ses_lock_grant(uint32_t db, uint64_t user) {
+  if (rov::is_stand_in(user)) {
+    rov_usr_t info;
+    const uint32_t status =
+        rov::with_newest(db, [&](rov::View& view) { return rov::user_get(view, user, &info); });
+    // Of one that is not known there is no process either.
+    if (status == ROV_OK) user = uint64_t{info.client} << 32 | info.pid;
+    if (status != ROV_OK && status != ROV_ERR_NO_ITEM) return status;
+  }
   return rov::with_database(
       db, [=](Database& of) { return rov::writer_reserve(of.env, user, ROV_GRANT_SECONDS); });
 }

@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "database/base/error.h"
+#include "database/base/process.h"
 #include "database/graph/edit.h"
 #include "database/store/store.h"
 #include "rov.h"
@@ -16,10 +17,14 @@ namespace {
 
 constexpr uint32_t kChangeHead = 32;
 constexpr uint32_t kMetaBytes = 16;
-constexpr uint32_t kUserBytes = 56;
+// crc:4 uid:4 group:4 time:8 name:36 process:4 0:4 start:8 space:8 revision:8, the last of its commits
 constexpr uint32_t kUserNameAt = 20;
 constexpr uint32_t kUserNameBytes = sizeof(rov_usr_t::name);
-static_assert(kUserNameAt + kUserNameBytes == kUserBytes);
+constexpr uint32_t kUserProcessAt = kUserNameAt + kUserNameBytes;
+constexpr uint32_t kUserStartAt = kUserProcessAt + 8;
+constexpr uint32_t kUserSpaceAt = kUserStartAt + 8;
+constexpr uint32_t kUserRevisionAt = kUserSpaceAt + 8;
+constexpr uint32_t kUserBytes = kUserRevisionAt + 8;
 
 // How much of the log there is.
 struct LogHead {
@@ -61,7 +66,7 @@ uint32_t change_put(View& view, const Change& change) {
   write_value(value + 12, change.node);
   write_value(value + 16, change.user);
   write_value(value + 24, change.dset_len);
-  write_value(value + 28, uint32_t{0});
+  write_value(value + 28, change.time);
   memcpy(value + kChangeHead, change.dset, change.dset_len);
   return ROV_OK;
 }
@@ -76,6 +81,7 @@ uint32_t parse(const Record& record, Change* change) {
   change->node = load<uint32_t>(value.data + 12);
   change->user = load<uint64_t>(value.data + 16);
   change->dset_len = load<uint32_t>(value.data + 24);
+  change->time = load<uint32_t>(value.data + 28);
   if (change->dset_len > kNameBytes || value.len != kChangeHead + change->dset_len) {
     return bad_change();
   }
@@ -88,8 +94,59 @@ uint64_t revision_of(const View& view) {
   return view.snapshot->revision + 1;
 }
 
+// ---- Users ----
+
+// The record of a user. ROV_ERR_NO_ITEM, not noted.
+uint32_t find_user(View& view, uint64_t user, Record* record) {
+  const uint32_t status = view_get(view, Table::kUsers, user_key(user), record);
+  if (status != ROV_OK) return status;
+  return record->value.len == kUserBytes ? uint32_t{ROV_OK} : bad_change();
+}
+
+bool is_of(const Record& record, const ProcessStamp& stamp) {
+  const uint8_t* value = record.value.data;
+  return load<uint32_t>(value + kUserProcessAt) == static_cast<uint32_t>(getpid()) &&
+         load<uint64_t>(value + kUserStartAt) == stamp.start &&
+         load<uint64_t>(value + kUserSpaceAt) == stamp.space;
+}
+
+// A number that no process has, the same for a process at every time unless another one has it.
+uint64_t stand_in(uint64_t user, const ProcessStamp& stamp, uint32_t attempt) {
+  const uint64_t mixed = (stamp.start * 0x9e3779b97f4a7c15 ^ stamp.space) * 0xbf58476d1ce4e5b9;
+  const auto low = static_cast<uint32_t>(mixed >> 32) + attempt;
+  return (user & 0xffffffff00000000) | 0x80000000 | low;
+}
+
+// The number under which this process's client logs.
+uint32_t name_user(View& view) {
+  if (view.user != 0) return ROV_OK;
+  const ProcessStamp stamp = own_stamp();
+  uint64_t user = user_number(view.client);
+  for (uint32_t attempt = 0;; ++attempt) {
+    Record record;
+    const uint32_t status = find_user(view, user, &record);
+    if (status != ROV_OK && status != ROV_ERR_NO_ITEM) return status;
+    if (status == ROV_ERR_NO_ITEM || is_of(record, stamp)) break;
+    user = stand_in(user, stamp, attempt);
+  }
+  view.user = user;
+  return ROV_OK;
+}
+
+// Forgets a user whose last commit that was.
+uint32_t forget_user(View& view, uint64_t user, uint64_t revision) {
+  Record record;
+  const uint32_t status = find_user(view, user, &record);
+  if (status == ROV_ERR_NO_ITEM) return ROV_OK;
+  if (status != ROV_OK) return status;
+  if (load<uint64_t>(record.value.data + kUserRevisionAt) != revision) return ROV_OK;
+  return view_erase(view, Table::kUsers, user_key(user));
+}
+
+// ---- The log's length ----
+
 // Puts one gap in the place of everything that was logged.
-uint32_t fold_into_gap(View& view, uint64_t user) {
+uint32_t fold_into_gap(View& view) {
   for (uint32_t number = 0; number < kMaxChangesPerCommit; ++number) {
     const uint32_t status =
         view_erase(view, Table::kChanges, change_key(revision_of(view), number));
@@ -98,38 +155,48 @@ uint32_t fold_into_gap(View& view, uint64_t user) {
   Change gap;
   gap.revision = revision_of(view);
   gap.kind = ROV_CHANGE_GAP;
-  gap.user = user;
+  gap.user = view.user;
+  gap.time = static_cast<uint32_t>(time(nullptr));
   view.changes = 1;
   return change_put(view, gap);
 }
 
+// Drops a change, and who made it with the last one that is kept of them.
+uint32_t drop_change(View& view, const Change& change, const Change& next) {
+  const uint32_t status =
+      view_erase(view, Table::kChanges, change_key(change.revision, change.number));
+  if (status != ROV_OK || next.revision == change.revision) return status;
+  return forget_user(view, change.user, change.revision);
+}
+
 // Drops the oldest changes until the log is as short as it may be.
 uint32_t prune(View& view, LogHead* meta) {
-  uint64_t revision = 0;
-  uint32_t number = 0;
-  while (meta->count > kMaxChanges) {
-    Change change;
-    uint32_t status = change_after(view, revision, number, &change);
-    if (status == ROV_ERR_NO_ITEM) return bad_change();
-    if (status != ROV_OK) return status;
-    revision = change.revision;
-    number = change.number;
-    status = view_erase(view, Table::kChanges, change_key(revision, number));
-    if (status != ROV_OK) return status;
-    --meta->count;
-    meta->pruned = revision;
+  if (meta->count <= kMaxChanges) return ROV_OK;
+  Change change;
+  uint32_t status = change_after(view, 0, 0, &change);
+  for (; status == ROV_OK && meta->count > kMaxChanges; --meta->count) {
+    Change next;
+    status = change_after(view, change.revision, change.number, &next);
+    if (status == ROV_OK) status = drop_change(view, change, next);
+    meta->pruned = change.revision;
+    change = next;
   }
-  return ROV_OK;
+  return status == ROV_ERR_NO_ITEM ? bad_change() : status;
 }
 
 uint32_t user_put(View& view, const Author& author) {
-  const Key key = user_key(user_number(author.client));
+  const Key key = user_key(view.user);
   uint8_t* value = view_replace(view, Table::kUsers, key, kUserBytes, kUserBytes);
   if (value == nullptr) return ROV_ERR_NO_MEM;
   memset(value, 0, kUserBytes);
   write_value(value + 4, static_cast<uint32_t>(getuid()));
   write_value(value + 8, author.group);
   write_value(value + 12, static_cast<uint64_t>(time(nullptr)));
+  const ProcessStamp stamp = own_stamp();
+  write_value(value + kUserProcessAt, static_cast<uint32_t>(getpid()));
+  write_value(value + kUserStartAt, stamp.start);
+  write_value(value + kUserSpaceAt, stamp.space);
+  write_value(value + kUserRevisionAt, revision_of(view));
   passwd entry;
   passwd* found = nullptr;
   char names[1024];
@@ -165,11 +232,23 @@ uint64_t user_number(uint32_t client) {
   return uint64_t{client} << 32 | static_cast<uint32_t>(getpid());
 }
 
+uint32_t is_own_user(View& view, uint64_t user, bool* own) {
+  *own = false;
+  if (user != user_number(static_cast<uint32_t>(user >> 32)) && !is_stand_in(user)) return ROV_OK;
+  Record record;
+  const uint32_t status = find_user(view, user, &record);
+  if (status == ROV_OK) *own = is_of(record, own_stamp());
+  return status == ROV_ERR_NO_ITEM ? uint32_t{ROV_OK} : status;
+}
+
 uint32_t change_log(View& view, Change change) {
+  const uint32_t status = name_user(view);
+  if (status != ROV_OK) return status;
   if (view.changes++ >= kMaxChangesPerCommit) return ROV_OK;
   change.revision = revision_of(view);
   change.number = view.changes - 1;
-  change.user = user_number(view.client);
+  change.user = view.user;
+  change.time = static_cast<uint32_t>(time(nullptr));
   return change_put(view, change);
 }
 
@@ -207,7 +286,7 @@ uint32_t changes_seal(View& view, const Author& author) {
   if (view.changes == 0) return ROV_OK;
   LogHead meta;
   uint32_t status = ROV_OK;
-  if (view.changes > kMaxChangesPerCommit) status = fold_into_gap(view, user_number(author.client));
+  if (view.changes > kMaxChangesPerCommit) status = fold_into_gap(view);
   if (status == ROV_OK) status = meta_get(view, &meta);
   if (status != ROV_OK) return status;
   meta.count += view.changes;
@@ -232,14 +311,13 @@ uint32_t changes_pruned(View& view, uint64_t* revision) {
 
 uint32_t user_get(View& view, uint64_t user, rov_usr_t* info) {
   Record record;
-  const uint32_t status = view_get(view, Table::kUsers, user_key(user), &record);
+  const uint32_t status = find_user(view, user, &record);
   if (status != ROV_OK) return status;
   const uint8_t* value = record.value.data;
-  if (record.value.len != kUserBytes) return bad_change();
   const auto when = load<uint64_t>(value + 12);
   *info = {};
   info->uid = load<uint32_t>(value + 4);
-  info->pid = static_cast<uint32_t>(user);
+  info->pid = load<uint32_t>(value + kUserProcessAt);
   info->client = static_cast<uint32_t>(user >> 32);
   info->group = load<uint32_t>(value + 8);
   info->time[0] = static_cast<uint32_t>(when >> 32);

@@ -20,6 +20,7 @@ struct Change {
   uint32_t field = 0;
   uint32_t node = 0;
   uint64_t user = 0;
+  uint32_t time = 0;  // seconds, as time(2) has them
   uint32_t dset_len = 0;
   uint8_t dset[kNameBytes] = {};
 };
@@ -30,8 +31,15 @@ struct Author {
   uint32_t group = 0;
 };
 
-// The number of a client in this process.
+// The number of a client in this process, by which it asks for the right to write. Its commits have it
+// too, unless the log has another process's with that number; then one that no process can have stands in
+// for it, in their low halves.
 uint64_t user_number(uint32_t client);
+constexpr bool is_stand_in(uint64_t user) {
+  return (user & 0x80000000) != 0;
+}
+// Whether that is a client of this very process.
+[[nodiscard]] uint32_t is_own_user(View& view, uint64_t user, bool* own);
 
 // The edits (edit.h) with the change that is logged of each: whatever follows a database learns of
 // what was written through these only.
@@ -50,7 +58,7 @@ uint64_t user_number(uint32_t client);
 // The newest commit whose changes are not all there any more.
 [[nodiscard]] uint32_t changes_pruned(View& view, uint64_t* revision);
 
-// What is known of a user. ROV_ERR_NO_ITEM, not noted.
+// What is known of a user, as long as one of its changes is kept. ROV_ERR_NO_ITEM, not noted.
 [[nodiscard]] uint32_t user_get(View& view, uint64_t user, rov_usr_t* info);
 
 }  // namespace rov

@@ -52,6 +52,7 @@ void view_reset(View& view, Snapshot* snapshot, Edits* edits, uint32_t client) {
   view.edits = edits;
   view.client = client;
   view.dset_change = 0;
+  view.user = 0;
   forget(view);
 }
 

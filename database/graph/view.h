@@ -28,6 +28,7 @@ struct View {
   Edits* edits = nullptr;   // NULL: none
   uint32_t client = 0;      // whose private data are seen
   int32_t dset_change = 0;  // data sets that the edits add
+  uint64_t user = 0;        // whose changes are logged; 0: not known yet
   uint32_t changes = 0;     // changes that were logged, or would have been
   // The node found last, so that reading all parts of a node costs one descent and one checksum.
   NodeView node;

@@ -235,7 +235,7 @@ uint32_t rov_db_ses_exists(uint32_t db, uint32_t ses, uint32_t* exists);
 /* Seconds for which a lock grant holds. */
 enum { ROV_GRANT_SECONDS = 30 };
 /* Grants the database's next write to `user`, of this process or another one: the client's identity
- * in the high 32 bits, the process in the low ones, as rov_change_t tells of earlier writers. Until
+ * in the high 32 bits, the process in the low ones, or a user number of a change. Until
  * that user begins a write session, or writes private data, everybody else's writes wait for it as
  * for another writer, and give ROV_ERR_BUSY when that takes too long (rov_lib_init_locks). A write
  * session that is open goes on: who has it can so hand on the next turn. There is one grant at a
@@ -359,7 +359,9 @@ uint32_t rov_msg_is_rov(const void* msg);
 uint32_t rov_db_usr_group(uint32_t db, uint32_t group);
 
 /* Who a user number of a change stands for. A user is a client's identity (high 32 bits) in a
- * process (low 32 bits); what comes back is of its last commit.
+ * process (low 32 bits: the process's number, or one from 0x80000000 on where the log has another process
+ * of that number, an earlier one or one of another namespace); what comes back is of its last commit.
+ * Users are known as long as a change of theirs is.
  * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_NO_ITEM for one that has committed nothing. */
 uint32_t rov_usr_id_info(uint32_t db, uint64_t user, rov_usr_t* info);
 

@@ -38,11 +38,15 @@ void to_words(uint64_t value, uint32_t (&words)[2]) {
 // ---- What comes next ----
 
 // Posts are for the client's other processes; everybody sees the rest.
-bool is_wanted(const Watch& watch, const Change& change, uint32_t client) {
-  if (change.kind == ROV_CHANGE_GAP) return true;
-  if (change.kind >= 32 || (watch.kinds >> change.kind & 1) == 0) return false;
-  if (change.kind != ROV_CHANGE_PRIV_POST) return true;
-  return change.user >> 32 == client && change.user != user_number(client);
+uint32_t is_wanted(View& view, const Watch& watch, const Change& change, uint32_t client,
+                   bool* wanted) {
+  *wanted =
+      change.kind == ROV_CHANGE_GAP || (change.kind < 32 && (watch.kinds >> change.kind & 1) != 0);
+  if (!*wanted || change.kind != ROV_CHANGE_PRIV_POST) return ROV_OK;
+  bool own = false;
+  const uint32_t status = is_own_user(view, change.user, &own);
+  *wanted = change.user >> 32 == client && !own;
+  return status;
 }
 
 void go_on_behind(Watch& watch, uint64_t revision, uint32_t number) {
@@ -63,11 +67,13 @@ uint32_t next_change(View& view, Watch& watch, uint32_t client, Change* change) 
     go_on_behind(watch, change->revision, kNoNumber);
     return ROV_OK;
   }
-  do {
+  bool wanted = false;
+  while (!wanted) {
     status = change_after(view, watch.revision, watch.number, change);
+    if (status == ROV_OK) status = is_wanted(view, watch, *change, client, &wanted);
     if (status != ROV_OK) return status;
     go_on_behind(watch, change->revision, change->number);
-  } while (!is_wanted(watch, *change, client));
+  }
   return ROV_OK;
 }
 

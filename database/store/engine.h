@@ -71,6 +71,17 @@ int tables_open(Env* env);
 // Makes them in a new one.
 int tables_make(MDB_env* engine);
 
+// ---- number.cpp ---------------------------------------------------------------------------------
+
+constexpr unsigned kMaxReaders = 1022;  // the reader table stays within 64 KiB
+
+// Before the engine opens its files, when all its limits are set and lock.mdb is open: gives it another
+// number for this process where one of that number has the database open.
+void number_engine(Env* env);
+void close_engine(Env* env);
+// The process that has that number in the table of readers.
+uint32_t process_of_number(uint32_t number);
+
 // ---- verify.cpp ---------------------------------------------------------------------------------
 
 // Verifies the data file, unless another process has the database open. Under a DirectoryLock.

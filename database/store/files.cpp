@@ -237,11 +237,8 @@ struct flock lock_of(short type, off_t at, off_t len = 1) {
   return lock;
 }
 
-// Where presence is marked: behind all that the engine locks, at the process's number. Where another
-// one is there already, of the same number in a namespace of its own, a round further on.
-constexpr off_t kPresence = off_t{1} << 28;
-constexpr off_t kNumbers = off_t{1} << 22;
-constexpr off_t kRounds = 64;
+// Where presence is marked: behind all that the engine locks, at the process's number.
+constexpr off_t kPresence = kRounds * kNumbers;
 
 }  // namespace
 

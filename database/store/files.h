@@ -71,6 +71,11 @@ int await_record_lock(int file, short type, off_t at, uint32_t wait_ms);
 // none, or it can't be told.
 uint32_t record_lock_holder(int file, short type, off_t at);
 
+// Processes are known by their numbers, which are below the first of these. Where one of that number is
+// there already, in a namespace of its own, the next takes its number a round further on.
+constexpr off_t kNumbers = off_t{1} << 22;
+constexpr off_t kRounds = 64;
+
 // Marks an open file as in use by this process, by a lock that only those can take who may write to
 // the file, and that belongs to the open file: neither another of the process's descriptors nor a
 // forked child takes it away. 0 or errno.

@@ -22,6 +22,7 @@ struct Visitor {
 void tell_of_reader(const char* line, void* visitor) {
   rov_holder_t holder = {ROV_HOLDER_READER, 0, 0};
   if (sscanf(line, "%" SCNu32 " %*x %" SCNu64, &holder.pid, &holder.revision) != 2) return;
+  holder.pid = process_of_number(holder.pid);
   const auto* to = static_cast<const Visitor*>(visitor);
   to->visit(&holder, to->arg);
 }

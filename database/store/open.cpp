@@ -64,8 +64,6 @@ int tables_make(MDB_env* engine) {
 
 namespace {
 
-constexpr unsigned kMaxReaders = 1022;  // the reader table stays within 64 KiB
-
 pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 Env* g_envs = nullptr;
 bool g_ready = false;
@@ -130,7 +128,7 @@ void env_delete(Env* env) {
   // First, so that whoever is marked has the engine's own lock, too.
   if (env->presence >= 0) end_presence(env->presence);
   // The system has a lock that is held in a list of the thread's, so it can't be unmapped.
-  if (env->engine != nullptr && !env->keeps_lock) mdb_env_close(env->engine);
+  if (env->engine != nullptr && !env->keeps_lock) close_engine(env);
   // Closing it would take away locks that the engine keeps.
   if (env->presence >= 0 && !env->keeps_lock) close(env->presence);
   if (env->lock_file >= 0) close(env->lock_file);
@@ -169,6 +167,7 @@ uint32_t open_engine(Env* env, int directory) {
   if (error == 0) guard_engine(env);
   if (error == 0) error = mdb_env_set_maxdbs(env->engine, kTables);
   if (error == 0) error = mdb_env_set_maxreaders(env->engine, kMaxReaders);
+  if (error == 0 && env->presence >= 0) number_engine(env);
   if (error == 0) error = open_engine_files(env, directory);
   if (error != 0) return engine_fail(error, env, "open the data file");
   store_check_readers(env);

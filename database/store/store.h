@@ -113,6 +113,7 @@ struct Env {
   int directory = -1;  // as long as it is open, no other directory has its numbers
   char* path = nullptr;
   bool read_only = false;
+  bool renumbered = false;  // the engine knows this process by another number (number.cpp)
   bool keeps_lock = false;  // the dead engine still holds its lock for writers
   std::atomic<Life> life{Life::kAlive};
   char damage[200] = {};  // what was found, when kDamaged
