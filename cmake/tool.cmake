@@ -16,6 +16,10 @@ else()
   endif()
 endif()
 
+# For what nobody waits for: options, and formats of files of some hundred lines.
+set(tool_short_options ${tool_options})
+list(TRANSFORM tool_short_options REPLACE "^-O2$" "-O1")
+
 # What nearly every source includes, read once for all of them. Where lines are counted none of it
 # may come into ours.
 set(tool_headers <algorithm> <functional> <map> <memory> <optional> <span> <stdexcept> <string>
@@ -37,15 +41,24 @@ endfunction()
 set(policy_layers "")
 set(tool_layers "")
 
-# qim_policy_layer(<target> <folder> [USES <layer>...]), and the same for the tool's layers.
-function(qim_policy_layer target folder)
-  qim_layer(${target} ${folder} ${ARGN} OPTIONS ${tool_options})
+# A layer of either; SHORT is what is compiled quickly rather than well.
+function(qim_above_layer target folder)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "SHORT" "" "USES")
+  set(options ${tool_options})
+  if(arg_SHORT)
+    set(options ${tool_short_options})
+  endif()
+  qim_layer(${target} ${folder} USES ${arg_USES} OPTIONS ${options})
   qim_precompiled(${target})
+endfunction()
+
+# qim_policy_layer(<target> <folder> [SHORT] [USES <layer>...]), and the same for the tool's layers.
+function(qim_policy_layer target folder)
+  qim_above_layer(${target} ${folder} ${ARGN})
   set(policy_layers ${policy_layers} ${target} PARENT_SCOPE)
 endfunction()
 function(qim_tool_layer target folder)
-  qim_layer(${target} ${folder} ${ARGN} OPTIONS ${tool_options})
-  qim_precompiled(${target})
+  qim_above_layer(${target} ${folder} ${ARGN})
   set(tool_layers ${tool_layers} ${target} PARENT_SCOPE)
 endfunction()
 
@@ -56,14 +69,17 @@ qim_policy_layer(policy_trace policy/trace USES policy_model)
 qim_policy_layer(policy_analysis policy/analysis USES policy_trace)
 qim_policy_layer(policy_store policy/store USES policy_model)
 qim_policy_layer(policy_change policy/change USES policy_store)
-qim_policy_layer(policy_graph policy/graph USES policy_model)
-qim_policy_layer(policy_explain policy/explain USES policy_store qim_rows)
+qim_policy_layer(policy_graph policy/graph SHORT USES policy_model)
+qim_policy_layer(policy_explain policy/explain SHORT USES policy_store qim_rows)
 qim_policy_layer(policy_native policy/formats/native USES policy_store)
+# The library of schemas alone takes as long as all other sources of the layer.
+set_source_files_properties(${PROJECT_SOURCE_DIR}/policy/formats/native/validator.cpp PROPERTIES
+  SKIP_UNITY_BUILD_INCLUSION ON COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-O1>")
 qim_policy_layer(policy_parts policy/formats/parts USES policy_model)
 qim_policy_layer(policy_rfc8519 policy/formats/rfc8519 USES policy_parts)
-qim_policy_layer(policy_openconfig policy/formats/openconfig USES policy_parts)
-qim_policy_layer(policy_iptables policy/formats/iptables USES policy_parts)
-qim_policy_layer(policy_switch_tables policy/formats/switch_tables USES policy_parts)
+qim_policy_layer(policy_openconfig policy/formats/openconfig SHORT USES policy_parts)
+qim_policy_layer(policy_iptables policy/formats/iptables SHORT USES policy_parts)
+qim_policy_layer(policy_switch_tables policy/formats/switch_tables SHORT USES policy_parts)
 qim_policy_layer(policy_nft policy/formats/nft USES policy_trace)
 qim_policy_layer(policy_any policy/formats/any
   USES policy_native policy_rfc8519 policy_openconfig policy_iptables policy_switch_tables
@@ -76,7 +92,7 @@ qim_tool_layer(qimctl_commands tools/commands USES qimctl_nodes policy_any polic
   policy_change policy_graph policy_analysis)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/tools/commands/version.cpp PROPERTIES
   COMPILE_DEFINITIONS QIM_TOOL_VERSION="${PROJECT_VERSION}")
-qim_tool_layer(qimctl_options tools/options USES qimctl_commands)
+qim_tool_layer(qimctl_options tools/options SHORT USES qimctl_commands)
 
 add_library(qimctl_cli STATIC ${PROJECT_SOURCE_DIR}/tools/cli.cpp)
 qim_include_root(qimctl_cli PUBLIC tools/cli.h)
