@@ -1,5 +1,6 @@
 // Comparing the access lists that there are with those that are wanted.
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <unordered_map>
 #include <unordered_set>
@@ -14,49 +15,67 @@ namespace {
 
 using Indices = std::unordered_map<std::string_view, size_t>;
 
-Indices entries_by_name(const AccessList& list) {
+// Entries that follow one another.
+struct Stretch {
+  size_t from = 0;
+  size_t end = 0;
+
+  bool empty() const { return from == end; }
+};
+
+Indices entries_by_name(const AccessList& list, const Stretch& part) {
   Indices indices;
-  indices.reserve(list.entries.size());
-  for (size_t i = 0; i < list.entries.size(); i++) indices.emplace(list.entries[i].name, i);
+  indices.reserve(part.end - part.from);
+  for (size_t i = part.from; i < part.end; i++) indices.emplace(list.entries[i].name, i);
   return indices;
 }
 
-bool same_entries(const AccessList& a, const AccessList& b) {
-  return std::equal(a.entries.begin(), a.entries.end(), b.entries.begin(), b.entries.end(),
-                    same_entry);
-}
-
+// Mostly few entries differ, so what is the same in front of them and behind them is passed over.
 class EntryComparison {
  public:
   EntryComparison(const AccessList& before, const AccessList& after)
-      : before_(before), after_(after) {}
+      : before_(before), after_(after) {
+    const auto& old = before.entries;
+    const auto& wanted = after.entries;
+    const auto [end, wanted_end] =
+        std::mismatch(old.begin(), old.end(), wanted.begin(), wanted.end(), same_entry);
+    const auto behind =
+        std::mismatch(old.rbegin(), std::make_reverse_iterator(end), wanted.rbegin(),
+                      std::make_reverse_iterator(wanted_end), same_entry);
+    const auto front = static_cast<size_t>(end - old.begin());
+    const auto back = static_cast<size_t>(behind.first - old.rbegin());
+    old_ = {front, old.size() - back};
+    wanted_ = {front, wanted.size() - back};
+    seen_ = front;
+  }
 
   std::vector<EntryChange> compare() {
-    if (same_entries(before_, after_)) return {};
-    const Indices before = entries_by_name(before_);
+    if (old_.empty() && wanted_.empty()) return {};
+    const Indices before = entries_by_name(before_, old_);
     std::vector<size_t> common;   // indices in the old list
     std::vector<size_t> indices;  // by entry of the new one, SIZE_MAX = it is new
-    for (const Entry& entry : after_.entries) {
-      const auto known = before.find(entry.name);
+    for (size_t to = wanted_.from; to < wanted_.end; to++) {
+      const auto known = before.find(after_.entries[to].name);
       indices.push_back(known == before.end() ? SIZE_MAX : known->second);
       if (known != before.end()) common.push_back(known->second);
     }
     const std::vector<bool> stays = longest_ascending(common);
-    const Indices after = entries_by_name(after_);
+    const Indices after = entries_by_name(after_, wanted_);
     size_t n = 0;
-    for (size_t to = 0; to < indices.size(); to++) {
-      if (indices[to] == SIZE_MAX) {
+    for (size_t i = 0; i < indices.size(); i++) {
+      const size_t to = wanted_.from + i;
+      if (indices[i] == SIZE_MAX) {
         add_removed_here(after);
         changes_.push_back({EntryFate::added, 0, to, false});
         continue;
       }
       if (stays[n]) {
-        add_removed(indices[to], after);
-        seen_ = indices[to] + 1;
+        add_removed(indices[i], after);
+        seen_ = indices[i] + 1;
       }
-      add_common(indices[to], to, !stays[n++]);
+      add_common(indices[i], to, !stays[n++]);
     }
-    add_removed(before_.entries.size(), after);
+    add_removed(old_.end, after);
     return std::move(changes_);
   }
 
@@ -72,7 +91,7 @@ class EntryComparison {
   // What is replaced stands in front of what replaces it.
   void add_removed_here(const Indices& after) {
     size_t end = seen_;
-    while (end < before_.entries.size() && !after.contains(before_.entries[end].name)) end++;
+    while (end < old_.end && !after.contains(before_.entries[end].name)) end++;
     add_removed(end, after);
   }
 
@@ -86,6 +105,8 @@ class EntryComparison {
 
   const AccessList& before_;
   const AccessList& after_;
+  Stretch old_;  // what may differ
+  Stretch wanted_;
   std::vector<EntryChange> changes_;
   size_t seen_ = 0;  // entries of the old list that were looked at
 };

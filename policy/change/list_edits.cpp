@@ -41,6 +41,11 @@ bool same_criteria(const Entry& a, const Entry& b) {
                     });
 }
 
+// Parts keep their identifiers, so what does the same leads to the same Action.
+bool same_deed(const Entry& a, const Entry& b) {
+  return a.forwarding == b.forwarding && a.log == b.log && a.policer == b.policer;
+}
+
 }  // namespace
 
 ListEditor::ListEditor(uint32_t session, StoredModel& stored, const Change& change,
@@ -115,26 +120,47 @@ ListIds ListEditor::keep_ids(const ListChange& list, const ListNodes& nodes, con
     ids.parts.emplace(key,
                       known != old.parts.end() ? known->second : stored_.ids.take_behind(group));
   }
+  const auto& before = list.before->entries;
+  const auto& after = list.after->entries;
+  // Those in front that are called the same keep theirs without being looked for.
+  size_t front = 0;
+  const auto stays = [&](size_t from, size_t to) {
+    return old.filters[from] != 0 && before[from].name == after[to].name;
+  };
+  while (front < old.filters.size() && front < after.size() && stays(front, front)) front++;
+  size_t back = 0;
+  while (back < old.filters.size() - front && back < after.size() - front &&
+         stays(old.filters.size() - 1 - back, after.size() - 1 - back))
+    back++;
   std::unordered_map<std::string_view, uint32_t> filters;
-  filters.reserve(old.filters.size());
-  for (size_t i = 0; i < old.filters.size(); i++) {
-    if (old.filters[i] != 0) filters.emplace(list.before->entries[i].name, old.filters[i]);
+  for (size_t i = front; i < old.filters.size() - back; i++) {
+    if (old.filters[i] != 0) filters.emplace(before[i].name, old.filters[i]);
   }
-  ids.filters.reserve(list.after->entries.size());
-  for (const Entry& entry : list.after->entries) {
-    const auto known = filters.find(entry.name);
+  ids.filters.reserve(after.size());
+  ids.filters.assign(old.filters.begin(), old.filters.begin() + static_cast<std::ptrdiff_t>(front));
+  for (size_t i = front; i < after.size() - back; i++) {
+    const auto known = filters.find(after[i].name);
     ids.filters.push_back(known != filters.end() ? known->second : stored_.ids.take_behind(group));
   }
+  ids.filters.insert(ids.filters.end(), old.filters.end() - static_cast<std::ptrdiff_t>(back),
+                     old.filters.end());
   return ids;
 }
 
 void ListEditor::write_filters(const ListChange& list, const ListNodes& nodes, const ListIds& old,
                                const ListIds& ids) {
   if (list.before == list.after) return;
-  std::unordered_map<uint32_t, size_t> places;  // of the old filters
-  places.reserve(old.filters.size());
-  for (size_t i = 0; i < old.filters.size(); i++) places.emplace(old.filters[i], i);
+  const auto same =
+      std::mismatch(old.filters.begin(), old.filters.end(), ids.filters.begin(), ids.filters.end());
+  const auto front = static_cast<size_t>(same.first - old.filters.begin());
+  std::unordered_map<uint32_t, size_t> places;  // of the old filters that others may be in front of
+  for (size_t i = front; i < old.filters.size(); i++) places.emplace(old.filters[i], i);
   for (size_t to = 0; to < ids.filters.size(); to++) {
+    if (to < front) {
+      write_filter(list, to, to, nodes, old, ids);
+      if (progress_) progress_();
+      continue;
+    }
     const auto known = places.find(ids.filters[to]);
     if (known == places.end()) {
       put_whole(nodes.filter(to, ids));
@@ -163,6 +189,7 @@ void ListEditor::write_filter(const ListChange& list, size_t from, size_t to,
     delete_link(session_, id, QIM_LN_FILTER_NEXT);
     counts_.edits++;
   }
+  if (same_deed(before, after)) return;
   const uint32_t action = ids.parts.at(forward_key(after));
   if (action != old.parts.at(forward_key(before))) link(id, {QIM_LN_FILTER_TRUE, action, 0, 0, 0});
 }

@@ -13,7 +13,7 @@ namespace {
 
 class Scanner {
  public:
-  Scanner(uint32_t session, Detail detail) : session_(session), whole_(detail == Detail::whole) {}
+  Scanner(uint32_t session, Detail detail) : session_(session), detail_(detail) {}
 
   NodeScan scan() {
     each_node(session_, [this](const rov_node_parms_t& parms) { visit(parms); });
@@ -34,7 +34,7 @@ class Scanner {
   void add_place(const qim_node_t& node, NodeTable<PlaceNode>& table);
 
   uint32_t session_;
-  bool whole_;
+  Detail detail_;
   NodeScan scan_;
   uint32_t first_ = 0;  // the run of identifiers that goes on, 0 = none
   uint32_t last_ = 0;
@@ -65,7 +65,8 @@ void Scanner::reserve(uint32_t id) {
 }
 
 void Scanner::add(const qim_node_t& node) {
-  if (whole_ && node.group != 0) scan_.members.emplace_back(node.group, node.id);
+  if (detail_ != Detail::outline && node.group != 0)
+    scan_.members.emplace_back(node.group, node.id);
   switch (node.type) {
     case QIM_NODE_FILTER:
       return add_filter(node);
@@ -102,8 +103,8 @@ void Scanner::add_filter(const qim_node_t& node) {
   const std::string_view text =
       row.named ? std::string_view(reinterpret_cast<const char*>(name->args), name->args_len)
                 : std::string_view();
-  scan_.names.push_back(std::hash<std::string_view>()(text));
-  if (!whole_) return;
+  scan_.names.push_back(entry_name_hash(text));
+  if (detail_ != Detail::whole) return;
   FilterContents& contents = scan_.contents.emplace_back();
   contents.name = text;
   contents.criteria.reserve(filter.crit_cnt);
@@ -201,6 +202,10 @@ bool FilterTable::use(uint32_t id) {
   }
   used_.emplace_hint(behind, id, id);
   return true;
+}
+
+uint64_t entry_name_hash(std::string_view name) {
+  return std::hash<std::string_view>()(name);
 }
 
 NodeScan scan_nodes(uint32_t session, Detail detail) {

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "policy/base/policy.h"
@@ -120,9 +121,9 @@ struct FilterContents {
   std::vector<Criterion> criteria;
 };
 
-// `outline` leaves out what takes room for each entry: the contents of filters and who belongs to which
-// group.
-enum class Detail { whole, outline };
+// `hollow` leaves out the contents of filters, `outline` all that takes room for each entry: who belongs
+// to which group, too.
+enum class Detail { whole, hollow, outline };
 
 struct NodeScan {
   FilterTable filters;
@@ -139,6 +140,9 @@ struct NodeScan {
   std::vector<uint32_t> undecodable;                   // ascending
   IdBlocks ids;
 };
+
+// Of an entry's name.
+uint64_t entry_name_hash(std::string_view name);
 
 NodeScan scan_nodes(uint32_t session, Detail detail);
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -32,34 +31,50 @@ PartKey forward_key(const Deed& deed) {
   return {Part::forward, deed.policer, static_cast<uint32_t>(deed.forwarding), 0, deed.log};
 }
 
+void read_contents(const qim_filter_t& filter, Entry& entry) {
+  const qim_criterion_t* name = name_of(filter);
+  entry.name.assign(name->args, name->args + name->args_len);
+  read_criteria(filter, entry.criteria);
+}
+
+// A filter, open as long as this is.
+class OpenFilter {
+ public:
+  OpenFilter(uint32_t session, uint32_t id) {
+    const uint32_t status =
+        qim_int_node_open(session, id, nullptr, QIM_NODE_FILTER, &node_, qim_lib_get());
+    if (status != ROV_OK) require(status, "read node " + node_id_text(id));
+  }
+  ~OpenFilter() { qim_int_node_close(node_, qim_lib_get()); }
+  OpenFilter(const OpenFilter&) = delete;
+  OpenFilter& operator=(const OpenFilter&) = delete;
+
+  const qim_filter_t& get() const { return node_->body.filter; }
+
+ private:
+  qim_node_t* node_ = nullptr;
+};
+
 // Entries whose action is known are all there is to be read of a list that is sound so far.
 void each_entry(uint32_t session, const StoredList& list,
                 const std::function<void(const Entry&)>& visit) {
   Entry entry;
-  const auto close = [](qim_node_t* open) { qim_int_node_close(open, qim_lib_get()); };
   for (uint32_t id = list.first; id != 0;) {
-    qim_node_t* node = nullptr;
-    const uint32_t status =
-        qim_int_node_open(session, id, nullptr, QIM_NODE_FILTER, &node, qim_lib_get());
-    if (status != ROV_OK) require(status, "read node " + node_id_text(id));
-    const std::unique_ptr<qim_node_t, decltype(close)> owned(node, close);
-    const qim_filter_t& filter = node->body.filter;
-    const qim_criterion_t* name = name_of(filter);
+    const OpenFilter filter(session, id);
     const Deed& deed = list.deeds.at(linked_node(session, id, QIM_LN_FILTER_TRUE));
-    entry.name.assign(name->args, name->args + name->args_len);
-    read_criteria(filter, entry.criteria);
+    read_contents(filter.get(), entry);
     entry.forwarding = deed.forwarding;
     entry.log = deed.log;
     entry.policer = deed.policer;
     visit(entry);
-    id = filter.ln_081;
+    id = filter.get().ln_081;
   }
 }
 
 class ModelReader {
  public:
   ModelReader(uint32_t session, Detail detail)
-      : session_(session), whole_(detail == Detail::whole), scan_(scan_nodes(session, detail)) {}
+      : session_(session), detail_(detail), scan_(scan_nodes(session, detail)) {}
 
   StoredModel read();
 
@@ -98,7 +113,7 @@ class ModelReader {
   void sort_attachments();
 
   uint32_t session_;
-  bool whole_;
+  Detail detail_;
   NodeScan scan_;
   StoredModel model_;
   std::unordered_map<std::string, uint32_t> names_;    // of lists, and their Groups
@@ -208,6 +223,7 @@ void ModelReader::read_entries(Reading& reading) {
     id = filter->next;
   }
   reading.stored.entries = static_cast<uint32_t>(reading.entry);
+  if (detail_ == Detail::hollow) reading.stored.names = reading.names;
   check_names(reading);
   if (reading.group.count != reading.entry) reading.stored.regular = false;
 }
@@ -235,11 +251,13 @@ void ModelReader::read_entry(Reading& reading, const FilterNode& filter) {
   reading.names.push_back(scan_.names[filter.at]);
   reading.stored.regular = reading.stored.regular && filter.plain &&
                            filter.group == reading.group.id && filter.nomatch == onward;
-  if (!whole_) return;
-  FilterContents& contents = scan_.contents[filter.at];
+  if (detail_ == Detail::outline) return;
   Entry& entry = reading.list.entries.emplace_back();
-  entry.name = std::move(contents.name);
-  entry.criteria = std::move(contents.criteria);
+  if (detail_ == Detail::whole) {
+    FilterContents& contents = scan_.contents[filter.at];
+    entry.name = std::move(contents.name);
+    entry.criteria = std::move(contents.criteria);
+  }
   entry.forwarding = deed.forwarding;
   entry.log = deed.log;
   entry.policer = deed.policer;
@@ -357,6 +375,17 @@ StoredModel read_stored_model(uint32_t session) {
 
 StoredModel read_outline(const ReadSession& session) {
   return ModelReader(session.handle(), Detail::outline).read();
+}
+
+StoredModel read_hollow_model(uint32_t session) {
+  return ModelReader(session, Detail::hollow).read();
+}
+
+void fill_entries(uint32_t session, StoredModel& stored, size_t list, size_t from, size_t end) {
+  for (size_t i = from; i < end; i++) {
+    const OpenFilter filter(session, stored.lists[list].ids.filters[i]);
+    read_contents(filter.get(), stored.model.lists[list].entries[i]);
+  }
 }
 
 void each_stored_entry(const ReadSession& session, const StoredList& list,

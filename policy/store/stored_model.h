@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -29,6 +30,7 @@ struct StoredList {
   ListIds ids;
   std::vector<uint32_t> members;  // those that carry its Group's identifier as group number,
                                   // whatever they are, in ascending order
+  std::vector<uint64_t> names;    // of a hollow model: entry_name_hash() of each
   bool regular = true;  // they are, to the byte, what ListNodes makes of the list, and no more
 };
 
@@ -56,6 +58,11 @@ StoredModel read_stored_model(uint32_t session);
 // The same without what takes room for each entry: lists have none, `ids` have no filters, and nothing
 // is said of members and of `regular`.
 StoredModel read_outline(const ReadSession& session);
+
+// The same with entries that say what they do, but not what they are called or match: both are empty,
+// until fill_entries() reads it for some, in the same session.
+StoredModel read_hollow_model(uint32_t session);
+void fill_entries(uint32_t session, StoredModel& stored, size_t list, size_t from, size_t end);
 
 // Reads the entries of a list that was found sound in this session, in their order. The entry that
 // `visit` is given is another one after it.

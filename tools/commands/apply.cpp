@@ -2,6 +2,7 @@
 #include "tools/commands/apply.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "policy/base/names.h"
 #include "policy/base/text.h"
@@ -13,6 +14,7 @@
 #include "tools/base/complaint.h"
 #include "tools/base/output.h"
 #include "tools/base/progress.h"
+#include "tools/commands/remembered.h"
 #include "tools/nodes/write.h"
 
 namespace qimctl {
@@ -44,6 +46,17 @@ void print_refused(const ApplyOptions& options, const PolicyFiles& files) {
   print_value(value, options.form);
 }
 
+std::string last_line(const Database& database, size_t edits, bool dry_run) {
+  std::string revision = "revision " + std::to_string(newest_revision(database)) + "\n";
+  if (edits == 0) return "nothing to do, " + revision;
+  if (dry_run) return "nothing was done, " + revision;
+  return revision;
+}
+
+std::string list_line(const std::string& name, const std::string& summary) {
+  return name_word(name) + "  " + summary + "\n";
+}
+
 class Application {
  public:
   explicit Application(const ApplyOptions& options)
@@ -52,7 +65,7 @@ class Application {
         database_(options.database, options.dry_run ? OpenMode::change : OpenMode::create, "",
                   options.group) {}
 
-  void run(PolicyFiles& files) {
+  void run(PolicyFiles& files, const FilePrints& prints) {
     WriteSession session(database_);
     StoredModel stored = read_stored_model(session.handle());
     Progress progress("storing nodes", node_count(files), progress_wanted());
@@ -64,7 +77,10 @@ class Application {
     editor.write_lists(change);
     const size_t edits = editor.counts().edits;
     interrupts_.check_last();
-    if (edits != 0 && !options_.dry_run) session.commit();
+    if (edits != 0 && !options_.dry_run) {
+      remember(session, database_, files, prints, change.named, options_.prune);
+      session.commit();
+    }
     made_.keep();
     print_result(files, change, node_edits, edits);
   }
@@ -74,10 +90,9 @@ class Application {
                     size_t edits) const {
     if (!is_text(options_.form)) return print_document(files, change, edits);
     print(files.text(options_.verbose));
-    for (const ListChange& list : change.lists)
-      print(name_word(list.name()) + "  " + change_summary(list) + "\n");
+    for (const ListChange& list : change.lists) print(list_line(list.name(), change_summary(list)));
     if (!files.nodes.empty()) print(nodes_text(files, node_edits));
-    print(last_line(edits));
+    print(last_line(database_, edits, options_.dry_run));
   }
 
   static std::string nodes_text(const PolicyFiles& files, size_t edits) {
@@ -85,13 +100,6 @@ class Application {
     for (const Policy& policy : files.nodes) count += policy.nodes.size();
     return counted(count, "node") + "  " + (edits == 0 ? "unchanged" : counted(edits, "edit")) +
            "\n";
-  }
-
-  std::string last_line(size_t edits) const {
-    std::string revision = "revision " + std::to_string(newest_revision(database_)) + "\n";
-    if (edits == 0) return "nothing to do, " + revision;
-    if (options_.dry_run) return "nothing was done, " + revision;
-    return revision;
   }
 
   void print_document(const PolicyFiles& files, const Change& change, size_t edits) const {
@@ -118,6 +126,59 @@ class Application {
   Database database_;
 };
 
+// Applies files of which little has changed. What they hold besides is not told, nor where it is.
+class Repetition {
+ public:
+  Repetition(const ApplyOptions& options, const std::vector<Source>& sources,
+             std::optional<FilePrints>& prints)
+      : options_(options), sources_(sources), prints_(prints) {}
+
+  // False when the files are to be read whole; whatever failed fails then, too, and is told.
+  bool run() {
+    if (options_.verbose || options_.dry_run || !is_text(options_.form)) return false;
+    try {
+      const Database database(options_.database, OpenMode::change);
+      if (!read_applied(ReadSession(database).handle(), newest_revision(database))) return false;
+      const std::optional<AppliedAgain> again = apply(database);
+      if (!again) return false;
+      for (const auto& [name, summary] : again->lists) print(list_line(name, summary));
+      print(last_line(database, again->edits, false));
+      return true;
+    } catch (const DatabaseError&) {
+      if (committed_) throw;
+      return false;
+    }
+  }
+
+ private:
+  std::optional<AppliedAgain> apply(const Database& database) {
+    const Interrupts interrupts;
+    WriteSession session(database);
+    const std::optional<Applied> applied =
+        read_applied(session.handle(), newest_revision(database));
+    if (!applied) return {};
+    prints_.emplace(options_.input, sources_, applied->key);
+    if (prints_->is_same(*applied) && (applied->pruned || !options_.prune)) {
+      AppliedAgain same;
+      for (const std::string& name : applied->names) same.lists.emplace_back(name, "unchanged");
+      return same;
+    }
+    std::optional<AppliedAgain> again =
+        apply_spans(session.handle(), options_.input, *prints_, *applied, options_.prune);
+    if (!again || again->edits == 0) return again;
+    write_applied(session.handle(), again->remembered);
+    interrupts.check();
+    session.commit();
+    committed_ = true;
+    return again;
+  }
+
+  const ApplyOptions& options_;
+  const std::vector<Source>& sources_;
+  std::optional<FilePrints>& prints_;
+  bool committed_ = false;
+};
+
 }  // namespace
 
 size_t node_count(const PolicyFiles& files) {
@@ -138,15 +199,26 @@ bool accept_losses(const PolicyFiles& files, bool lossy, const char* done) {
   return files.emptied.empty();
 }
 
+void remember(const WriteSession& session, const Database& database, const PolicyFiles& files,
+              const FilePrints& prints, const std::vector<AccessList>& lists, bool pruned) {
+  if (files.has_losses() || !files.nodes.empty()) return;
+  write_applied(session.handle(), prints.remember(newest_revision(database) + 1, lists, pruned));
+}
+
 ExitCode apply_files(const ApplyOptions& options) {
-  PolicyFiles files = read_files(options.input);
+  std::vector<Source> sources = read_sources(options.input);
+  std::optional<FilePrints> prints;
+  if (Repetition(options, sources, prints).run()) return exit_ok;
+  if (!prints) prints.emplace(options.input, sources, random_key());
+  prints->release();
+  PolicyFiles files = read_files(options.input, std::move(sources));
   if ((files.has_losses() && !options.lossy) || !files.emptied.empty()) {
     print_refused(options, files);
     accept_losses(files, options.lossy, "applied");
     return exit_lossy;
   }
   try {
-    Application(options).run(files);
+    Application(options).run(files, *prints);
   } catch (const InputError& error) {
     files.refuse(error);
   }

@@ -3,11 +3,13 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "policy/change/change.h"
 #include "tools/base/exit_code.h"
 #include "tools/base/form.h"
 #include "tools/commands/policy_files.h"
+#include "tools/commands/remembered.h"
 
 namespace qimctl {
 
@@ -28,6 +30,11 @@ ExitCode apply_files(const ApplyOptions& options);
 
 // How many nodes and entries are in files, for a progress line.
 size_t node_count(const PolicyFiles& files);
+
+// Remembers, with what the session commits, that the files were applied whose access lists these are;
+// unless they lose something, or hold more than access lists.
+void remember(const WriteSession& session, const Database& database, const PolicyFiles& files,
+              const FilePrints& prints, const std::vector<AccessList>& lists, bool pruned);
 
 // False, with everything said that is to be said, when losses are not accepted.
 bool accept_losses(const PolicyFiles& files, bool lossy, const char* done);

@@ -2,6 +2,7 @@
 #include "tools/commands/import.h"
 
 #include <utility>
+#include <vector>
 
 #include "policy/base/names.h"
 #include "policy/change/apply.h"
@@ -47,7 +48,7 @@ void refuse_known(const Model& known, const Model& wanted) {
   if (!problems.empty()) throw InputError(std::move(problems));
 }
 
-EditCounts store(const ImportOptions& options, PolicyFiles& files) {
+EditCounts store(const ImportOptions& options, PolicyFiles& files, const FilePrints& prints) {
   Interrupts interrupts;
   NewDatabase made(options.database);
   const Database database(options.database, OpenMode::create, "", options.group);
@@ -59,6 +60,7 @@ EditCounts store(const ImportOptions& options, PolicyFiles& files) {
   editor.write_nodes(files.nodes, {.must_be_new = !options.replace});
   const Change change = difference(stored.model, std::move(files.model), {});
   editor.write_lists(change);
+  remember(session, database, files, prints, change.named, false);
   interrupts.check_last();
   session.commit();
   made.keep();
@@ -68,14 +70,17 @@ EditCounts store(const ImportOptions& options, PolicyFiles& files) {
 }  // namespace
 
 bool import_files(const ImportOptions& options) {
-  PolicyFiles files = read_files(options.input);
+  std::vector<Source> sources = read_sources(options.input);
+  FilePrints prints(options.input, sources, random_key());
+  prints.release();
+  PolicyFiles files = read_files(options.input, std::move(sources));
   if ((files.has_losses() && !options.lossy) || !files.emptied.empty()) {
     print_report(options, files, nullptr);
     accept_losses(files, options.lossy, "imported");
     return false;
   }
   try {
-    const EditCounts counts = store(options, files);
+    const EditCounts counts = store(options, files, prints);
     print_report(options, files, &counts);
   } catch (const InputError& error) {
     files.refuse(error);

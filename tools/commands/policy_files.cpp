@@ -30,8 +30,8 @@ const char* fate_name(Fate fate) {
 
 class Reader {
  public:
-  explicit Reader(const FileOptions& options) : options_(options) {
-    for (const std::string& file : options.files) files_.sources.push_back(read_source(file));
+  Reader(const FileOptions& options, std::vector<Source> sources) : options_(options) {
+    files_.sources = std::move(sources);
   }
 
   PolicyFiles read() {
@@ -143,8 +143,19 @@ void say_losses(const PolicyFiles& files) {
 }
 
 PolicyFiles read_files(const FileOptions& options) {
+  return read_files(options, read_sources(options));
+}
+
+PolicyFiles read_files(const FileOptions& options, std::vector<Source> sources) {
   const Abandoning abandoning;
-  return Reader(options).read();
+  return Reader(options, std::move(sources)).read();
+}
+
+std::vector<Source> read_sources(const FileOptions& options) {
+  const Abandoning abandoning;
+  std::vector<Source> sources;
+  for (const std::string& file : options.files) sources.push_back(read_source(file));
+  return sources;
 }
 
 }  // namespace qimctl

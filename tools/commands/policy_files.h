@@ -43,7 +43,9 @@ struct PolicyFiles {
 // Complains of what can't be carried as it is, each with its place.
 void say_losses(const PolicyFiles& files);
 
-// Throws InputError.
+// Each throws InputError. The second form takes files that were opened already.
 PolicyFiles read_files(const FileOptions& options);
+PolicyFiles read_files(const FileOptions& options, std::vector<Source> sources);
+std::vector<Source> read_sources(const FileOptions& options);
 
 }  // namespace qimctl

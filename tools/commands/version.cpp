@@ -7,6 +7,10 @@
 
 namespace qimctl {
 
+const char* tool_version() {
+  return QIM_TOOL_VERSION;
+}
+
 void print_version(OutputForm form) {
   if (is_text(form)) {
     std::string text = "qimctl " QIM_TOOL_VERSION "\nlibrary interface ";

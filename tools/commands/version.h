@@ -5,6 +5,8 @@
 
 namespace qimctl {
 
+const char* tool_version();
+
 // The versions of the tool, of the libraries' interface, and of the databases' format.
 void print_version(OutputForm form);
 
