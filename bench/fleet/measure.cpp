@@ -100,7 +100,8 @@ std::string Fleet::device_settings(const std::string& name) const {
   return folder + "/conf";
 }
 
-Devices::Devices(const Fleet& fleet, int count) : inotify_(inotify_init1(IN_CLOEXEC)) {
+Devices::Devices(const Fleet& fleet, int count)
+    : inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
   for (int i = 0; i < count; i++) {
     const std::string name = "d" + std::to_string(i);
     const std::string settings = fleet.device_settings(name);
@@ -122,6 +123,11 @@ Devices::Devices(const Fleet& fleet, int count) : inotify_(inotify_init1(IN_CLOE
 
 Devices::~Devices() {
   close(inotify_);
+}
+
+void Devices::forget_commits() {
+  char room[65536];
+  while (read(inotify_, room, sizeof room) > 0) continue;
 }
 
 std::vector<double> Devices::await_commits(Moment begin) {

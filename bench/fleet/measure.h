@@ -58,8 +58,9 @@ class Devices {
   Devices(const Devices&) = delete;
   Devices& operator=(const Devices&) = delete;
 
-  // Until each one has committed since it was last asked: how long each took from `begin`. Throws after
-  // a minute.
+  // Forgets what was committed up to now.
+  void forget_commits();
+  // Until each one has committed since then: how long each took from `begin`. Throws after two minutes.
   std::vector<double> await_commits(Moment begin);
   long resident_kilobytes(int device) const;
 

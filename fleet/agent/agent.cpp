@@ -61,7 +61,11 @@ Agent::Agent(const AgentParts& parts, const AgentOptions& options, uint64_t seed
       keys_(options.prefix),
       machine_(options.identity, options.timing, parts.device.held(), read_memory(options),
                {parts.clock.steady(), parts.clock.now()}, seed),
-      remembered_(to_text(machine_.memory())) {}
+      remembered_(machine_.memory()) {}
+
+Agent::~Agent() {
+  remember(true);
+}
 
 Moment Agent::now() {
   return {parts_.clock.steady(), parts_.clock.now()};
@@ -72,8 +76,9 @@ void Agent::work() {
   for (Task task = machine_.next(now()); task.kind != TaskKind::wait && !interrupted_;
        task = machine_.next(now())) {
     perform(task);
-    remember();
+    remember(false);
   }
+  remember(false);
 }
 
 void Agent::perform(const Task& task) {
@@ -95,7 +100,9 @@ void Agent::perform(const Task& task) {
 
 void Agent::wait(milliseconds longest) {
   const Moment from = now();
-  const auto due = std::chrono::ceil<milliseconds>(machine_.wake() - from.steady);
+  const Clock::Steady wake =
+      remember_due_ ? std::min(*remember_due_, machine_.wake()) : machine_.wake();
+  const auto due = std::chrono::ceil<milliseconds>(wake - from.steady);
   const milliseconds time = std::clamp(due, milliseconds(0), longest);
   if (interrupted_) return end_watch();
   if (time.count() == 0) return;
@@ -109,7 +116,7 @@ void Agent::wait(milliseconds longest) {
   try {
     const WatchNews news = watch_->wait(time);
     machine_.watch_works();
-    if (news == WatchNews::changed) machine_.news(now());
+    if (news == WatchNews::changed) take_news(watch_->told());
   } catch (const StoreError&) {
     const std::lock_guard lock(mutex_);
     watch_.reset();
@@ -135,22 +142,35 @@ void Agent::interrupt() {
 void Agent::read_head() {
   try {
     const GetAnswer answer = parts_.store.get(keys_.head(options_.identity.scope));
-    if (!answer.found) {
-      machine_.head_missing(now());
-    } else {
-      const Head head = open_head(answer.found->value, parts_.publishers, options_.identity.scope);
-      machine_.head_read(head, answer.header.cluster, sha256(answer.found->value), now());
-    }
+    read_until_ = answer.header.revision;
+    if (!answer.found) machine_.head_missing(now());
+    if (answer.found) use_head(answer);
     if (watch_ == nullptr) watch(answer.header.revision);
   } catch (const StoreError& error) {
     if (machine_.in_contact()) say_(LogLevel::warning, error.what());
     counts_.failures++;
     machine_.head_failed(now());
+  }
+}
+
+void Agent::use_head(const GetAnswer& answer) {
+  const std::string& value = answer.found->value;
+  try {
+    head_ = open_head(value, parts_.publishers, options_.identity.scope);
+    machine_.head_read(head_, answer.header.cluster, sha256(value), now());
   } catch (const ForgedError& error) {
     say_(LogLevel::error, error.what());
     counts_.forged++;
     machine_.head_forged(error.what(), now());
   }
+}
+
+// News that have the head are as good as a reading of it, unless it was read since they were sent.
+void Agent::take_news(const std::optional<GetAnswer>& told) {
+  if (!told) return machine_.news(now());
+  if (told->found->modified <= read_until_) return;
+  read_until_ = told->found->modified;
+  use_head(*told);
 }
 
 void Agent::watch(int64_t after) {
@@ -167,6 +187,7 @@ void Agent::watch(int64_t after) {
 // Runs what makes the database hold something else, and tells the machine what came of it.
 void Agent::change(const Target& target, const std::function<Held()>& make) {
   std::string refusal;
+  parts_.device.goes_by(machine_.memory().seen);
   try {
     const Held held = make();
     counts_.taken++;
@@ -193,7 +214,8 @@ void Agent::change(const Target& target, const std::function<Held()>& make) {
 
 // Throws nothing but what the store or somebody on the way does: it may be better another time.
 Supply Agent::fetch_supply(const Target& target, const Held& held) {
-  return fetch({parts_.store, keys_, parts_.publishers, options_.identity.scope}, target, held);
+  return fetch({parts_.store, keys_, parts_.publishers, options_.identity.scope, &head_}, target,
+               held);
 }
 
 void Agent::take(const Target& target) {
@@ -214,6 +236,7 @@ void Agent::take(const Target& target) {
 }
 
 void Agent::go_back(const Target& target) {
+  parts_.device.goes_by(machine_.memory().seen);
   try {
     const Held held = parts_.device.go_back(target);
     say_(LogLevel::warning, "went back to " + revision_name(held.number));
@@ -278,12 +301,23 @@ void Agent::look_for_requests() {
   }
 }
 
-void Agent::remember() {
-  const std::string text = to_text(machine_.memory());
-  if (text == remembered_) return;
+// Which head was seen last is in the database's mark, too, once it led to something, so that a device
+// that has to take something does not write a file first. The rest is written at once.
+bool Agent::can_remember_later() const {
+  const Memory& memory = machine_.memory();
+  return memory.cluster == remembered_.cluster && memory.refused == remembered_.refused &&
+         memory.status_sequence == remembered_.status_sequence;
+}
+
+void Agent::remember(bool at_once) {
+  if (machine_.memory() == remembered_) return;
+  const Clock::Steady at = parts_.clock.steady();
+  if (!remember_due_) remember_due_ = at + options_.timing.report_spread;
+  if (!at_once && can_remember_later() && at < *remember_due_) return;
+  remember_due_.reset();
   try {
-    write_file(memory_file(options_), text, memory_mode);
-    remembered_ = text;
+    write_file(memory_file(options_), to_text(machine_.memory()), memory_mode);
+    remembered_ = machine_.memory();
   } catch (const Error& error) {
     say_(LogLevel::error, error.what());
   }

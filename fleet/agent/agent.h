@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "fleet/agent/device.h"
@@ -54,6 +55,9 @@ struct AgentCounts {
 class Agent {
  public:
   Agent(const AgentParts& parts, const AgentOptions& options, uint64_t seed, Say say);
+  ~Agent();
+  Agent(const Agent&) = delete;
+  Agent& operator=(const Agent&) = delete;
 
   // Does all there is to do now.
   void work();
@@ -69,6 +73,8 @@ class Agent {
   Moment now();
   void perform(const Task& task);
   void read_head();
+  void use_head(const GetAnswer& answer);
+  void take_news(const std::optional<GetAnswer>& told);
   void watch(int64_t after);
   void take(const Target& target);
   Supply fetch_supply(const Target& target, const Held& held);
@@ -79,14 +85,18 @@ class Agent {
   void report();
   void look_for_requests();
   void end_watch();
-  void remember();
+  bool can_remember_later() const;
+  void remember(bool at_once);
 
   AgentParts parts_;
   AgentOptions options_;
   Say say_;
   Keys keys_;
   Machine machine_;
-  std::string remembered_;
+  Head head_;               // as it was read last
+  int64_t read_until_ = 0;  // the store's revision that it was read at
+  Memory remembered_;
+  std::optional<Clock::Steady> remember_due_;
   AgentCounts counts_;
   std::mutex mutex_;  // of the watch's pointer
   std::unique_ptr<Watch> watch_;

@@ -16,6 +16,7 @@ namespace {
 
 constexpr size_t most_kept = size_t{1} << 30;
 constexpr mode_t kept_mode = 0600;
+constexpr const char* back_name = "back";
 
 std::string line_of(const Held& held) {
   return std::to_string(held.number) + " " + to_hex(held.state);
@@ -49,15 +50,26 @@ std::vector<uint32_t> with_those_left(uint32_t before, const State& had, const S
   return {nodes.begin(), nodes.end()};
 }
 
+// "" when there is none.
+std::string mark_text(uint32_t session, const char* name) {
+  std::array<char, ROV_MARK_BYTES> bytes;
+  uint32_t length = 0;
+  const uint32_t status = rov_mark_get(session, name, bytes.size(), bytes.data(), &length);
+  if (status == ROV_ERR_NO_VALUE) return "";
+  qimctl::require(status, "read the database's mark");
+  return std::string(bytes.data(), length);
+}
+
+std::optional<std::string> kept_in(const std::string& text, const std::string& head) {
+  if (text.compare(0, head.size(), head) != 0) return std::nullopt;
+  return decompress(std::string_view(text).substr(head.size()), most_kept);
+}
+
 }  // namespace
 
 Held read_mark(uint32_t session) {
-  std::array<char, ROV_MARK_BYTES> bytes;
-  uint32_t length = 0;
-  const uint32_t status = rov_mark_get(session, mark_name, bytes.size(), bytes.data(), &length);
-  if (status == ROV_ERR_NO_VALUE) return {};
-  qimctl::require(status, "read the database's mark");
-  return parse_held(std::string(bytes.data(), length));
+  const std::string text = mark_text(session, mark_name);
+  return text.empty() ? Held{} : parse_held(text);
 }
 
 void write_mark(uint32_t session, const Held& held) {
@@ -115,30 +127,44 @@ Held Device::commit(qimctl::WriteSession& writer, const Plan& plan) {
     another_state(plan.whose, digests_.digest(), plan.held.state);
   }
 
-  const State parts = read_nodes(before.handle(), nodes);
-  const State made = read_nodes(writer.handle(), nodes);
-  const std::vector<uint32_t> checked = with_those_left(before.handle(), parts, made, touched);
-  const std::string wrong = check_nodes(writer.handle(), checked, options_.checks);
-  if (!wrong.empty()) throw RefusedError(wrong);
-
-  if (plan.held.previous != 0) {
-    const std::string back = difference(made, parts);
-    write_file(
-        options_.directory + "/back",
-        way_back_head(plan.held, plan.held.previous, plan.held.previous_state) + compress(back),
-        kept_mode);
-  }
+  check(before.handle(), writer.handle(), touched, plan);
   write_mark(writer.handle(), plan.held);
   writer.commit();
   digests_of_ = revision + 1;
   return plan.held;
 }
 
+// Looks at what was touched, and keeps the way back.
+void Device::check(uint32_t before, uint32_t after, const std::set<uint32_t>& touched,
+                   const Plan& plan) const {
+  const std::vector<uint32_t> nodes(touched.begin(), touched.end());
+  const State parts = read_nodes(before, nodes);
+  // A database that was empty had nothing that could be missing, nor is there a way back to it.
+  const bool first = parts.size() == 0 && plan.held.previous == 0;
+  const State made = first ? State() : read_nodes(after, nodes);
+  const std::string wrong = check_nodes(
+      after, first ? nodes : with_those_left(before, parts, made, touched), options_.checks);
+  if (!wrong.empty()) throw RefusedError(wrong);
+  if (plan.held.previous != 0) keep_way_back(after, plan.held, difference(made, parts));
+}
+
+void Device::keep_way_back(uint32_t session, const Held& held, const std::string& back) const {
+  const std::string text = way_back_head(held, held.previous, held.previous_state) + compress(back);
+  if (text.size() > ROV_MARK_BYTES) {
+    write_file(options_.directory + "/back", text, kept_mode);
+    return;
+  }
+  qimctl::require(
+      rov_edit_mark_put(session, back_name, text.data(), static_cast<uint32_t>(text.size())),
+      "keep the way back in the database");
+}
+
 Held Device::take(const Supply& supply, const Target& target, const std::string& scope) {
   qimctl::WriteSession writer(database_);
   const Held old = held();
   Plan plan;
-  plan.held = {scope, target.number, target.state, old.number, old.state, target.confirm_seconds};
+  plan.held = {scope,     target.number,          target.state, old.number,
+               old.state, target.confirm_seconds, seen_};
   plan.whose = "revision " + std::to_string(target.number);
   if (!supply.snapshot) {
     for (const std::string& step : supply.differences)
@@ -147,9 +173,6 @@ Held Device::take(const Supply& supply, const Target& target, const std::string&
   }
   State whole = *supply.snapshot;
   for (const std::string& step : supply.differences) whole = changed(whole, parse_difference(step));
-  if (state_digest(whole) != target.state) {
-    another_state(plan.whose, state_digest(whole), target.state);
-  }
   plan.whole = &whole;
   return commit(writer, plan);
 }
@@ -157,26 +180,30 @@ Held Device::take(const Supply& supply, const Target& target, const std::string&
 std::optional<std::string> Device::kept(const std::string& name, const std::string& head) const {
   const std::string file = options_.directory + "/" + name;
   if (!file_exists(file)) return std::nullopt;
-  const std::string text = read_file(file, most_kept);
-  if (text.compare(0, head.size(), head) != 0) return std::nullopt;
-  return decompress(std::string_view(text).substr(head.size()), most_kept);
+  return kept_in(read_file(file, most_kept), head);
+}
+
+std::optional<std::string> Device::way_back(const Held& from, const Target& target) const {
+  const std::string head = way_back_head(from, target.number, target.state);
+  auto back = kept_in(mark_text(qimctl::ReadSession(database_).handle(), back_name), head);
+  return back ? back : kept("back", head);
 }
 
 bool Device::can_go_back(const Target& target) const {
-  return kept("back", way_back_head(held(), target.number, target.state)).has_value();
+  return way_back(held(), target).has_value();
 }
 
 Held Device::go_back(const Target& target) {
   qimctl::WriteSession writer(database_);
   const Held old = held();
-  const auto back = kept("back", way_back_head(old, target.number, target.state));
+  const auto back = way_back(old, target);
   if (!back) {
     throw Error("there is no way back to revision " + std::to_string(target.number) +
                 " on this device");
   }
   Plan plan;
   plan.changes.push_back(parse_difference(*back));
-  plan.held = {old.scope, target.number, target.state, 0, {}, 0};
+  plan.held = {old.scope, target.number, target.state, 0, {}, 0, seen_};
   plan.whose = "the way back to revision " + std::to_string(target.number);
   return commit(writer, plan);
 }
@@ -205,6 +232,7 @@ Held Device::repair(const Supply* fetched) {
   }
   // What differs was somebody else's, and there is no way back to it.
   plan.held.previous = 0;
+  plan.held.seen = seen_;
   plan.whole = &whole;
   return commit(writer, plan);
 }

@@ -1,7 +1,8 @@
 // The device's side of a fleet: the database, of which this is the only writer, and what is kept beside
 // it.
 //
-//   <directory>/back        how to come from what is held to what was held before
+//   <directory>/back        how to come from what is held to what was held before; a short way is a
+//                           mark of the database instead, for which no file need be written
 //   <directory>/snapshot    the last good state, compressed
 //
 // Every content is committed together with the mark that says which revision it is, once its digest
@@ -10,6 +11,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,6 +49,8 @@ class Device {
 
   // What the mark says. Throws ConfigError for a damaged one.
   Held held() const;
+  // By which head what is committed from now on goes.
+  void goes_by(const SeenHead& seen) { seen_ = seen; }
 
   // All three commit, once, and return what is held then. They throw RefusedError, DriftError,
   // ForgedError, DatabaseError and Error; then nothing was changed.
@@ -68,6 +72,10 @@ class Device {
   struct Plan;
   Held commit(qimctl::WriteSession& writer, const Plan& plan);
   void require_base(uint32_t session, const Held& held, uint64_t revision);
+  void check(uint32_t before, uint32_t after, const std::set<uint32_t>& touched,
+             const Plan& plan) const;
+  void keep_way_back(uint32_t session, const Held& held, const std::string& back) const;
+  std::optional<std::string> way_back(const Held& from, const Target& target) const;
   void keep_snapshot(const Held& held, uint32_t session) const;
   std::optional<std::string> kept(const std::string& name, const std::string& head) const;
 
@@ -75,6 +83,7 @@ class Device {
   qimctl::Database database_;
   BlockDigests digests_;
   uint64_t digests_of_ = 0;  // the commit that they belong to, 0 = none
+  SeenHead seen_;
 };
 
 // The parts of what a device does, for who puts them together.

@@ -38,7 +38,11 @@ Machine::Machine(Identity identity, const Timing& timing, Held held, Memory memo
       take_due_(now.steady),
       drift_due_(now.steady + milliseconds(random_.below(first_drift_part(timing)))),
       report_due_(now.steady),
-      confirm_due_(now.steady + std::chrono::seconds(held_.confirm_seconds)) {}
+      confirm_due_(now.steady + std::chrono::seconds(held_.confirm_seconds)) {
+  // The mark is written with what a head led to, the memory a little later.
+  const bool is_newer = held_.scope == identity_.scope && held_.seen.count > memory_.seen.count;
+  if (is_newer) memory_.seen = held_.seen;
+}
 
 bool Machine::is_unconfirmed() const {
   return held_.confirm_seconds != 0 && held_.previous != 0 && memory_.confirmed != held_.number;
@@ -110,9 +114,9 @@ Standing Machine::judge(const Head& head, uint64_t cluster, const Digest& bytes)
     return Standing::foreign;
   }
   if (force_) return Standing::followed;
-  if (head.sequence < memory_.head_sequence) return Standing::behind;
-  const bool same = head.sequence == memory_.head_sequence;
-  return same && bytes != memory_.head ? Standing::changed : Standing::followed;
+  if (head.sequence < memory_.seen.sequence) return Standing::behind;
+  const bool same = head.sequence == memory_.seen.sequence;
+  return same && bytes != memory_.seen.bytes ? Standing::changed : Standing::followed;
 }
 
 std::optional<Target> Machine::wanted_target(const Head& head) const {
@@ -128,7 +132,7 @@ std::string Machine::complaint_of(Standing standing, const Head& head) const {
     case Standing::foreign:
       return "the store is another cluster than before; accept it if it is the right one";
     case Standing::behind:
-      return "the head went back from move " + std::to_string(memory_.head_sequence) + " to " +
+      return "the head went back from move " + std::to_string(memory_.seen.sequence) + " to " +
              std::to_string(head.sequence) + "; the store may be an old copy";
     case Standing::changed:
       return "there are two heads of move " + std::to_string(head.sequence) +
@@ -145,12 +149,13 @@ void Machine::head_read(const Head& head, uint64_t cluster, const Digest& bytes,
   contact(now);
   head_pause_.reset();
   if (standing_ != Standing::followed) return;
-  if (bytes != memory_.head) touch(now);
+  if (bytes != memory_.seen.bytes) {
+    memory_.seen = {memory_.seen.count + 1, head.sequence, bytes};
+    touch(now);
+  }
   accept_cluster_ = false;
   force_ = false;
   memory_.cluster = cluster;
-  memory_.head_sequence = head.sequence;
-  memory_.head = bytes;
   memory_.confirmed = held_.number;
   const std::optional<Target> target = wanted_target(head);
   if (target != target_) take_due_ = now.steady;
@@ -261,7 +266,7 @@ Status Machine::status() const {
   status.away_since = away_since_;
   status.drifted = !drift_.empty();
   status.drift = drift_;
-  status.head_sequence = memory_.head_sequence;
+  status.head_sequence = memory_.seen.sequence;
   return status;
 }
 

@@ -18,6 +18,12 @@ void add(std::string& text, const char* name, uint64_t value) {
   add(text, name, std::to_string(value));
 }
 
+void add(std::string& text, const SeenHead& seen) {
+  add(text, "heads", seen.count);
+  add(text, "head_sequence", seen.sequence);
+  add(text, "head", to_hex(seen.bytes));
+}
+
 uint64_t number_of(Settings& settings, const char* name) {
   return settings.number(name, 0, UINT64_MAX, 0);
 }
@@ -27,6 +33,14 @@ Digest digest_of(Settings& settings, const char* name) {
   std::string bytes;
   if (from_hex(settings.text(name), bytes) && from_bytes(bytes, digest)) return digest;
   throw ConfigError(std::string(name) + " is no digest");
+}
+
+SeenHead seen_of(Settings& settings) {
+  SeenHead seen;
+  seen.count = number_of(settings, "heads");
+  seen.sequence = number_of(settings, "head_sequence");
+  seen.bytes = digest_of(settings, "head");
+  return seen;
 }
 
 }  // namespace
@@ -39,6 +53,7 @@ std::string to_text(const Held& held) {
   add(text, "previous", held.previous);
   add(text, "previous_state", to_hex(held.previous_state));
   add(text, "confirm_seconds", held.confirm_seconds);
+  add(text, held.seen);
   return text;
 }
 
@@ -48,8 +63,7 @@ std::string to_text(const Memory& memory) {
   std::string text;
   add(text, "scope", memory.scope);
   add(text, "cluster", memory.cluster);
-  add(text, "head_sequence", memory.head_sequence);
-  add(text, "head", to_hex(memory.head));
+  add(text, memory.seen);
   add(text, "confirmed", memory.confirmed);
   add(text, "status_sequence", memory.status_sequence);
   add(text, "refused", memory.refused.number);
@@ -68,6 +82,7 @@ Held parse_held(const std::string& text) {
   held.previous_state = digest_of(settings, "previous_state");
   held.confirm_seconds =
       static_cast<uint32_t>(settings.number("confirm_seconds", 0, UINT32_MAX, 0));
+  held.seen = seen_of(settings);
   settings.require_good();
   return held;
 }
@@ -77,8 +92,7 @@ Memory parse_memory(const std::string& text, const std::string& file) {
   Memory memory;
   memory.scope = settings.text("scope");
   memory.cluster = number_of(settings, "cluster");
-  memory.head_sequence = number_of(settings, "head_sequence");
-  memory.head = digest_of(settings, "head");
+  memory.seen = seen_of(settings);
   memory.confirmed = number_of(settings, "confirmed");
   memory.status_sequence = number_of(settings, "status_sequence");
   memory.refused.number = number_of(settings, "refused");

@@ -25,8 +25,11 @@ std::string name_of(uint64_t number) {
 }
 
 Revision read_revision(const Source& source, uint64_t number, const Digest& state) {
+  const bool carried =
+      source.head != nullptr && source.head->next == number && !source.head->carried.empty();
   const std::string value =
-      value_of(source, source.keys.revision(source.scope, number), name_of(number));
+      carried ? source.head->carried
+              : value_of(source, source.keys.revision(source.scope, number), name_of(number));
   Revision revision = open_revision(value, source.trusted, source.scope, number);
   if (revision.state != state) {
     throw ForgedError(name_of(number) + " is of another state than it should be");
@@ -89,7 +92,13 @@ Supply fetch(const Source& source, const Target& target, const Held& held) {
     if (number == 0) break;
     if (number >= revision.number)
       throw ForgedError(name_of(revision.number) + " follows " + name_of(number));
-    revision = read_revision(source, number, before);
+    try {
+      revision = read_revision(source, number, before);
+    } catch (const MissingError&) {
+      // Old ones are pruned, and the snapshot leads there as well.
+      if (!newest_snapshot) throw;
+      break;
+    }
   }
   if (newest_snapshot) {
     supply.differences.resize(from_snapshot);

@@ -23,6 +23,7 @@ struct Source {
   const Keys& keys;
   const TrustedKeys& trusted;
   const std::string& scope;
+  const Head* head = nullptr;  // what it carries is not asked for
 };
 
 // What is missing, though the store could be reached: somebody withholds it, or it comes later.

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 
 #include "fleet/base/backoff.h"
 #include "fleet/base/files.h"
@@ -188,6 +189,8 @@ class EtcdWatch : public Watch {
     }
   }
 
+  std::optional<GetAnswer> told() override { return std::exchange(told_, std::nullopt); }
+
   void interrupt() override {
     interrupted_ = true;
     context_.TryCancel();
@@ -227,8 +230,17 @@ class EtcdWatch : public Watch {
       created_ = created_ || response_.created();
     }
     const bool news = step == tag(reading) && response_.events_size() != 0;
+    if (news) remember_told();
     stream_->Read(&response_, tag(reading));
     return news;
+  }
+
+  // Somebody between may leave out whose cluster it is, without which an answer is none.
+  void remember_told() {
+    const pb::Event& last = response_.events(response_.events_size() - 1);
+    told_.reset();
+    if (last.type() != pb::Event::PUT || response_.header().cluster_id() == 0) return;
+    told_ = GetAnswer{header_of(response_.header()), item_of(last.kv())};
   }
 
   std::shared_ptr<grpc::Channel> channel_;
@@ -241,6 +253,7 @@ class EtcdWatch : public Watch {
   pb::WatchRequest request_;
   pb::WatchResponse response_;
   grpc::Status status_;
+  std::optional<GetAnswer> told_;
   bool created_ = false;
   bool finished_ = false;
   std::atomic<bool> interrupted_{false};
@@ -297,6 +310,8 @@ class EtcdClient : public Store {
       put->set_key(write.key);
       put->set_value(write.value);
     }
+    for (const std::string& key : change.erased)
+      request.add_success()->mutable_request_delete_range()->set_key(key);
     const std::string attempt =
         change.writes.empty() ? "ask" : "write " + qimctl::quoted(change.writes.back().key);
     await_connection(attempt);

@@ -73,10 +73,11 @@ struct Write {
   std::string value;
 };
 
-// Either all conditions hold and all is written, or nothing is.
+// Either all conditions hold and all is done, or nothing is.
 struct Change {
   std::vector<Condition> conditions;
   std::vector<Write> writes;
+  std::vector<std::string> erased = {};  // keys
 };
 
 struct ChangeAnswer {
@@ -86,7 +87,7 @@ struct ChangeAnswer {
 
 enum class WatchNews {
   quiet,   // nothing happened until the time was over, or until it was interrupted
-  changed  // the key is not what it was; read it
+  changed  // the key is not what it was
 };
 
 // A watch on one key. It tells that there is something new, not each change: several that come
@@ -96,6 +97,9 @@ class Watch {
   virtual ~Watch() = default;
   // Waits. Throws StoreError when the watch is no good any more: make another, after a pause.
   virtual WatchNews wait(std::chrono::milliseconds longest) = 0;
+  // What the key became, as the last news had it, which saves a question. Nothing when they did not say
+  // it; then read the key.
+  virtual std::optional<GetAnswer> told() = 0;
   // Ends a wait, from another thread; later ones end at once.
   virtual void interrupt() = 0;
 };

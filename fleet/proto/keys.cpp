@@ -35,8 +35,12 @@ std::string Keys::revision(const std::string& scope, uint64_t number) const {
   return revisions(scope) + std::string(digits - std::min(digits, text.size()), '0') + text;
 }
 
+std::string Keys::chunks() const {
+  return prefix_ + "c/";
+}
+
 std::string Keys::chunk(const Digest& digest) const {
-  return prefix_ + "c/" + to_hex(digest);
+  return chunks() + to_hex(digest);
 }
 
 std::string Keys::statuses(const std::string& scope) const {

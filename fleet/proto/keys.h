@@ -24,6 +24,7 @@ class Keys {
   std::string revision(const std::string& scope, uint64_t number) const;
   std::string revisions(const std::string& scope) const;
   std::string chunk(const Digest& digest) const;
+  std::string chunks() const;
   std::string status(const std::string& scope, const std::string& device) const;
   std::string statuses(const std::string& scope) const;
 

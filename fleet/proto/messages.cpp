@@ -155,6 +155,7 @@ std::string seal_head(const Head& head, const PrivateKey& key) {
   to.set_author(head.author);
   to.set_time(head.time);
   to.set_what(head.what);
+  to.set_carried(head.carried);
   return seal(to, head_kind, key);
 }
 
@@ -175,6 +176,7 @@ Head open_head(std::string_view value, const TrustedKeys& trusted, const std::st
   head.author = from.author();
   head.time = from.time();
   head.what = from.what();
+  head.carried = from.carried();
   return head;
 }
 

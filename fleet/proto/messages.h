@@ -19,6 +19,8 @@ namespace qim::fleet {
 // What values may be, encoded; the store takes 1.5 MiB.
 inline constexpr size_t most_value = 1024 * 1024 + 256 * 1024;
 inline constexpr size_t most_chunk = 512 * 1024;  // stored
+// What a head carries goes to every device, also to those that take it later.
+inline constexpr size_t most_carried = 4096;
 
 struct Chunk {
   Digest digest{};     // of the stored bytes, which it lies under
@@ -70,6 +72,8 @@ struct Head {
   std::string author;
   int64_t time = 0;
   std::string what;  // "push", "rollback", ... for people
+  std::string
+      carried;  // the value of the next revision, which saves who takes it a question; may be ""
 };
 
 // What a device says of itself.

@@ -89,7 +89,10 @@ Revision push(const Scope& scope, const PushPlan& plan, const std::string& messa
   moved.next_state = revision.state;
   moved.stage = {};
   moved.what = "push";
+  moved.carried.clear();
   scope.move(plan.before, std::move(moved), &revision);
+  // Somebody who pruned meanwhile may have taken chunks for old ones that this revision needs.
+  if (revision.has_snapshot) scope.store_chunks(plan.target.state);
   return revision;
 }
 

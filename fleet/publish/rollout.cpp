@@ -19,10 +19,39 @@ StoredHead head_under_way(const Scope& scope) {
   return stored;
 }
 
+// Devices that are told of a stage have what they need for it at once, if that is short.
+std::string carried_by(const Scope& scope, uint64_t number) {
+  const Publisher& publisher = scope.publisher();
+  const GetAnswer answer = publisher.store.get(publisher.keys.revision(scope.name(), number));
+  if (!answer.found || answer.found->value.size() > most_carried) return "";
+  return answer.found->value;
+}
+
 Head moved_to(const Scope& scope, const StoredHead& before, Head head, const char* what) {
   head.what = what;
+  head.carried.clear();
+  if (has_begun(head) && !head.stage.hold) head.carried = carried_by(scope, head.next);
   scope.move(before, head);
   return head;
+}
+
+Head hold_for_failures(const Scope& scope, const StoredHead& before) {
+  Head head = before.head;
+  head.stage.hold = true;
+  return moved_to(scope, before, std::move(head), "held by failures");
+}
+
+Progress progress_at(const Scope& scope, const Head& head) {
+  Progress progress;
+  progress.head = head;
+  const std::vector<DeviceStatus> devices = read_statuses(scope);
+  progress.refused = count_refusals(devices, head.next);
+  for (const DeviceStatus& device : devices) {
+    if (wanted_of(head, device) != head.next || !device.problem.empty()) continue;
+    progress.devices++;
+    if (device.status.applied == head.next) progress.there++;
+  }
+  return progress;
 }
 
 }  // namespace
@@ -68,17 +97,44 @@ Head advance_rollout(const Scope& scope, const Advance& advance) {
                        " are not taken out of its rollout; hold it, or roll back");
   const size_t failures = count_refusals(read_statuses(scope), head.next);
   if (!advance.force && failures > head.stage.max_failures) {
-    head.stage.hold = true;
-    moved_to(scope, before, head, "held by failures");
-    throw RefusedError(qimctl::counted(failures, "device") + " refused revision " +
-                       std::to_string(head.next) + ", and " +
-                       std::to_string(head.stage.max_failures) +
-                       " may: it is held; see 'qimctl fleet status --refused', then roll back, or "
-                       "go on with --force");
+    hold_for_failures(scope, before);
+    throw RefusedError(failures_text(head, failures));
   }
+  if (failures > head.stage.max_failures) head.stage.max_failures = static_cast<uint32_t>(failures);
   head.stage.percent = advance.percent;
   head.stage.hold = false;
   return moved_to(scope, before, std::move(head), "rollout advance");
+}
+
+bool has_failed(const Progress& progress) {
+  return progress.refused > progress.head.stage.max_failures;
+}
+
+std::string to_string(const Progress& progress) {
+  return std::to_string(progress.there) + " of " + qimctl::counted(progress.devices, "device") +
+         (progress.there == 1 ? " holds" : " hold") + " revision " +
+         std::to_string(progress.head.next) + ", " + std::to_string(progress.refused) +
+         " refused it";
+}
+
+std::string failures_text(const Head& head, size_t failures) {
+  return qimctl::counted(failures, "device") + " refused revision " + std::to_string(head.next) +
+         ", and " + std::to_string(head.stage.max_failures) +
+         " may: it is held; see 'qimctl fleet status --refused', then roll back, or go on with "
+         "'rollout advance --force'";
+}
+
+Progress progress_of(const Scope& scope) {
+  return progress_at(scope, scope.require_head().head);
+}
+
+Progress guard_rollout(const Scope& scope) {
+  const StoredHead before = scope.require_head();
+  Progress progress = progress_at(scope, before.head);
+  if (!has_begun(before.head) || before.head.stage.hold || !has_failed(progress)) return progress;
+  progress.head = hold_for_failures(scope, before);
+  progress.held = true;
+  return progress;
 }
 
 Head hold_rollout(const Scope& scope) {

@@ -55,7 +55,9 @@ class Walk {
 
   void check_difference(const Revision& revision, const std::string& name) {
     const auto before = states_.find(revision.predecessor);
-    if (!revision.has_difference) return;
+    // What came before the first one that is kept was pruned; its snapshot is looked at.
+    const bool is_first = digests_.empty() && revision.has_snapshot && revision.predecessor != 0;
+    if (!revision.has_difference || is_first) return;
     // Revisions are gone through by their numbers, and most follow the one before.
     const State from =
         before != states_.end() ? before->second : scope_.state(revision.predecessor);

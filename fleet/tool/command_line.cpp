@@ -52,6 +52,7 @@ class CommandLine {
     add_status();
     add_rollout();
     add_rollback();
+    add_prune();
     add_looking();
     add_keygen();
     add_help();
@@ -155,6 +156,48 @@ class CommandLine {
     add_move(rollout->add_subcommand("hold", "No further device takes it"),
              std::make_shared<std::string>(),
              [](const Scope& scope) { return hold_rollout(scope); });
+    add_watch(rollout->add_subcommand(
+        "watch", "Say how far it is, and hold it when too many devices refuse it"));
+  }
+
+  static void add_time(CLI::App* command, const std::string& name, std::chrono::milliseconds& time,
+                       const char* help) {
+    command
+        ->add_option_function<std::string>(
+            name,
+            [name, &time](const std::string& text) {
+              if (parse_duration(text, time)) return;
+              throw qimctl::UsageError(name + ": give a time such as 30s, 5min or 1h");
+            },
+            help)
+        ->type_name("TIME");
+  }
+
+  void add_watch(CLI::App* command) {
+    const auto options = std::make_shared<WatchOptions>();
+    add_scope(command, options->scope);
+    add_time(command, "--every", options->every, "How often to look; 5s when not given");
+    add_time(command, "--for", options->most, "Ends after that time; when all have it, else");
+    on(command, Role::publisher, [this, options](const Publisher& publisher) {
+      options->form = form_;
+      return watch_rollout(publisher, *options);
+    });
+  }
+
+  void add_prune() {
+    const auto options = std::make_shared<PruneOptions>();
+    CLI::App* command = app_.add_subcommand(
+        "prune", "Take old revisions out of the store that nobody needs any more");
+    add_scope(command, options->scope);
+    add_number(command, "--keep", options->keep, "The newest so many stay, and what is needed")
+        ->required()
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    command->add_flag("--dry-run", options->dry_run, "Only say what would go");
+    on(command, Role::publisher, [this, options](const Publisher& publisher) {
+      options->form = form_;
+      return prune_scope(publisher, *options);
+    });
   }
 
   void add_start(CLI::App* command) {

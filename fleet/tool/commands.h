@@ -1,6 +1,7 @@
 // What each command of a fleet does, called with plain values.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -37,6 +38,24 @@ qimctl::ExitCode print_status(const Publisher& publisher, const StatusOptions& o
 
 // Where a scope stands, printed behind each move of its head.
 void print_head(const Head& head, qimctl::OutputForm form);
+
+struct WatchOptions {
+  std::string scope;
+  std::chrono::milliseconds every{5'000};
+  std::chrono::milliseconds most{0};  // 0 = until it is done
+  qimctl::OutputForm form = qimctl::OutputForm::table;
+};
+// Prints how far a rollout is, until all that take it at this stage have it; holds it when too many
+// refuse it.
+qimctl::ExitCode watch_rollout(const Publisher& publisher, const WatchOptions& options);
+
+struct PruneOptions {
+  std::string scope;
+  uint64_t keep = 0;
+  bool dry_run = false;
+  qimctl::OutputForm form = qimctl::OutputForm::table;
+};
+qimctl::ExitCode prune_scope(const Publisher& publisher, const PruneOptions& options);
 
 qimctl::ExitCode print_log(const Scope& scope, qimctl::OutputForm form);
 qimctl::ExitCode print_difference(const Scope& scope, uint64_t from, uint64_t to,

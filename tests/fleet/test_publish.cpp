@@ -2,6 +2,7 @@
 #include <set>
 
 #include "fleet/publish/device_status.h"
+#include "fleet/publish/prune.h"
 #include "fleet/publish/push.h"
 #include "fleet/publish/rollout.h"
 #include "fleet/publish/verify.h"
@@ -249,6 +250,59 @@ TEST_F(FleetPublish, FailuresHoldARollout) {
   EXPECT_EQ(stage_text(advance_rollout(scope_, {.percent = 100, .force = true})), "all");
 }
 
+TEST_F(FleetPublish, FailuresThatWereForcedAreNoneAnyMore) {
+  push_lists(lists("guard", 2));
+  Stage stage;
+  stage.percent = 20;
+  start_rollout(scope_, stage);
+  say("d1", key_, 0, 1);
+  EXPECT_TRUE(has_failed(progress_of(scope_)));
+  advance_rollout(scope_, {.percent = 100, .force = true});
+  EXPECT_FALSE(guard_rollout(scope_).held);
+  say("d2", key_, 0, 1);
+  EXPECT_TRUE(guard_rollout(scope_).held);
+  EXPECT_TRUE(head().stage.hold);
+}
+
+TEST_F(FleetPublish, AGuardHoldsARolloutThatFails) {
+  publish("guard", 1);
+  say("d1", key_, 1);
+  say("d2", key_, 1);
+  push_lists(lists("guard", 2));
+  say("d3", key_, 1, 2);  // before it began: nothing to hold yet
+  EXPECT_FALSE(guard_rollout(scope_).held);
+  Stage stage;
+  stage.percent = 100;
+  stage.max_failures = 1;
+  start_rollout(scope_, stage);
+  say("d1", key_, 2);
+  EXPECT_EQ(to_string(guard_rollout(scope_)), "1 of 3 devices holds revision 2, 1 refused it");
+  say("d2", key_, 1, 2);
+  const Progress progress = guard_rollout(scope_);
+  EXPECT_TRUE(progress.held);
+  EXPECT_FALSE(progress.is_done());
+  EXPECT_EQ(head().what, "held by failures");
+  // Held already.
+  EXPECT_FALSE(guard_rollout(scope_).held);
+  EXPECT_NE(failures_text(head(), 2).find("2 devices refused revision 2, and 1 may"),
+            std::string::npos);
+}
+
+TEST_F(FleetPublish, AStageCarriesWhatDevicesNeedForIt) {
+  const Revision first = push_lists(lists("guard", 2));
+  EXPECT_EQ(head().carried, "");
+  all();
+  EXPECT_EQ(head().carried, fake_.value(publisher_.keys.revision("edge", first.number)));
+  hold_rollout(scope_);
+  EXPECT_EQ(head().carried, "");
+  advance_rollout(scope_, {});
+  // A long one is asked for by those who take it.
+  push_lists(lists("gate", 2000));
+  EXPECT_EQ(head().carried, "");
+  all();
+  EXPECT_EQ(head().carried, "");
+}
+
 TEST_F(FleetPublish, ARollbackIsAMoveOfTheHead) {
   const Revision first = publish("guard", 2);
   publish("guard", 3);
@@ -373,6 +427,107 @@ TEST_F(FleetPublish, StatesThatAreNotWhatTheySayAreRefused) {
   EXPECT_THROW(scope_.state(1), ForgedError);
   fake_.put(publisher_.keys.revisions("edge") + "x", "y");
   EXPECT_THROW(scope_.revisions(), ForgedError);
+}
+
+// A scope with so many revisions, that all devices hold; each fifth one has a snapshot.
+class FleetPrune : public FleetPublish {
+ protected:
+  void push_next() {
+    PushPlan plan = plan_push(scope_, lists("guard", head().last + 2), {});
+    if (plan.number % 5 == 0) plan.chain_bytes = snapshot_bytes;
+    push(scope_, plan, "");
+  }
+  void grow(size_t revisions) {
+    for (size_t i = 0; i < revisions; i++) {
+      push_next();
+      all();
+    }
+  }
+  std::set<std::string> keys() const {
+    const std::vector<std::string> all = fake_.keys();
+    return {all.begin(), all.end()};
+  }
+};
+
+TEST_F(FleetPrune, TakesAwayWhatNobodyNeeds) {
+  grow(13);
+  const std::set<std::string> before = keys();
+  const Pruned would = prune(scope_, 4, true);
+  EXPECT_EQ(keys(), before);
+  const Pruned done = prune(scope_, 5, false);
+  EXPECT_EQ(would.revisions, 9u);
+  // Back to the snapshot that the oldest of the five is made of.
+  EXPECT_EQ(done.first, 5u);
+  EXPECT_EQ(done.revisions, 4u);
+  EXPECT_EQ(done.chunks, 0u);
+  for (uint64_t n = done.first; n <= head().last; n++) EXPECT_NO_THROW(scope_.state(n)) << n;
+  EXPECT_THROW(scope_.state(done.first - 1), AbsentError);
+  EXPECT_EQ(verify_scope(scope_).defects, std::vector<std::string>{});
+  grow(3);
+  const Pruned second = prune(scope_, 1, false);
+  EXPECT_EQ(second.first, 15u);
+  EXPECT_EQ(second.chunks, 2u);
+  EXPECT_EQ(verify_scope(scope_).defects, std::vector<std::string>{});
+}
+
+TEST_F(FleetPrune, LeavesWhatDevicesAndTheHeadNeed) {
+  grow(7);
+  say("d1", key_, 3);
+  EXPECT_EQ(prune(scope_, 1, false).revisions, 0u);
+  say("d1", key_, 6);
+  roll_back(scope_, 2);
+  EXPECT_EQ(prune(scope_, 1, false).revisions, 0u);
+  roll_back(scope_, 7);
+  EXPECT_EQ(prune(scope_, 1, false).first, 5u);
+}
+
+TEST_F(FleetPrune, LeavesWhatOtherScopesHave) {
+  grow(5);
+  const Scope other(publisher_, "other");
+  push(other, plan_push(other, lists("guard", 3), {}), "");
+  const std::string left = publisher_.keys.chunk(sha256("left"));
+  fake_.put(left, "left");
+  const Pruned done = prune(other, 1, false);
+  EXPECT_EQ(done.chunks, 1u);
+  EXPECT_EQ(fake_.value(left), "");
+  EXPECT_EQ(verify_scope(scope_).defects, std::vector<std::string>{});
+}
+
+TEST_F(FleetPrune, StopsWhenAHeadIsMovedMeanwhile) {
+  grow(6);
+  bool moved = false;
+  fake_.on_call([&](const std::string& call, const std::string&) {
+    if (call == "change" && !moved) {
+      moved = true;
+      fake_.put(publisher_.keys.head("edge"), fake_.value(publisher_.keys.head("edge")));
+    }
+    return Fault::none;
+  });
+  EXPECT_THROW(prune(scope_, 1, false), RefusedError);
+  EXPECT_NO_THROW(scope_.state(1));
+}
+
+TEST_F(FleetPrune, APushPutsBackWhatWasPrunedMeanwhile) {
+  grow(4);
+  bool pruned = false;
+  fake_.on_call([&](const std::string& call, const std::string& key) {
+    if (call != "change" || key != publisher_.keys.head("edge") || pruned) return Fault::none;
+    pruned = true;
+    for (const std::string& each : fake_.keys())
+      if (each.starts_with(publisher_.keys.chunks())) fake_.erase(each);
+    return Fault::none;
+  });
+  push_next();
+  EXPECT_TRUE(pruned);
+  EXPECT_EQ(verify_scope(scope_).defects, std::vector<std::string>{});
+}
+
+TEST_F(FleetPrune, DoesNotCompareTooManyScopes) {
+  grow(1);
+  for (int i = 0; i < 130; i++)
+    fake_.put(publisher_.keys.head("s" + std::to_string(i)), "anything");
+  EXPECT_NE(said<RefusedError>([&] { prune(scope_, 1, true); }).find("more than 120 scopes"),
+            std::string::npos);
 }
 
 }  // namespace

@@ -371,10 +371,10 @@ TEST_F(Answers, HaveASchemaEach) {
     for (const std::string& name : below) wanted.insert(command + "-" + name);
     if (below.empty()) wanted.insert(command);
   }
-  wanted.erase("fleet");  // which becomes another program
+  wanted.erase("fleet");  // which becomes another program, with schemas and a test of its own
   std::set<std::string> there;
   for (const auto& entry : std::filesystem::directory_iterator(schema_folder()))
-    there.insert(entry.path().stem());
+    if (!entry.path().stem().string().starts_with("fleet-")) there.insert(entry.path().stem());
   EXPECT_EQ(there, wanted);
   std::set<std::string> untried;
   for (const std::string& name : there)

@@ -53,6 +53,12 @@ class SmallDevice {
         options_, seed_++,
         [this](qim::fleet::LogLevel, const std::string& text) { said_ += text + "\n"; });
   }
+  // The same with an earlier memory: what was kept last did not reach the disk.
+  void start_without_memory(const std::string& memory) {
+    agent_.reset();
+    tools_test::write_text(options_.directory + "/memory", memory);
+    start();
+  }
   void work() { agent_->work(); }
   // Works as time passes.
   void pass(std::chrono::milliseconds time, std::chrono::milliseconds step) {

@@ -77,7 +77,7 @@ TEST_F(AgentTest, GoesOnWhereItWasAfterANewStart) {
   publisher_.publish(policy(21).state());
   device.work();
   EXPECT_EQ(device.held().number, 2U);
-  EXPECT_EQ(device.machine().memory().head_sequence, 2U);
+  EXPECT_EQ(device.machine().memory().seen.sequence, 2U);
 }
 
 TEST_F(AgentTest, TakesTheNextRevisionWhenItsStageComes) {
@@ -112,6 +112,92 @@ TEST_F(AgentTest, GoesBackOverTheWayThatItKept) {
   publisher_.move(1, 1);
   device.pass(3min, 20s);
   EXPECT_EQ(device.held().number, 1U);
+  EXPECT_EQ(device.state(), publisher_.state(1));
+}
+
+TEST_F(AgentTest, AsksForNothingThatTheHeadCarries) {
+  SmallDevice device(store_, publisher_, "d1");
+  publisher_.publish(policy(20).state(), true);
+  device.work();
+  publisher_.add(policy(21).state(), false);
+  const std::string key = publisher_.keys().revision("edge", 2);
+  Head head = publisher_.head();
+  head.sequence++;
+  head.last = head.next = 2;
+  head.next_state = state_digest(publisher_.state(2));
+  head.stage.percent = 100;
+  head.carried = store_.value(key);
+  store_.erase(key);
+  store_.put(publisher_.keys().head("edge"), publisher_.sealed_head(head));
+  device.agent().wait(1ms);
+  const size_t calls = store_.calls();
+  device.work();
+  EXPECT_EQ(device.held().number, 2U);
+  EXPECT_EQ(device.state(), publisher_.state(2));
+  // What is told is as good as what is read: nothing was asked but to take the report.
+  EXPECT_LE(store_.calls() - calls, 1U);
+}
+
+TEST_F(AgentTest, DoesNotGoBackToWhatAWatchIsLateWith) {
+  SmallDevice device(store_, publisher_, "d1");
+  publisher_.publish(policy(20).state(), true);
+  device.work();
+  publisher_.publish(policy(21).state());
+  device.pass(2min, 20s);  // reads it before the watch tells
+  ASSERT_EQ(device.held().number, 2U);
+  device.agent().wait(1ms);
+  EXPECT_EQ(device.machine().standing(), Standing::followed);
+  EXPECT_EQ(device.machine().memory().seen.sequence, 2U);
+}
+
+TEST_F(AgentTest, RemembersTheHeadWithWhatItLedTo) {
+  SmallDevice device(store_, publisher_, "d1");
+  publisher_.publish(policy(20).state(), true);
+  device.work();
+  const auto old = store_.save();
+  const std::string memory = tools_test::read_text(device.directory() + "/memory");
+  publisher_.publish(policy(21).state());
+  device.pass(2min, 20s);
+  // As after a loss of power before the file was written.
+  device.start_without_memory(memory);
+  store_.restore(old);
+  device.work();
+  EXPECT_EQ(device.machine().standing(), Standing::behind);
+  EXPECT_EQ(device.held().number, 2U);
+  device.ask(Request::force);
+  device.work();
+  EXPECT_EQ(device.held().number, 1U);
+  // What was forced stays so.
+  device.start();
+  device.work();
+  EXPECT_EQ(device.machine().standing(), Standing::followed);
+}
+
+TEST_F(AgentTest, TakesTheSnapshotWhereTheChainIsPruned) {
+  SmallDevice device(store_, publisher_, "d1");
+  publisher_.publish(policy(20).state(), true);
+  device.work();
+  for (uint32_t count = 21; count < 26; count++)
+    publisher_.publish(policy(count).state(), count == 24);
+  for (uint64_t number = 1; number < 5; number++)
+    store_.erase(publisher_.keys().revision("edge", number));
+  device.pass(3min, 20s);
+  EXPECT_EQ(device.held().number, 6U);
+  EXPECT_EQ(device.state(), publisher_.state(6));
+}
+
+TEST_F(AgentTest, KeepsALongWayBackInAFile) {
+  SmallDevice device(store_, publisher_, "d1");
+  SmallPolicy noise;
+  for (uint32_t id = 1; id <= 400; id++) noise.actions[id] = to_hex(sha256(std::to_string(id)));
+  publisher_.publish(noise.state(), true);
+  device.work();
+  publisher_.publish(policy(400).state());
+  device.pass(3min, 20s);
+  ASSERT_EQ(device.held().number, 2U);
+  EXPECT_TRUE(std::filesystem::exists(device.directory() + "/back"));
+  publisher_.move(1, 1);
+  device.pass(3min, 20s);
   EXPECT_EQ(device.state(), publisher_.state(1));
 }
 
@@ -354,7 +440,7 @@ TEST_F(AgentTest, BeginsAnewInAnotherScope) {
   device.work();
   device.options().identity.scope = "lab";
   device.start();
-  EXPECT_EQ(device.machine().memory().head_sequence, 0U);
+  EXPECT_EQ(device.machine().memory().seen.sequence, 0U);
   EXPECT_EQ(device.machine().memory().cluster, 1U);
 }
 

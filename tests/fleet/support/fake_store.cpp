@@ -61,6 +61,15 @@ class FakeStore::FakeWatch : public qim::fleet::Watch {
     return WatchNews::changed;
   }
 
+  std::optional<GetAnswer> told() override {
+    const std::lock_guard lock(shared_->mutex);
+    const auto found = shared_->items.find(key_);
+    if (found == shared_->items.end()) return std::nullopt;
+    KeyValue item = found->second;
+    if (shared_->lie) shared_->lie(item);
+    return GetAnswer{shared_->header(), item};
+  }
+
   void interrupt() override {
     const std::lock_guard lock(shared_->mutex);
     interrupted_ = true;
@@ -113,6 +122,9 @@ class FakeStore::Connection : public qim::fleet::Store {
     if (holds) {
       shared_->revision++;
       for (const auto& write : change.writes) shared_->put(write.key, write.value);
+      for (const std::string& key : change.erased) {
+        if (shared_->items.erase(key) != 0) shared_->erased[key] = shared_->revision;
+      }
       shared_->changed.notify_all();
     }
     if (lost) throw StoreError(StoreFailure::unknown, "the answer was lost");
