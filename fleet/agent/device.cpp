@@ -1,13 +1,14 @@
 // Taking revisions, going back, and looking for drift.
 #include "fleet/agent/device.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <set>
 
 #include "fleet/base/compression.h"
 #include "fleet/base/files.h"
-#include "policy/store/history.h"
 #include "rov_edit.h"
 
 namespace qim::fleet {
@@ -34,6 +35,19 @@ std::string snapshot_head(const Held& held) {
                                 const Digest& wanted) {
   throw RefusedError(whose + " makes the state " + short_hex(found) + ", not " + short_hex(wanted) +
                      " as its publisher says");
+}
+
+// The commit that this process reads: the newest, with a session that was begun as the only writer. To
+// begin following the database says it, too, and takes milliseconds.
+uint64_t commit_read(const qimctl::Database& database) {
+  uint64_t newest = 0;
+  const auto look = [](const rov_holder_t* holder, void* found) {
+    auto& most = *static_cast<uint64_t*>(found);
+    const bool is_ours = holder->pid == static_cast<uint32_t>(getpid());
+    if (is_ours && holder->what == ROV_HOLDER_READER) most = std::max(most, holder->revision);
+  };
+  qimctl::require(rov_edit_holders(database.handle(), look, &newest), "see which commit is read");
+  return newest;
 }
 
 // The nodes that were touched, and those that led to nodes which are gone.
@@ -107,7 +121,7 @@ void Device::require_base(uint32_t session, const Held& held, uint64_t revision)
 Held Device::commit(qimctl::WriteSession& writer, const Plan& plan) {
   const qimctl::ReadSession before(database_);  // nobody else commits now
   const Held old = read_mark(before.handle());
-  const uint64_t revision = qimctl::newest_revision(database_);
+  const uint64_t revision = commit_read(database_);
   if (!plan.mends) require_base(before.handle(), old, revision);
   if (plan.mends) digests_.read(before.handle());
   digests_of_ = 0;

@@ -28,7 +28,7 @@ class BrokenDevice : public Device {
   Held take(const Supply& supply, const Target& target, const std::string& scope) override {
     // The first sync is as it should be; what follows comes in differences.
     if (supply.snapshot) return Device::take(supply, target, scope);
-    const Held next{scope, target.number, target.state, 0, {}, 0};
+    const Held next{scope, target.number, target.state, 0, {}, 0, {}};
     std::vector<NodeChange> changes;
     for (const std::string& step : supply.differences) {
       for (const NodeChange& change : parse_difference(step)) changes.push_back(change);
