@@ -16,16 +16,18 @@ foreach(process qim-enforce qimd)
     list(APPEND programs ${process})
   endif()
 endforeach()
+# Packages' programs have no path to the libraries beside them.
+set(beside_libraries ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=$<TARGET_FILE_DIR:qimcommon>)
 set(write_completion "")
 foreach(program ${programs})
   file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/completion/${program})
   list(APPEND write_completion
-    COMMAND ${QIM_PYTHON} ${PROJECT_SOURCE_DIR}/scripts/completion
+    COMMAND ${beside_libraries} ${QIM_PYTHON} ${PROJECT_SOURCE_DIR}/scripts/completion
       ${CMAKE_BINARY_DIR}/completion/${program}/words
       ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${program}>)
 endforeach()
 add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/man.made
-  COMMAND ${QIM_PYTHON} ${PROJECT_SOURCE_DIR}/scripts/man ${manual_folder}
+  COMMAND ${beside_libraries} ${QIM_PYTHON} ${PROJECT_SOURCE_DIR}/scripts/man ${manual_folder}
     ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:qimctl>
   ${write_completion}
   COMMAND ${CMAKE_COMMAND} -E touch ${CMAKE_BINARY_DIR}/man.made

@@ -45,7 +45,7 @@ def form(node):
 
 
 with qim.Database(sys.argv[1] if len(sys.argv) > 1 else None) as database, database.session() as session:
-    checksum, end = 0, '{"format":"qim-policy","version":1,"nodes":[\n'
+    checksum, end = 0, '{"$schema":"urn:qim:schema:policy:1","format":"qim-policy","version":1,"nodes":[\n'
     for node in session:
         line, end = end + form(node), ",\n"
         checksum = qim.crc32c(line.encode(), checksum)

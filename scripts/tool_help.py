@@ -1,6 +1,7 @@
 """What a program's own help says of its commands and options, for programs that make something of it."""
 import re
 import subprocess
+import sys
 
 
 class Help:
@@ -9,6 +10,8 @@ class Help:
     def __init__(self, tool, words, what):
         run = subprocess.run([*tool, *words, "--help"], capture_output=True, text=True, check=False,
                              stdin=subprocess.DEVNULL)
+        if run.returncode != 0 and not words:
+            sys.exit(f"{tool[-1]} does not run: {run.stderr}")
         # A command may be a program of its own, which not every build has.
         said = run.stdout.splitlines() if run.returncode == 0 else []
         self.words = words

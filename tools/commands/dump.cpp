@@ -42,7 +42,8 @@ class Dump {
 
   void write() {
     std::string& text = output_.buffer();
-    text = "{\"format\":\"" + std::string(native_format_name) + "\",\"version\":1,\"nodes\":[\n";
+    text = "{\"$schema\":\"" + std::string(native_schema_name) + "\",\"format\":\"" +
+           native_format_name + "\",\"version\":1,\"nodes\":[\n";
     const char* separator = "";
     Stored dumped;
     each_node(session_.handle(), [&](const rov_node_parms_t& parms) {

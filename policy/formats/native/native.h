@@ -11,6 +11,9 @@ namespace qimctl {
 
 inline constexpr const char* native_format_name = "qim-policy";
 
+// What files name the schema by, so that editors find it wherever a file lies (docs/catalog.json).
+inline constexpr const char* native_schema_name = "urn:qim:schema:policy:1";
+
 // The type of nodes whose contents are given as the database keeps them.
 inline constexpr const char* raw_type_name = "Raw";
 

@@ -60,7 +60,7 @@ ModelInput Reader::read(JsonView document) {
   } else if (root != members.end()) {
     read_acl({root->second});
     for (const auto& [name, json] : members)
-      if (name != root->first) skip({"", std::string(name), {json}});
+      if (name != root->first && name != "$schema") skip({"", std::string(name), {json}});
   } else {
     notes_.problem(Value{document}, "has no access lists; they are in a member " +
                                         in_quotes(openconfig_root) +

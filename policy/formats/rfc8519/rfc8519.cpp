@@ -55,6 +55,7 @@ class RootFinder {
         profiles_.push_back(member);
         continue;
       }
+      if (name == "$schema") continue;  // for editors
       notes_.finding(Fate::skipped, member, in_quotes(name) + " is no access list and is left out");
     }
     return true;
