@@ -58,6 +58,19 @@ uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg) {
       db, [=](rov::Database& of) { return rov::store_holders(of.env, visit, arg); });
 }
 
+uint32_t rov_edit_backup(uint32_t db, const char* path, uint32_t flags, rov_verify_t* report) {
+  if (path == nullptr || *path == '\0') return bad_argument(2);
+  if ((flags & ~uint32_t{ROV_BACKUP_REPLACE}) != 0) return bad_argument(3);
+  if (report == nullptr) return bad_argument(4);
+  const rov::DatabasePin pin(db, rov::DatabasePin::Of::kAny);
+  if (pin.status() != ROV_OK) return pin.status();
+  rov::VerifyReport found;
+  const uint32_t status =
+      rov::store_backup(pin->env, path, (flags & ROV_BACKUP_REPLACE) != 0, &found);
+  if (status == ROV_OK) tell(found, report);
+  return status;
+}
+
 uint32_t rov_edit_compact(const char* path, uint64_t* before, uint64_t* after) {
   if (path == nullptr) return bad_argument(1);
   uint64_t sizes[2] = {};

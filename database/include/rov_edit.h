@@ -140,6 +140,17 @@ uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg);
  * second file; ROV_ERR_INVALID; a status of the store. */
 uint32_t rov_edit_compact(const char* path, uint64_t* before, uint64_t* after);
 
+/* Makes a backup of an open database or snapshot in the directory `path`, which is not there yet: a
+ * database of its own, with the newest commit of this one, for its owner alone. Sessions and writers of
+ * other processes go on meanwhile; commits of this process wait. It is verified, as rov_edit_verify does,
+ * and synced before it comes into place, there whole or not at all; what a killed process leaves beside it
+ * is cleared by the next one that backs up to there. *report: what it holds. flags: ROV_BACKUP_*.
+ * ROV_ERR_OPEN when something is there, or the directory above is not; ROV_ERR_BUSY when somebody else
+ * makes one there, or has the one open that is to be replaced; ROV_ERR_CORRUPT; ROV_ERR_FULL;
+ * ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. On failure nothing is left behind. */
+enum { ROV_BACKUP_REPLACE = 1 /* take the place of a database that is there; of nothing else */ };
+uint32_t rov_edit_backup(uint32_t db, const char* path, uint32_t flags, rov_verify_t* report);
+
 /* Private data of any client, for tools that carry a whole database over.
  * The n-th client in ascending order, n from 0, that keeps private data on a node, and these, into
  * `room` bytes at `data`; ROV_ERR_NO_VALUE past the last; ROV_ERR_LENGTH when they do not fit, with

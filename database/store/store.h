@@ -214,6 +214,12 @@ void writer_unlock(Env* env);
 // The path of the first copy behind `after`. ROV_ERR_NO_ITEM, noted, past the last.
 [[nodiscard]] uint32_t copies_next(Env* env, const char* after, char (&path)[kCopyNameRoom]);
 
+// ---- backup.cpp ---------------------------------------------------------------------------------
+
+// Makes the database in `path` of the newest commit, verified; of what it has. replace: in the place of one
+// that is there and that nobody has open. ROV_ERR_OPEN where something is, or it is no database.
+[[nodiscard]] uint32_t store_backup(Env* env, const char* path, bool replace, VerifyReport* found);
+
 // ---- Readers ------------------------------------------------------------------------------------
 
 // Gives the reader slots of processes that died back.

@@ -129,7 +129,7 @@ TEST(CommandLine, explains_itself) {
   for (const char* command :
        {"--db", "--json", "\n  import ", "\n  restore ", "\n  priv ", "\n  list ", "\n  tree ",
         "\n  watch ", "\n  show ", "\n  refs ", "\n  criteria ", "\n  args ", "\n  edest ",
-        "\n  pinst ", "\n  name ", "\n  check ", "\n  dump ", "\n  compact "}) {
+        "\n  pinst ", "\n  name ", "\n  check ", "\n  dump ", "\n  backup ", "\n  compact "}) {
     const size_t at = help.out.find(command);
     EXPECT_NE(at, std::string::npos) << command;
     EXPECT_GT(at, last) << command;

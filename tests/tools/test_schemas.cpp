@@ -253,6 +253,7 @@ TEST_F(Answers, OfDatabasesFollowTheirSchemas) {
   expect_answer({"detach", "acl", "guard", "if:eth0/in"}, exit_ok, "other");
   expect_answer({"delete", "acl", "guard"}, exit_ok, "other");
   expect_answer({"compact"}, exit_ok, "other");
+  expect_answer({"backup", "--force", file("backup")}, exit_ok, "other");
   expect_answer({"restore", file("dump.json")}, exit_ok, "another");
 }
 

@@ -1,4 +1,5 @@
 // Commands for the database as a whole.
+#include "tools/commands/backup.h"
 #include "tools/commands/check.h"
 #include "tools/commands/compact.h"
 #include "tools/commands/dump.h"
@@ -34,6 +35,21 @@ void add_check(Commands& commands) {
   });
 }
 
+void add_backup(Commands& commands) {
+  struct Given {
+    std::string directory;
+    bool replace = false;
+  };
+  const auto given = std::make_shared<Given>();
+  CLI::App* backup = commands.add(
+      "backup", "Copy the database, verified, to another directory while it is in use");
+  backup->add_flag("--force", given->replace, "Replace the database that is there");
+  backup->add_option("DIR", given->directory, "The directory to make")->required()->type_name("");
+  commands.ask(backup, [&commands, given](const Database& database, const ReadSession&) {
+    back_up(database, given->directory, given->replace, commands.form());
+  });
+}
+
 // What stands behind it is read by the program that it runs.
 void add_fleet(Commands& commands) {
   CLI::App* fleet =
@@ -56,6 +72,7 @@ void add_maintenance(Commands& commands) {
     commands.require_file_form();
     dump_database(database);
   });
+  add_backup(commands);
   CLI::App* compact = commands.add("compact", "Make the database's file as small as it can be");
   commands.on(compact, [&commands] {
     compact_database(commands.database(), commands.form());

@@ -195,6 +195,8 @@ std::vector<HandleCall> database_calls() {
          rov_snapshot_next(handle, nullptr, kRoom, reinterpret_cast<char*>(g.bytes))),
       DO(kDatabase, kPlain, rov_edit_verify,
          rov_edit_verify(handle, reinterpret_cast<rov_verify_t*>(g.bytes))),
+      DO(kDatabase, kPlain, rov_edit_backup,
+         rov_edit_backup(handle, "/", 0, reinterpret_cast<rov_verify_t*>(g.bytes))),
       CALL(
           kDatabase, kPlain, rov_edit_holders, [](const rov_holder_t*, void*) {}, nullptr),
       CALL(kSnapshot, kEnds, rov_snapshot_close),

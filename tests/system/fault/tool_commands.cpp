@@ -105,6 +105,7 @@ const std::vector<Command>& all_commands() {
         {{"dump"}, kDatabase},
         {{"restore", "@@dump.json"}, kNoDatabase},
         {{"compact"}, kCopy},
+        {{"backup", "@@backup", "--force"}, kDatabase},
         {{"--help-all"}, kDatabase},
     };
     all.insert(all.end(), others.begin(), others.end());
