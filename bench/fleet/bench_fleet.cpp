@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <string>
 
 #include "bench/fleet/measure.h"
 
@@ -18,6 +19,10 @@ size_t number_of(int argc, char** argv, int at, size_t otherwise) {
 int main(int argc, char** argv) {
   using namespace fleet_bench;
   try {
+    if (argc == 4 && std::string(argv[1]) == "--apply") {
+      write_alone(argv[2], argv[3]);
+      return 0;
+    }
     printf("| what | ours | beside it | ratio | goal |\n|---|---|---|---|---|\n");
     fleet_test::Cluster cluster;
     {

@@ -63,6 +63,7 @@ class Devices {
   // Until each one has committed since then: how long each took from `begin`. Throws after two minutes.
   std::vector<double> await_commits(Moment begin);
   long resident_kilobytes(int device) const;
+  pid_t pid(int device) const { return programs_[static_cast<size_t>(device)].pid(); }
 
  private:
   int inotify_ = -1;
@@ -74,5 +75,8 @@ class Devices {
 void measure_push(Fleet& fleet, int pushes);
 void measure_spread(Fleet& fleet, fleet_test::Cluster& cluster, int devices);
 void measure_first_sync(Fleet& fleet, size_t entries);
+void measure_first_memory(Fleet& fleet, const qim::fleet::State& state);
+// What `--apply FILE DIRECTORY` does: a state becomes a database, and the most memory of that is printed.
+void write_alone(const std::string& file, const std::string& database_directory);
 
 }  // namespace fleet_bench

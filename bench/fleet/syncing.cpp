@@ -2,15 +2,62 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
+#include <thread>
 
 #include "bench/fleet/measure.h"
+#include "fleet/base/files.h"
 #include "fleet/state/database_state.h"
 
 namespace fleet_bench {
 
 using namespace qim::fleet;
+
+namespace {
+
+// The most that a process had in memory so far.
+long most_kilobytes(const std::string& process) {
+  std::ifstream status("/proc/" + process + "/status");
+  for (std::string word; status >> word;) {
+    long kilobytes = 0;
+    if (word == "VmHWM:" && status >> kilobytes) return kilobytes;
+  }
+  return 0;
+}
+
+void make_database(const State& state, const std::string& database_directory) {
+  const qimctl::Database database(database_directory, qimctl::OpenMode::create);
+  qimctl::WriteSession writer(database);
+  apply_state(&writer, qimctl::ReadSession(database), state);
+  writer.commit();
+}
+
+}  // namespace
+
+void write_alone(const std::string& file, const std::string& database_directory) {
+  make_database(State::parse(read_file(file, size_t{1} << 30)), database_directory);
+  printf("%ld\n", most_kilobytes("self"));
+}
+
+void measure_first_memory(Fleet& fleet, const State& state) {
+  fleet_test::Directory folder;
+  write_file(folder / "state", state.bytes(), 0600);
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+  const double writer =
+      std::stod(fleet_test::output_of({self, "--apply", folder / "state", folder / "db"}));
+  double agent = 0;
+  {
+    Devices device(fleet, 1);
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    agent = static_cast<double>(most_kilobytes(std::to_string(device.pid(0))));
+  }
+  row("the most memory of an agent in its first sync of " + std::to_string(state.size()) +
+          " nodes, beside a program that only writes them",
+      number(agent / 1024) + " MB", number(writer / 1024) + " MB", number(agent / writer, 2), "3");
+}
 
 void measure_first_sync(Fleet& fleet, size_t entries) {
   fleet.publish(policy_of(entries));
@@ -20,12 +67,7 @@ void measure_first_sync(Fleet& fleet, size_t entries) {
   const State state = fleet.scope().state(number_of_it);
   const double fetched = milliseconds_since(begin);
   begin = std::chrono::steady_clock::now();
-  {
-    const qimctl::Database database(folder / "db", qimctl::OpenMode::create);
-    qimctl::WriteSession writer(database);
-    apply_state(&writer, qimctl::ReadSession(database), state);
-    writer.commit();
-  }
+  make_database(state, folder / "db");
   const double applied = milliseconds_since(begin);
 
   const char* build = getenv("QIM_BUILD_DIR");
@@ -40,6 +82,7 @@ void measure_first_sync(Fleet& fleet, size_t entries) {
           number(fetched, 0) + " ms) and applying (" + number(applied, 0) + " ms) the same",
       number(took, 0) + " ms", number(fetched + applied, 0) + " ms",
       number(took / (fetched + applied), 2), "2");
+  measure_first_memory(fleet, state);
 }
 
 }  // namespace fleet_bench

@@ -266,5 +266,36 @@ TEST(FleetEtcd, CertificatesThatAreRenewedAreUsed) {
   EXPECT_FALSE(insist([&] { return store->get("a"); }).found);
 }
 
+TEST(FleetEtcd, WhoIsRevokedComesInNoMore) {
+  const Cluster cluster({.members = 1, .tls = true, .revocation = true});
+  EtcdOptions options = cluster.options("d1");
+  options.timeout = pace::paced(milliseconds(1000));
+  write(*connect_etcd(options), "a", "1");
+  revoke_certificate(cluster.directory(), "d1");
+  EXPECT_EQ(failure_of([&] { connect_etcd(options)->get("a"); }), StoreFailure::unreachable);
+  EXPECT_EQ(insist([&] { return cluster.connect("d2")->get("a"); }).found->value, "1");
+}
+
+TEST(FleetEtcd, AFullStoreIsReadAndSaysSo) {
+  const Cluster cluster({.members = 1, .quota_bytes = "2097152"});
+  const auto store = cluster.connect();
+  write(*store, "a", "1");
+  const auto watch = store->watch("a", store->get("a").header.revision);
+  const std::string much(512 * 1024, 'x');
+  const auto fill = [&] {
+    for (int i = 0; i < 100; i++) store->change({{}, {{"b", much}}});
+  };
+  EXPECT_EQ(failure_of(fill), StoreFailure::refused);
+  // The alarm stays until somebody made room, and all can be read meanwhile.
+  EXPECT_EQ(failure_of([&] { store->change({{}, {{"a", "2"}}}); }), StoreFailure::refused);
+  EXPECT_EQ(store->get("a").found->value, "1");
+  EXPECT_EQ(watch->wait(milliseconds(50)), WatchNews::quiet);
+  cluster.control({"compact", std::to_string(store->get("a").header.revision)});
+  cluster.control({"defrag"});
+  cluster.control({"alarm", "disarm"});
+  write(*store, "a", "2");
+  EXPECT_EQ(watch->wait(patience()), WatchNews::changed);
+}
+
 }  // namespace
 }  // namespace fleet_test

@@ -335,6 +335,32 @@ TEST_F(AgentTest, StaysWhereThereIsContact) {
   EXPECT_NE(status(device).away_since, 0);
 }
 
+TEST_F(AgentTest, AClockThatJumpsChangesNothingButWhatPeopleRead) {
+  constexpr int64_t year = 365 * 24 * 3600;
+  SmallDevice device(store_, publisher_, "d1");
+  publisher_.publish(policy(20).state(), true);
+  device.work();
+  publisher_.add(policy(21).state(), false);
+  stage(100, 600);
+  device.pass(2min, 20s);
+  ASSERT_EQ(device.held().number, 2U);
+  for (const int64_t jump : {year, -2 * year, year}) {
+    device.clock().jump(jump);
+    device.pass(2min, 20s);
+    EXPECT_EQ(device.held().number, 2U);
+    EXPECT_EQ(device.machine().standing(), Standing::followed);
+  }
+  // Without contact it is the time that passes that counts, and that was confirmed before.
+  unreachable(true);
+  device.clock().jump(year);
+  device.pass(20min, 20s);
+  EXPECT_EQ(device.held().number, 2U);
+  unreachable(false);
+  publisher_.publish(policy(22).state());
+  device.pass(3min, 20s);
+  EXPECT_EQ(device.held().number, 3U);
+}
+
 TEST_F(AgentTest, FollowsNoOtherClusterUntilItIsTold) {
   SmallDevice device(store_, publisher_, "d1");
   publisher_.publish(policy(20).state());

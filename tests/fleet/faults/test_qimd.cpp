@@ -18,6 +18,7 @@ namespace {
 using fleet_test::Program;
 using qim::fleet::PrivateKey;
 using testing::HasSubstr;
+using testing::Not;
 
 class QimdTest : public testing::Test {
  protected:
@@ -119,6 +120,24 @@ TEST_F(QimdTest, IsAloneAndIsAskedByOthers) {
   const std::string log = tools_test::read_text(dir_ / "log");
   EXPECT_THAT(log, HasSubstr("was asked to repair"));
   EXPECT_THAT(log, HasSubstr("the database keeps what it has"));
+}
+
+TEST_F(QimdTest, ADiskThatIsFullLeavesWhatIsThere) {
+  publisher_.publish(first_, true);
+  ASSERT_EQ(run({"--once", "60"}), 0) << said_;
+  fleet_test::SmallPolicy large;
+  for (uint32_t id = 1; id <= 4000; id++) {
+    large.actions[id] = qim::fleet::to_hex(qim::fleet::sha256(std::to_string(id)));
+  }
+  publisher_.publish(large.state(), true);
+  // No file becomes longer than the database's is: a write fails as on a full disk.
+  std::string line = "trap '' XFSZ; ulimit -f 256; exec";
+  for (const std::string& word : command({"--once", "3"})) line += " '" + word + "'";
+  EXPECT_NE(Program({"sh", "-c", line}, path("out")).wait(), 0);
+  EXPECT_THAT(tools_test::read_text(dir_ / "out"), Not(HasSubstr("holds revision 2")));
+  EXPECT_EQ(run({"--check"}), 0) << said_;
+  EXPECT_EQ(run({"--once", "60"}), 0) << said_;
+  EXPECT_THAT(said_, HasSubstr("holds revision 2"));
 }
 
 TEST_F(QimdTest, RefusesAWrongCommandLine) {

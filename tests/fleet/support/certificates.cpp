@@ -24,4 +24,22 @@ void make_certificate(const std::string& directory, const std::string& name, int
              at + ".ext", "-out", at + ".pem"});
 }
 
+void revoke_certificate(const std::string& directory, const std::string& name) {
+  std::ofstream(directory + "/ca.conf")
+      << "[ca]\ndefault_ca=own\n[own]\ndatabase=" << directory << "/index.txt\n"
+      << "default_md=sha256\ndefault_crl_days=30\n";
+  std::ofstream(directory + "/index.txt", std::ios::app).flush();
+  std::vector<std::string> command{"openssl",  "ca",
+                                   "-config",  directory + "/ca.conf",
+                                   "-keyfile", directory + "/ca.key",
+                                   "-cert",    directory + "/ca.pem"};
+  if (!name.empty()) {
+    std::vector<std::string> revoke = command;
+    revoke.insert(revoke.end(), {"-revoke", directory + "/" + name + ".pem"});
+    output_of(revoke);
+  }
+  command.insert(command.end(), {"-gencrl", "-out", directory + "/crl.pem"});
+  output_of(command);
+}
+
 }  // namespace fleet_test

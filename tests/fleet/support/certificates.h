@@ -11,4 +11,7 @@ void make_authority(const std::string& directory);
 // server, too, and for so many days, none when they are 0 or less.
 void make_certificate(const std::string& directory, const std::string& name, int days = 30);
 
+// Makes DIRECTORY/crl.pem, with all that were revoked; `name`, if any, is one of them from now on.
+void revoke_certificate(const std::string& directory, const std::string& name = "");
+
 }  // namespace fleet_test

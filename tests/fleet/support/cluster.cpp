@@ -109,6 +109,7 @@ Cluster::Cluster(const Options& options) : options_(options) {
     make_authority(directory_.path());
     make_certificate(directory_.path(), "server");
     make_certificate(directory_.path(), "root");
+    if (options_.revocation) revoke_certificate(directory_.path());
   }
   members_.resize(static_cast<size_t>(options_.members));
   for (Member& member : members_) {
@@ -144,6 +145,7 @@ std::vector<std::string> Cluster::command(int member) const {
     words.push_back("--trusted-ca-file=" + directory_.path() + "/ca.pem");
     words.push_back("--cert-file=" + directory_.path() + "/server.pem");
     words.push_back("--key-file=" + directory_.path() + "/server.key");
+    if (options_.revocation) words.push_back("--client-crl-file=" + directory_.path() + "/crl.pem");
   }
   return words;
 }

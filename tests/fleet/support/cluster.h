@@ -59,6 +59,7 @@ class Cluster {
     int members = 3;
     bool tls = false;
     std::string quota_bytes = "";  // "" = the store's own
+    bool revocation = false;       // it looks at the list of revoked certificates, with tls
   };
 
   // Starts all members and waits until they have a leader.
