@@ -50,6 +50,8 @@ class Header:
         text = path.read_text(encoding="utf-8")
         match = COMMENT.search(text)
         self.about = comment_lines(match[0])
+        first = "\n".join(self.about).strip().split("\n\n")[0].replace("\n", " ")
+        self.what = re.split(r"[.:;]( |$)", first.partition(" - ")[2])[0] or self.name
         listed = re.search(r"#define \w+_KINDS\(X\)((?:.*\\\n)*.*)", text)
         self.kinds = re.findall(r"X\((\w+)\)", listed[1]) if listed else []
         self.groups = []  # section's title, its text, the comment, code
