@@ -1,12 +1,16 @@
 // C entries: the file of a database as a whole, and snapshots that are kept.
 #include <cstring>
+#include <ctime>
+#include <new>
 
 #include "database/base/crc32c.h"
 #include "database/base/error.h"
+#include "database/graph/changes.h"
 #include "database/graph/nodes.h"
 #include "database/handle/handle.h"
 #include "database/session/database.h"
 #include "database/session/session.h"
+#include "database/session/transact.h"
 #include "rov_edit.h"
 
 using rov::bad_argument;
@@ -52,10 +56,46 @@ uint32_t rov_edit_node_sum(uint32_t ses, rov_node_id_t id, uint64_t* sum) {
       ses, [=](rov::View& view) { return rov::node_sum(view, rov::number_of(id), sum); });
 }
 
+namespace {
+
+struct Holders {
+  static constexpr uint32_t kMost = 1024;  // more than there are slots for readers
+  rov_holder_t of[kMost];
+  uint32_t count = 0;
+};
+
+void keep_holder(const rov_holder_t* holder, void* all) {
+  auto* holders = static_cast<Holders*>(all);
+  if (holders->count < Holders::kMost) holders->of[holders->count++] = *holder;
+}
+
+// How long ago the first commit was made after the one that is read, as far as the log has it.
+void add_age(rov::View& view, rov_holder_t* holder) {
+  rov::Change next;
+  if (holder->what != ROV_HOLDER_READER) return;
+  if (rov::change_after(view, holder->revision, UINT32_MAX, &next) != ROV_OK) return;
+  const auto now = static_cast<uint32_t>(time(nullptr));
+  holder->seconds = now > next.time ? now - next.time : 0;
+}
+
+}  // namespace
+
 uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg) {
   if (visit == nullptr) return bad_argument(2);
-  return rov::with_database(
-      db, [=](rov::Database& of) { return rov::store_holders(of.env, visit, arg); });
+  auto* all = new (std::nothrow) Holders;
+  if (all == nullptr) return rov::fail(ROV_ERR_NO_MEM, rov::Note::kNoMemory, sizeof(Holders));
+  uint32_t status = rov::with_database(
+      db, [=](rov::Database& of) { return rov::store_holders(of.env, keep_holder, all); });
+  if (status == ROV_OK) {
+    // Without a session for it no age is known.
+    static_cast<void>(rov::with_newest(db, [=](rov::View& view) {
+      for (uint32_t i = 0; i < all->count; ++i) add_age(view, &all->of[i]);
+      return uint32_t{ROV_OK};
+    }));
+  }
+  for (uint32_t i = 0; i < all->count && status == ROV_OK; ++i) visit(&all->of[i], arg);
+  delete all;
+  return status;
 }
 
 uint32_t rov_edit_backup(uint32_t db, const char* path, uint32_t flags, rov_verify_t* report) {

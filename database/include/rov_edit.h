@@ -124,10 +124,13 @@ typedef struct rov_holder {
   uint32_t what;     /* ROV_HOLDER_* */
   uint32_t pid;      /* the process */
   uint64_t revision; /* pages of this commit and of later ones cannot be used again */
+  uint32_t seconds;  /* for how long it has not been the newest; 0 while it is, or when that is not known:
+                        the log of changes tells, where it has later ones */
+  uint32_t reserved0;
 } rov_holder_t;
 typedef void (*rov_holder_fn)(const rov_holder_t* holder, void* arg);
 /* Calls `visit` for everybody, of any process, who reads or writes the database, readers first, as
- * it is at this moment; `arg` goes to it. It must not call the database. Readers of snapshots that
+ * it was when this was called; `arg` goes to it. Readers of snapshots that
  * are kept are none of the database's. Nobody waits for this and it waits for nobody.
  * ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
 uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg);

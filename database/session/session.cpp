@@ -37,7 +37,7 @@ Obstacle newest_view(Session& session, View** view, uint32_t* status) {
 // Gives the session of that slot a base. The caller is outside its gate.
 uint32_t add_base(Slot& slot, uint32_t live, Env* env) {
   Snapshot* snapshot = nullptr;
-  const uint32_t status = snapshot_open(env, &slot.gate, &snapshot);
+  const uint32_t status = snapshot_open(env, &slot.gate, Reading::kAlone, &snapshot);
   if (status != ROV_OK) return status;
   bool used = false;
   if (gate_enter(slot.gate, live)) {
@@ -95,7 +95,8 @@ uint32_t fill_session(Session* session, Database* db) {
   }
   Snapshot* snapshot = nullptr;
   if (status == ROV_OK) {
-    status = snapshot_open(db->env, &slot_of(session->handle).gate, &snapshot);
+    const Reading reading = session->write ? Reading::kToWrite : Reading::kAlone;
+    status = snapshot_open(db->env, &slot_of(session->handle).gate, reading, &snapshot);
   }
   if (status != ROV_OK) {
     delete edits;
@@ -345,7 +346,7 @@ bool session_follow(uint32_t handle, uint64_t revision) {
     env = access.session().db->env;
   }
   Snapshot* fresh = nullptr;
-  if (snapshot_open(env, &slot.gate, &fresh) != ROV_OK) return false;
+  if (snapshot_open(env, &slot.gate, Reading::kAlone, &fresh) != ROV_OK) return false;
   bool moved = false;
   if (fresh->revision == revision) {
     Access access(handle);

@@ -20,7 +20,7 @@ struct Visitor {
 // A line of the engine's table: process, thread, commit. The commit of a slot that nobody reads
 // through is "-", and the heading has no numbers.
 void tell_of_reader(const char* line, void* visitor) {
-  rov_holder_t holder = {ROV_HOLDER_READER, 0, 0};
+  rov_holder_t holder = {ROV_HOLDER_READER, 0, 0, 0, 0};
   if (sscanf(line, "%" SCNu32 " %*x %" SCNu64, &holder.pid, &holder.revision) != 2) return;
   holder.pid = process_of_number(holder.pid);
   const auto* to = static_cast<const Visitor*>(visitor);
@@ -45,7 +45,7 @@ uint32_t store_holders(Env* env, rov_holder_fn visit, void* arg) {
   if (status != ROV_OK) return status;
   const uint32_t writer = writing_process(env);
   if (writer == 0) return ROV_OK;
-  const rov_holder_t holder = {ROV_HOLDER_WRITER, writer, 0};
+  const rov_holder_t holder = {ROV_HOLDER_WRITER, writer, 0, 0, 0};
   visit(&holder, arg);
   return ROV_OK;
 }

@@ -1,6 +1,8 @@
 // Snapshots and reading from them.
 #include <lmdb.h>
 
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 
@@ -143,6 +145,37 @@ uint32_t search_fail(Snapshot* snapshot, Table table, Bytes key, Finding finding
   return status;
 }
 
+// ---- Slots --------------------------------------------------------------------------------------
+
+// Slots of the table of readers that sessions leave free: for who writes, and for processes that have none
+// yet, as a tool that was just started.
+constexpr uint32_t kForWriters = 8;
+constexpr uint32_t kForNewcomers = 8;
+
+// A line of the engine's table: process, thread, commit. The heading has no numbers.
+int count_line(const char* line, void* count) {
+  uint32_t process = 0;
+  if (sscanf(line, "%" SCNu32 " %*x", &process) == 1) ++*static_cast<uint32_t*>(count);
+  return 0;
+}
+
+// Whether that many slots are taken. The engine knows quickly only how many ever were.
+bool are_taken(Env* env, uint32_t limit) {
+  MDB_envinfo info;
+  mdb_env_info(env->engine, &info);
+  if (info.me_numreaders < limit) return false;
+  store_check_readers(env);
+  uint32_t count = 0;
+  return mdb_reader_list(env->engine, count_line, &count) >= 0 && count >= limit;
+}
+
+// Whether a session may take a slot. Under env->use.lock.
+bool may_take_slot(Env* env, Reading reading) {
+  if (reading == Reading::kToWrite || env->copy >= 0) return true;
+  const bool has_one = env->use.open != nullptr;
+  return !are_taken(env, kMaxReaders - kForWriters - (has_one ? kForNewcomers : 0));
+}
+
 // ---- Taking and giving back ---------------------------------------------------------------------
 
 int begin_once(Snapshot* snapshot) {
@@ -225,10 +258,11 @@ void unlink_open(Env* env, Snapshot* snapshot) {
   if (snapshot->next != nullptr) snapshot->next->previous = snapshot->previous;
 }
 
-Attempt open_attempt(Env* env, Gate* gate, Snapshot** out) {
+Attempt open_attempt(Env* env, Gate* gate, Reading reading, Snapshot** out) {
   Snapshot* snapshot = take_spare(env);
   if (snapshot == nullptr) return {fail(ROV_ERR_NO_MEM, Note::kNoMemory, sizeof(Snapshot))};
-  const int error = begin(snapshot);
+  const bool may_begin = snapshot->txn != nullptr || may_take_slot(env, reading);
+  const int error = may_begin ? begin(snapshot) : MDB_READERS_FULL;
   if (error != 0) {
     give_spare(env, snapshot);
     return engine_attempt(error, env, "begin a read session");
@@ -247,11 +281,11 @@ void snapshot_delete(Snapshot* snapshot) {
   delete snapshot;
 }
 
-uint32_t snapshot_open(Env* env, Gate* gate, Snapshot** out) {
+uint32_t snapshot_open(Env* env, Gate* gate, Reading reading, Snapshot** out) {
   return follow_growth(env, [&] {
     if (is_dead(env)) return Attempt{dead_env(env)};
     pthread_mutex_lock(&env->use.lock);
-    const Attempt attempt = open_attempt(env, gate, out);
+    const Attempt attempt = open_attempt(env, gate, reading, out);
     pthread_mutex_unlock(&env->use.lock);
     return attempt;
   });

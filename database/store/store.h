@@ -166,7 +166,9 @@ void store_close(Env* env);
 // ---- Snapshots: one commit, read as often as wanted ---------------------------------------------
 
 // The newest commit, read inside `gate` from now on. The caller is outside every gate.
-[[nodiscard]] uint32_t snapshot_open(Env* env, Gate* gate, Snapshot** out);
+// Who is about to write gets one of the slots for readers that are kept for that.
+enum class Reading : uint8_t { kAlone, kToWrite };
+[[nodiscard]] uint32_t snapshot_open(Env* env, Gate* gate, Reading reading, Snapshot** out);
 // The caller is outside the gate, which lets nobody in any more.
 void snapshot_close(Snapshot* snapshot);
 // Moves the snapshot to the newest commit, if it is not there. kMapResized: it is on no commit now;

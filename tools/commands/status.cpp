@@ -28,6 +28,7 @@ namespace {
 struct Readers {
   ProcessInfo process;
   uint64_t revision = 0;  // the oldest that it holds
+  uint32_t behind = 0;    // seconds for which that has not been the newest
   size_t count = 0;
 };
 
@@ -50,8 +51,12 @@ struct Status {
 void add_holder(std::map<uint32_t, Readers>& readers, const rov_holder_t& holder) {
   Readers& of = readers[holder.pid];
   of.revision = of.count == 0 ? holder.revision : std::min(of.revision, holder.revision);
+  of.behind = std::max(of.behind, holder.seconds);
   of.count++;
 }
+
+// Pages that such a reader holds are not used again, and the file grows with every commit.
+constexpr uint32_t long_reading = 60;  // seconds
 
 // This process reads the database too, but only to tell of it.
 void add_holders(const Database& database, Status& status) {
@@ -113,10 +118,14 @@ Status status_of(const Database& database) {
   return status;
 }
 
-std::string behind_text(uint64_t revision, uint64_t newest) {
-  if (revision >= newest) return "the newest revision";
-  return "revision " + std::to_string(revision) + ", " + std::to_string(newest - revision) +
-         " behind";
+std::string behind_text(const Readers& reader, uint64_t newest) {
+  if (reader.revision >= newest) return "the newest revision";
+  std::string text = "revision " + std::to_string(reader.revision) + ", " +
+                     std::to_string(newest - reader.revision) + " behind";
+  if (reader.behind == 0) return text;
+  text += " for " + std::to_string(reader.behind) + " s";
+  return reader.behind < long_reading ? text
+                                      : text + ": the file grows until it closes its session";
 }
 
 std::string file_text(const Status& status) {
@@ -153,8 +162,7 @@ void print_text(const Status& status) {
   print_line("writer", status.writer ? process_text(*status.writer) : "none");
   if (status.readers.empty()) print_line("readers", "none");
   for (const Readers& of : status.readers)
-    print_line("reader",
-               process_text(of.process) + ", " + behind_text(of.revision, status.revision));
+    print_line("reader", process_text(of.process) + ", " + behind_text(of, status.revision));
   if (status.watchers.empty()) print_line("watchers", "none that you may see");
   for (const ProcessInfo& process : status.watchers) print_line("watcher", process_text(process));
 }
@@ -196,6 +204,7 @@ JsonValue status_json(const Status& status) {
     JsonValue reader = process_json(of.process);
     reader.set("revision", of.revision);
     reader.set("sessions", of.count);
+    reader.set("behind_seconds", of.behind);
     readers.add(std::move(reader));
   }
   value.set("readers", std::move(readers));
