@@ -149,6 +149,24 @@ std::vector<std::pair<std::string_view, JsonView>> JsonView::members() const {
   return found;
 }
 
+bool JsonView::few_members(std::span<std::pair<std::string_view, JsonView>> room) const {
+  if (size() > room.size()) return false;
+  uint32_t at = cell_ + 1;
+  for (size_t i = 0; i < size(); i++) {
+    room[i] = {tree_->text(at), JsonView(*tree_, at + 1)};
+    at = tree_->behind(at + 1);
+  }
+  return true;
+}
+
+std::vector<JsonView> JsonView::elements() const {
+  std::vector<JsonView> found;
+  found.reserve(size());
+  uint32_t at = cell_ + 1;
+  for (size_t i = 0; i < size(); i++, at = tree_->behind(at)) found.emplace_back(*tree_, at);
+  return found;
+}
+
 void JsonView::each(const Visit& visit) const {
   if (is_object()) {
     for (const auto& [name, value] : members()) visit(std::string(name), value);

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -47,6 +48,10 @@ class JsonView {
   void each(const Visit& visit) const;
   // The members of an object in the order of names.
   std::vector<std::pair<std::string_view, JsonView>> members() const;
+  // The same in the order of the text, into `room`; false when there are more.
+  bool few_members(std::span<std::pair<std::string_view, JsonView>> room) const;
+  // The elements of an array.
+  std::vector<JsonView> elements() const;
   // The member of that name; none when there is none, or this is no object.
   JsonView find(std::string_view name) const;
   // The same of a member that is there. A fault of the caller throws.

@@ -181,7 +181,7 @@ uint32_t JsonTree::child_with(uint32_t container, uint32_t index, std::string& p
   if (position.cell == 0 || position.cell > index) position = {0, container + 1};
   for (uint32_t next; (next = behind(position.cell)) <= index; position.child++)
     position.cell = next;
-  path = pointer_to(path, size_t{position.child});
+  path += '/' + std::to_string(position.child);
   return position.cell;
 }
 
@@ -191,8 +191,10 @@ std::string JsonTree::path(uint32_t index) const {
   uint32_t at = near ? parent_ : 0;
   std::string path = near ? parent_path_ : "";
   while (at != index) {
-    parent_ = at;
-    parent_path_ = path;
+    if (at != parent_) {
+      parent_ = at;
+      parent_path_ = path;
+    }
     at = child_with(at, index, path);
   }
   return path;
@@ -204,8 +206,16 @@ unsigned JsonTree::line(uint32_t index) const {
     for (size_t end; (end = text_.find('\n', lines_.back())) != std::string::npos;)
       lines_.push_back(static_cast<uint32_t>(end) + 1);
   }
-  return static_cast<unsigned>(std::upper_bound(lines_.begin(), lines_.end(), cell(index).at) -
-                               lines_.begin());
+  // Mostly the value is not far behind the last one that was asked about.
+  const uint32_t at = cell(index).at;
+  auto from = lines_.begin() + static_cast<std::ptrdiff_t>(line_);
+  if (*from > at) from = lines_.begin();
+  const auto near = std::min(lines_.end() - from, std::ptrdiff_t{64});
+  auto end = from + near;
+  if (end != lines_.end() && *end <= at) end = lines_.end();
+  const auto behind = std::upper_bound(from, end, at);
+  line_ = static_cast<size_t>(behind - lines_.begin()) - 1;
+  return static_cast<unsigned>(line_ + 1);
 }
 
 }  // namespace qimctl

@@ -70,6 +70,7 @@ class JsonTree {
   // Where the last search in an array ended, so that going through it does not begin anew each time.
   mutable std::unordered_map<uint32_t, Position> positions_;
   mutable std::vector<uint32_t> lines_;  // where each begins
+  mutable size_t line_ = 0;              // the last one that was asked about, from 0
   // The container that the last path went through at the end, and its path.
   mutable uint32_t parent_ = 0;
   mutable std::string parent_path_;

@@ -74,7 +74,7 @@ void ListEditor::write_new(const ListChange& list) {
   const ListNodes nodes(after_, *list.after, attached_after_[list.name()]);
   const ListIds ids = nodes.number(stored_.ids.take(list.name(), nodes.count()));
   for (const PartKey& key : nodes.parts()) put_whole(nodes.part(key, ids));
-  for (size_t i = 0; i < ids.filters.size(); i++) put_whole(nodes.filter(i, ids));
+  put_filters(nodes, ids);
 }
 
 // A list that was made in another way is made anew. What it shares with others stays theirs.
@@ -91,7 +91,7 @@ void ListEditor::write_over(const ListChange& list, const StoredList& stored) {
   const ListIds ids = keep_ids(list, nodes, own);
   remove(stored);
   for (const PartKey& key : nodes.parts()) put_whole(nodes.part(key, ids));
-  for (size_t i = 0; i < ids.filters.size(); i++) put_whole(nodes.filter(i, ids));
+  put_filters(nodes, ids);
 }
 
 void ListEditor::write_difference(const ListChange& list, const StoredList& stored) {
@@ -198,6 +198,14 @@ void ListEditor::remove(const StoredList& stored) {
   std::unordered_set<uint32_t> all(stored.members.begin(), stored.members.end());
   all.insert(stored.ids.group());
   for (const uint32_t id : all) erase(id);
+}
+
+void ListEditor::put_filters(const ListNodes& nodes, const ListIds& ids) {
+  Node filter;
+  for (size_t i = 0; i < ids.filters.size(); i++) {
+    nodes.fill_filter(i, ids, filter);
+    put_whole(filter);
+  }
 }
 
 void ListEditor::put_whole(const Node& node) {

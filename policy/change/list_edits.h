@@ -33,6 +33,7 @@ class ListEditor {
   // The identifiers of a stored list's nodes as it becomes: what stays keeps its own,
   // unless that is 0.
   ListIds keep_ids(const ListChange& list, const ListNodes& nodes, const ListIds& old);
+  void put_filters(const ListNodes& nodes, const ListIds& ids);
   void put_whole(const Node& node);
   void put_changed(const Node& before, const Node& after);
   void link(uint32_t owner, const Link& link);

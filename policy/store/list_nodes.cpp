@@ -1,6 +1,7 @@
 // Making nodes of access lists and of where they are applied.
 #include "policy/store/list_nodes.h"
 
+#include <algorithm>
 #include <set>
 #include <utility>
 
@@ -213,23 +214,30 @@ void ListNodes::fill_police(const PartKey& key, const ListIds& ids, Node& node) 
 }
 
 Node ListNodes::filter(size_t index, const ListIds& ids) const {
+  Node node;
+  fill_filter(index, ids, node);
+  node.place = list_.entries[index].place;
+  return node;
+}
+
+// What has room already keeps it: a list has very many filters.
+void ListNodes::fill_filter(size_t index, const ListIds& ids, Node& node) const {
   const Entry& entry = list_.entries[index];
   const bool last = index + 1 == list_.entries.size();
-  Node node;
   node.id = ids.filters[index];
   node.record.id = node.id;
   node.record.type = QIM_NODE_FILTER;
   node.record.group = ids.group();
   node.record.body.filter.match = QIM_LINK_TRUE;
   node.record.body.filter.nomatch = last ? QIM_LINK_NOMATCH : QIM_LINK_NEXT;
-  node.criteria.reserve(entry.criteria.size() + 1);
-  node.criteria.push_back({criterion_name, bytes_of(entry.name)});
-  node.criteria.insert(node.criteria.end(), entry.criteria.begin(), entry.criteria.end());
-  node.place = entry.place;
+  node.criteria.resize(entry.criteria.size() + 1);
+  node.criteria[0].type = criterion_name;
+  node.criteria[0].args.assign(entry.name.begin(), entry.name.end());
+  std::copy(entry.criteria.begin(), entry.criteria.end(), node.criteria.begin() + 1);
+  node.links.clear();
   if (!last) node.links.push_back({.field = QIM_LN_FILTER_NEXT, .node = ids.filters[index + 1]});
   const uint32_t action = ids.parts.at(forward_key(entry));
   node.links.push_back({.field = QIM_LN_FILTER_TRUE, .node = action});
-  return node;
 }
 
 std::map<std::string_view, std::vector<const Attachment*>> attachments_by_list(const Model& model) {

@@ -65,6 +65,8 @@ class ListNodes {
   // A node; `ids` has all that the list needs.
   Node part(const PartKey& key, const ListIds& ids) const;
   Node filter(size_t index, const ListIds& ids) const;
+  // The same into a node that was another filter's, but for the place.
+  void fill_filter(size_t index, const ListIds& ids, Node& node) const;
 
  private:
   void add(const PartKey& key, const Place& place);

@@ -2,6 +2,8 @@
 #include "policy/store/node_edits.h"
 
 #include <algorithm>
+#include <array>
+#include <optional>
 
 #include "policy/base/names.h"
 #include "policy/store/store_policy.h"
@@ -79,12 +81,17 @@ bool same_clients(uint32_t session, const Node& node) {
 }  // namespace
 
 void put_node(uint32_t session, const Node& node) {
-  const std::vector<uint8_t> tlv = encode_node(node);
+  // Nearly all are small.
+  std::array<uint8_t, 512> room;
+  std::vector<uint8_t> tlv;
+  const std::optional<uint32_t> small = encode_small(node, room);
+  if (!small) tlv = encode_node(node);
   rov_edit_node_t form{};
   form.id = database_id(node.id);
   form.flags = database_flags(node);
-  form.tlv_len = static_cast<uint32_t>(tlv.size());
-  form.tlv = tlv.empty() ? nullptr : tlv.data();
+  form.tlv_len = small.value_or(static_cast<uint32_t>(tlv.size()));
+  form.tlv = small ? room.data() : tlv.data();
+  if (form.tlv_len == 0) form.tlv = nullptr;
   form.dset_len = node.dset ? static_cast<uint32_t>(sizeof(*node.dset)) : 0;
   form.dset = node.dset ? &*node.dset : nullptr;
   require_edit(rov_edit_node_put(session, &form), "store", node.id);

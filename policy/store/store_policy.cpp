@@ -152,6 +152,15 @@ std::vector<uint8_t> encode_node(const Node& node) {
   return tlv;
 }
 
+std::optional<uint32_t> encode_small(const Node& node, std::span<uint8_t> room) {
+  if (node.raw || is_dset_node(node)) return {};
+  const EncodableRecord record(node);
+  uint32_t length = 0;
+  const uint32_t status = qim_node_to_tlv(record.get(), room.data(),
+                                          static_cast<uint32_t>(room.size()), &length, nullptr, 0);
+  return status == ROV_OK ? std::optional<uint32_t>(length) : std::nullopt;
+}
+
 uint32_t database_flags(const Node& node) {
   if (node.raw) return node.raw->flags;
   return is_dset_node(node) ? uint32_t{ROV_NODE_DSET} : 0;

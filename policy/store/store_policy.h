@@ -2,7 +2,10 @@
 // with their links, data-set names and private data.
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
+#include <span>
 #include <vector>
 
 #include "policy/base/policy.h"
@@ -35,5 +38,7 @@ uint32_t database_flags(const Node& node);
 
 // The TLV form of a node's record: what rov_edit_node_put takes. Empty for data-set nodes.
 std::vector<uint8_t> encode_node(const Node& node);
+// The same into `room`; how many bytes, nothing when it is not that simple.
+std::optional<uint32_t> encode_small(const Node& node, std::span<uint8_t> room);
 
 }  // namespace qimctl

@@ -1,6 +1,7 @@
 // Cutting a JSON text into entries.
 #include "policy/formats/parts/cut.h"
 
+#include <algorithm>
 #include <array>
 #include <deque>
 
@@ -46,16 +47,22 @@ class Cutter {
  private:
   CutText whole() const { return {std::string(text_), {}}; }
 
+  // Both go through every byte of a large text.
   bool find_structure() {
-    while (at_ < text_.size() && !structure[static_cast<unsigned char>(text_[at_])]) at_++;
-    return at_ < text_.size();
+    const char* at = text_.data() + at_;
+    const char* const end = text_.data() + text_.size();
+    while (at != end && !structure[static_cast<unsigned char>(*at)]) at++;
+    at_ = static_cast<size_t>(at - text_.data());
+    return at != end;
   }
 
   // From its first quote to behind its last one.
   bool pass_string() {
-    for (at_++; at_ < text_.size() && text_[at_] != '"'; at_++)
-      if (text_[at_] == '\\') at_++;
-    return at_++ < text_.size();
+    const char* at = text_.data() + at_ + 1;
+    const char* const end = text_.data() + text_.size();
+    while (at < end && *at != '"') at += *at == '\\' ? 2 : 1;
+    at_ = static_cast<size_t>(std::min(at, end) - text_.data()) + 1;
+    return at < end;
   }
 
   // A colon and a bracket, to behind the bracket.

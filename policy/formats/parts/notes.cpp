@@ -74,7 +74,7 @@ std::vector<Value> elements(Notes& notes, const Value& list) {
     return found;
   }
   found.reserve(list.json.size());
-  for (size_t i = 0; i < list.json.size(); i++) found.push_back({list.json[i]});
+  for (const JsonView element : list.json.elements()) found.push_back({element});
   return found;
 }
 

@@ -2,6 +2,7 @@
 #include "policy/formats/rfc8519/input.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include "policy/base/json_text.h"
@@ -50,28 +51,54 @@ Object::Object(Notes& notes, const Value& value, std::string_view what, Names kn
     notes.problem(value_, what_ + " must be an object, not " + value.json.kind());
     return;
   }
-  for (const auto& [spelled, json] : value.json.members()) {
+  if (read_plain(known)) return;
+  count_ = 0;
+  read_all(notes, known);
+}
+
+// Members that are known, by their simple names. No other ones: those are told in the order of names.
+bool Object::read_plain(Names known) {
+  std::array<std::pair<std::string_view, JsonView>, std::tuple_size_v<decltype(few_)>> found;
+  if (!value_.json.few_members(found)) return false;
+  for (; count_ < value_.json.size(); count_++) {
+    const auto& [name, json] = found[count_];
+    const auto at = std::find(known.begin(), known.end(), name);
+    if (at == known.end()) return false;
+    few_[count_] = {name, static_cast<size_t>(at - known.begin()), {json}};
+  }
+  return true;
+}
+
+void Object::read_all(Notes& notes, Names known) {
+  for (const auto& [spelled, json] : value_.json.members()) {
     std::string_view name = spelled;
     if (name.starts_with(own_prefix)) name.remove_prefix(own_prefix.size());
+    const auto at = std::find(known.begin(), known.end(), name);
     if (name.starts_with('@')) {
       notes.finding(Fate::skipped, {json}, "annotation " + in_quotes(spelled) + " left out");
     } else if (name.find(':') != std::string::npos) {
       foreign_.push_back({std::string(spelled), {json}});
-    } else if (std::find(known.begin(), known.end(), name) == known.end()) {
+    } else if (at == known.end()) {
       notes.problem({json}, "unknown member " + in_quotes(spelled) + " of " + what_ +
                                 "; it may have " + alternatives(known));
     } else if (find(name)) {
       notes.problem({json},
                     in_quotes(name) + " comes twice, with and without its prefix; remove one");
     } else {
-      members_.emplace_back(name, Value{json});
+      more_.push_back({name, static_cast<size_t>(at - known.begin()), {json}});
     }
   }
 }
 
 Value Object::find(std::string_view name) const {
-  for (const auto& [member, value] : members_)
-    if (member == name) return value;
+  for (const Member& member : members())
+    if (member.name == name) return member.value;
+  return {};
+}
+
+Value Object::at(size_t known) const {
+  for (const Member& member : members())
+    if (member.known == known) return member.value;
   return {};
 }
 

@@ -2,6 +2,7 @@
 // problems and findings that come up.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -56,12 +57,29 @@ class Object {
   Value find(std::string_view name) const;
   // Reports its absence.
   Value require(Notes& notes, std::string_view name) const;
+  // That of the name at this place among the known ones.
+  Value at(size_t known) const;
   const std::vector<Foreign>& foreign() const { return foreign_; }
 
  private:
+  struct Member {
+    std::string_view name;
+    size_t known = 0;  // its place among these
+    Value value;
+  };
+
+  bool read_plain(Names known);
+  void read_all(Notes& notes, Names known);
+  std::span<const Member> members() const {
+    return more_.empty() ? std::span(few_.data(), count_) : std::span<const Member>(more_);
+  }
+
   Value value_;
   std::string what_;
-  std::vector<std::pair<std::string_view, Value>> members_;
+  // Mostly there are few members: they take no memory of their own.
+  std::array<Member, 6> few_;
+  size_t count_ = 0;
+  std::vector<Member> more_;  // all, where there is more to them
   std::vector<Foreign> foreign_;
 };
 

@@ -73,7 +73,7 @@ class MatchReader {
 
  private:
   void read_header(const HeaderFields& fields, const Value& value);
-  void read_field(const CriterionKind& kind, const Object& object);
+  void read_field(const CriterionKind& kind, const Object& object, const Value& value);
   void read_opaque(const Object& object, const std::string& within);
   void read_ports_field(const CriterionKind& kind, const Value& value);
   void read_mac_field(const CriterionKind& kind, const Object& object);
@@ -98,23 +98,22 @@ void MatchReader::read(const Value& matches, const ListType& type) {
   check_type(object, type, Header::eth, acl_type_eth);
   check_type(object, type, Header::ipv4, acl_type_ipv4);
   check_type(object, type, Header::ipv6, acl_type_ipv6);
-  for (const CriterionKind* kind : all.interface.kinds) {
-    if (const Value leaf = object.find(kind->field())) read_interface(*kind, leaf);
+  for (size_t i = 0; i < all.interface.kinds.size(); i++) {
+    if (const Value leaf = object.at(all.each.size() + all.interface.masks.size() + i))
+      read_interface(*all.interface.kinds[i], leaf);
   }
-  for (const auto& fields : all.each) {
-    if (const Value value = object.find(fields->name)) read_header(*fields, value);
+  for (size_t i = 0; i < all.each.size(); i++) {
+    if (const Value value = object.at(i)) read_header(*all.each[i], value);
   }
 }
 
 void MatchReader::check_choice(const Object& matches,
                                std::initializer_list<std::string_view> cases) {
-  std::vector<std::string_view> present;
-  for (const std::string_view name : cases) {
-    if (matches.find(name)) present.push_back(name);
-  }
-  if (present.size() < 2) return;
-  std::string names = in_quotes(present[0]);
-  for (size_t i = 1; i < present.size(); i++) names += " and " + in_quotes(present[i]);
+  const auto is_present = [&](std::string_view name) { return bool(matches.find(name)); };
+  if (std::count_if(cases.begin(), cases.end(), is_present) < 2) return;
+  std::string names;
+  for (const std::string_view name : cases)
+    if (is_present(name)) names += (names.empty() ? "" : " and ") + in_quotes(name);
   notes_.problem(matches.value(), names + " exclude each other; keep one");
 }
 
@@ -134,13 +133,13 @@ void MatchReader::read_header(const HeaderFields& fields, const Value& value) {
   const Object object(notes_, value, fields.quoted, fields.names);
   read_opaque(object, fields.name);
   const size_t before = criteria_.size();
-  for (const CriterionKind* kind : fields.kinds) read_field(*kind, object);
+  for (size_t i = 0; i < fields.kinds.size(); i++)
+    read_field(*fields.kinds[i], object, object.at(fields.masks.size() + i));
   if (criteria_.size() == before) criteria_.push_back({static_cast<uint32_t>(fields.header), {}});
 }
 
-void MatchReader::read_field(const CriterionKind& kind, const Object& object) {
+void MatchReader::read_field(const CriterionKind& kind, const Object& object, const Value& value) {
   if (kind.encoding == Encoding::mac) return read_mac_field(kind, object);
-  const Value value = object.find(kind.field());
   if (!value) return;
   if (kind.encoding == Encoding::ports) return read_ports_field(kind, value);
   add(kind, read_args(notes_, kind, value));

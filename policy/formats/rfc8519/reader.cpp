@@ -141,7 +141,9 @@ void ListReader::read(const Value& value) {
 void ListReader::read_entries(const Value& aces) {
   const Object object(notes_, aces, "\"aces\"", {"ace"});
   skip_foreign(notes_, object);
-  for (const Value& entry : elements(notes_, object.find("ace"))) read_entry(entry);
+  const std::vector<Value> entries = elements(notes_, object.find("ace"));
+  list_.entries.reserve(entries.size());
+  for (const Value& entry : entries) read_entry(entry);
 }
 
 void ListReader::read_entry(const Value& value) {
