@@ -188,7 +188,7 @@ TEST_F(Twins, RandomEditsComeToTheSame) {
   apply(good.text());
   Edits edits;
   size_t remembered = 0;
-  const int rounds = pace::emulated() ? 4 : 30;
+  const int rounds = pace::emulated() ? 3 : 18;
   for (int round = 0; round < rounds && !HasFailure(); round++) {
     SCOPED_TRACE(round);
     File file = good;

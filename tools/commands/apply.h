@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "policy/change/change.h"
+#include "policy/store/database.h"
 #include "tools/base/exit_code.h"
 #include "tools/base/form.h"
 #include "tools/commands/policy_files.h"

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "policy/base/criteria_codes.h"
 #include "policy/change/apply.h"
 #include "policy/change/words.h"
 #include "policy/store/node_scan.h"

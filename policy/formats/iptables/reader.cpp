@@ -1,5 +1,6 @@
 // The chains of the filter table as access lists.
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <set>
@@ -328,7 +329,9 @@ void Reader::attach_all() {
 }  // namespace iptables
 
 bool has_filter_table(const std::string& text) {
-  return text.starts_with("*filter") || text.find("\n*filter") != std::string::npos;
+  constexpr std::string_view line = "\n*filter";
+  return text.starts_with(line.substr(1)) ||
+         memmem(text.data(), text.size(), line.data(), line.size()) != nullptr;
 }
 
 ModelInput read_iptables(const std::string& text, const std::string& file,

@@ -141,11 +141,10 @@ std::optional<PortOperator> read_operator(Notes& notes, const Value& leaf) {
   if (!leaf) return PortOperator::eq;  // the model's default
   const auto name = read_string(notes, leaf);
   if (!name) return {};
-  std::vector<std::string_view> names;
-  for (const OperatorName& op : port_operators()) {
+  for (const OperatorName& op : port_operators())
     if (op.name == *name) return op.code;
-    names.push_back(op.name);
-  }
+  std::vector<std::string_view> names;
+  for (const OperatorName& op : port_operators()) names.push_back(op.name);
   notes.problem(leaf, in_quotes(*name) + " is not an operator; use " + alternatives(names));
   return {};
 }

@@ -56,11 +56,11 @@ void read_forwarding(Notes& notes, const Value& leaf, Entry& entry,
         {notes.place(leaf), "the action " + in_quotes(identity->name) + " of another model"});
     return;
   }
-  std::vector<std::string_view> names;
-  for (const ActionType action : forwarding_actions) {
-    names.push_back(action_name(static_cast<uint32_t>(action)));
-    if (names.back() != identity->name) continue;
-    entry.forwarding = action;
+  std::array<std::string_view, forwarding_actions.size()> names;
+  for (size_t i = 0; i < names.size(); i++) {
+    names[i] = action_name(static_cast<uint32_t>(forwarding_actions[i]));
+    if (names[i] != identity->name) continue;
+    entry.forwarding = forwarding_actions[i];
     return;
   }
   notes.problem(leaf, in_quotes(identity->name) + " is not an action; use " + alternatives(names));
