@@ -122,14 +122,20 @@ class Service {
   Clock::time_point repaired_ = Clock::now();
 };
 
+// What can't be written at once fails there, and is forgotten when the rest is flushed.
+ExitCode print(const std::string& text) {
+  if (fputs(text.c_str(), stdout) >= 0 && fflush(stdout) == 0) return exit_good;
+  say(Level::error, "its output can't be written");
+  return exit_failed;
+}
+
 ExitCode print_ruleset(const Options& options) {
   const qimctl::Database database(options.database, qimctl::OpenMode::read);
   const Revision revision = read_revision(database);
   for (const qimctl::nft::Refusal& refusal : revision.made.refusals)
     say(Level::error, qimctl::quoted(refusal.where) + ": " + refusal.what);
   if (!revision.made.refusals.empty()) return exit_refused;
-  fputs(qimctl::nft::to_json(revision.made.ruleset).c_str(), stdout);
-  return fflush(stdout) == 0 ? exit_good : exit_failed;
+  return print(qimctl::nft::to_json(revision.made.ruleset));
 }
 
 // Sums by entry, over all chains that an entry has rules in.
@@ -143,8 +149,7 @@ ExitCode print_counters() {
     printer.close();
   }
   printer.close();
-  fputs(printer.take().c_str(), stdout);
-  return fflush(stdout) == 0 ? exit_good : exit_failed;
+  return print(printer.take());
 }
 
 ExitCode remove_table() {

@@ -52,6 +52,19 @@ inside qimctl check >"$work/said" || [ $? = 1 ] || die "qimctl check: $(cat "$wo
 inside qim-enforce --dry-run >"$work/said" || die "qim-enforce: $(cat "$work/said")"
 grep -q '"lw.guard"' "$work/said" || die "qim-enforce: $(cat "$work/said")"
 [ -e "$root/lib/systemd/system/qim-enforce.service" ] || die "qim-enforce has no unit"
+for page in man1/qimctl-acl.1 man3/qim_lib_init.3 man5/qim-policy.5 man7/qim-clients.7 man8/qim-enforce.8; do
+  [ -e "$root/usr/share/man/$page.gz" ] || die "there is no page $page"
+done
+[ -s "$root/usr/share/qimctl/words" ] || die "nothing completes qimctl"
+# The fleet, where its libraries were there to build it.
+if [ -e "$root/usr/bin/qimd" ]; then
+  [ -e "$root/lib/systemd/system/qimd.service" ] || die "qimd has no unit"
+  inside qimctl fleet --help >"$work/said" || die "qimctl fleet: $(cat "$work/said")"
+  grep -q rollout "$work/said" || die "qimctl fleet: $(cat "$work/said")"
+  [ -e "$root/usr/share/man/man1/qimctl-fleet-rollout.1.gz" ] || die "there is no page of qimctl fleet"
+  if inside qimd --check >"$work/said" 2>&1; then die "qimd takes settings that are not there"; fi
+  grep -q qimd.conf "$work/said" || die "qimd: $(cat "$work/said")"
+fi
 
 inside python3 -c 'import qim; print([n.kind for n in qim.Database("/tmp/qim.db").session()])' >"$work/said" ||
   die "python3: $(cat "$work/said")"

@@ -185,6 +185,25 @@ TEST_F(Process, SaysWhatIsWrong) {
   EXPECT_EQ(process::run(place_, "--once --metrics /nowhere/metrics").code, 0);
 }
 
+TEST_F(Process, FailsWhereWhatItPrintsIsLost) {
+  ASSERT_TRUE(place_.apply(list("a", entry("x", 1, "accept")), {"a"}));
+  EXPECT_EQ(process::run(place_, "--once").code, 0);
+  for (const std::string print : {"--dry-run", "--counters"}) {
+    EXPECT_EQ(process::run(place_, print).code, 0);
+    EXPECT_EQ(process::run(place_, print + " >/dev/full #").code, 4);
+  }
+}
+
+TEST_F(Process, TakesItsTableAwayAndIsContentWithNone) {
+  ASSERT_TRUE(place_.apply(list("a", entry("x", 1, "accept")), {"a"}));
+  EXPECT_EQ(process::run(place_, "--once").code, 0);
+  EXPECT_TRUE(enforce::read_kernel().is_there);
+  for (int time = 0; time < 2; ++time) {
+    EXPECT_EQ(process::run(place_, "--remove").code, 0);
+    EXPECT_FALSE(enforce::read_kernel().is_there);
+  }
+}
+
 // Of an even revision the first list decides about all packets, of an odd one the second: a packet that
 // met a part of each would be left to the default, which counts.
 std::string lists_of(uint32_t revision) {
