@@ -32,7 +32,7 @@ int main(int argc, char** argv) {
     {
       fleet_test::Cluster other;
       Fleet fleet(other);
-      measure_first_sync(fleet, number_of(argc, argv, 2, 50000));
+      measure_first_sync(fleet, number_of(argc, argv, 2, 100000));
     }
     const size_t devices = number_of(argc, argv, 1, 200);
     if (devices == 0) return 0;
