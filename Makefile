@@ -7,7 +7,7 @@ PRESETS := native i386 powerpc asan tsan clang
 
 .DEFAULT_GOAL := native
 MAKEFLAGS += --no-print-directory
-.PHONY: $(PRESETS) all demo fleet-demo check coverage fuzz soak bench format lint install clean help
+.PHONY: $(PRESETS) all demo fleet-demo check coverage fuzz soak bench bench-compare format lint install clean help
 .PHONY: dist deb check-deb python wheel site
 .PHONY: $(PRESETS:%=check-%) check-coverage
 
@@ -58,6 +58,9 @@ fuzz:
 bench:
 	@scripts/bench
 
+bench-compare:
+	@scripts/bench-compare
+
 format:
 	@scripts/format
 
@@ -106,6 +109,7 @@ help:
 	@echo 'make fuzz               search for inputs that break something, for five minutes'
 	@echo 'make mutate             break the library on purpose and see whether its tests notice'
 	@echo 'make bench              benchmarks'
+	@echo 'make bench-compare      what changed in their ratios since they were kept'
 	@echo 'make format             format the sources'
 	@echo 'make lint               check format and house rules, and analyse the sources'
 	@echo 'make python             the Python package, into build/native/python'

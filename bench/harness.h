@@ -1,5 +1,6 @@
-// Runs what is compared side by side: the sides of a workload take turns, repetition by repetition,
-// and each is judged by the lower quartile of its repetitions.
+// Runs what is compared side by side. The sides of a workload take turns; a claim about two of them is
+// judged by the median of what each turn says of both, so that what the machine does besides, which
+// comes and goes more slowly than turns do, is in both sides of every ratio.
 #ifndef BENCH_HARNESS_H
 #define BENCH_HARNESS_H
 
@@ -7,16 +8,17 @@
 
 #include <cstdint>
 #include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
 namespace bench {
 
 struct Options {
-  bool smoke = false;  // sizes and times just large enough to see that everything runs
-  bool large = false;  // a database of a million nodes, too
-  int repetitions = 9;
-  double seconds = 0.02;  // of each repetition
+  bool smoke = false;     // sizes and times just large enough to see that everything runs
+  bool large = false;     // a database of a million nodes, too
+  int repetitions = 21;   // turns of each side
+  double seconds = 0.01;  // of each of them
   std::string filter;     // only workloads whose name contains it
   std::string report = "bench-report";
 };
@@ -53,20 +55,34 @@ struct Workload {
   std::vector<Claim> claims;
 };
 
+// The median of some turns, and where the median of ever more turns lies with a probability of 95 %.
+struct Estimate {
+  double value = 0;
+  double low = 0;
+  double high = 0;
+};
+Estimate estimate_of(std::vector<double> turns);
+
+enum class Verdict { kNone, kMet, kMissed, kUnsteady };
+
 struct Row {
   std::string workload;
   Claim claim;
   double ours = 0;
   double theirs = 0;
-  double value = 0;  // what the rule compares with the limit
-  bool met = true;
+  Estimate value;  // what the rule compares with the limit
 };
+// Whether the limit is kept. It can't be told where the limit lies within what the turns leave open
+// and that is wider than 5 % to either side; nor, without a limit, where it is wider.
+Verdict verdict_of(const Row& row);
 
 struct Timing {
   std::string workload;
   std::string side;
-  std::vector<double> nanos;  // of each repetition
-  double quartile = 0;
+  std::vector<double> nanos;  // of each turn
+  std::vector<double>
+      instructions;  // the same, per thing; none where the machine doesn't count them
+  std::vector<double> cache_misses;
 };
 
 struct Results {
@@ -89,6 +105,7 @@ class Harness {
  private:
   Options options_;
   Results results_;
+  std::mt19937 random_{7};  // of the order in each turn
 };
 
 // Writes table.txt and results.json into the folder of the options; the table goes to the standard

@@ -1,3 +1,4 @@
+// The table and the data that a run leaves.
 #include <cinttypes>
 #include <cstdio>
 #include <filesystem>
@@ -21,10 +22,36 @@ std::string time_text(double nanos) {
 }
 
 std::string value_text(const Row& row) {
-  if (row.value == 0) return "";
-  if (row.claim.rule == Rule::kExtra) return format("%+.0f ns", row.value);
-  if (row.claim.rule == Rule::kAbsolute) return format("%.1f ns", row.value);
-  return format(row.value < 0.1 ? "%.3f" : "%.2f", row.value);
+  const double value = row.value.value;
+  if (value == 0) return "";
+  if (row.claim.rule == Rule::kExtra) return format("%+.0f ns", value);
+  if (row.claim.rule == Rule::kAbsolute) return format("%.1f ns", value);
+  return format(value < 0.1 ? "%.3f" : "%.2f", value);
+}
+
+// "1.31 to 1.36"
+std::string spread_text(const Row& row) {
+  const Estimate& value = row.value;
+  if (value.low == value.high) return "";
+  const char* how = row.claim.rule == Rule::kExtra      ? "%+.0f"
+                    : row.claim.rule == Rule::kAbsolute ? "%.1f"
+                    : value.value < 0.1                 ? "%.3f"
+                                                        : "%.2f";
+  return format(how, value.low) + " to " + format(how, value.high);
+}
+
+const char* verdict_text(const Row& row) {
+  switch (verdict_of(row)) {
+    case Verdict::kNone:
+      return "";
+    case Verdict::kMet:
+      return "met";
+    case Verdict::kMissed:
+      return "MISSED";
+    case Verdict::kUnsteady:
+      return "can't tell";
+  }
+  return "";
 }
 
 std::string goal_text(const Row& row) {
@@ -45,13 +72,12 @@ std::string goal_text(const Row& row) {
 
 std::string table_of(const Results& results) {
   std::string text =
-      "| workload | ours | ns | beside it | ns | ratio | goal | |\n"
-      "|---|---|---|---|---|---|---|---|\n";
+      "| workload | ours | ns | beside it | ns | ratio | goal | | spread |\n"
+      "|---|---|---|---|---|---|---|---|---|\n";
   for (const Row& row : results.rows) {
-    const char* verdict = row.claim.rule == Rule::kShown ? "" : row.met ? "met" : "MISSED";
     text += "| " + row.workload + " | " + row.claim.ours + " | " + time_text(row.ours) + " | " +
             row.claim.theirs + " | " + time_text(row.theirs) + " | " + value_text(row) + " | " +
-            goal_text(row) + " | " + verdict + " |\n";
+            goal_text(row) + " | " + verdict_text(row) + " | " + spread_text(row) + " |\n";
   }
   return text;
 }
@@ -64,16 +90,22 @@ nlohmann::json json_of(const Options& options, const Results& results) {
                     {"theirs", row.claim.theirs},
                     {"ours_ns", row.ours},
                     {"theirs_ns", row.theirs},
-                    {"value", row.value},
+                    {"value", row.value.value},
+                    {"low", row.value.low},
+                    {"high", row.value.high},
+                    {"ratio", row.claim.rule != Rule::kExtra && row.claim.rule != Rule::kAbsolute},
+                    {"more_is_better", row.claim.rule == Rule::kSpeedup},
                     {"goal", goal_text(row)},
-                    {"met", row.met}});
+                    {"verdict", verdict_text(row)}});
   }
   nlohmann::json timings = nlohmann::json::array();
   for (const Timing& timing : results.timings) {
     timings.push_back({{"workload", timing.workload},
                        {"side", timing.side},
                        {"ns", timing.nanos},
-                       {"lower_quartile_ns", timing.quartile}});
+                       {"median_ns", estimate_of(timing.nanos).value},
+                       {"instructions", timing.instructions},
+                       {"cache_misses", timing.cache_misses}});
   }
   return {{"pointer_bits", sizeof(void*) * 8},
           {"repetitions", options.repetitions},

@@ -58,11 +58,12 @@ void run_import(Harness& harness, const std::string& of, const Plan& plan) {
     write_images(database, images);
   }
   if (harness.wanted(room)) {
-    Row row{room, {"file", "identifier, name, TLV, links", Rule::kAtMost, 1.6}};
+    Row row;
+    row.workload = room;
+    row.claim = {"file", "identifier, name, TLV, links", Rule::kAtMost, 1.6};
     row.ours = double(std::filesystem::file_size(path + "/data.mdb")) / plan.nodes;
     row.theirs = double(bytes_of(images)) / plan.nodes;
-    row.value = row.ours / row.theirs;
-    row.met = row.value <= row.claim.limit;
+    row.value = estimate_of({row.ours / row.theirs});
     harness.add(row);
   }
   if (!harness.wanted(name)) return;

@@ -8,6 +8,10 @@ function(qim_database_layer folder)
   list(TRANSFORM arg_USES PREPEND rov_)
   qim_layer(rov_${folder} database/${folder}
     USES rov_headers ${arg_USES} LIBRARIES ${arg_LIBRARIES} Threads::Threads)
+  # What a thread has of its own are some words, which fit into the room that the loader keeps for
+  # libraries that are opened later, so they are found without a call: a read looks at them dozens of
+  # times.
+  target_compile_options(rov_${folder} PRIVATE -ftls-model=initial-exec)
   # Files beyond 2 GiB, and directories whose positions have 64 bits, on 32-bit targets too.
   target_compile_definitions(rov_${folder} PUBLIC _FILE_OFFSET_BITS=64)
   list(APPEND rov_layers rov_${folder})

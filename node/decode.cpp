@@ -45,7 +45,7 @@ uint32_t finish(uint32_t ses, const schema::NodeType* type, qim_node_t* node) {
     return QIM_ERR_NODE_TYPE;
   }
   const uint32_t status = links_get(ses, *type, node);
-  if (schema::part_of(*type, schema::Coding::list) != nullptr) {
+  if (schema::list_of(*type) != nullptr) {
     count_criteria(node->body.filter);  // even of a filter whose links failed
   }
   return status;

@@ -45,11 +45,11 @@ uint32_t free_criteria(qim_criterion_t* crit, int32_t line, qim_lib_ctx_t* lib) 
 uint32_t free_body(qim_node_t& node, qim_lib_ctx_t* lib) {
   const schema::NodeType* type = schema::node_type(node.type);
   if (type == nullptr) return ROV_OK;
-  if (const schema::Row* row = schema::part_of(*type, schema::Coding::args)) {
+  if (const schema::Row* row = schema::args_of(*type)) {
     const schema::Args args = schema::args_at(&node.body, row->position, row->length_at);
     return free_args(args.bytes, args.length, type->lines.free, lib);
   }
-  if (schema::part_of(*type, schema::Coding::list) != nullptr) {
+  if (schema::list_of(*type) != nullptr) {
     return free_criteria(node.body.filter.crit, type->lines.free, lib);
   }
   return ROV_OK;

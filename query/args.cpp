@@ -27,7 +27,7 @@ uint32_t args_get(uint32_t ses, qim_node_id_t node_id, uint32_t type, uint32_t b
     report(status, kArgGet, 279, ctx);
     return status;
   }
-  const schema::Row* row = schema::part_of(*schema::node_type(type), schema::Coding::args);
+  const schema::Row* row = schema::args_of(*schema::node_type(type));
   const schema::Args args = schema::args_at(&node->body, row->position, row->length_at);
   if (buf_len < args.length) {
     report(QIM_ERR_BUF_SMALL, kArgGet, 284, ctx);

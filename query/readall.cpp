@@ -66,13 +66,13 @@ uint32_t read_part(const ReadAll& all, uint32_t len, T** member, const schema::P
 uint32_t read_variable(const ReadAll& all) {
   const schema::NodeType& type = *schema::node_type(all.out->type);  // a node that was read has one
   qim_node_body_t& body = all.out->body;
-  if (schema::part_of(type, schema::Coding::list) != nullptr) {
+  if (schema::list_of(type) != nullptr) {
     return read_part(all, body.filter.crit_bytes, &body.filter.crit, type.lines,
                      [&all](uint32_t room) {
                        return qim_filter_criteria_get(all.ses, all.node_id, room, all.cursor);
                      });
   }
-  const schema::Row* row = schema::part_of(type, schema::Coding::args);
+  const schema::Row* row = schema::args_of(type);
   if (row == nullptr) return ROV_OK;
   return read_part(all, *schema::length_at(&body, row->length_at),
                    schema::bytes_at(&body, row->position), type.lines, [&](uint32_t room) {

@@ -504,13 +504,34 @@ constexpr const Row* slot_of(const NodeType& type, uint32_t field) {
   return nullptr;
 }
 
-// The row of a type's variable part, coded as `coding`: Coding::args or Coding::list. NULL when it
-// has none.
-constexpr const Row* part_of(const NodeType& type, Coding coding) {
-  for (const Row& row : *type.body) {
-    if (row.coding == coding) return &row;
+// The rows of a type's variable parts; NULL for those that it has not. Every read asks for them.
+struct VariableParts {
+  const Row* args;  // Coding::args
+  const Row* list;  // Coding::list
+};
+
+struct PartsByCode {
+  VariableParts at[kTypeCodes];
+};
+
+consteval PartsByCode make_parts_by_code() {
+  PartsByCode parts = {};
+  for (const NodeType* type : types_by_code.at) {
+    if (type == nullptr) continue;
+    for (const Row& row : *type->body) {
+      if (row.coding == Coding::args) parts.at[type->code].args = &row;
+      if (row.coding == Coding::list) parts.at[type->code].list = &row;
+    }
   }
-  return nullptr;
+  return parts;
+}
+inline constexpr PartsByCode parts_by_code = make_parts_by_code();
+
+constexpr const Row* args_of(const NodeType& type) {
+  return parts_by_code.at[type.code].args;
+}
+constexpr const Row* list_of(const NodeType& type) {
+  return parts_by_code.at[type.code].list;
 }
 
 }  // namespace qim::schema

@@ -48,7 +48,7 @@ class Journal {
   static void enter_one(void* block, uint32_t size);
 
   // Those of the thread lie within one another.
-  static constinit thread_local uint32_t journals_ __attribute__((tls_model("initial-exec")));
+  static constinit thread_local uint32_t journals_;
   uint32_t begin_;
 };
 
@@ -70,7 +70,7 @@ class Level {
   static bool is_last() { return depth_ >= kMaxDepth; }
 
  private:
-  static constinit thread_local uint32_t depth_ __attribute__((tls_model("initial-exec")));
+  static constinit thread_local uint32_t depth_;
 };
 
 // The field descriptors that follow a table's head.

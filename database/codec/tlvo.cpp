@@ -31,7 +31,7 @@ constexpr uint32_t kFirstRoom = 16;
 constexpr size_t kMostEntries =
     SIZE_MAX / 2 / sizeof(Entry) < UINT32_MAX / 2 ? SIZE_MAX / 2 / sizeof(Entry) : UINT32_MAX / 2;
 
-constinit thread_local Entries entries __attribute__((tls_model("initial-exec")));
+constinit thread_local Entries entries;
 
 }  // namespace
 

@@ -178,7 +178,7 @@ struct Cache {
 // The thread's cache. At first one that never has a block nor room for one, so that a thread which
 // has none yet needs no test.
 extern constinit Cache no_cache;
-extern constinit thread_local Cache* my_cache __attribute__((tls_model("initial-exec")));
+extern constinit thread_local Cache* my_cache;
 
 inline void mark_live(void* block, uint32_t size) {
   Head* head = head_of(block);

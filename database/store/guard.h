@@ -20,7 +20,7 @@ constexpr int kEngineDead = -30700;
 struct Guard {
   void* place[5];  // as __builtin_setjmp wants it
 };
-extern constinit thread_local Guard* t_guard __attribute__((tls_model("initial-exec")));
+extern constinit thread_local Guard* t_guard;
 
 // Takes the engine's assertions over, from its creation on.
 void guard_engine(Env* env);

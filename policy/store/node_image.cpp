@@ -31,7 +31,7 @@ size_t room_for(const qim_node_t& record) {
   size_t bytes = align8(record.priv_len);
   const NodeType& type = *qim::schema::node_type(record.type);
   if (has_criteria(record.type)) bytes += record.body.filter.crit_bytes;
-  const Row* args = part_of(type, Coding::args);
+  const Row* args = args_of(type);
   if (args != nullptr)
     bytes += qim::schema::args_at(&record.body, args->position, args->length_at).length;
   return align8(bytes);
@@ -77,7 +77,7 @@ void add_others(const ReadSession& session, const qim_node_t& record,
 
 bool has_criteria(uint32_t type) {
   const NodeType* known = qim::schema::node_type(type);
-  return known != nullptr && part_of(*known, Coding::list) != nullptr;
+  return known != nullptr && list_of(*known) != nullptr;
 }
 
 bool has_dset(const qim_node_t& record) {

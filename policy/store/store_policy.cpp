@@ -28,8 +28,8 @@ class EncodableRecord {
       : record_(node.record), criteria_(node.criteria.size()) {
     const qim::schema::NodeType* type = qim::schema::node_type(record_.type);
     if (type == nullptr) return;
-    if (const Row* row = part_of(*type, Coding::args)) attach(node.args, *row, &record_.body);
-    if (part_of(*type, Coding::list) != nullptr) attach(node.criteria, record_.body.filter);
+    if (const Row* row = args_of(*type)) attach(node.args, *row, &record_.body);
+    if (list_of(*type) != nullptr) attach(node.criteria, record_.body.filter);
   }
   EncodableRecord(const EncodableRecord&) = delete;
   EncodableRecord& operator=(const EncodableRecord&) = delete;

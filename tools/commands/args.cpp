@@ -15,15 +15,14 @@ namespace {
 std::string types_with_arguments() {
   std::string names;
   for (const qim::schema::NodeType* type : qim::schema::types_by_code.at) {
-    if (type == nullptr || part_of(*type, qim::schema::Coding::args) == nullptr) continue;
+    if (type == nullptr || args_of(*type) == nullptr) continue;
     names += (names.empty() ? "" : " or ") + std::string(type->name);
   }
   return names;
 }
 
 std::vector<uint8_t> arguments(const ReadSession& session, const qim_node_t& record) {
-  const qim::schema::Row* row =
-      part_of(*qim::schema::node_type(record.type), qim::schema::Coding::args);
+  const qim::schema::Row* row = args_of(*qim::schema::node_type(record.type));
   if (row == nullptr) {
     throw DatabaseError(
         QIM_ERR_NODE_TYPE, "read the arguments of " + node_id_text(record.id),

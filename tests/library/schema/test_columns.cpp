@@ -87,8 +87,8 @@ TEST(Columns, say_which_types_have_data_set_names) {
 TEST(Columns, say_which_types_have_arguments_and_criteria) {
   for (const std::uint32_t code : {1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 32u, 33u}) {
     const NodeType& type = *qim::schema::node_type(code);
-    EXPECT_EQ(part_of(type, qim::schema::Coding::args) != nullptr, code == 2 || code == 9) << code;
-    EXPECT_EQ(part_of(type, qim::schema::Coding::list) != nullptr, code == 1) << code;
+    EXPECT_EQ(args_of(type) != nullptr, code == 2 || code == 9) << code;
+    EXPECT_EQ(list_of(type) != nullptr, code == 1) << code;
   }
 }
 
