@@ -4,8 +4,10 @@
 
 #include "database/base/error.h"
 #include "database/base/logger.h"
+#include "database/graph/changes.h"
 #include "database/session/database.h"
 #include "database/session/session.h"
+#include "database/session/transact.h"
 
 namespace {
 
