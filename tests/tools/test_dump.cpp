@@ -171,7 +171,8 @@ TEST_F(Dump, has_the_same_bytes_on_every_machine) {
     {"id": 2, "type": "Police", "body": {"comt_bw": {"rate": "0x0102030405060708"}}},
     {"id": 3, "type": "Dset", "dset": {"dest": {"fmt": "interface", "ifix": 258}, "type": 5}}]})";
   ASSERT_EQ(run("db", {"import", file("a.json", input)}).code, qimctl::exit_ok);
-  EXPECT_EQ(dump("db"), R"({"$schema":"urn:qim:schema:policy:1","format":"qim-policy","version":1,"nodes":[
+  EXPECT_EQ(dump("db"),
+            R"({"$schema":"urn:qim:schema:policy:1","format":"qim-policy","version":1,"nodes":[
 {"id":"0x00000001","type":"Action","flags":0,"group":258,"body":{"type":1,"args":"0102"},"links":{"ln_141":"0x00000002"},"priv":"6162"},
 {"id":"0x00000002","type":"Police","flags":0,"group":0,"body":{"comt_bw":{"rate_units":0,"rate":"0x0102030405060708","burst_units":0,"burst":0},"peak_bw":{"rate_units":0,"rate":0,"burst_units":0,"burst":0}}},
 {"id":"0x00000003","type":"Dset","dset":{"dest":{"fmt":"interface","ifix":258,"vrf":0,"vlan":0,"vdc":0},"type":5,"dir":0}}
