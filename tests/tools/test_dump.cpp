@@ -177,7 +177,7 @@ TEST_F(Dump, has_the_same_bytes_on_every_machine) {
 {"id":"0x00000002","type":"Police","flags":0,"group":0,"body":{"comt_bw":{"rate_units":0,"rate":"0x0102030405060708","burst_units":0,"burst":0},"peak_bw":{"rate_units":0,"rate":0,"burst_units":0,"burst":0}}},
 {"id":"0x00000003","type":"Dset","dset":{"dest":{"fmt":"interface","ifix":258,"vrf":0,"vlan":0,"vdc":0},"type":5,"dir":0}}
 ],
-"checksum":"08d27b5c"}
+"checksum":"90095a35"}
 )");
 }
 
