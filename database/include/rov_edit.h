@@ -124,9 +124,9 @@ typedef struct rov_holder {
   uint32_t what;     /* ROV_HOLDER_* */
   uint32_t pid;      /* the process */
   uint64_t revision; /* pages of this commit and of later ones cannot be used again */
-  uint32_t
-      seconds; /* for how long it has not been the newest; 0 while it is, or when that is not known:
-                        the log of changes tells, where it has later ones */
+  /* Seconds for which it has not been the newest; 0 while it is, or when that is not known: the log of
+     changes tells, where it has later ones. */
+  uint32_t seconds;
   uint32_t reserved0;
 } rov_holder_t;
 typedef void (*rov_holder_fn)(const rov_holder_t* holder, void* arg);
