@@ -223,7 +223,7 @@ class LookingBack {
  public:
   explicit LookingBack(const std::string& database) {
     EXPECT_OK(rov::store_open(database.c_str(), {}, &env_));
-    EXPECT_OK(rov::snapshot_open(env_, &gate_, &snapshot_));
+    EXPECT_OK(rov::snapshot_open(env_, &gate_, rov::Reading::kAlone, &snapshot_));
   }
   ~LookingBack() {
     rov::snapshot_close(snapshot_);
