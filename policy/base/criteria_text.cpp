@@ -47,9 +47,19 @@ std::string mac_text(const qim_crit_value_t& value) {
   return whole ? address : address + "/" + mac_address(mask);
 }
 
-std::string network_text(const qim_crit_value_t& value, int family) {
+// Most criteria are such addresses, and the system's function takes ten times as long.
+std::string ipv4_text(const qim_crit_value_t& value) {
+  std::string text;
+  for (size_t i = 0; i < 4; i++) {
+    text += std::to_string(value.as.network.address[i]);
+    text += i < 3 ? '.' : '/';
+  }
+  return text += std::to_string(value.as.network.bits);
+}
+
+std::string ipv6_text(const qim_crit_value_t& value) {
   std::array<char, INET6_ADDRSTRLEN> text{};
-  inet_ntop(family, value.as.network.address, text.data(), text.size());
+  inet_ntop(AF_INET6, value.as.network.address, text.data(), text.size());
   return std::string(text.data()) + "/" + std::to_string(value.as.network.bits);
 }
 
@@ -98,9 +108,9 @@ Text value_text(const CriterionKind& kind, Args args) {
     case Encoding::mac:
       return mac_text(value);
     case Encoding::ipv4_prefix:
-      return network_text(value, AF_INET);
+      return ipv4_text(value);
     case Encoding::ipv6_prefix:
-      return network_text(value, AF_INET6);
+      return ipv6_text(value);
     case Encoding::ports:
       return ports_text(value);
     case Encoding::bytes:

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <utility>
 
+#include "policy/base/eight_bytes.h"
 #include "policy/base/text.h"
 
 namespace qimctl {
@@ -37,12 +38,21 @@ char short_escape(char c) {
   }
 }
 
+// Where the first character from `at` on stands that may need an escape, or the end.
+size_t skip_plain(std::string_view text, size_t at) {
+  for (; at + EightBytes::size <= text.size(); at += EightBytes::size) {
+    const EightBytes bytes(text.data() + at);
+    if (bytes.may_have_below(0x20) || bytes.may_have('"') || bytes.may_have('\\')) break;
+  }
+  return at;
+}
+
 }  // namespace
 
 void append_json_string(std::string& to, std::string_view text) {
   to += '"';
   size_t done = 0;
-  for (size_t i = 0; i < text.size(); i++) {
+  for (size_t i = skip_plain(text, 0); i < text.size(); i++) {
     const char c = text[i];
     const bool control = static_cast<unsigned char>(c) < 0x20;
     if (!control && c != '"' && c != '\\') continue;

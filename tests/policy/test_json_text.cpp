@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "policy/base/json_print.h"
 #include "tests/tools/support.h"
 
 namespace {
@@ -30,6 +31,27 @@ unsigned line_of(const std::string& text, const std::string& path) {
 TEST(ParseJson, keeps_every_kind_of_value) {
   const auto document = parse_json(R"({"a": [1, -2, 2.5, "x", true, null], "b": {}})", "in.json");
   EXPECT_EQ(document.view().dump(), R"({"a":[1,-2,2.5,"x",true,null],"b":{}})");
+}
+
+TEST(PrintJson, escapes_what_must_be_wherever_it_stands) {
+  for (size_t length = 0; length < 20; length++) {
+    const std::string plain(length, 'a');
+    EXPECT_EQ(qimctl::json_string(plain), '"' + plain + '"');
+    for (size_t at = 0; at <= length; at++) {
+      const auto printed = [&](const std::string& text) {
+        return qimctl::json_string(std::string(plain).insert(at, text));
+      };
+      const auto expected = [&](const std::string& text) {
+        return '"' + std::string(plain).insert(at, text) + '"';
+      };
+      EXPECT_EQ(printed("\""), expected("\\\""));
+      EXPECT_EQ(printed("\\"), expected("\\\\"));
+      EXPECT_EQ(printed("\n"), expected("\\n"));
+      EXPECT_EQ(printed(std::string(1, '\0')), expected("\\u0000"));
+      EXPECT_EQ(printed("\x1f"), expected("\\u001f"));
+      EXPECT_EQ(printed(" !#[]\x7f\xc3\xbc"), expected(" !#[]\x7f\xc3\xbc"));
+    }
+  }
 }
 
 TEST(ParseJson, keeps_64_bits) {

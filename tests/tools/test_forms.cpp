@@ -36,6 +36,17 @@ TEST(Cut, keeps_what_fits_and_marks_what_does_not) {
   EXPECT_EQ(cut("\033[1ma\033[0mbcd", 3), "\033[1ma\033[0mb…");
 }
 
+TEST(TerminalText, is_as_wide_as_its_characters_wherever_these_stand) {
+  for (size_t length = 0; length < 20; length++) {
+    const std::string plain(length, 'a');
+    EXPECT_EQ(width_of(plain), length);
+    for (size_t at = 0; at <= length; at++) {
+      EXPECT_EQ(width_of(std::string(plain).insert(at, "ü")), length + 1) << at;
+      EXPECT_EQ(width_of(std::string(plain).insert(at, "\033[0m")), length) << at;
+    }
+  }
+}
+
 TEST(Cut, holds_for_each_line_of_a_table) {
   TextTable table({"A", "B"});
   table.add({"1", "long text"});

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "policy/base/eight_bytes.h"
+
 namespace qimctl {
 
 namespace {
@@ -53,6 +55,17 @@ size_t end_of(const std::string& text, size_t at, bool& is_style) {
   return end;
 }
 
+// Is every byte a column?
+bool is_plain(const std::string& text) {
+  size_t at = 0;
+  for (; at + EightBytes::size <= text.size(); at += EightBytes::size) {
+    const EightBytes bytes(text.data() + at);
+    if (!bytes.is_ascii() || bytes.may_have('\033')) return false;
+  }
+  return std::all_of(text.begin() + static_cast<std::ptrdiff_t>(at), text.end(),
+                     [](char c) { return c != '\033' && (c & 0x80) == 0; });
+}
+
 }  // namespace
 
 const Terminal& terminal() {
@@ -66,6 +79,7 @@ std::string styled(Style style, const std::string& text) {
 }
 
 size_t width_of(const std::string& text) {
+  if (is_plain(text)) return text.size();
   size_t width = 0;
   for (size_t at = 0; at < text.size(); at++) {
     const auto byte = static_cast<unsigned char>(text[at]);
