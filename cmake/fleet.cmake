@@ -62,10 +62,14 @@ target_link_libraries(fleet_objects PUBLIC
   qim_headers fleet_wire fleet_etcd_wire ${QIM_LIB_crypto} ${QIM_LIB_zstd})
 
 # qimd, the agent of a device.
-qim_layer(qimd_process processes/qimd USES fleet_agent LIBRARIES Threads::Threads OPTIONS -O1 -g1)
+if(NOT TARGET process_base)
+  message(FATAL_ERROR "libsystemd was not found. Run scripts/setup fleet.")
+endif()
+qim_layer(qimd_process processes/qimd USES fleet_agent process_base LIBRARIES Threads::Threads OPTIONS -O1 -g1)
 set_source_files_properties(${PROJECT_SOURCE_DIR}/processes/qimd/options.cpp PROPERTIES
   COMPILE_DEFINITIONS QIMD_VERSION="${PROJECT_VERSION}")
-qim_layers_archive(qimd_objects qimd_process)
+qim_layers_archive(qimd_objects process_base qimd_process)
+target_link_libraries(qimd_objects PUBLIC ${QIM_LIB_systemd})
 add_executable(qimd ${PROJECT_SOURCE_DIR}/processes/qimd_main.cpp)
 qim_include_root(qimd PRIVATE processes/qimd_main.cpp)
 target_link_libraries(qimd PRIVATE

@@ -1,14 +1,16 @@
-// Lines for the journal, or for a terminal.
+// What qim-enforce has to say.
 #pragma once
 
 #include <string>
 
+#include "processes/base/log.h"
+
 namespace enforce {
 
-enum class Level { error = 3, warning = 4, notice = 5, info = 6 };
+using process::Level;
 
-// Writes a line to standard error. Where that is no terminal the level stands in front, as the journal
-// takes it. The text is made harmless.
-void say(Level level, const std::string& text);
+inline void say(Level level, const std::string& text) {
+  process::say("qim-enforce", level, text);
+}
 
 }  // namespace enforce

@@ -1,45 +1,31 @@
 // Metrics as text.
 #include "processes/enforce/metrics.h"
 
-#include <array>
 #include <cstdio>
 #include <fstream>
 
+#include "processes/base/metrics_text.h"
+
 namespace enforce {
-
-namespace {
-
-void add(std::string& text, const char* name, const char* type, const char* help, double value) {
-  std::array<char, 512> lines;
-  const int length =
-      snprintf(lines.data(), lines.size(),
-               "# HELP qim_enforce_%s %s\n# TYPE qim_enforce_%s %s\nqim_enforce_%s %.15g\n", name,
-               help, name, type, name, value);
-  text.append(lines.data(), static_cast<size_t>(length));
-}
-
-}  // namespace
 
 std::string to_text(const Metrics& metrics) {
   const auto number = [](uint64_t value) { return static_cast<double>(value); };
-  std::string text;
-  add(text, "revision", "gauge", "Revision that the kernel holds.", number(metrics.revision));
-  add(text, "seen_revision", "gauge", "Newest revision that is known.",
-      number(metrics.seen_revision));
-  add(text, "lag_seconds", "gauge", "Time since a revision came that the kernel does not hold.",
-      metrics.lag_seconds);
-  add(text, "update_seconds", "gauge", "Time that the last update took.", metrics.update_seconds);
-  add(text, "updates_total", "counter", "Updates in which the kernel was changed.",
-      number(metrics.updates));
-  add(text, "refused_revisions_total", "counter", "Revisions that the kernel can't do.",
-      number(metrics.refusals));
-  add(text, "failures_total", "counter", "Updates that failed.", number(metrics.failures));
-  add(text, "repairs_total", "counter", "Updates of what others had changed.",
-      number(metrics.repairs));
-  add(text, "lists", "gauge", "Attached access lists.", number(metrics.lists));
-  add(text, "entries", "gauge", "Entries of attached access lists.", number(metrics.entries));
-  add(text, "rules", "gauge", "Rules of the kernel.", number(metrics.rules));
-  return text;
+  process::MetricsText text("qim_enforce_");
+  text.gauge("revision", "Revision that the kernel holds.", number(metrics.revision));
+  text.gauge("seen_revision", "Newest revision that is known.", number(metrics.seen_revision));
+  text.gauge("lag_seconds", "Time since a revision came that the kernel does not hold.",
+             metrics.lag_seconds);
+  text.gauge("update_seconds", "Time that the last update took.", metrics.update_seconds);
+  text.counter("updates_total", "Updates in which the kernel was changed.",
+               number(metrics.updates));
+  text.counter("refused_revisions_total", "Revisions that the kernel can't do.",
+               number(metrics.refusals));
+  text.counter("failures_total", "Updates that failed.", number(metrics.failures));
+  text.counter("repairs_total", "Updates of what others had changed.", number(metrics.repairs));
+  text.gauge("lists", "Attached access lists.", number(metrics.lists));
+  text.gauge("entries", "Entries of attached access lists.", number(metrics.entries));
+  text.gauge("rules", "Rules of the kernel.", number(metrics.rules));
+  return text.take();
 }
 
 bool write_metrics(const Metrics& metrics, const std::string& file) {

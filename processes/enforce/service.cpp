@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include "policy/base/json_print.h"
 #include "policy/base/text.h"
 #include "policy/formats/nft/commands.h"
+#include "processes/base/supervisor.h"
 #include "processes/enforce/enforcer.h"
 #include "processes/enforce/filter.h"
 #include "processes/enforce/kernel_reader.h"
@@ -60,11 +60,7 @@ class Signals {
 
 class Service {
  public:
-  explicit Service(const Options& options) : options_(options), enforcer_(options.database) {
-    uint64_t microseconds = 0;
-    if (sd_watchdog_enabled(0, &microseconds) > 0)
-      watchdog_ = milliseconds(static_cast<int64_t>(microseconds / 3000));
-  }
+  explicit Service(const Options& options) : options_(options), enforcer_(options.database) {}
 
   ExitCode run() {
     enforcer_.take_news();
@@ -75,7 +71,7 @@ class Service {
              : outcome == Outcome::refused ? exit_refused
                                            : exit_failed;
     for (int signal = 0; signal != SIGTERM && signal != SIGINT; signal = signals_.next()) {
-      sd_notify(0, "WATCHDOG=1");
+      process::notify("WATCHDOG=1");
       // A revision that was refused is not tried again; one at which the kernel failed is.
       const bool again = signal == SIGHUP || outcome == Outcome::failed ||
                          (enforcer_.is_waiting() && enforcer_.has_come());
@@ -89,7 +85,7 @@ class Service {
       }
       wait(outcome);
     }
-    sd_notify(0, "STOPPING=1");
+    process::notify("STOPPING=1");
     say(Level::info, "stops; the kernel keeps what it has");
     return exit_good;
   }
@@ -110,7 +106,7 @@ class Service {
     const std::string state = "STATUS=revision " + std::to_string(metrics.revision) + " of " +
                               std::to_string(metrics.seen_revision) + ", " +
                               std::to_string(metrics.entries) + " entries";
-    sd_notify(0, (what + state).c_str());
+    process::notify(what + state);
     if (!options_.metrics.empty() && !write_metrics(metrics, options_.metrics))
       say(Level::warning, "can't write " + qimctl::quoted(options_.metrics));
   }
@@ -118,7 +114,7 @@ class Service {
   const Options& options_;
   Signals signals_;
   Enforcer enforcer_;
-  milliseconds watchdog_{0};
+  milliseconds watchdog_ = process::watchdog_time();
   Clock::time_point repaired_ = Clock::now();
 };
 

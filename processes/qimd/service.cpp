@@ -15,6 +15,7 @@
 #include "fleet/base/backoff.h"
 #include "fleet/base/files.h"
 #include "policy/base/text.h"
+#include "processes/base/supervisor.h"
 #include "processes/qimd/notify.h"
 
 namespace qimd {
@@ -98,7 +99,8 @@ class Signals {
 class Service {
  public:
   Service(const Options& options, Agent& agent) : options_(options), agent_(agent) {
-    if (watchdog_time().count() != 0) wait_ = std::min(wait_, watchdog_time() / 3);
+    const milliseconds watchdog = process::watchdog_time();
+    if (watchdog.count() != 0) wait_ = std::min(wait_, watchdog);
   }
 
   ExitCode run(unsigned once_seconds) {
@@ -111,7 +113,7 @@ class Service {
       if (once_seconds != 0 && system_clock().steady() >= end) return exit_refused;
       agent_.wait(once_seconds != 0 ? milliseconds(1000) : wait_);
     }
-    notify("STOPPING=1");
+    process::notify("STOPPING=1");
     say(LogLevel::info, "stops; the database keeps what it has");
     return exit_good;
   }
@@ -125,8 +127,9 @@ class Service {
 
   void tell(const std::string& what) {
     const Machine& machine = agent_.machine();
-    notify(what + "STATUS=revision " + std::to_string(machine.held().number) + " of " +
-           std::to_string(machine.wanted()) + (machine.in_contact() ? "" : ", without contact"));
+    process::notify(what + "STATUS=revision " + std::to_string(machine.held().number) + " of " +
+                    std::to_string(machine.wanted()) +
+                    (machine.in_contact() ? "" : ", without contact"));
     if (options_.metrics.empty()) return;
     const std::string text = metrics_text(machine, agent_.counts());
     if (text == metrics_) return;

@@ -1,17 +1,17 @@
 // Writing lines whole.
-#include "processes/enforce/log.h"
+#include "processes/base/log.h"
 
 #include <unistd.h>
 
 #include "policy/base/text.h"
 
-namespace enforce {
+namespace process {
 
-void say(Level level, const std::string& text) {
-  const bool is_terminal = isatty(STDERR_FILENO) != 0;
+void say(const char* process, Level level, const std::string& text) {
   std::string line;
-  if (!is_terminal) line = '<' + std::to_string(static_cast<int>(level)) + '>';
-  line += "qim-enforce: " + qimctl::harmless(text) + '\n';
+  if (isatty(STDERR_FILENO) == 0) line = '<' + std::to_string(static_cast<int>(level)) + '>';
+  line += process;
+  line += ": " + qimctl::harmless(text) + '\n';
   size_t written = 0;
   while (written < line.size()) {
     const ssize_t count = write(STDERR_FILENO, line.data() + written, line.size() - written);
@@ -20,4 +20,4 @@ void say(Level level, const std::string& text) {
   }
 }
 
-}  // namespace enforce
+}  // namespace process
