@@ -514,15 +514,19 @@ struct PartsByCode {
   VariableParts at[kTypeCodes];
 };
 
+consteval VariableParts parts_of(const NodeType& type) {
+  VariableParts parts = {};
+  for (const Row& row : *type.body) {
+    if (row.coding == Coding::args) parts.args = &row;
+    if (row.coding == Coding::list) parts.list = &row;
+  }
+  return parts;
+}
+
 consteval PartsByCode make_parts_by_code() {
   PartsByCode parts = {};
-  for (const NodeType* type : types_by_code.at) {
-    if (type == nullptr) continue;
-    for (const Row& row : *type->body) {
-      if (row.coding == Coding::args) parts.at[type->code].args = &row;
-      if (row.coding == Coding::list) parts.at[type->code].list = &row;
-    }
-  }
+  for (const NodeType& type : tlv_types) parts.at[type.code] = parts_of(type);
+  for (const NodeType& type : dset_types) parts.at[type.code] = parts_of(type);
   return parts;
 }
 inline constexpr PartsByCode parts_by_code = make_parts_by_code();

@@ -72,8 +72,7 @@ struct Head {
   std::string author;
   int64_t time = 0;
   std::string what;  // "push", "rollback", ... for people
-  std::string
-      carried;  // the value of the next revision, which saves who takes it a question; may be ""
+  std::string carried;  // the next revision's value, which saves a question; may be ""
 };
 
 // What a device says of itself.

@@ -108,8 +108,10 @@ TEST_F(FleetMessages, AHeadComesBack) {
             .stage = {20, {"lab"}, "salt", true, 3, 60},
             .author = "me",
             .time = 5,
-            .what = "push"};
+            .what = "push",
+            .carried = "revision 7"};
   const Head back = open_head(seal_head(head, key_), trusted_, "edge");
+  EXPECT_EQ(back.carried, "revision 7");
   EXPECT_EQ(back.sequence, 9u);
   EXPECT_EQ(back.last, 8u);
   EXPECT_EQ(back.base, 6u);
