@@ -74,7 +74,7 @@ qim_policy_layer(policy_explain policy/explain SHORT USES policy_store qim_rows)
 qim_policy_layer(policy_native policy/formats/native USES policy_store)
 # The library of schemas alone takes as long as all other sources of the layer.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/policy/formats/native/validator.cpp PROPERTIES
-  SKIP_UNITY_BUILD_INCLUSION ON COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-O1>")
+  SKIP_UNITY_BUILD_INCLUSION ON COMPILE_OPTIONS "${tool_short_options}")
 qim_policy_layer(policy_parts policy/formats/parts USES policy_model)
 qim_policy_layer(policy_rfc8519 policy/formats/rfc8519 USES policy_parts)
 qim_policy_layer(policy_openconfig policy/formats/openconfig SHORT USES policy_parts)

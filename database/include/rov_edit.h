@@ -144,6 +144,9 @@ uint32_t rov_edit_holders(uint32_t db, rov_holder_fn visit, void* arg);
  * second file; ROV_ERR_INVALID; a status of the store. */
 uint32_t rov_edit_compact(const char* path, uint64_t* before, uint64_t* after);
 
+/* Flags of rov_edit_backup. */
+enum { ROV_BACKUP_REPLACE = 1 /* take the place of a database that is there; of nothing else */ };
+
 /* Makes a backup of an open database or snapshot in the directory `path`, which is not there yet: a
  * database of its own, with the newest commit of this one, for its owner alone. Sessions and writers of
  * other processes go on meanwhile; commits of this process wait. It is verified, as rov_edit_verify does,
@@ -152,7 +155,6 @@ uint32_t rov_edit_compact(const char* path, uint64_t* before, uint64_t* after);
  * ROV_ERR_OPEN when something is there, or the directory above is not; ROV_ERR_BUSY when somebody else
  * makes one there, or has the one open that is to be replaced; ROV_ERR_CORRUPT; ROV_ERR_FULL;
  * ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. On failure nothing is left behind. */
-enum { ROV_BACKUP_REPLACE = 1 /* take the place of a database that is there; of nothing else */ };
 uint32_t rov_edit_backup(uint32_t db, const char* path, uint32_t flags, rov_verify_t* report);
 
 /* Private data of any client, for tools that carry a whole database over.

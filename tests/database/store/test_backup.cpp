@@ -84,11 +84,14 @@ TEST_F(BackupTest, IsWholeWhileOthersWrite) {
   });
   uint32_t started = 0;
   ASSERT_TRUE(writer.next(&started));
+  uint64_t first_revision = 0;
   uint64_t newest = 0;
-  for (uint32_t round = 0; round < 5; ++round) {
+  // How often the writer comes to commit meanwhile is the machine's affair.
+  for (uint32_t round = 0; round < 5 || newest == first_revision; ++round) {
     ASSERT_OK(back_up(place_, ROV_BACKUP_REPLACE));
-    EXPECT_GT(made_.revision, newest);
+    EXPECT_GE(made_.revision, newest);
     newest = made_.revision;
+    if (first_revision == 0) first_revision = newest;
     uint32_t db = 0;
     uint32_t ses = 0;
     ASSERT_OK(open_database(place_, 0, kClient, &db));
