@@ -71,7 +71,7 @@ struct Head {
   Stage stage;
   std::string author;
   int64_t time = 0;
-  std::string what;  // "push", "rollback", ... for people
+  std::string what;     // "push", "rollback", ... for people
   std::string carried;  // the next revision's value, which saves a question; may be ""
 };
 
