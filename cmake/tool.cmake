@@ -16,9 +16,12 @@ else()
   endif()
 endif()
 
-# For what nobody waits for: options, and formats of files of some hundred lines.
+# For what nobody waits for: options, and formats of files of some hundred lines. Elsewhere what is
+# precompiled fits only what is optimised as much.
 set(tool_short_options ${tool_options})
-list(TRANSFORM tool_short_options REPLACE "^-O2$" "-O1")
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|i.86")
+  list(TRANSFORM tool_short_options REPLACE "^-O2$" "-O1")
+endif()
 
 # What nearly every source includes, read once for all of them. Where lines are counted none of it
 # may come into ours.
