@@ -136,6 +136,8 @@ template <class Work>
 // page. To be called before the first search, and after the map was changed; inside a gate, or with the
 // commit lock.
 [[nodiscard]] uint32_t map_find(Env* env, MDB_txn* txn, const Meta& meta);
+// Frees what was noted of its pages.
+void map_forget(MappedFile& map);
 // Finds the trees of a commit, which must be those that were found before, and remembers them. False with
 // what is wrong.
 [[nodiscard]] bool find_trees(Env* env, const Commit& commit, uint64_t revision, const Meta& meta,

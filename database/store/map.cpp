@@ -169,6 +169,17 @@ uint32_t find_base(Env* env, MDB_txn* txn, const Meta& meta, uint8_t* page) {
   return ROV_OK;
 }
 
+size_t notes_size(const MappedFile& map) {
+  return static_cast<size_t>(map.pages) * sizeof *map.good_in;
+}
+
+// Most of the words are never used, and cost nothing before they are.
+std::atomic<uint32_t>* new_notes(size_t size) {
+  void* notes = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  return notes == MAP_FAILED ? nullptr : static_cast<std::atomic<uint32_t>*>(notes);
+}
+
 }  // namespace
 
 int read_meta_of(const Env* env, uint64_t revision, Meta* meta) {
@@ -202,6 +213,11 @@ bool find_trees(Env* env, const Commit& commit, uint64_t revision, const Meta& m
   return same;
 }
 
+void map_forget(MappedFile& map) {
+  if (map.good_in != nullptr) munmap(map.good_in, notes_size(map));
+  map.good_in = nullptr;
+}
+
 uint32_t map_find(Env* env, MDB_txn* txn, const Meta& meta) {
   if (env->map.base.load(std::memory_order_acquire) != nullptr) return ROV_OK;
   pthread_mutex_lock(&env->map_mutex);
@@ -210,9 +226,9 @@ uint32_t map_find(Env* env, MDB_txn* txn, const Meta& meta) {
     MappedFile& map = env->map;
     mdb_env_get_fd(env->engine, &map.file);
     map.page_size = env->page_size;
+    map_forget(map);
     map.pages = static_cast<Word>(map_size(env) / env->page_size);
-    free(map.good_in);
-    map.good_in = static_cast<std::atomic<uint32_t>*>(calloc(map.pages, sizeof *map.good_in));
+    map.good_in = new_notes(notes_size(map));
     auto* page = static_cast<uint8_t*>(malloc(env->page_size));
     PageDamage damage;
     if (map.good_in == nullptr || page == nullptr) {

@@ -139,7 +139,7 @@ void env_delete(Env* env) {
   pthread_mutex_destroy(&env->reserve_mutex);
   pthread_mutex_destroy(&env->use.lock);
   pthread_mutex_destroy(&env->committing.lock);
-  free(env->map.good_in);
+  map_forget(env->map);
   free(env->path);
   delete env;
 }

@@ -181,6 +181,7 @@ std::optional<std::vector<Span>> FilePrints::spans(const Applied& applied) const
 
 std::string FilePrints::text_with(const std::vector<Span>& spans) const {
   std::vector<formats::CutRange> kept;
+  kept.reserve(spans.size());
   for (const Span& span : spans) kept.push_back(span.after);
   return formats::text_with(cuts_[0], kept);
 }
