@@ -174,10 +174,34 @@ size_t notes_size(const MappedFile& map) {
 }
 
 // Most of the words are never used, and cost nothing before they are.
-std::atomic<uint32_t>* new_notes(size_t size) {
-  void* notes = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+uint32_t new_notes(Env* env) {
+  MappedFile& map = env->map;
+  map.pages = static_cast<Word>(map_size(env) / env->page_size);
+  void* notes = mmap(nullptr, notes_size(map), PROT_READ | PROT_WRITE,
                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  return notes == MAP_FAILED ? nullptr : static_cast<std::atomic<uint32_t>*>(notes);
+  if (notes == MAP_FAILED) return system_fail(errno, env->path, "keep notes of pages");
+  map.good_in = static_cast<std::atomic<uint32_t>*>(notes);
+  return ROV_OK;
+}
+
+// Finds the map in memory, and looks at what every search begins at. With the map's lock.
+uint32_t find_map(Env* env, MDB_txn* txn, const Meta& meta) {
+  MappedFile& map = env->map;
+  mdb_env_get_fd(env->engine, &map.file);
+  map.page_size = env->page_size;
+  map_forget(map);
+  uint32_t status = new_notes(env);
+  if (status != ROV_OK) return status;
+  PageDamage damage;
+  if (!is_good_meta({&map, static_cast<uint32_t>(meta.revision), meta.last_page}, meta, &damage)) {
+    condemn(env, damage);
+    return dead_env(env);
+  }
+  auto* page = static_cast<uint8_t*>(malloc(env->page_size));
+  if (page == nullptr) return fail(ROV_ERR_NO_MEM, Note::kNoMemory, env->page_size);
+  status = find_base(env, txn, meta, page);
+  free(page);
+  return status;
 }
 
 }  // namespace
@@ -222,26 +246,7 @@ uint32_t map_find(Env* env, MDB_txn* txn, const Meta& meta) {
   if (env->map.base.load(std::memory_order_acquire) != nullptr) return ROV_OK;
   pthread_mutex_lock(&env->map_mutex);
   uint32_t status = ROV_OK;
-  if (env->map.base.load(std::memory_order_relaxed) == nullptr) {
-    MappedFile& map = env->map;
-    mdb_env_get_fd(env->engine, &map.file);
-    map.page_size = env->page_size;
-    map_forget(map);
-    map.pages = static_cast<Word>(map_size(env) / env->page_size);
-    map.good_in = new_notes(notes_size(map));
-    auto* page = static_cast<uint8_t*>(malloc(env->page_size));
-    PageDamage damage;
-    if (map.good_in == nullptr || page == nullptr) {
-      status = fail(ROV_ERR_NO_MEM, Note::kNoMemory, env->page_size);
-    } else if (!is_good_meta({&map, static_cast<uint32_t>(meta.revision), meta.last_page}, meta,
-                             &damage)) {
-      condemn(env, damage);
-      status = dead_env(env);
-    } else {
-      status = find_base(env, txn, meta, page);
-    }
-    free(page);
-  }
+  if (env->map.base.load(std::memory_order_relaxed) == nullptr) status = find_map(env, txn, meta);
   pthread_mutex_unlock(&env->map_mutex);
   return status;
 }
