@@ -69,6 +69,10 @@ constexpr Sentence kSentences[] = {
     {Note::kNoChange, "no change has come since the last one that was read"},
     {Note::kExpired,
      "session 0x%08" PRIx32 " was idle for too long and has expired: close it and open a new one"},
+    {Note::kHeld,
+     "session 0x%08" PRIx32
+     " read one commit for longer than ROV_READ_LIMIT says while the file grew for it: close it "
+     "and open a new one"},
 };
 
 constexpr bool has_every_note() {

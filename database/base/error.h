@@ -34,6 +34,7 @@ enum class Note : uint8_t {
   kBadChange,      //
   kNoChange,       //
   kExpired,        // handle
+  kHeld,           // handle
   kText            // the sentence itself was given
 };
 

@@ -74,6 +74,9 @@ constexpr Row kRows[] = {
     ROW(ROV_ERR_PS_SIZE,
         "The publication has more nodes or bytes than rov_db_set_ps_sizes allows; raise the "
         "limits or make the policy smaller."),
+    ROW(ROV_ERR_SES_HELD,
+        "The session read one commit for longer than ROV_READ_LIMIT while the file grew for it; "
+        "close it and open a new one."),
 };
 
 #undef ROW

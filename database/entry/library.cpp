@@ -200,7 +200,7 @@ constexpr Row kRows[] = {
     {ROV_ERR_BUSY, Retry::kSame},          {ROV_ERR_NO_MEM, Retry::kSame},
     {ROV_ERR_IO, Retry::kReopen},          {ROV_ERR_HANDLE, Retry::kReopen},
     {ROV_ERR_SES_EXPIRED, Retry::kReopen}, {ROV_ERR_FULL, Retry::kSame},
-    {ROV_ERR_NO_ITEM, Retry::kReopen},
+    {ROV_ERR_NO_ITEM, Retry::kReopen},     {ROV_ERR_SES_HELD, Retry::kReopen},
 };
 
 // After that many tries nobody should expect the next one to succeed.

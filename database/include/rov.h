@@ -83,7 +83,8 @@ enum {
   ROV_ERR_IO = 0x41170047,   /* the system refused a read or write */
   ROV_ERR_SES_EXPIRED = 0x41170048, /* the session was idle for too long */
   ROV_ERR_NO_VALUE = 0x41170049,    /* nothing of that kind was stored */
-  ROV_ERR_PS_SIZE = 0x4117004a      /* a publication above the limits of rov_db_set_ps_sizes */
+  ROV_ERR_PS_SIZE = 0x4117004a,     /* a publication above the limits of rov_db_set_ps_sizes */
+  ROV_ERR_SES_HELD = 0x4117004b     /* the session made the file grow for too long */
 };
 
 /* The name of a status ("ROV_ERR_CORRUPT") and what it means and what to do about it, in one
@@ -208,7 +209,11 @@ uint32_t rov_data_cpy(uint32_t len, void* buf, uint32_t src_len, const void* src
 
 /* Opens a session that reads one commit: the newest of a database, however often others commit
  * meanwhile, or that of a snapshot, where `db` is one's handle (rov_db_snapshot). Until it is
- * closed the pages of a database's commit cannot be used again, and its file grows.
+ * closed the pages of a database's commit cannot be used again, and its file grows. Where the
+ * environment variable ROV_READ_LIMIT has a number of seconds when the database is opened, a session
+ * that is older and for which the file has grown loses its commit at its next call, or when a thread
+ * of its process next opens, renews or commits a session: every call through it or its base gives
+ * ROV_ERR_SES_HELD until it is closed. Without that, or with 0, there is no limit.
  * ROV_ERR_HANDLE; ROV_ERR_INVALID; ROV_ERR_NO_MEM; ROV_ERR_BUSY when all reader slots or handles
  * are taken; a status of the store. */
 uint32_t rov_ses_open_ro(uint32_t db, uint32_t* ses_out);

@@ -52,6 +52,7 @@ void database_free(Database* db) {
   db->library = nullptr;
   db->env = nullptr;
   db->parms = {};
+  db->hold = 0;
   db->ps_max_nodes = db->ps_max_bytes = 0;
   db->id_to_client = db->id_from_client = nullptr;
   db->show_count = 0;
@@ -220,6 +221,7 @@ uint32_t database_open(Library* library, const rov_parms_t* parms, uint32_t flag
   if (status != ROV_OK) return status;
   // NOLINTNEXTLINE(clang-analyzer-core.*): set on success, which the analyser does not follow
   db->library = library;
+  db->hold = hold_limit();
   set_parms(db, parms != nullptr ? *parms : rov_parms_t{});
   *out = db;
   return ROV_OK;

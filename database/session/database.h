@@ -59,6 +59,7 @@ struct Database {
   Env* env = nullptr;
   uint32_t client = 0;  // identity of the client, parms.p.init_id
   uint32_t flags = 0;
+  uint32_t hold = 0;  // for how long its sessions may make the file grow (idle.h)
   uint32_t a1 = 0;
   uint32_t a2 = 0;
   uint32_t a6 = 0;

@@ -3,8 +3,12 @@
 
 #include <pthread.h>
 
+#include <cstdlib>
+
 #include "database/base/process.h"
 #include "database/session/session.h"
+#include "database/store/store.h"
+#include "rov.h"
 
 namespace rov {
 namespace {
@@ -23,9 +27,30 @@ uint32_t now() {
   return static_cast<uint32_t>(nanos / (kNanosPerSecond / kTicksPerSecond));
 }
 
-bool is_over(const Idle& idle) {
-  if (idle.expired.load(std::memory_order_relaxed)) return true;
-  return now() - idle.used.load(std::memory_order_relaxed) > idle.limit;
+bool is_older(const std::atomic<uint32_t>& since, uint32_t limit) {
+  return limit != 0 && now() - since.load(std::memory_order_relaxed) > limit;
+}
+
+// Why it is over, so far as any thread can tell. ROV_ERR_SES_HELD: only if the file has grown, too.
+uint32_t may_be_over(const Idle& idle) {
+  const uint32_t expired = idle.expired.load(std::memory_order_relaxed);
+  if (expired != 0) return expired;
+  if (is_older(idle.used, idle.limit)) return ROV_ERR_SES_EXPIRED;
+  return is_older(idle.began, idle.hold) ? uint32_t{ROV_ERR_SES_HELD} : uint32_t{ROV_OK};
+}
+
+bool makes_grow(const Snapshot* snapshot) {
+  return snapshot != nullptr && snapshot->revision != 0 && snapshot_makes_grow(snapshot);
+}
+
+// The same for sure. Inside the gate, or while it is stopped.
+uint32_t is_over(const Session& session) {
+  const uint32_t status = may_be_over(session.idle);
+  if (status != ROV_ERR_SES_HELD || session.idle.expired.load(std::memory_order_relaxed) != 0) {
+    return status;
+  }
+  const bool grows = makes_grow(session.view.snapshot) || makes_grow(session.base.snapshot);
+  return grows ? status : uint32_t{ROV_OK};
 }
 
 // Stops the gate of a session that has expired and takes out what is behind it. False when there is
@@ -39,9 +64,11 @@ bool strip(Session& session, Holdings* holdings) {
   if (stopped) gate_hold(gate);
   if (stopped && gate.live.load() == kGateHeld) {
     gate_barrier();
-    taken = gate.busy.load(std::memory_order_seq_cst) == 0 && is_over(session.idle);
+    const bool busy = gate.busy.load(std::memory_order_seq_cst) != 0;
+    const uint32_t status = busy ? uint32_t{ROV_OK} : is_over(session);
+    taken = status != ROV_OK;
     if (taken) {
-      session.idle.expired.store(true, std::memory_order_relaxed);
+      session.idle.expired.store(status, std::memory_order_relaxed);
       *holdings = take_holdings(session);
     }
     gate_resume(gate);
@@ -56,9 +83,23 @@ uint32_t idle_limit(uint32_t seconds) {
   return seconds > kMaxLimit / kTicksPerSecond ? 0 : seconds * kTicksPerSecond;
 }
 
+uint32_t hold_limit() {
+  const char* text = getenv("ROV_READ_LIMIT");
+  if (text == nullptr || *text < '0' || *text > '9') return 0;
+  const unsigned long long seconds = strtoull(text, nullptr, 10);
+  return seconds > UINT32_MAX ? 0 : idle_limit(static_cast<uint32_t>(seconds));
+}
+
+void idle_set(Idle& idle, uint32_t limit, uint32_t hold) {
+  idle.limit = limit;
+  idle.hold = hold;
+  idle.watched = limit != 0 || hold != 0;
+}
+
 void idle_begin(Session* session) {
-  if (session->idle.limit == 0) return;
+  if (!session->idle.watched) return;
   session->idle.used.store(now(), std::memory_order_relaxed);
+  idle_restart(session->idle);
   pthread_mutex_lock(&g_idle_mutex);
   session->idle.next = g_first;
   if (g_first != nullptr) g_first->idle.previous = session;
@@ -69,7 +110,7 @@ void idle_begin(Session* session) {
 
 void idle_end(Session* session) {
   Idle& idle = session->idle;
-  if (idle.limit == 0) return;
+  if (!idle.watched) return;
   pthread_mutex_lock(&g_idle_mutex);
   (idle.previous == nullptr ? g_first : idle.previous->idle.next) = idle.next;
   if (idle.next != nullptr) idle.next->idle.previous = idle.previous;
@@ -77,13 +118,18 @@ void idle_end(Session* session) {
   pthread_mutex_unlock(&g_idle_mutex);
 }
 
-bool idle_renew(Idle& idle) {
-  if (is_over(idle)) {
-    idle.expired.store(true, std::memory_order_relaxed);
-    return false;
+uint32_t idle_renew(Session& session) {
+  const uint32_t status = is_over(session);
+  if (status != ROV_OK) {
+    session.idle.expired.store(status, std::memory_order_relaxed);
+    return status;
   }
-  idle.used.store(now(), std::memory_order_relaxed);
-  return true;
+  session.idle.used.store(now(), std::memory_order_relaxed);
+  return ROV_OK;
+}
+
+void idle_restart(Idle& idle) {
+  idle.began.store(now(), std::memory_order_relaxed);
 }
 
 bool idle_any() {
@@ -94,7 +140,7 @@ void idle_expire() {
   if (!idle_any()) return;
   pthread_mutex_lock(&g_idle_mutex);
   for (Session* session = g_first; session != nullptr; session = session->idle.next) {
-    if (session->idle.stripped || !is_over(session->idle)) continue;
+    if (session->idle.stripped || may_be_over(session->idle) == ROV_OK) continue;
     Holdings holdings;
     if (!strip(*session, &holdings)) continue;
     session->idle.stripped = true;
@@ -107,7 +153,9 @@ bool idle_has_expired(uint32_t handle) {
   bool expired = false;
   pthread_mutex_lock(&g_idle_mutex);
   for (Session* session = g_first; session != nullptr; session = session->idle.next) {
-    if (session->handle == handle) expired = is_over(session->idle);
+    if (session->handle != handle) continue;
+    const Idle& idle = session->idle;
+    expired = idle.expired.load(std::memory_order_relaxed) != 0 || is_older(idle.used, idle.limit);
   }
   pthread_mutex_unlock(&g_idle_mutex);
   return expired;

@@ -109,7 +109,7 @@ uint32_t fill_session(Session* session, Database* db) {
 
 uint32_t begin_session(Session* session, Database* db) {
   session->db = db;
-  session->idle.limit = db->library->idle.load();
+  idle_set(session->idle, db->library->idle.load(), db->hold);
   uint32_t status = session->write ? begin_writing(db) : uint32_t{ROV_OK};
   if (status != ROV_OK) return status;
   session->turn = session->write;
@@ -158,10 +158,12 @@ bool Access::enter_base(uint32_t handle, uint32_t* status) {
 }
 
 uint32_t Access::renew(uint32_t handle) {
-  if (idle_renew(session_->idle) || expired_ == Expired::kAllowed) return ROV_OK;
+  const uint32_t status = idle_renew(*session_);
+  if (status == ROV_OK || expired_ == Expired::kAllowed) return ROV_OK;
   gate_leave(slot_->gate);
   idle_expire();
-  return fail(ROV_ERR_SES_EXPIRED, Note::kExpired, as_kind(handle, Kind::kSession));
+  const Note note = status == ROV_ERR_SES_HELD ? Note::kHeld : Note::kExpired;
+  return fail(status, note, as_kind(handle, Kind::kSession));
 }
 
 uint32_t Access::enter_slowly(uint32_t handle) {
@@ -172,7 +174,7 @@ uint32_t Access::enter_slowly(uint32_t handle) {
     if (gate_enter(slot_->gate, live)) {
       session_ = static_cast<Session*>(slot_->object);
       view_ = &session_->view;
-      uint32_t status = session_->idle.limit == 0 ? uint32_t{ROV_OK} : renew(handle);
+      uint32_t status = session_->idle.watched ? renew(handle) : uint32_t{ROV_OK};
       if (status != ROV_OK || !base || enter_base(handle, &status)) return status;
       continue;
     }
@@ -355,6 +357,7 @@ bool session_follow(uint32_t handle, uint64_t revision) {
       Snapshot* old = view.snapshot;
       view_reset(view, fresh, nullptr, view.client);
       fresh = old;
+      idle_restart(access.session().idle);
       moved = true;
     }
   }

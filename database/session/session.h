@@ -43,7 +43,7 @@ class Access {
     if (kind_of(handle) == Kind::kSession && gate_enter(slot_->gate, handle)) [[likely]] {
       session_ = static_cast<Session*>(slot_->object);
       view_ = &session_->view;
-      status_ = session_->idle.limit == 0 ? uint32_t{ROV_OK} : renew(handle);
+      status_ = session_->idle.watched ? renew(handle) : uint32_t{ROV_OK};
       return;
     }
     status_ = enter_slowly(handle);
@@ -86,7 +86,7 @@ template <class Work>
   Slot& slot = slot_of(handle);
   if (kind_of(handle) == Kind::kSession && gate_enter(slot.gate, handle)) [[likely]] {
     auto* session = static_cast<Session*>(slot.object);
-    if (session->idle.limit == 0) [[likely]] {
+    if (!session->idle.watched) [[likely]] {
       const uint32_t status = work(session->view);
       gate_leave(slot.gate);
       return status;

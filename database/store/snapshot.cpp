@@ -310,6 +310,13 @@ Attempt snapshot_renew(Snapshot* snapshot) {
   return engine_attempt(error, snapshot->env, "move to the newest commit");
 }
 
+bool snapshot_makes_grow(const Snapshot* snapshot) {
+  MDB_envinfo info;
+  mdb_env_info(snapshot->env->engine, &info);
+  return info.me_last_txnid > snapshot->revision + 1 &&
+         info.me_last_pgno > snapshot->meta.last_page;
+}
+
 uint64_t store_revision(const Env* env) {
   MDB_envinfo info;
   mdb_env_info(env->engine, &info);

@@ -174,6 +174,9 @@ void snapshot_close(Snapshot* snapshot);
 // Moves the snapshot to the newest commit, if it is not there. kMapResized: it is on no commit now;
 // renew it again after store_adopt_map.
 [[nodiscard]] Attempt snapshot_renew(Snapshot* snapshot);
+// Whether the file has grown since that commit while its pages could not be used again: two commits later the
+// engine would have taken them. Inside the gate, or while it is stopped.
+bool snapshot_makes_grow(const Snapshot* snapshot);
 // The newest commit's number.
 uint64_t store_revision(const Env* env);
 

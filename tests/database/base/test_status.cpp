@@ -42,7 +42,9 @@ TEST(Status, EveryStatusHasANameAndASentence) {
                           ROV_ERR_BUSY,
                           ROV_ERR_IO,
                           ROV_ERR_SES_EXPIRED,
-                          ROV_ERR_NO_VALUE};
+                          ROV_ERR_NO_VALUE,
+                          ROV_ERR_PS_SIZE,
+                          ROV_ERR_SES_HELD};
   std::set<std::string> names;
   std::set<std::string> texts;
   for (uint32_t status : all) {

@@ -79,6 +79,7 @@ TEST(RetryTest, EveryStatusHasATrueAnswer) {
       {ROV_ERR_SES_EXPIRED, 0, 1},
       {ROV_ERR_NO_VALUE, 0, 0},
       {ROV_ERR_PS_SIZE, 0, 0},
+      {ROV_ERR_SES_HELD, 0, 1},
       {0x41160005, 0, 0},
   };
   for (const Row& row : kRows) {

@@ -165,7 +165,7 @@ TEST_F(IdleTest, ASessionIsNotTakenApartUnderACall) {
     outlast();
     std::thread(rov::idle_expire).join();
     EXPECT_NE(access.view().snapshot, nullptr);
-    EXPECT_EQ(access.session().idle.expired.load(), false);
+    EXPECT_EQ(access.session().idle.expired.load(), 0U);
   }
   rov::idle_expire();
   EXPECT_STATUS(look(ses), ROV_ERR_SES_EXPIRED);
