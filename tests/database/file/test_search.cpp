@@ -12,6 +12,7 @@
 #include "tests/database/database_fixture.h"
 #include "tests/database/random.h"
 #include "tests/support/pace.h"
+#include "tests/system/fault/scale.h"
 
 namespace {
 
@@ -427,7 +428,7 @@ TEST_F(SearchTest, ListsOfFreePages) {
 
 // Anything may stand there, also on pages that were good before.
 TEST_F(SearchTest, EndsWhateverStandsInTheFile) {
-  const uint32_t rounds = pace::emulated() ? 20 : 300;
+  const uint32_t rounds = (pace::emulated() ? 20 : 300) * fault::soak();
   uint32_t damaged = 0;
   for (uint32_t round = 0; round < rounds; ++round) {
     Random random(round);

@@ -11,6 +11,7 @@
 
 #include "tests/database/child.h"
 #include "tests/database/database_fixture.h"
+#include "tests/system/fault/scale.h"
 
 namespace {
 
@@ -159,7 +160,8 @@ TEST_F(BackupTest, PlacesThatCanNotBeOne) {
 // Killed at any moment it leaves a backup or none, and what it left beside goes with the next one.
 TEST_F(BackupTest, AKilledOneLeavesNothingThatStays) {
   const std::string making = directory_.file(".backup.backup");
-  for (uint32_t round = 0; round < 30; ++round) {
+  const uint32_t rounds = fault::scaled(30);
+  for (uint32_t round = 0; round < rounds; ++round) {
     const pid_t child = fork();
     if (child == 0) {
       uint32_t db = 0;
@@ -167,7 +169,7 @@ TEST_F(BackupTest, AKilledOneLeavesNothingThatStays) {
       if (open_database(path(), 0, 7, &db) != ROV_OK) _exit(1);
       for (;;) static_cast<void>(rov_edit_backup(db, place_.c_str(), ROV_BACKUP_REPLACE, &made));
     }
-    usleep(3000 + round * 700);
+    usleep(3000 + round % 30 * 700);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     if (fs::exists(place_)) {

@@ -13,6 +13,7 @@
 #include "tests/database/child.h"
 #include "tests/database/database_fixture.h"
 #include "tests/support/pace.h"
+#include "tests/system/fault/scale.h"
 
 namespace {
 
@@ -179,7 +180,7 @@ TEST_F(PresenceTest, AFullFileSystemEndsNobodyWhoReads) {
   std::vector<uint32_t> sessions(512);
   for (uint32_t& ses : sessions) ASSERT_OK(rov_ses_open_ro(db_, &ses));
   for (const uint32_t ses : sessions) ASSERT_OK(rov_ses_close(ses));
-  {
+  for (uint32_t round = 0; round < fault::soak(); ++round) {
     std::vector<std::unique_ptr<Child>> holders;
     uint32_t done = 0;
     for (uint32_t count = 0; count < 80; ++count) {
