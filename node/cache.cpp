@@ -6,7 +6,6 @@
 
 #include "lib/export.h"
 #include "lib/report.h"
-#include "node/cache_steps.h"
 #include "rov.h"
 
 QIM_API_DATA qim_node_cache_entry_t* node_cache_head = nullptr;
@@ -16,8 +15,28 @@ int32_t node_cache_max = 0;
 
 namespace {
 
-using namespace qim::node;
 using qim::report;
+
+bool has_key(const qim_node_cache_entry_t& entry, uint32_t ses, qim_node_id_t node_id) {
+  return entry.ses == ses && entry.node.id == node_id;
+}
+
+// Takes the entry under the key out of the list; its own `next` keeps its value. NULL when there is
+// none. The head is the link before the first entry, so that removing that one is no special case.
+qim_node_cache_entry_t* take_out(uint32_t ses, qim_node_id_t node_id) {
+  qim_node_cache_entry_t** link = &node_cache_head;
+  qim_node_cache_entry_t* previous = nullptr;
+  while (*link != nullptr && !has_key(**link, ses, node_id)) {
+    previous = *link;
+    link = &previous->next;
+  }
+  qim_node_cache_entry_t* found = *link;
+  if (found == nullptr) return nullptr;
+  if (found == node_cache_tail) node_cache_tail = previous;
+  *link = found->next;
+  node_cache_count--;
+  return found;
+}
 
 void insert_at_head(qim_node_cache_entry_t* entry) {
   if (node_cache_count > 0) {
@@ -35,9 +54,7 @@ void insert_at_head(qim_node_cache_entry_t* entry) {
 // session is no victim, and the add fails.
 uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
   while (node_cache_count >= node_cache_max) {
-    qim_node_cache_entry_t* victim = nullptr;
-    const uint32_t status = qim_node_cache_unlink_int(ses, node_cache_tail->node.id, &victim);
-    if (status != ROV_OK) return status;
+    qim_node_cache_entry_t* victim = take_out(ses, node_cache_tail->node.id);
     if (victim == nullptr) return QIM_ERR_INTERNAL;
     const uint32_t destroyed = qim_lib_node_destroy(victim, lib);
     if (destroyed != 0) return destroyed;
@@ -48,9 +65,7 @@ uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
 // Brings the list to where `entry` can be put at its head: nothing under its key, and room for one.
 // The key is made of the session that the caller names, the victim's of the entry's own.
 uint32_t make_place(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib) {
-  qim_node_cache_entry_t* older = nullptr;
-  const uint32_t status = qim_node_cache_unlink_int(ses, entry->node.id, &older);
-  if (status != ROV_OK) return status;
+  qim_node_cache_entry_t* older = take_out(ses, entry->node.id);
   if (older == nullptr) return evict(entry->ses, lib);
   return older == entry ? 0 : qim_lib_node_destroy(older, lib);
 }
@@ -65,6 +80,11 @@ qim_node_cache_entry_t* take_head() {
   return head;
 }
 
+// Operations that are given no context are for threads that have one.
+void require_context() {
+  static_cast<void>(qim_lib_get());
+}
+
 // Clients hold the address of the record; the block around it is found by its place in there.
 qim_node_cache_entry_t* entry_of(qim_node_t* node) {
   return reinterpret_cast<qim_node_cache_entry_t*>(reinterpret_cast<char*>(node) -
@@ -75,21 +95,9 @@ qim_node_cache_entry_t* entry_of(qim_node_t* node) {
 
 QIM_API uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id,
                                     qim_node_cache_entry_t** out) {
-  qim_lib_ctx_t* ctx = qim_lib_get();
-  uint32_t status = qim_node_cache_lock();
-  if (status != ROV_OK) {
-    report(status, "qim_node_cache_get", 812, ctx);
-    return status;
-  }
-  qim_node_cache_entry_t* entry = nullptr;
-  status = qim_node_cache_unlink_int(ses, node_id, &entry);
-  if (status != ROV_OK) report(status, "qim_node_cache_get", 818, ctx);
+  require_context();
+  qim_node_cache_entry_t* entry = take_out(ses, node_id);
   if (entry != nullptr) insert_at_head(entry);
-  status = qim_node_cache_unlock();
-  if (status != ROV_OK) {
-    report(status, "qim_node_cache_get", 829, ctx);
-    return status;
-  }
   *out = entry;
   return ROV_OK;
 }
@@ -97,44 +105,26 @@ QIM_API uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id,
 QIM_API uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry,
                                     qim_lib_ctx_t* lib) {
   if (node_cache_max < 1) return ROV_OK;
-  uint32_t status = qim_node_cache_lock();
-  if (status != ROV_OK) {
-    report(status, "qim_node_cache_add", 851, lib);
-    return status;
-  }
-  status = make_place(ses, entry, lib);
+  const uint32_t status = make_place(ses, entry, lib);
   if (status != ROV_OK) {
     report(status, "qim_node_cache_add", 860, lib);  // costs the caching, not the caller
   } else {
     insert_at_head(entry);
   }
-  status = qim_node_cache_unlock();
-  if (status != ROV_OK) report(status, "qim_node_cache_add", 871, lib);
-  return status;
+  return ROV_OK;
 }
 
 QIM_API uint32_t qim_node_cache_unlink(uint32_t ses, qim_node_id_t node_id,
                                        qim_node_cache_entry_t** out) {
-  qim_lib_ctx_t* ctx = qim_lib_get();
-  uint32_t status = qim_node_cache_lock();
-  if (status != ROV_OK) {
-    report(status, "qim_node_cache_unlink", 893, ctx);
-    return status;
-  }
-  status = qim_node_cache_unlink_int(ses, node_id, out);
-  const uint32_t unlocked = qim_node_cache_unlock();
-  status = status != ROV_OK ? status : unlocked;
-  if (status != ROV_OK) report(status, "qim_node_cache_unlink", 901, ctx);
-  return status;
+  require_context();
+  qim_node_cache_entry_t* entry = take_out(ses, node_id);
+  if (out != nullptr) *out = entry;
+  return ROV_OK;
 }
 
 QIM_API uint32_t qim_node_cache_rm(uint32_t ses, qim_node_id_t node_id, qim_lib_ctx_t* lib) {
   qim_node_cache_entry_t* entry = nullptr;
-  const uint32_t status = qim_node_cache_unlink(ses, node_id, &entry);
-  if (status != ROV_OK) {
-    report(status, "qim_node_cache_rm", 918, lib);
-    return status;
-  }
+  static_cast<void>(qim_node_cache_unlink(ses, node_id, &entry));
   return entry == nullptr ? 0 : qim_lib_node_destroy(entry, lib);
 }
 
@@ -145,14 +135,9 @@ QIM_API uint32_t qim_node_cache_replace(uint32_t ses, const qim_node_t* node, qi
 }
 
 QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
-  uint32_t status = qim_node_cache_lock();
-  if (status != ROV_OK) {
-    report(status, "qim_node_cache_destroy", 949, lib);
-    return status;
-  }
   while (node_cache_count > 0) {
     qim_node_cache_entry_t* head = take_head();
-    status =
+    const uint32_t status =
         head == nullptr ? static_cast<uint32_t>(QIM_ERR_INTERNAL) : qim_lib_node_destroy(head, lib);
     if (status != ROV_OK) {
       report(status, "qim_node_cache_destroy", 964,
@@ -164,9 +149,7 @@ QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
     node_cache_head = nullptr;
     node_cache_tail = nullptr;
   }
-  status = qim_node_cache_unlock();
-  if (status != ROV_OK) report(status, "qim_node_cache_destroy", 977, lib);
-  return status;
+  return ROV_OK;
 }
 
 // Membership decides: a member has a successor or is the tail. An entry that was unlinked keeps its

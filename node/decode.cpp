@@ -3,7 +3,6 @@
 #include "node/decode.h"
 
 #include "lib/report.h"
-#include "node/nonedests.h"
 #include "node/resolve.h"
 #include "rov.h"
 #include "tlvo.h"
@@ -26,14 +25,11 @@ void count_criteria(qim_filter_t& filter) {
   filter.crit_bytes = bytes;
 }
 
+// Every referrer of a policy instance counts as an enforcement destination.
 uint32_t pinst_fill(uint32_t ses, uint32_t name_len, const void* name, qim_node_t* node) {
-  uint32_t status = qim_node_nonedests_recount(ses, node);
-  if (status != ROV_OK) {
-    report(status, kDecode, 331, qim_lib_get());
-    return status;
-  }
-  node->body.pinst.edests = node->refs - node->body.pinst.nonedests;
-  status = qim_pinst_dsetname_get(ses, name_len, name, node);
+  node->body.pinst.nonedests = 0;
+  node->body.pinst.edests = node->refs;
+  const uint32_t status = qim_pinst_dsetname_get(ses, name_len, name, node);
   if (status != ROV_OK) report(status, kDecode, 337, qim_lib_get());
   return status;
 }
