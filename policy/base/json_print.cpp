@@ -2,6 +2,7 @@
 #include "policy/base/json_print.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <utility>
 
@@ -16,6 +17,7 @@ constexpr std::string_view digits = "0123456789abcdef";
 
 constexpr size_t whole_piece = 1 << 20;
 constexpr size_t longest_line = 4096;  // that is common
+constexpr std::string_view indent = "  ";
 
 // Behind a backslash; NUL for what needs none.
 char short_escape(char c) {
@@ -38,37 +40,67 @@ char short_escape(char c) {
   }
 }
 
-// Where the first character from `at` on stands that may need an escape, or the end.
-size_t skip_plain(std::string_view text, size_t at) {
+constexpr bool needs_escape(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
+}
+
+// Nearly all texts are plain.
+bool is_plain(std::string_view text) {
+  size_t at = 0;
   for (; at + EightBytes::size <= text.size(); at += EightBytes::size) {
     const EightBytes bytes(text.data() + at);
     if (bytes.may_have_below(0x20) || bytes.may_have('"') || bytes.may_have('\\')) break;
   }
-  return at;
+  return std::none_of(text.begin() + at, text.end(), [](char c) { return needs_escape(c); });
+}
+
+void append_escaped(std::string& to, char c) {
+  to += '\\';
+  if (const char escape = short_escape(c)) {
+    to += escape;
+    return;
+  }
+  to += "u00";
+  to += digits[static_cast<unsigned char>(c) >> 4];
+  to += digits[static_cast<unsigned char>(c) & 15];
+}
+
+// A plain text in quotes, between what stands around it, in one go where it is short: most are, and a
+// document has very many.
+void append_plain(std::string& to, std::string_view before, std::string_view text,
+                  std::string_view behind) {
+  std::array<char, 128> room;
+  const size_t size = before.size() + text.size() + 2 + behind.size();
+  if (size > room.size()) {
+    to.append(before).append(1, '"').append(text).append(1, '"').append(behind);
+    return;
+  }
+  char* end = std::copy(before.begin(), before.end(), room.data());
+  *end++ = '"';
+  end = std::copy(text.begin(), text.end(), end);
+  *end++ = '"';
+  std::copy(behind.begin(), behind.end(), end);
+  to.append(room.data(), size);
+}
+
+void append_string(std::string& to, std::string_view before, std::string_view text,
+                   std::string_view behind) {
+  if (is_plain(text)) return append_plain(to, before, text, behind);
+  to.append(before).append(1, '"');
+  size_t done = 0;
+  for (size_t i = 0; i < text.size(); i++) {
+    if (!needs_escape(text[i])) continue;
+    to.append(text, done, i - done);
+    append_escaped(to, text[i]);
+    done = i + 1;
+  }
+  to.append(text, done).append(1, '"').append(behind);
 }
 
 }  // namespace
 
 void append_json_string(std::string& to, std::string_view text) {
-  to += '"';
-  size_t done = 0;
-  for (size_t i = skip_plain(text, 0); i < text.size(); i++) {
-    const char c = text[i];
-    const bool control = static_cast<unsigned char>(c) < 0x20;
-    if (!control && c != '"' && c != '\\') continue;
-    to.append(text, done, i - done);
-    done = i + 1;
-    to += '\\';
-    if (const char escape = short_escape(c)) {
-      to += escape;
-    } else {
-      to += "u00";
-      to += digits[static_cast<unsigned char>(c) >> 4];
-      to += digits[static_cast<unsigned char>(c) & 15];
-    }
-  }
-  to.append(text, done, text.size() - done);
-  to += '"';
+  append_string(to, "", text, "");
 }
 
 std::string json_string(std::string_view text) {
@@ -78,9 +110,10 @@ std::string json_string(std::string_view text) {
 }
 
 JsonPrinter& JsonPrinter::open(char bracket) {
-  begin();
+  text_ += begin();
   text_ += bracket;
   closing_ += bracket == '{' ? '}' : ']';
+  line_start_ += indent;
   empty_ = true;
   return *this;
 }
@@ -88,14 +121,14 @@ JsonPrinter& JsonPrinter::open(char bracket) {
 JsonPrinter& JsonPrinter::close() {
   const char bracket = closing_.back();
   closing_.pop_back();
-  if (!std::exchange(empty_, false)) next_line();
+  line_start_.resize(line_start_.size() - indent.size());
+  if (!std::exchange(empty_, false)) text_.append(line_start_, 1);
   text_ += bracket;
   return *this;
 }
 
 JsonPrinter& JsonPrinter::text(std::string_view value) {
-  begin();
-  append_json_string(text_, value);
+  append_string(text_, begin(), value, "");
   return *this;
 }
 
@@ -104,14 +137,13 @@ JsonPrinter& JsonPrinter::number(uint64_t value) {
 }
 
 JsonPrinter& JsonPrinter::json(std::string_view value) {
-  begin();
+  text_ += begin();
   text_ += value;
   return *this;
 }
 
 JsonPrinter& JsonPrinter::member(std::string_view name) {
-  text(name);
-  text_ += ": ";
+  append_string(text_, begin(), name, ": ");
   named_ = true;
   return *this;
 }
@@ -119,6 +151,7 @@ JsonPrinter& JsonPrinter::member(std::string_view name) {
 JsonPrinter JsonPrinter::part(size_t levels) const {
   JsonPrinter part;
   part.closing_.assign(closing_.size() + levels, ']');
+  for (size_t i = 0; i < part.closing_.size(); i++) part.line_start_ += indent;
   return part;
 }
 
@@ -144,20 +177,16 @@ std::vector<std::string> JsonPrinter::take_pieces() {
   return std::move(before_);
 }
 
-void JsonPrinter::begin() {
-  if (std::exchange(named_, false) || closing_.empty()) return;
-  if (!std::exchange(empty_, false)) text_ += ',';
-  next_line();
-}
-
-void JsonPrinter::next_line() {
+std::string_view JsonPrinter::begin() {
+  if (std::exchange(named_, false) || closing_.empty()) return {};
+  const std::string_view line_start = line_start_;
+  if (std::exchange(empty_, false)) return line_start.substr(1);
   if (text_.size() >= whole_piece) {
     before_.push_back(std::move(text_));
     text_ = std::string();
     text_.reserve(whole_piece + longest_line);
   }
-  text_ += '\n';
-  text_.append(2 * closing_.size(), ' ');
+  return line_start;
 }
 
 }  // namespace qimctl

@@ -40,14 +40,15 @@ class JsonPrinter {
 
  private:
   JsonPrinter& open(char bracket);
-  void begin();
-  void next_line();
+  // What stands in front of the value or member that is now written.
+  std::string_view begin();
 
   std::vector<std::string> before_;  // the pieces before this one
   std::string text_;
-  std::string closing_;  // the brackets that are open
-  bool empty_ = true;    // is there nothing yet in the innermost one?
-  bool named_ = false;   // has member() said what the next value is?
+  std::string closing_;             // the brackets that are open
+  std::string line_start_ = ",\n";  // what stands between two members or elements
+  bool empty_ = true;               // is there nothing yet in the innermost one?
+  bool named_ = false;              // has member() said what the next value is?
 };
 
 }  // namespace qimctl

@@ -13,7 +13,8 @@ namespace {
 
 class Scanner {
  public:
-  Scanner(uint32_t session, Detail detail) : session_(session), detail_(detail) {}
+  Scanner(uint32_t session, Detail detail, Stored* seen)
+      : session_(session), detail_(detail), seen_(seen) {}
 
   NodeScan scan() {
     each_node(session_, [this](const rov_node_parms_t& parms) { visit(parms); });
@@ -35,6 +36,7 @@ class Scanner {
 
   uint32_t session_;
   Detail detail_;
+  Stored* seen_;
   NodeScan scan_;
   uint32_t first_ = 0;  // the run of identifiers that goes on, 0 = none
   uint32_t last_ = 0;
@@ -43,6 +45,7 @@ class Scanner {
 void Scanner::visit(const rov_node_parms_t& parms) {
   const uint32_t id = qim_from_rov_node_id(&parms.id);
   reserve(id);
+  if (seen_ != nullptr) seen_->add(session_, parms.id);
   qim_node_t* node = nullptr;
   const uint32_t status = qim_int_node_open(session_, id, &parms, 0, &node, qim_lib_get());
   if (is_about_contents(status)) {
@@ -208,8 +211,8 @@ uint64_t entry_name_hash(std::string_view name) {
   return std::hash<std::string_view>()(name);
 }
 
-NodeScan scan_nodes(uint32_t session, Detail detail) {
-  return Scanner(session, detail).scan();
+NodeScan scan_nodes(uint32_t session, Detail detail, Stored* seen) {
+  return Scanner(session, detail, seen).scan();
 }
 
 uint32_t linked_node(uint32_t session, uint32_t id, uint16_t field) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "policy/base/policy.h"
+#include "policy/store/database.h"
 #include "policy/store/id_blocks.h"
 
 namespace qimctl {
@@ -144,7 +145,8 @@ struct NodeScan {
 // Of an entry's name.
 uint64_t entry_name_hash(std::string_view name);
 
-NodeScan scan_nodes(uint32_t session, Detail detail);
+// seen: where given, every node is added to it as it is read.
+NodeScan scan_nodes(uint32_t session, Detail detail, Stored* seen = nullptr);
 
 // A link that no slot holds, 0 when there is none.
 uint32_t linked_node(uint32_t session, uint32_t id, uint16_t field);

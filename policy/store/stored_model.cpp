@@ -73,8 +73,8 @@ void each_entry(uint32_t session, const StoredList& list,
 
 class ModelReader {
  public:
-  ModelReader(uint32_t session, Detail detail)
-      : session_(session), detail_(detail), scan_(scan_nodes(session, detail)) {}
+  ModelReader(uint32_t session, Detail detail, Stored* seen = nullptr)
+      : session_(session), detail_(detail), scan_(scan_nodes(session, detail, seen)) {}
 
   StoredModel read();
 
@@ -371,6 +371,14 @@ StoredModel read_stored_model(const ReadSession& session) {
 
 StoredModel read_stored_model(uint32_t session) {
   return ModelReader(session, Detail::whole).read();
+}
+
+StoredModel read_verified_model(ReadSession& session) {
+  const Stored all = session.verify();
+  Stored seen;
+  StoredModel stored = ModelReader(session.handle(), Detail::whole, &seen).read();
+  require_all_nodes(all, seen);
+  return stored;
 }
 
 StoredModel read_outline(const ReadSession& session) {

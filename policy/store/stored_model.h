@@ -55,6 +55,10 @@ struct StoredModel {
 StoredModel read_stored_model(const ReadSession& session);
 StoredModel read_stored_model(uint32_t session);
 
+// The same for who writes it elsewhere: the file is verified first, and every node of it was read, or this
+// throws.
+StoredModel read_verified_model(ReadSession& session);
+
 // The same without what takes room for each entry: lists have none, `ids` have no filters, and nothing
 // is said of members and of `regular`.
 StoredModel read_outline(const ReadSession& session);

@@ -6,7 +6,6 @@
 
 #include "policy/base/names.h"
 #include "policy/base/text.h"
-#include "policy/store/node_image.h"
 #include "policy/store/stored_model.h"
 #include "tools/base/output.h"
 
@@ -49,12 +48,7 @@ bool are_known(const StoredModel& stored, const ExportOptions& options) {
 }  // namespace
 
 Exported export_lists(ReadSession& session, const ExportOptions& options) {
-  const Stored all = session.verify();
-  const StoredModel stored = read_stored_model(session);
-  Stored read;
-  each_node(session.handle(),
-            [&](const rov_node_parms_t& parms) { read.add(session.handle(), parms.id); });
-  require_all_nodes(all, read);
+  const StoredModel stored = read_verified_model(session);
   if (!are_known(stored, options)) return Exported::nothing_known;
   const ModelText written = write_model(stored.model, options.format, options.names);
   std::vector<Finding> losses = unreadable_lists(stored, options);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -38,10 +39,10 @@ std::string base64(const std::vector<uint8_t>& bytes) {
   return text;
 }
 
-uint32_t number_of(const std::vector<uint8_t>& args, size_t at, size_t width) {
-  uint32_t value = 0;
-  for (size_t i = 0; i < width; i++) value = value << 8 | args[at + i];
-  return value;
+void append_number(std::string& to, uint32_t value) {
+  std::array<char, 10> digits;
+  char* const end = std::to_chars(digits.begin(), digits.end(), value).ptr;
+  to.append(digits.data(), end);
 }
 
 // 0 for what is none of the model's.
@@ -50,13 +51,19 @@ uint32_t container_bit(Header header) {
   return at == header_order.end() ? 0 : 1u << (at - header_order.begin());
 }
 
+// "" for the matches themselves.
+std::string container_name(uint32_t container) {
+  for (const Header header : header_order)
+    if (container_bit(header) == container) return std::string(header_name(header));
+  return "";
+}
+
 // Sorts criteria into containers, and stops at the first that the model has no place for.
 class Sorter {
  public:
   explicit Sorter(Matches& matches) : matches_(matches) {}
 
   void sort(const Entry& entry) {
-    matches_.members.reserve(entry.criteria.size() + 2);  // ports are two members
     for (const Criterion& criterion : entry.criteria) {
       if (!matches_.obstacle.empty()) return;
       criterion.type == criterion_opaque ? add_opaque(criterion) : add_known(criterion);
@@ -67,24 +74,33 @@ class Sorter {
  private:
   void refuse(const std::string& what) { matches_.obstacle = what; }
 
-  void add(Match match) {
+  // A member whose value is the text from `from` on. Most differ in their names.
+  void add(Match match, size_t from) {
     const bool twice =
         std::any_of(matches_.members.begin(), matches_.members.end(), [&](const Match& other) {
-          return other.header == match.header && other.field == match.field &&
-                 other.member() == match.member();
+          return other.container == match.container && other.name == match.name &&
+                 other.field == match.field;
         });
     if (twice) {
       const std::string field = match.field.empty() ? "" : "/" + std::string(match.field);
-      return refuse("two matches on " + std::string(match.header) + field + "/" +
-                    std::string(match.member()));
+      return refuse("two matches on " + container_name(match.container) + field + "/" +
+                    std::string(match.name));
     }
+    match.json_at = from;
+    match.json_size = matches_.text.size() - from;
     matches_.any = true;
-    matches_.members.push_back(std::move(match));
+    matches_.members.push_back(match);
   }
 
-  // Of the header of a kind: `field` in its container.
-  void add(const CriterionKind& kind, std::string json) {
-    add({header_name(kind.header), "", kind.field(), "", std::move(json)});
+  std::string_view own_name(std::string name) {
+    return matches_.own_names.emplace_back(std::move(name));
+  }
+
+  // `field` in the container of the header of a kind.
+  void add_text(const CriterionKind& kind, std::string_view value) {
+    const size_t from = matches_.text.size();
+    append_json_string(matches_.text, value);
+    add({container_bit(kind.header), "", kind.field()}, from);
   }
 
   void add_opaque(const Criterion& criterion) {
@@ -101,8 +117,11 @@ class Sorter {
     if (!within || !foreign || !reads_as_text(member) || !is_json(match.json))
       return refuse("a match of another model that is damaged");
     if (within->kind != nullptr) note_header(within->kind->header);
-    add({within->kind == nullptr ? "" : header_name(within->kind->header), within->field, "",
-         member, match.json});
+    const size_t from = matches_.text.size();
+    matches_.text += match.json;
+    add({within->kind == nullptr ? 0 : container_bit(within->kind->header), within->field,
+         own_name(member)},
+        from);
   }
 
   // A container that the model has, by constants.
@@ -138,26 +157,24 @@ class Sorter {
 
   void add_known(const Criterion& criterion) {
     const CriterionKind* kind = find_criterion_kind(criterion.type);
-    const auto value = kind == nullptr ? std::nullopt : criterion_value(*kind, criterion.args);
-    if (!value) return refuse(criterion);
-    if (kind->header == Header::interface) return add_interface(*kind, criterion);
+    qim_crit_value_t value;
+    if (kind == nullptr || !parse(criterion, value)) return refuse(criterion);
+    if (kind->header == Header::interface) return add_interface(*kind, criterion, value);
     note_header(kind->header);
     switch (kind->encoding) {
       case Encoding::u8:
       case Encoding::u16:
       case Encoding::u16_hex:
       case Encoding::u32:
-        return add_number(*kind, criterion);
+        return add_number(*kind, criterion, value.as.number);
+      case Encoding::ports:
+        return add_ports(*kind, criterion, value);
       case Encoding::ipv4_flags:
       case Encoding::tcp_flags:
-        return add(*kind, json_string(flags(*value)));
       case Encoding::mac:
-        return add_mac(*kind, *value);
       case Encoding::ipv4_prefix:
       case Encoding::ipv6_prefix:
-        return add(*kind, json_string(*value));
-      case Encoding::ports:
-        return add_ports(*kind, criterion);
+        return add_words(*kind, criterion);
       case Encoding::bytes:
         return add_bytes(*kind, criterion);
       default:
@@ -165,10 +182,26 @@ class Sorter {
     }
   }
 
-  void add_number(const CriterionKind& kind, const Criterion& criterion) {
-    const uint32_t value = number_of(criterion.args, 0, criterion.args.size());
+  static bool parse(const Criterion& criterion, qim_crit_value_t& value) {
+    return qim_crit_parse(criterion.type, static_cast<uint32_t>(criterion.args.size()),
+                          criterion.args.data(), &value) == 0;
+  }
+
+  void add_number(const CriterionKind& kind, const Criterion& criterion, uint32_t value) {
     if (value < kind.min || value > kind.max) return refuse(criterion);
-    add(kind, std::to_string(value));
+    const size_t from = matches_.text.size();
+    append_number(matches_.text, value);
+    add({container_bit(kind.header), "", kind.field()}, from);
+  }
+
+  // Of which the file says what the tool says.
+  void add_words(const CriterionKind& kind, const Criterion& criterion) {
+    const std::optional<std::string> value = criterion_value(kind, criterion.args);
+    if (!value) return refuse(criterion);
+    if (kind.encoding == Encoding::mac) return add_mac(kind, *value);
+    const bool network =
+        kind.encoding == Encoding::ipv4_prefix || kind.encoding == Encoding::ipv6_prefix;
+    add_text(kind, network ? *value : flags(*value));
   }
 
   static std::string flags(const std::string& value) {
@@ -180,38 +213,50 @@ class Sorter {
 
   void add_mac(const CriterionKind& kind, const std::string& value) {
     const size_t slash = value.find('/');
-    add(kind, json_string(value.substr(0, slash)));
+    add_text(kind, value.substr(0, slash));
     if (slash == std::string::npos) return;
-    add({header_name(kind.header), "", "", std::string(kind.field()) + "-mask",
-         json_string(value.substr(slash + 1))});
+    const size_t from = matches_.text.size();
+    append_json_string(matches_.text, value.substr(slash + 1));
+    add({container_bit(kind.header), "", own_name(std::string(kind.field()) + "-mask")}, from);
   }
 
-  void add_ports(const CriterionKind& kind, const Criterion& criterion) {
-    const auto add_here = [&](std::string_view name, std::string json) {
-      add({header_name(kind.header), kind.field(), name, "", std::move(json)});
-    };
-    std::string first = std::to_string(number_of(criterion.args, 1, 2));
-    for (const OperatorName& op : port_operators()) {
-      if (criterion.args[0] != static_cast<uint8_t>(op.code)) continue;
-      add_here("operator", json_string(op.name));
-      return add_here("port", std::move(first));
+  void add_ports(const CriterionKind& kind, const Criterion& criterion,
+                 const qim_crit_value_t& value) {
+    const auto& [comparison, first, last] = value.as.ports;
+    if (comparison == QIM_PORT_RANGE) {
+      add_port(kind, "lower-port", first);
+      return add_port(kind, "upper-port", last);
     }
-    add_here("lower-port", std::move(first));
-    add_here("upper-port", std::to_string(number_of(criterion.args, 3, 2)));
+    if (first != last) return refuse(criterion);
+    const size_t from = matches_.text.size();
+    for (const OperatorName& op : port_operators())
+      if (comparison == static_cast<uint8_t>(op.code)) append_json_string(matches_.text, op.name);
+    add({container_bit(kind.header), kind.field(), "operator"}, from);
+    add_port(kind, "port", first);
+  }
+
+  void add_port(const CriterionKind& kind, std::string_view name, uint32_t port) {
+    const size_t from = matches_.text.size();
+    append_number(matches_.text, port);
+    add({container_bit(kind.header), kind.field(), name}, from);
   }
 
   void add_bytes(const CriterionKind& kind, const Criterion& criterion) {
     const size_t size = criterion.args.size();
     if (size < kind.min || size > kind.max) return refuse(criterion);
-    add(kind, json_string(base64(criterion.args)));
+    add_text(kind, base64(criterion.args));
   }
 
-  void add_interface(const CriterionKind& kind, const Criterion& criterion) {
-    const std::string name(criterion.args.begin() + 4, criterion.args.end());
-    const bool known = number_of(criterion.args, 0, 4) == interface_index(name) &&
+  void add_interface(const CriterionKind& kind, const Criterion& criterion,
+                     const qim_crit_value_t& value) {
+    const qim_crit_bytes_t& bytes = value.as.interface.name;
+    const std::string name(bytes.at, bytes.at + bytes.len);
+    const bool known = value.as.interface.index == interface_index(name) &&
                        name_obstacle(name, std::string::npos).empty();
     if (!known) return refuse(criterion);
-    add({"", "", kind.field(), "", json_string(name)});
+    const size_t from = matches_.text.size();
+    append_json_string(matches_.text, name);
+    add({0, "", kind.field()}, from);
   }
 
   void note_header(Header header) {
@@ -238,35 +283,45 @@ class Sorter {
 constexpr std::array<std::string_view, 2> container_fields{"destination-port", "source-port"};
 
 // False when there are none.
-bool print_members(JsonPrinter& printer, const Matches& matches, std::string_view header,
+bool print_members(JsonPrinter& printer, const Matches& matches, uint32_t container,
                    std::string_view field) {
   bool any = false;
   for (const Match& match : matches.members) {
-    if (match.header != header || match.field != field) continue;
+    if (match.container != container || match.field != field) continue;
     if (!std::exchange(any, true) && !field.empty()) printer.member(field).object();
-    printer.member(match.member()).json(match.json);
+    printer.member(match.name)
+        .json(std::string_view(matches.text).substr(match.json_at, match.json_size));
   }
   return any;
 }
 
 }  // namespace
 
-Matches sort_matches(const Entry& entry) {
-  Matches matches;
+void Matches::clear() {
+  members.clear();
+  text.clear();
+  own_names.clear();
+  containers = 0;
+  any = false;
+  headers = acl_type_unknown;
+  obstacle.clear();
+}
+
+void sort_matches(const Entry& entry, Matches& matches) {
+  matches.clear();
   Sorter(matches).sort(entry);
-  return matches;
 }
 
 void print_matches(JsonPrinter& printer, const Matches& matches) {
   printer.object();
-  print_members(printer, matches, "", "");
+  print_members(printer, matches, 0, "");
   for (const Header header : header_order) {
-    if ((matches.containers & container_bit(header)) == 0) continue;
-    const std::string_view name = header_name(header);
-    printer.member(name).object();
-    print_members(printer, matches, name, "");
+    const uint32_t container = container_bit(header);
+    if ((matches.containers & container) == 0) continue;
+    printer.member(header_name(header)).object();
+    print_members(printer, matches, container, "");
     for (const std::string_view field : container_fields)
-      if (print_members(printer, matches, name, field)) printer.close();
+      if (print_members(printer, matches, container, field)) printer.close();
     printer.close();
   }
   printer.close();

@@ -60,8 +60,9 @@ void Writer::write_list(const AccessList& list) {
   // What stands in front of them is known when all have been seen.
   JsonPrinter entries = printer_.part(3);
   uint32_t headers = acl_type_unknown;
+  Matches matches;
   for (const Entry& entry : list.entries) {
-    Matches matches = sort_matches(entry);
+    sort_matches(entry, matches);
     const std::string bad_name = formats::name_obstacle(entry.name, longest_name);
     if (!bad_name.empty()) matches.obstacle = "a name of which " + bad_name;
     if (!matches.obstacle.empty()) {
