@@ -56,12 +56,13 @@ void measure(const char* directory, const char* interface, const char* capture) 
   const double began = processor_seconds();
   const qimctl::StoredModel stored = qimctl::read_stored_model(session);
   const double read = processor_seconds();
-  const qimctl::Tracer tracer(qimctl::lists_at(stored.model, interface, QIM_DIR_IN));
+  const qimctl::Lists lists = qimctl::lists_at(stored.model, interface, QIM_DIR_IN);
   const CapturedFrame& frame = frames.at(0);
   const size_t outcomes =
-      tracer.trace(qimctl::packet_from_bytes(frame.bytes, frame.kind, frame.is_cut), true)
+      qimctl::trace_once(lists, qimctl::packet_from_bytes(frame.bytes, frame.kind, frame.is_cut))
           .outcomes.size();
   const double first = processor_seconds();
+  const qimctl::Tracer tracer(lists);
   const qimctl::Classifier classifier(tracer);
   const double by_classifier = speed(frames, frames.size(), [&](const qimctl::Packet& packet) {
     return classifier.trace(packet).outcomes.size();

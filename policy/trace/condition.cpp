@@ -17,7 +17,7 @@ struct FieldOf {
   Field field;
 };
 
-// The number that each criterion type asks for. The rest are headers, interfaces and strings.
+// The number that each criterion type asks for, in the order of types. The rest are headers, interfaces and strings.
 constexpr std::array fields{
     FieldOf{QIM_CRIT_ETH_DESTINATION, Field::destination_mac},
     FieldOf{QIM_CRIT_ETH_SOURCE, Field::source_mac},
@@ -56,6 +56,8 @@ constexpr std::array fields{
     FieldOf{QIM_CRIT_ICMP_TYPE, Field::icmp_type},
     FieldOf{QIM_CRIT_ICMP_CODE, Field::icmp_code},
 };
+static_assert(std::is_sorted(fields.begin(), fields.end(),
+                             [](const FieldOf& a, const FieldOf& b) { return a.type < b.type; }));
 
 using Args = std::span<const uint8_t>;
 
@@ -193,8 +195,10 @@ Condition to_condition(const Criterion& criterion) {
   const CriterionKind* kind = find_criterion_kind(criterion.type);
   if (kind == nullptr) return condition;
   condition.header = kind->header;
-  for (const FieldOf& each : fields)
-    if (each.type == criterion.type) condition.field = each.field;
+  const FieldOf* field =
+      std::lower_bound(fields.begin(), fields.end(), criterion.type,
+                       [](const FieldOf& each, uint32_t wanted) { return each.type < wanted; });
+  if (field != fields.end() && field->type == criterion.type) condition.field = field->field;
   take_apart(condition, *kind, criterion.args);
   return condition;
 }
