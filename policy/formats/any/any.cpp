@@ -2,7 +2,7 @@
 #include "policy/formats/any/any.h"
 
 #include <array>
-#include <cstring>
+#include <string_view>
 
 #include "policy/formats/iptables/iptables.h"
 #include "policy/formats/native/native.h"
@@ -15,22 +15,27 @@ namespace qimctl {
 
 namespace {
 
-// A member or a value that no other format has.
+// A member or a value that no other format has, and one of its characters that is rare in policies: texts
+// are large, and a search for a rare character stops at few places.
 struct Mark {
-  const char* word;
+  std::string_view word;
+  char rare;
   Format format;
 };
-constexpr std::array marks{Mark{native_format_name, Format::native},
-                           Mark{rfc8519_root, Format::rfc8519},
-                           Mark{openconfig_root, Format::openconfig},
-                           Mark{openconfig_entries, Format::openconfig},
-                           Mark{switch_lists_table, Format::switch_tables},
-                           Mark{switch_rules_table, Format::switch_tables}};
+constexpr std::array marks{Mark{native_format_name, 'q', Format::native},
+                           Mark{rfc8519_root, '-', Format::rfc8519},
+                           Mark{openconfig_root, 'g', Format::openconfig},
+                           Mark{openconfig_entries, '-', Format::openconfig},
+                           Mark{switch_lists_table, '_', Format::switch_tables},
+                           Mark{switch_rules_table, '_', Format::switch_tables}};
 
-// Texts are large, and quotes are everywhere in them: a search for the first character of a word
-// would stop at each.
-bool holds(const std::string& text, const std::string& word) {
-  return memmem(text.data(), text.size(), word.data(), word.size()) != nullptr;
+bool holds(std::string_view text, const Mark& mark) {
+  const std::string quoted = '"' + std::string(mark.word) + '"';
+  const size_t within = 1 + mark.word.find(mark.rare);
+  for (size_t at = text.find(mark.rare, within); at != std::string_view::npos;
+       at = text.find(mark.rare, at + 1))
+    if (text.substr(at - within).starts_with(quoted)) return true;
+  return false;
 }
 
 }  // namespace
@@ -38,7 +43,7 @@ bool holds(const std::string& text, const std::string& word) {
 Format guess_format(const std::string& text) {
   Format found = has_filter_table(text) ? Format::iptables : Format::guess;
   for (const Mark& mark : marks) {
-    if (!holds(text, '"' + std::string(mark.word) + '"')) continue;
+    if (!holds(text, mark)) continue;
     if (found != Format::guess && found != mark.format) return Format::guess;
     found = mark.format;
   }

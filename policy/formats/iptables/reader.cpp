@@ -1,6 +1,5 @@
 // The chains of the filter table as access lists.
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <optional>
 #include <set>
@@ -330,8 +329,11 @@ void Reader::attach_all() {
 
 bool has_filter_table(const std::string& text) {
   constexpr std::string_view line = "\n*filter";
-  return text.starts_with(line.substr(1)) ||
-         memmem(text.data(), text.size(), line.data(), line.size()) != nullptr;
+  if (text.starts_with(line.substr(1))) return true;
+  // Stars are rare, ends of lines are not.
+  for (size_t at = text.find('*', 1); at != std::string::npos; at = text.find('*', at + 1))
+    if (text.compare(at - 1, line.size(), line) == 0) return true;
+  return false;
 }
 
 ModelInput read_iptables(const std::string& text, const std::string& file,

@@ -33,11 +33,6 @@ size_t characters(const std::string& text) {
   }));
 }
 
-bool is_forbidden(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 && c != '\t' && c != '\n' && c != '\r';
-}
-
 // A file of nothing but faults is known for one long before the last of them.
 void Notes::problem(Place at, std::string message) {
   if (is_full()) {

@@ -77,7 +77,9 @@ void note_left_out(Notes& notes, const Entry& entry, const std::vector<Obstacle>
 // The characters of a UTF-8 text.
 size_t characters(const std::string& text);
 // Is it what RFC 7950 section 9.4 leaves out of strings, as far as that is control characters?
-bool is_forbidden(char c);
+inline constexpr auto is_forbidden = [](char c) {
+  return static_cast<unsigned char>(c) < 0x20 && c != '\t' && c != '\n' && c != '\r';
+};
 
 // "\"a\", \"b\" or \"c\"".
 std::string alternatives(Names names);

@@ -99,7 +99,10 @@ std::string prefix_text(int family, const Bytes& address, uint32_t length) {
 Args prefix_args(Notes& notes, const Value& leaf, int family) {
   const auto text = read_string(notes, leaf);
   if (!text) return {};
-  Bytes address(family == AF_INET ? 4 : 16);
+  const size_t bytes = family == AF_INET ? 4 : 16;
+  Bytes address;
+  address.reserve(bytes + 1);
+  address.resize(bytes);
   const auto bits = static_cast<uint32_t>(8 * address.size());
   const size_t slash = text->find('/');
   const bool whole = slash != std::string::npos;
@@ -131,7 +134,9 @@ Args binary_args(Notes& notes, const CriterionKind& kind, const Value& leaf) {
 }
 
 Args port_args(PortOperator op, uint32_t first, uint32_t last) {
-  Bytes bytes{static_cast<uint8_t>(op)};
+  Bytes bytes;
+  bytes.reserve(5);
+  bytes.push_back(static_cast<uint8_t>(op));
   append(bytes, first, 2);
   append(bytes, last, 2);
   return bytes;
