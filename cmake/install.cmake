@@ -15,9 +15,10 @@ if(TARGET qim-enforce)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/enforce.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 endif()
 
-# What editors know policy files by.
+# What editors know policy files by, and programs what the tool prints to them.
 install(FILES ${PROJECT_SOURCE_DIR}/docs/native.schema.json ${PROJECT_SOURCE_DIR}/docs/catalog.json
   DESTINATION ${CMAKE_INSTALL_DATADIR}/qimctl)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/schemas DESTINATION ${CMAKE_INSTALL_DATADIR}/qimctl)
 
 foreach(folder include database/include)
   if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})

@@ -60,6 +60,19 @@ TEST(SchemaNames, OfTheCatalogAreThoseOfItsFiles) {
   }
 }
 
+// Those of what commands print, too.
+TEST(SchemaNames, AreInTheCatalogForEachSchema) {
+  const auto named = catalog();
+  size_t there = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(docs() / "schemas")) {
+    const auto found = named.find("urn:qim:schema:" + entry.path().stem().string() + ":1");
+    ASSERT_NE(found, named.end()) << entry.path();
+    EXPECT_EQ(found->second, entry.path());
+    ++there;
+  }
+  EXPECT_EQ(there + 1, named.size());
+}
+
 TEST(SchemaNames, OfExamplesLeadToWhatTheyFollow) {
   size_t naming = 0;
   for (const auto& entry :
