@@ -6,6 +6,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <thread>
 
@@ -183,6 +187,30 @@ TEST_F(Process, SaysWhatIsWrong) {
   EXPECT_NE(dry.output.find("\"lw.a\""), std::string::npos);
   EXPECT_FALSE(enforce::read_kernel().is_there);
   EXPECT_EQ(process::run(place_, "--once --metrics /nowhere/metrics").code, 0);
+}
+
+std::string text_of(const std::string& file) {
+  std::ifstream stream(file);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// Nothing of the kernel is needed for it.
+TEST(DryRun, PrintsWhatTheToolExports) {
+  size_t printed = 0;
+  const std::filesystem::path examples =
+      std::filesystem::path(getenv("QIM_SOURCE_DIR")) / "examples";
+  for (const auto& example : std::filesystem::directory_iterator(examples)) {
+    const Place place;
+    if (!process::qimctl(place, "import --lossy " + example.path().string())) continue;
+    const std::string file = place.path("ruleset");
+    const bool exported = process::qimctl(place, "export --format nft >" + file);
+    const std::string dry = place.path("dry");
+    const process::Ended ended = process::run(place, "--dry-run >" + dry + " #");
+    EXPECT_EQ(ended.code == 0, exported) << example.path();
+    EXPECT_EQ(text_of(dry), text_of(file)) << example.path();
+    printed += exported ? 1u : 0u;
+  }
+  EXPECT_GE(printed, 3u);
 }
 
 TEST_F(Process, FailsWhereWhatItPrintsIsLost) {
