@@ -109,7 +109,8 @@ uint32_t fill_session(Session* session, Database* db) {
 
 uint32_t begin_session(Session* session, Database* db) {
   session->db = db;
-  idle_set(session->idle, db->library->idle.load(), db->hold);
+  // Nobody commits beside a writer, so nothing grows for it.
+  idle_set(session->idle, db->library->idle.load(), session->write ? 0 : db->hold);
   uint32_t status = session->write ? begin_writing(db) : uint32_t{ROV_OK};
   if (status != ROV_OK) return status;
   session->turn = session->write;
