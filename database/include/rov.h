@@ -156,8 +156,8 @@ uint32_t rov_reg_dbg_dsetname_print(uint32_t db, rov_dsetname_print_fn print);
 
 /* `ses` is a session or a session's base. All parts of one node are read in one descent: the
  * session remembers the node that it found last. Missing nodes are ROV_ERR_NO_ITEM everywhere.
- * Beside what each names: ROV_ERR_HANDLE; ROV_ERR_SES_EXPIRED; ROV_ERR_INVALID; a status of the
- * store. */
+ * Beside what each names: ROV_ERR_HANDLE; ROV_ERR_SES_EXPIRED; ROV_ERR_SES_HELD; ROV_ERR_INVALID; a
+ * status of the store. */
 
 /* What is known of a node; links and refs count records, lengths are bytes. */
 uint32_t rov_node_parms_get(uint32_t ses, rov_node_id_t id, rov_node_parms_t* parms);
