@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <array>
-#include <unordered_set>
+#include <set>
 #include <utility>
 
 #include "policy/base/criteria.h"
@@ -112,7 +112,7 @@ class ListReader {
   Value value_;
   AccessList list_;
   ListType type_;
-  std::unordered_set<std::string> names_;
+  std::set<std::string> names_;
   size_t entries_ = 0;  // that the input has
   size_t counted_ = 0;  // that came with counters,
   Value counters_;      // of which these are the first
