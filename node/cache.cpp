@@ -21,9 +21,19 @@ bool has_key(const qim_node_cache_entry_t& entry, uint32_t ses, qim_node_id_t no
   return entry.ses == ses && entry.node.id == node_id;
 }
 
+// These mark where a process-wide lock belongs, around every operation on the list. With a capacity of
+// 0 nothing is shared, so there is none, and nothing that could fail.
+void qim_node_cache_lock() {}
+void qim_node_cache_unlock() {}
+
+struct ListLock {
+  ListLock() { qim_node_cache_lock(); }
+  ~ListLock() { qim_node_cache_unlock(); }
+};
+
 // Takes the entry under the key out of the list; its own `next` keeps its value. NULL when there is
 // none. The head is the link before the first entry, so that removing that one is no special case.
-qim_node_cache_entry_t* take_out(uint32_t ses, qim_node_id_t node_id) {
+qim_node_cache_entry_t* qim_node_cache_unlink_int(uint32_t ses, qim_node_id_t node_id) {
   qim_node_cache_entry_t** link = &node_cache_head;
   qim_node_cache_entry_t* previous = nullptr;
   while (*link != nullptr && !has_key(**link, ses, node_id)) {
@@ -54,7 +64,7 @@ void insert_at_head(qim_node_cache_entry_t* entry) {
 // session is no victim, and the add fails.
 uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
   while (node_cache_count >= node_cache_max) {
-    qim_node_cache_entry_t* victim = take_out(ses, node_cache_tail->node.id);
+    qim_node_cache_entry_t* victim = qim_node_cache_unlink_int(ses, node_cache_tail->node.id);
     if (victim == nullptr) return QIM_ERR_INTERNAL;
     const uint32_t destroyed = qim_lib_node_destroy(victim, lib);
     if (destroyed != 0) return destroyed;
@@ -65,7 +75,7 @@ uint32_t evict(uint32_t ses, qim_lib_ctx_t* lib) {
 // Brings the list to where `entry` can be put at its head: nothing under its key, and room for one.
 // The key is made of the session that the caller names, the victim's of the entry's own.
 uint32_t make_place(uint32_t ses, qim_node_cache_entry_t* entry, qim_lib_ctx_t* lib) {
-  qim_node_cache_entry_t* older = take_out(ses, entry->node.id);
+  qim_node_cache_entry_t* older = qim_node_cache_unlink_int(ses, entry->node.id);
   if (older == nullptr) return evict(entry->ses, lib);
   return older == entry ? 0 : qim_lib_node_destroy(older, lib);
 }
@@ -96,7 +106,8 @@ qim_node_cache_entry_t* entry_of(qim_node_t* node) {
 QIM_API uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id,
                                     qim_node_cache_entry_t** out) {
   require_context();
-  qim_node_cache_entry_t* entry = take_out(ses, node_id);
+  const ListLock lock;
+  qim_node_cache_entry_t* entry = qim_node_cache_unlink_int(ses, node_id);
   if (entry != nullptr) insert_at_head(entry);
   *out = entry;
   return ROV_OK;
@@ -105,6 +116,7 @@ QIM_API uint32_t qim_node_cache_get(uint32_t ses, qim_node_id_t node_id,
 QIM_API uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry,
                                     qim_lib_ctx_t* lib) {
   if (node_cache_max < 1) return ROV_OK;
+  const ListLock lock;
   const uint32_t status = make_place(ses, entry, lib);
   if (status != ROV_OK) {
     report(status, "qim_node_cache_add", 860, lib);  // costs the caching, not the caller
@@ -117,7 +129,8 @@ QIM_API uint32_t qim_node_cache_add(uint32_t ses, qim_node_cache_entry_t* entry,
 QIM_API uint32_t qim_node_cache_unlink(uint32_t ses, qim_node_id_t node_id,
                                        qim_node_cache_entry_t** out) {
   require_context();
-  qim_node_cache_entry_t* entry = take_out(ses, node_id);
+  const ListLock lock;
+  qim_node_cache_entry_t* entry = qim_node_cache_unlink_int(ses, node_id);
   if (out != nullptr) *out = entry;
   return ROV_OK;
 }
@@ -135,6 +148,7 @@ QIM_API uint32_t qim_node_cache_replace(uint32_t ses, const qim_node_t* node, qi
 }
 
 QIM_API uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib) {
+  const ListLock lock;
   while (node_cache_count > 0) {
     qim_node_cache_entry_t* head = take_head();
     const uint32_t status =

@@ -25,9 +25,14 @@ void count_criteria(qim_filter_t& filter) {
   filter.crit_bytes = bytes;
 }
 
-// Every referrer of a policy instance counts as an enforcement destination.
-uint32_t pinst_fill(uint32_t ses, uint32_t name_len, const void* name, qim_node_t* node) {
+// Every referrer of a policy instance counts as an enforcement destination, so there is nothing to
+// count anew.
+void qim_node_nonedests_recount(qim_node_t* node) {
   node->body.pinst.nonedests = 0;
+}
+
+uint32_t pinst_fill(uint32_t ses, uint32_t name_len, const void* name, qim_node_t* node) {
+  qim_node_nonedests_recount(node);
   node->body.pinst.edests = node->refs;
   const uint32_t status = qim_pinst_dsetname_get(ses, name_len, name, node);
   if (status != ROV_OK) report(status, kDecode, 337, qim_lib_get());

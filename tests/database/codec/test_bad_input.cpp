@@ -15,11 +15,6 @@ namespace {
 
 using namespace tlv_test;
 
-uint32_t decode(void* record, const Bytes& tlva, const tlvo_table_t* table) {
-  return tlvo_dec_tlva_to_struct(&record, tlva.data(), static_cast<uint32_t>(tlva.size()), table,
-                                 TLVO_DEC_IN_PLACE);
-}
-
 uint32_t decode_ints(const Builder& tlva) {
   Ints ints{};
   return decode(&ints, tlva.bytes(), &ints_table.head);

@@ -19,11 +19,6 @@ namespace {
 using namespace tlv_test;
 using testing_rov::Random;
 
-uint32_t decode(void* record, const Bytes& tlva, const tlvo_table_t* table) {
-  return tlvo_dec_tlva_to_struct(&record, tlva.data(), static_cast<uint32_t>(tlva.size()), table,
-                                 TLVO_DEC_IN_PLACE);
-}
-
 TEST(TlvPlans, OnlyConstantTablesGetOne) {
   const Bytes tlva = Builder().int32(0x210003, 5).bytes();
   Ints ints{};

@@ -12,11 +12,6 @@ namespace {
 
 using namespace tlv_test;
 
-uint32_t decode(void* record, const Bytes& tlva, const tlvo_table_t* table) {
-  return tlvo_dec_tlva_to_struct(&record, tlva.data(), static_cast<uint32_t>(tlva.size()), table,
-                                 TLVO_DEC_IN_PLACE);
-}
-
 uint32_t encode(const void* record, const tlvo_table_t* table) {
   Bytes out(4000);
   return tlvo_enc_struct_to_tlva(out.data(), static_cast<uint32_t>(out.size()), table, record,

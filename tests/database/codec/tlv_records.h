@@ -7,6 +7,7 @@
 #include <string>
 
 #include "rov.h"
+#include "tests/database/codec/tlv_builder.h"
 #include "tests/database/codec/tlv_tables.h"
 #include "tlvo.h"
 
@@ -102,6 +103,12 @@ void release(Any* any);
 // An item that is not in a list, from the pool.
 Item* new_item(uint32_t type, const std::string& args, Item* next = nullptr);
 std::string args_of(const Item* item);
+
+// Decodes into a record of the caller's.
+inline uint32_t decode(void* record, const Bytes& tlva, const tlvo_table_t* table) {
+  return tlvo_dec_tlva_to_struct(&record, tlva.data(), static_cast<uint32_t>(tlva.size()), table,
+                                 TLVO_DEC_IN_PLACE);
+}
 
 }  // namespace tlv_test
 

@@ -17,7 +17,7 @@
 
 namespace {
 
-void* take(uint32_t size) {
+void* take_block(uint32_t size) {
   void* block = nullptr;
   EXPECT_EQ(mem_zalloc(size, nullptr, &block), ROV_OK);
   return block;
@@ -25,7 +25,7 @@ void* take(uint32_t size) {
 
 std::vector<void*> take_many(size_t count, uint32_t size) {
   std::vector<void*> blocks(count);
-  for (void*& block : blocks) block = take(size);
+  for (void*& block : blocks) block = take_block(size);
   return blocks;
 }
 
@@ -109,7 +109,7 @@ TEST(MemThreads, ManyThreadsMayUseThePoolAtOnce) {
         slot.block = nullptr;
       } else {
         slot.size = 1 + static_cast<uint32_t>(random() % 700);
-        slot.block = static_cast<unsigned char*>(take(slot.size));
+        slot.block = static_cast<unsigned char*>(take_block(slot.size));
         for (uint32_t at = 0; at < slot.size; ++at) damaged += slot.block[at] != 0 ? 1 : 0;
         std::memset(slot.block, static_cast<int>(slot.size & 0xff), slot.size);
       }
@@ -161,13 +161,13 @@ TEST(MemThreads, ABlockMayBeFreedWhileItsThreadEnds) {
   ASSERT_EQ(pthread_key_create(&key,
                                [](void* block) {
                                  EXPECT_EQ(mem_free(block, nullptr), ROV_OK);
-                                 EXPECT_EQ(mem_free(take(24), nullptr), ROV_OK);
+                                 EXPECT_EQ(mem_free(take_block(24), nullptr), ROV_OK);
                                }),
             0);
   std::thread([] {
     static thread_local Late late;
-    late.block = take(100);
-    ASSERT_EQ(pthread_setspecific(key, take(50)), 0);
+    late.block = take_block(100);
+    ASSERT_EQ(pthread_setspecific(key, take_block(50)), 0);
   }).join();
   EXPECT_EQ(mem::live_bytes(), before);
   pthread_key_delete(key);

@@ -32,10 +32,10 @@ void set_wait(uint32_t client, uint32_t wait_ms) {
 }
 
 // A process that says something, is told something, and is killed at the end at the latest.
-class Child {
+class Partner {
  public:
   template <class Work>
-  explicit Child(Work work) {
+  explicit Partner(Work work) {
     EXPECT_EQ(pipe(said_), 0);
     EXPECT_EQ(pipe(told_), 0);
     process_ = fork();
@@ -44,12 +44,12 @@ class Child {
       for (;;) pause();
     }
   }
-  ~Child() {
+  ~Partner() {
     end();
     for (const int end : {said_[0], said_[1], told_[0], told_[1]}) close(end);
   }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
+  Partner(const Partner&) = delete;
+  Partner& operator=(const Partner&) = delete;
 
   pid_t process() const { return process_; }
   // In the child, and what stands opposite to them in the parent.
@@ -160,7 +160,7 @@ TEST_F(GrantTest, BadArgumentsAreRefused) {
   EXPECT_STATUS(rov_db_ses_lock_grant(read(), 0), ROV_ERR_HANDLE);
   EXPECT_STATUS(rov_db_ses_lock_grant(db_, uint64_t{kOther} << 32), ROV_ERR_NO_ITEM);
   EXPECT_STATUS(rov_db_ses_lock_grant(db_, UINT64_MAX), ROV_ERR_NO_ITEM);
-  const Child child([](const Child&) {});
+  const Partner child([](const Partner&) {});
   const uint64_t gone = user_of(kOther, child.process());
   child.kill();
   for (int i = 0; i < 1000 && !rov::process_is_gone(static_cast<uint32_t>(gone), 0); ++i) {
@@ -201,7 +201,7 @@ TEST_F(GrantTest, ADamagedOneIsNone) {
 }
 
 TEST_F(GrantTest, AnotherProcessCanBeGrantedTheNextWrite) {
-  const Child child([&](const Child& self) {
+  const Partner child([&](const Partner& self) {
     uint32_t db = 0;
     uint32_t ses = 0;
     const bool opened = open_database(path(), 0, kOther, &db) == ROV_OK;
@@ -225,7 +225,7 @@ TEST_F(GrantTest, AnotherProcessCanBeGrantedTheNextWrite) {
 }
 
 TEST_F(GrantTest, AUserThatIsKilledHoldsNobody) {
-  Child child([](const Child& self) { self.say('y'); });
+  Partner child([](const Partner& self) { self.say('y'); });
   EXPECT_EQ(child.hear(), 'y');
   ASSERT_OK(rov_db_ses_lock_grant(db_, user_of(kOther, child.process())));
   EXPECT_STATUS(try_write(db_), ROV_ERR_BUSY);
@@ -240,7 +240,7 @@ TEST_F(GrantTest, AUserThatIsKilledHoldsNobody) {
 
 TEST_F(GrantTest, AKilledWriterWithSessionsLeavesNobodyWaiting) {
   for (int round = 0; round < 5; ++round) {
-    const Child child([&](const Child& self) {
+    const Partner child([&](const Partner& self) {
       uint32_t db = 0;
       uint32_t ses = 0;
       bool ok = open_database(path(), 0, kOther, &db) == ROV_OK;
