@@ -98,6 +98,13 @@ Case sizing(const std::string& function, const std::function<std::uint32_t()>& s
           }};
 }
 
+Case both(const Case& one, const Case& other) {
+  return {one.function, [one, other] {
+            one.run();
+            other.run();
+          }};
+}
+
 Cases all_cases() {
   Cases all;
   for (const auto family : {plain_cases, pass_cases, codec_cases, start_cases, node_cases,

@@ -32,6 +32,9 @@ Case steady(const std::string& function, const std::function<void()>& call);
 // for failure in turn, and the function must pass that on.
 Case sizing(const std::string& function, const std::function<std::uint32_t()>& size);
 
+// Both of a function, one after the other.
+Case both(const Case& one, const Case& other);
+
 // The families.
 Cases plain_cases();
 Cases pass_cases();

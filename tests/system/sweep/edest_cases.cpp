@@ -105,13 +105,6 @@ std::uint32_t counting(qim_node_t* out) {
   return status;
 }
 
-Case both(const Case& one, const Case& other) {
-  return {one.function, [one, other] {
-            one.run();
-            other.run();
-          }};
-}
-
 }  // namespace
 
 Cases edest_cases() {

@@ -15,8 +15,8 @@ namespace {
 using fake::Hit;
 using fake::kSes;
 
-constexpr qim_node_id_t kNode = 0x08300007;
-constexpr qim_node_id_t kStray = 0x5117;
+constexpr qim_node_id_t kLinked = 0x08300007;
+constexpr qim_node_id_t kStrayNode = 0x5117;
 constexpr std::uint16_t kField = 0x0081;
 constexpr std::uint16_t kOptional = 0x8081;
 
@@ -33,7 +33,7 @@ Case link_case(const char* function, std::uint16_t field, const GetLink& get) {
     EXPECT_EQ(query_test::bytes_of(*link), query_test::bytes_of(expected));
   };
   const auto prepare = [field] {
-    fake::node(kNode).link(field, {.node = 9, .node2 = 10, .val = 11, .tag = 12});
+    fake::node(kLinked).link(field, {.node = 9, .node2 = 10, .val = 11, .tag = 12});
   };
   return failing(function, {.prepare = prepare, .run = run, .check = check});
 }
@@ -43,22 +43,22 @@ using GetRef = std::uint32_t (*)(std::uint32_t, qim_node_id_t, std::uint32_t, qi
 Case ref_case(const char* function, GetRef get) {
   const auto ref = std::make_shared<qim_node_id_t>();
   const auto run = [ref, get] {
-    *ref = kStray;
-    return get(kSes, kNode, 1, ref.get());
+    *ref = kStrayNode;
+    return get(kSes, kLinked, 1, ref.get());
   };
   const auto check = [ref](std::uint32_t returned, const Hit&) {
     EXPECT_EQ(*ref, returned == 0 ? 0x20u : 0u);
   };
   return failing(function, {.prepare =
                                 [] {
-                                  fake::node(kNode).referrers({0x10, 0x20});
+                                  fake::node(kLinked).referrers({0x10, 0x20});
                                 },
                             .run = run,
                             .check = check});
 }
 
 struct Refs {
-  qim_node_id_t stray = kStray;
+  qim_node_id_t stray = kStrayNode;
   qim_node_id_t* at = nullptr;
   std::uint32_t count = 0;
 };
@@ -67,9 +67,9 @@ Case all_refs_case() {
   const auto refs = std::make_shared<Refs>();
   const auto run = [refs] {
     refs->at = &refs->stray;
-    refs->count = kStray;
+    refs->count = kStrayNode;
     qim_node_t node{};
-    node.id = kNode;
+    node.id = kLinked;
     node.refs = 2;
     return qim_ref_get_all(kSes, &node, &refs->at, &refs->count);
   };
@@ -86,7 +86,7 @@ Case all_refs_case() {
   };
   return failing("qim_ref_get_all", {.prepare =
                                          [] {
-                                           fake::node(kNode).referrers({0x10, 0x20});
+                                           fake::node(kLinked).referrers({0x10, 0x20});
                                          },
                                      .run = run,
                                      .check = check});
@@ -97,16 +97,16 @@ Case all_refs_case() {
 Cases link_cases() {
   return {
       link_case("qim_link_field_get", kField,
-                [](qim_link_t* link) { return qim_link_field_get(kSes, kNode, kField, link); }),
+                [](qim_link_t* link) { return qim_link_field_get(kSes, kLinked, kField, link); }),
       link_case("qim_link_get", kField,
-                [](qim_link_t* link) { return qim_link_get(kSes, kNode, kField, link); }),
+                [](qim_link_t* link) { return qim_link_get(kSes, kLinked, kField, link); }),
       link_case("qim_link_opt_get", kOptional,
-                [](qim_link_t* link) { return qim_link_opt_get(kSes, kNode, kField, link); }),
+                [](qim_link_t* link) { return qim_link_opt_get(kSes, kLinked, kField, link); }),
       // Codes of this kind are in no record.
       link_case("qim_link_val", kOptional,
                 [](qim_link_t* link) {
                   qim_node_t node{};
-                  node.id = kNode;
+                  node.id = kLinked;
                   node.type = QIM_NODE_FILTER;
                   return qim_link_val(kSes, &node, kOptional, link);
                 }),

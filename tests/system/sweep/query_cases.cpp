@@ -19,7 +19,7 @@ using query_test::bytes_of;
 using query_test::NodeBlocks;
 using query_test::spoil;
 
-constexpr qim_node_id_t kNode = 0x08300030;
+constexpr qim_node_id_t kQueried = 0x08300030;
 
 // ---- Variable parts --------------------------------------------------------------------------
 
@@ -32,7 +32,7 @@ Case part_case(const char* function, Get get, const std::function<void()>& prepa
   const auto buffer = std::make_shared<Buffer>(room);
   const auto run = [buffer, get] {
     buffer->refill();
-    return get(kSes, kNode, buffer->size(), buffer->data());
+    return get(kSes, kQueried, buffer->size(), buffer->data());
   };
   const auto check = [buffer, expect_part](std::uint32_t returned, const Hit&) {
     if (returned == 0) {
@@ -62,21 +62,21 @@ void expect_criterion(Buffer& buffer) {
   EXPECT_EQ(Bytes(first->args, first->args + 3), (Bytes{1, 2, 3}));
 }
 
-void put_action() {
-  fake::node(kNode).action({.type = 1, .args = {1, 2, 3}}).link(0x141, 9);
+void put_short_action() {
+  fake::node(kQueried).action({.type = 1, .args = {1, 2, 3}}).link(0x141, 9);
 }
 void put_def() {
-  fake::node(kNode).def({.type = 1, .args = {1, 2, 3}}).link(0x301, 9).link(0x302, 9);
+  fake::node(kQueried).def({.type = 1, .args = {1, 2, 3}}).link(0x301, 9).link(0x302, 9);
 }
 void put_filter() {
-  fake::node(kNode).filter({.match = 1, .criteria = {{5, {1, 2, 3}}}}).link(0x081, 9);
+  fake::node(kQueried).filter({.match = 1, .criteria = {{5, {1, 2, 3}}}}).link(0x081, 9);
 }
 
 Cases parts() {
   const NodeBlocks args = {.scratch = 1, .decoded = 1, .priv = false};
   const NodeBlocks criterion = {.scratch = 1, .decoded = 2, .priv = false};
   return {
-      part_case("qim_action_arg_get", qim_action_arg_get, put_action, 3, expect_args, args),
+      part_case("qim_action_arg_get", qim_action_arg_get, put_short_action, 3, expect_args, args),
       part_case("qim_def_arg_get", qim_def_arg_get, put_def, 3, expect_args, args),
       part_case("qim_filter_criteria_get", qim_filter_criteria_get, put_filter, 35,
                 expect_criterion, criterion),
@@ -93,7 +93,7 @@ Case readall_case() {
   const auto run = [out, buffer] {
     buffer->refill();
     spoil(*out);
-    return qim_node_readall(kSes, kNode, 0, out.get(), 16, buffer->data());
+    return qim_node_readall(kSes, kQueried, 0, out.get(), 16, buffer->data());
   };
   const auto check = [out, buffer](std::uint32_t returned, const Hit&) {
     const std::uint8_t* const start = buffer->data();
@@ -105,8 +105,8 @@ Case readall_case() {
     EXPECT_EQ(buffer->bytes(8, 3), (Bytes{1, 2, 3}));
   };
   const auto prepare = [] {
-    put_action();
-    fake::node(kNode).priv({7, 8});
+    put_short_action();
+    fake::node(kQueried).priv({7, 8});
   };
   const auto expected = [blocks](const Hit& hit, std::uint32_t status) {
     return query_test::hit_close(hit, blocks) && hit.nth > blocks.freed() ? 0 : status;
@@ -120,7 +120,7 @@ Case readall_case() {
 // ---- Data sets -------------------------------------------------------------------------------
 
 void put_data_set() {
-  fake::node(kNode)
+  fake::node(kQueried)
       .data_set()
       .dset_name(query_test::name_of(query_test::at_interface(5)))
       .link(0x2c1, 9)
@@ -130,7 +130,7 @@ void put_data_set() {
 qim_node_t data_set_copy() {
   qim_node_t node{};
   node.links_total = 1;
-  node.id = kNode;
+  node.id = kQueried;
   node.type = QIM_NODE_DSET;
   node.priv_len = 2;
   node.body.pinst.fields.dest = query_test::at_interface(5);
@@ -171,7 +171,7 @@ Cases data_sets() {
                    return qim_ses_pinst_name_get(kSes, &key, out);
                  }),
       pinst_case("qim_node_pinst_get", "rov_node_dset_get",
-                 [](qim_node_t* out) { return qim_node_pinst_get(kSes, kNode, 0, out); }),
+                 [](qim_node_t* out) { return qim_node_pinst_get(kSes, kQueried, 0, out); }),
   };
 }
 

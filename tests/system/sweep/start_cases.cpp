@@ -70,13 +70,6 @@ Case close_case(std::int32_t uses) {
   return failing("qim_lib_close", {.prepare = empty_context, .run = run, .check = check});
 }
 
-Case both(const Case& one, const Case& other) {
-  return {one.function, [one, other] {
-            one.run();
-            other.run();
-          }};
-}
-
 // Sets a thread's context up in a process of its own while that function of the system fails: its
 // first call, should there be one.
 void set_up_failing(std::uint32_t (*set_up)(), System function, std::uint32_t status) {
