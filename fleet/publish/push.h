@@ -33,7 +33,7 @@ NodeCounts count_nodes(const std::string& difference);
 // What a push is about to do.
 struct PushPlan {
   StoredHead before;
-  Target target;
+  PushTarget target;
   std::string difference;  // not compressed
   NodeCounts nodes;
   uint64_t number = 0;           // the revision's

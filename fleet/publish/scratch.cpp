@@ -55,7 +55,7 @@ class Scratch {
 
 }  // namespace
 
-Target build_target(const State& from, Wanted wanted) {
+PushTarget build_target(const State& from, Wanted wanted) {
   const Scratch scratch(from);
   qimctl::StoredModel stored = qimctl::read_stored_model(scratch.session());
   qimctl::Editor editor(scratch.session(), stored, {});
@@ -63,7 +63,7 @@ Target build_target(const State& from, Wanted wanted) {
   const qimctl::Change change =
       qimctl::difference(stored.model, std::move(wanted.model), {.prune = wanted.prune});
   qimctl::check_pruned(scratch.session(), stored, change);
-  Target target;
+  PushTarget target;
   target.lines = qimctl::difference_lines(change);
   editor.write_lists(change);
   target.state = read_state(scratch.session());

@@ -18,14 +18,14 @@ struct Wanted {
   bool prune = false;                 // lists that they do not have go
 };
 
-struct Target {
+struct PushTarget {
   State state;
   std::vector<qimctl::DifferenceLine> lines;  // what becomes of access lists
 };
 
 // What applying the files to a database of that state makes of it. Throws InputError and
 // DatabaseError.
-Target build_target(const State& from, Wanted wanted);
+PushTarget build_target(const State& from, Wanted wanted);
 
 // What differs between the access lists of two states.
 std::vector<qimctl::DifferenceLine> difference_of_lists(const State& before, const State& after);
