@@ -1,6 +1,7 @@
 // The client against members of a real store.
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <thread>
 
 #include "fleet/base/files.h"
@@ -46,8 +47,32 @@ void write(Store& store, const std::string& key, const std::string& value) {
   ASSERT_TRUE(insist([&] { return store.change({{}, {{key, value}}}); }).done);
 }
 
-TEST(FleetEtcd, ReadsAndChangesUnderConditions) {
-  const Cluster cluster;
+// Members that several cases use, each with keys of its own; whoever breaks them puts them in order.
+class FleetEtcdShared : public testing::Test {
+ protected:
+  static void TearDownTestSuite() {
+    single_.reset();
+    three_.reset();
+  }
+  static Cluster& single() {
+    if (!single_) single_ = std::make_unique<Cluster>(Cluster::Options{.members = 1});
+    return *single_;
+  }
+  static Cluster& three() {
+    if (!three_) three_ = std::make_unique<Cluster>();
+    return *three_;
+  }
+
+ private:
+  static std::unique_ptr<Cluster> single_;
+  static std::unique_ptr<Cluster> three_;
+};
+
+std::unique_ptr<Cluster> FleetEtcdShared::single_;
+std::unique_ptr<Cluster> FleetEtcdShared::three_;
+
+TEST_F(FleetEtcdShared, ReadsAndChangesUnderConditions) {
+  const Cluster& cluster = three();
   const auto store = cluster.connect();
   EXPECT_FALSE(store->get("a").found);
   EXPECT_TRUE(store->change({{{"a", 0}}, {{"a", "1"}, {"b", std::string("\0\xff", 2)}}}).done);
@@ -77,41 +102,41 @@ TEST(FleetEtcd, ListsAllThatBeginsWithAPrefixWhateverItsLength) {
   EXPECT_TRUE(list_all(*store, "none/").empty());
 }
 
-TEST(FleetEtcd, RefusesWhatIsTooLarge) {
-  const Cluster cluster({.members = 1});
+TEST_F(FleetEtcdShared, RefusesWhatIsTooLarge) {
+  const Cluster& cluster = single();
   const auto store = cluster.connect();
   EXPECT_EQ(failure_of([&] {
-              store->change({{}, {{"a", std::string(2u << 20u, 'x')}}});
+              store->change({{}, {{"large/a", std::string(2u << 20u, 'x')}}});
             }),
             StoreFailure::refused);
 }
 
-TEST(FleetEtcd, AWatchTellsOfChangesAndOfNothingElse) {
-  const Cluster cluster({.members = 1});
+TEST_F(FleetEtcdShared, AWatchTellsOfChangesAndOfNothingElse) {
+  const Cluster& cluster = single();
   const auto store = cluster.connect();
-  write(*store, "a", "1");
-  const auto watch = store->watch("a", store->get("a").header.revision);
+  write(*store, "told/a", "1");
+  const auto watch = store->watch("told/a", store->get("told/a").header.revision);
   EXPECT_EQ(watch->wait(milliseconds(100)), WatchNews::quiet);
-  write(*store, "b", "1");
+  write(*store, "told/b", "1");
   EXPECT_EQ(watch->wait(milliseconds(100)), WatchNews::quiet);
-  write(*store, "a", "2");
+  write(*store, "told/a", "2");
   EXPECT_EQ(watch->wait(patience()), WatchNews::changed);
   EXPECT_EQ(watch->wait(milliseconds(100)), WatchNews::quiet);
 }
 
-TEST(FleetEtcd, AWatchTellsWhatHappenedBeforeItBegan) {
-  const Cluster cluster({.members = 1});
+TEST_F(FleetEtcdShared, AWatchTellsWhatHappenedBeforeItBegan) {
+  const Cluster& cluster = single();
   const auto store = cluster.connect();
-  write(*store, "a", "1");
-  const int64_t revision = store->get("a").header.revision;
-  write(*store, "a", "2");
-  EXPECT_EQ(store->watch("a", revision)->wait(patience()), WatchNews::changed);
+  write(*store, "before/a", "1");
+  const int64_t revision = store->get("before/a").header.revision;
+  write(*store, "before/a", "2");
+  EXPECT_EQ(store->watch("before/a", revision)->wait(patience()), WatchNews::changed);
 }
 
-TEST(FleetEtcd, AWatchCanBeInterrupted) {
-  const Cluster cluster({.members = 1});
+TEST_F(FleetEtcdShared, AWatchCanBeInterrupted) {
+  const Cluster& cluster = single();
   const auto store = cluster.connect();
-  const auto watch = store->watch("a", 1);
+  const auto watch = store->watch("interrupted/a", store->get("interrupted/a").header.revision);
   std::thread other([&watch] {
     std::this_thread::sleep_for(milliseconds(100));
     watch->interrupt();
@@ -121,38 +146,39 @@ TEST(FleetEtcd, AWatchCanBeInterrupted) {
   other.join();
 }
 
-TEST(FleetEtcd, AWatchBehindACompactionSaysSo) {
-  const Cluster cluster({.members = 1});
+TEST_F(FleetEtcdShared, AWatchBehindACompactionSaysSo) {
+  const Cluster& cluster = single();
   const auto store = cluster.connect();
-  for (int i = 0; i < 5; i++) write(*store, "a", std::to_string(i));
-  const int64_t newest = store->get("a").header.revision;
+  for (int i = 0; i < 5; i++) write(*store, "compacted/a", std::to_string(i));
+  const int64_t newest = store->get("compacted/a").header.revision;
   cluster.control({"compact", std::to_string(newest)});
-  const auto watch = store->watch("a", 1);
+  const auto watch = store->watch("compacted/a", 1);
   EXPECT_EQ(failure_of([&] { watch->wait(patience()); }), StoreFailure::compacted);
 }
 
-TEST(FleetEtcd, GoesOnWhenTheLeaderDies) {
-  Cluster cluster;
+TEST_F(FleetEtcdShared, GoesOnWhenTheLeaderDies) {
+  Cluster& cluster = three();
   const auto store = cluster.connect();
-  write(*store, "a", "1");
+  write(*store, "leader/a", "1");
   const int leader = cluster.leader();
   ASSERT_GE(leader, 0);
   cluster.kill(leader);
-  EXPECT_EQ(insist([&] { return store->get("a"); }).found->value, "1");
-  write(*store, "a", "2");
+  EXPECT_EQ(insist([&] { return store->get("leader/a"); }).found->value, "1");
+  write(*store, "leader/a", "2");
   cluster.start(leader);
-  EXPECT_EQ(insist([&] { return store->get("a"); }).found->value, "2");
+  EXPECT_EQ(insist([&] { return store->get("leader/a"); }).found->value, "2");
+  cluster.await();
 }
 
-TEST(FleetEtcd, AMemberThatHangsIsLeft) {
-  Cluster cluster;
+TEST_F(FleetEtcdShared, AMemberThatHangsIsLeft) {
+  Cluster& cluster = three();
   EtcdOptions options = cluster.options();
   options.timeout = pace::paced(milliseconds(1000));
   const auto store = connect_etcd(options);
-  write(*store, "a", "1");
+  write(*store, "hangs/a", "1");
   for (int member = 0; member < 3; member++) {
     cluster.stop(member);
-    EXPECT_EQ(insist([&] { return store->get("a"); }).found->value, "1");
+    EXPECT_EQ(insist([&] { return store->get("hangs/a"); }).found->value, "1");
     cluster.resume(member);
   }
 }
