@@ -1,6 +1,8 @@
 // What a fleet costs, beside what the store costs by itself: a table for docs/performance.md.
 //
 //   bench_fleet [DEVICES [ENTRIES [PUSHES]]]     no devices: without what is measured of many
+//   bench_fleet --reconnect [CLIENTS [SECONDS]]  only how soon clients come back that were cut off at once,
+//                                                each call of which may take so long
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -24,6 +26,10 @@ int main(int argc, char** argv) {
       return 0;
     }
     printf("| what | ours | beside it | ratio | goal |\n|---|---|---|---|---|\n");
+    if (argc > 1 && std::string(argv[1]) == "--reconnect") {
+      measure_reconnect(number_of(argc, argv, 2, 1000), number_of(argc, argv, 3, 5));
+      return 0;
+    }
     fleet_test::Cluster cluster;
     {
       Fleet fleet(cluster);
@@ -39,6 +45,7 @@ int main(int argc, char** argv) {
     fleet_test::Cluster third;
     Fleet fleet(third);
     measure_spread(fleet, third, static_cast<int>(devices));
+    measure_reconnect(1000, 5);
     return 0;
   } catch (const std::exception& error) {
     fprintf(stderr, "bench_fleet: %s\n", error.what());

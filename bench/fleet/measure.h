@@ -74,6 +74,8 @@ class Devices {
 // The measurements, each a part of the table.
 void measure_push(Fleet& fleet, int pushes);
 void measure_spread(Fleet& fleet, fleet_test::Cluster& cluster, int devices);
+// With a store of its own, over TLS; a call of a client takes at most so many seconds.
+void measure_reconnect(size_t clients, size_t timeout);
 void measure_first_sync(Fleet& fleet, size_t entries);
 void measure_first_memory(Fleet& fleet, const qim::fleet::State& state);
 // What `--apply FILE DIRECTORY` does: a state becomes a database, and the most memory of that is printed.

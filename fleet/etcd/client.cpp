@@ -31,6 +31,10 @@ constexpr size_t most_pem = 1024 * 1024;
 // etcd closes connections whose clients ask more often than every 5 s whether it is still there.
 constexpr int keepalive_ms = 6000;
 constexpr int keepalive_answer_ms = 3000;
+// Where a thousand come at once, each connection takes longer than any of them waits for one alone; given
+// up and begun anew, they keep the members busy with what nobody waits for any more. So a call that came
+// to no end in time leaves the next one twice as long, up to so many times what is set.
+constexpr int most_patience = 4;
 
 bool says(const grpc::Status& status, const char* text) {
   return status.error_message().find(text) != std::string::npos;
@@ -263,7 +267,7 @@ class EtcdWatch : public Watch {
 class EtcdClient : public Store {
  public:
   explicit EtcdClient(const EtcdOptions& options)
-      : options_(options), credentials_(options), current_(0) {
+      : options_(options), credentials_(options), patience_(options.timeout), current_(0) {
     // All is told by exceptions; a library does not write to its program's terminal.
     gpr_set_log_function([](gpr_log_func_args*) {});
     Random random(random_seed());
@@ -340,6 +344,8 @@ class EtcdClient : public Store {
     kv_ = pb::KV::NewStub(channel_);
   }
 
+  void wait_longer() { patience_ = std::min(patience_ * 2, options_.timeout * most_patience); }
+
   // To the next endpoint.
   void turn() {
     current_ = (current_ + 1) % options_.endpoints.size();
@@ -347,7 +353,7 @@ class EtcdClient : public Store {
   }
 
   void begin(grpc::ClientContext& context) const {
-    context.set_deadline(std::chrono::system_clock::now() + options_.timeout);
+    context.set_deadline(std::chrono::system_clock::now() + patience_);
     prepare(context, token_);
   }
 
@@ -399,8 +405,9 @@ class EtcdClient : public Store {
   void await_connection(const std::string& attempt) {
     refresh();
     for (size_t i = 0; i < options_.endpoints.size(); i++) {
-      const auto share = options_.timeout / static_cast<int>(options_.endpoints.size());
+      const auto share = patience_ / static_cast<int>(options_.endpoints.size());
       if (channel_->WaitForConnected(std::chrono::system_clock::now() + share)) return;
+      if (channel_->GetState(false) == GRPC_CHANNEL_CONNECTING) wait_longer();
       turn();
     }
     fail(StoreFailure::unreachable, attempt, endpoint(),
@@ -413,7 +420,11 @@ class EtcdClient : public Store {
       pb::RangeResponse response;
       const grpc::Status status = signed_in(
           [&](grpc::ClientContext* context) { return kv_->Range(context, request, &response); });
-      if (status.ok()) return response;
+      if (status.ok()) {
+        patience_ = options_.timeout;
+        return response;
+      }
+      if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED) wait_longer();
       const StoreFailure failure = failure_of(status);
       const std::string where = endpoint();
       if (failure == StoreFailure::unreachable) turn();
@@ -424,7 +435,8 @@ class EtcdClient : public Store {
 
   EtcdOptions options_;
   Credentials credentials_;
-  size_t current_;  // endpoint
+  milliseconds patience_;  // with a call
+  size_t current_;         // endpoint
   std::shared_ptr<grpc::Channel> channel_;
   std::unique_ptr<pb::KV::Stub> kv_;
   std::string token_;  // of the user, "" = none yet

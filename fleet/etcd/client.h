@@ -23,7 +23,8 @@ struct EtcdOptions {
   // with the password.
   std::string user;
   std::string password;
-  std::chrono::milliseconds timeout{5000};  // of one call
+  // Of one call; one that comes after some that took longer is given up to four times as long.
+  std::chrono::milliseconds timeout{5000};
   // Answers that are larger are refused.
   size_t most_message = 8 * 1024 * 1024;
 };
