@@ -139,6 +139,11 @@ void Agent::interrupt() {
   if (watch_ != nullptr) watch_->interrupt();
 }
 
+void Agent::stop() {
+  parts_.store.give_up();
+  interrupt();
+}
+
 void Agent::read_head() {
   try {
     const GetAnswer answer = parts_.store.get(keys_.head(options_.identity.scope));

@@ -65,6 +65,8 @@ class Agent {
   void wait(std::chrono::milliseconds longest);
   // Ends a wait, from another thread.
   void interrupt();
+  // The same, and no call of the store is waited for any more: the agent is about to end.
+  void stop();
 
   const Machine& machine() const { return machine_; }
   const AgentCounts& counts() const { return counts_; }

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <utility>
 
 #include "fleet/base/backoff.h"
@@ -35,6 +36,7 @@ constexpr int keepalive_answer_ms = 3000;
 // up and begun anew, they keep the members busy with what nobody waits for any more. So a call that came
 // to no end in time leaves the next one twice as long, up to so many times what is set.
 constexpr int most_patience = 4;
+constexpr milliseconds connecting_piece{250};
 
 bool says(const grpc::Status& status, const char* text) {
   return status.error_message().find(text) != std::string::npos;
@@ -264,6 +266,27 @@ class EtcdWatch : public Watch {
   char steps_[4] = {};
 };
 
+// The call that is under way, which another thread may end.
+class UnderWay {
+ public:
+  void begin(grpc::ClientContext* call) {
+    const std::lock_guard lock(mutex_);
+    call_ = call;
+    if (over_ && call_ != nullptr) call_->TryCancel();
+  }
+  void give_up() {
+    const std::lock_guard lock(mutex_);
+    over_ = true;
+    if (call_ != nullptr) call_->TryCancel();
+  }
+  bool is_over() const { return over_; }
+
+ private:
+  std::mutex mutex_;  // of the call, which must not go away while it is ended
+  grpc::ClientContext* call_ = nullptr;
+  std::atomic<bool> over_{false};
+};
+
 class EtcdClient : public Store {
  public:
   explicit EtcdClient(const EtcdOptions& options)
@@ -336,6 +359,8 @@ class EtcdClient : public Store {
     return std::make_unique<EtcdWatch>(channel_, endpoint(), key, after, options_.timeout, token_);
   }
 
+  void give_up() override { under_way_.give_up(); }
+
  private:
   const std::string& endpoint() const { return options_.endpoints[current_]; }
 
@@ -352,9 +377,15 @@ class EtcdClient : public Store {
     connect();
   }
 
-  void begin(grpc::ClientContext& context) const {
+  template <typename Call>
+  grpc::Status perform(Call call) {
+    grpc::ClientContext context;
     context.set_deadline(std::chrono::system_clock::now() + patience_);
     prepare(context, token_);
+    under_way_.begin(&context);
+    const grpc::Status status = call(&context);
+    under_way_.begin(nullptr);
+    return status;
   }
 
   // Says who this is, where a certificate does not.
@@ -363,11 +394,10 @@ class EtcdClient : public Store {
     pb::AuthenticateRequest request;
     request.set_name(options_.user);
     request.set_password(lines_of(read_secret_file(options_.password, most_pem) + "\n").front());
-    grpc::ClientContext context;
-    begin(context);
     pb::AuthenticateResponse response;
-    const grpc::Status status =
-        pb::Auth::NewStub(channel_)->Authenticate(&context, request, &response);
+    const grpc::Status status = perform([&](grpc::ClientContext* context) {
+      return pb::Auth::NewStub(channel_)->Authenticate(context, request, &response);
+    });
     if (!status.ok()) {
       const StoreFailure failure = failure_of(status);
       const std::string where = endpoint();
@@ -382,9 +412,7 @@ class EtcdClient : public Store {
   grpc::Status signed_in(Call call) {
     for (bool again = false;; again = true) {
       sign_in();
-      grpc::ClientContext context;
-      begin(context);
-      const grpc::Status status = call(&context);
+      const grpc::Status status = perform(call);
       if (again || !is_stale_token(status)) return status;
       token_.clear();
     }
@@ -401,12 +429,23 @@ class EtcdClient : public Store {
     if (credentials_.changed()) connect();
   }
 
+  // Waits piece by piece, for nothing else ends such a wait before its time.
+  bool is_connected_within(milliseconds time) {
+    const Deadline end = std::chrono::system_clock::now() + time;
+    while (!under_way_.is_over()) {
+      const Deadline now = std::chrono::system_clock::now();
+      if (channel_->WaitForConnected(std::min(end, now + connecting_piece))) return true;
+      if (now >= end) return false;
+    }
+    return false;
+  }
+
   // A connection that is up, to whichever endpoint.
   void await_connection(const std::string& attempt) {
     refresh();
     for (size_t i = 0; i < options_.endpoints.size(); i++) {
-      const auto share = patience_ / static_cast<int>(options_.endpoints.size());
-      if (channel_->WaitForConnected(std::chrono::system_clock::now() + share)) return;
+      if (is_connected_within(patience_ / static_cast<int>(options_.endpoints.size()))) return;
+      if (under_way_.is_over()) break;
       if (channel_->GetState(false) == GRPC_CHANNEL_CONNECTING) wait_longer();
       turn();
     }
@@ -428,13 +467,15 @@ class EtcdClient : public Store {
       const StoreFailure failure = failure_of(status);
       const std::string where = endpoint();
       if (failure == StoreFailure::unreachable) turn();
-      if (failure != StoreFailure::unreachable || tries >= options_.endpoints.size())
+      if (failure != StoreFailure::unreachable || tries >= options_.endpoints.size() ||
+          under_way_.is_over())
         fail(failure, attempt, where, status);
     }
   }
 
   EtcdOptions options_;
   Credentials credentials_;
+  UnderWay under_way_;
   milliseconds patience_;  // with a call
   size_t current_;         // endpoint
   std::shared_ptr<grpc::Channel> channel_;

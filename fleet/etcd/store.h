@@ -115,6 +115,9 @@ class Store {
   virtual ChangeAnswer change(const Change& change) = 0;
   // Tells of changes behind the store's revision `after`, which an answer of get() has.
   virtual std::unique_ptr<Watch> watch(const std::string& key, int64_t after) = 0;
+
+  // From another thread: the call under way fails soon, and all later ones do.
+  virtual void give_up() = 0;
 };
 
 // All that begins with a prefix, question by question.

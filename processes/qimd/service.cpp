@@ -86,8 +86,12 @@ class Signals {
     while (!over_) {
       int signal = 0;
       sigwait(&set, &signal);
-      if (signal != SIGHUP) over_ = true;
-      agent_.interrupt();
+      if (signal == SIGHUP) {
+        agent_.interrupt();
+        continue;
+      }
+      over_ = true;
+      agent_.stop();
     }
   }
 

@@ -183,6 +183,34 @@ TEST_F(FleetEtcdShared, AMemberThatHangsIsLeft) {
   }
 }
 
+// What a call takes that another thread gives up soon after its beginning.
+template <typename Call>
+milliseconds given_up(Store& store, Call call) {
+  const auto begin = std::chrono::steady_clock::now();
+  std::thread other([&] {
+    std::this_thread::sleep_for(milliseconds(200));
+    store.give_up();
+  });
+  EXPECT_EQ(failure_of(call), StoreFailure::unreachable);
+  other.join();
+  return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin);
+}
+
+TEST(FleetEtcd, ACallThatNobodyAnswersCanBeGivenUp) {
+  Cluster cluster({1, false, ""});
+  EtcdOptions options = cluster.options();
+  options.endpoints.push_back(options.endpoints.front());
+  options.timeout = patience() * 4;
+  const auto known = connect_etcd(options);
+  write(*known, "a", "1");
+  cluster.stop(0);
+  EXPECT_LT(given_up(*known, [&] { known->get("a"); }), patience());
+  EXPECT_EQ(failure_of([&] { known->watch("a", 1); }), StoreFailure::unreachable);
+  const auto fresh = connect_etcd(options);
+  EXPECT_LT(given_up(*fresh, [&] { fresh->change({{}, {{"a", "2"}}}); }), patience());
+  cluster.resume(0);
+}
+
 TEST(FleetEtcd, WithoutAMajorityItSaysSoInTime) {
   Cluster cluster;
   EtcdOptions options = cluster.options();

@@ -459,6 +459,16 @@ TEST_F(AgentTest, IsWokenByTheWatch) {
   EXPECT_GE(std::chrono::steady_clock::now() - before, 40ms);
 }
 
+TEST_F(AgentTest, AsksNothingMoreOnceItIsStopped) {
+  SmallDevice device(store_, publisher_, "d1");
+  publisher_.publish(policy(20).state());
+  device.agent().stop();
+  device.work();
+  device.agent().wait(10s);  // ends at once
+  device.work();
+  EXPECT_EQ(device.held().number, 0U);
+}
+
 TEST_F(AgentTest, BeginsAnewInAnotherScope) {
   SmallDevice device(store_, publisher_, "d1");
   publisher_.publish(policy(20).state());

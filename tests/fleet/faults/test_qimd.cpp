@@ -122,6 +122,25 @@ TEST_F(QimdTest, IsAloneAndIsAskedByOthers) {
   EXPECT_THAT(log, HasSubstr("the database keeps what it has"));
 }
 
+TEST_F(QimdTest, EndsAtOnceWhileNoMemberAnswers) {
+  cluster_.stop(0);
+  configure(settings_ + "timeout = 10min\n");
+  Program agent(command({}), path("log"));
+  const auto begin = std::chrono::steady_clock::now();
+  const std::chrono::milliseconds patience(pace::patience_ms());
+  // It leaves signals to their thread before it says here who it is.
+  const std::filesystem::path lock = dir_ / "kept" / "lock";
+  while ((!std::filesystem::exists(lock) || std::filesystem::file_size(lock) == 0) &&
+         std::chrono::steady_clock::now() - begin < patience) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  const auto told = std::chrono::steady_clock::now();
+  EXPECT_EQ(agent.end(SIGTERM), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - told, patience / 4);
+  cluster_.resume(0);
+}
+
 TEST_F(QimdTest, ADiskThatIsFullLeavesWhatIsThere) {
   publisher_.publish(first_, true);
   ASSERT_EQ(run({"--once", "60"}), 0) << said_;

@@ -2,6 +2,7 @@
 #include "tests/fleet/support/fake_store.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 namespace fleet_test {
@@ -113,6 +114,8 @@ class FakeStore::Connection : public qim::fleet::Store {
     return answer;
   }
 
+  void give_up() override { given_up_ = true; }
+
   ChangeAnswer change(const qim::fleet::Change& change) override {
     const bool lost = before("change", change.writes.empty() ? "" : change.writes.back().key);
     const std::lock_guard lock(shared_->mutex);
@@ -145,6 +148,7 @@ class FakeStore::Connection : public qim::fleet::Store {
 
   // Is the answer to be lost?
   bool before(const std::string& call, const std::string& key) {
+    if (given_up_) throw StoreError(StoreFailure::unreachable, "it was given up");
     std::function<Fault(const std::string&, const std::string&)> fault;
     {
       const std::lock_guard lock(shared_->mutex);
@@ -169,6 +173,7 @@ class FakeStore::Connection : public qim::fleet::Store {
     return false;
   }
 
+  std::atomic<bool> given_up_{false};
   std::shared_ptr<Shared> shared_;
 };
 
