@@ -39,7 +39,7 @@ TEST(CommandLine, says_what_was_meant) {
   expect_usage({"list", "-x"}, "there is no option '-x'; see 'qimctl help list'");
   expect_usage({"help", "lst"}, "there is no command 'lst'; did you mean 'list'?");
   expect_usage({"show", "-o", "xml", "1"}, "'xml' is no form of output; there are table, wide");
-  expect_usage({"compact", "--at", "x"}, "--at is for commands that read the database");
+  expect_usage({"compact", "--at", "x"}, "--at is for commands that only read the database");
 }
 
 TEST(CommandLine, speaks_for_itself_of_wrong_values) {

@@ -91,6 +91,49 @@ TEST_F(Snapshots, going_back_is_told_as_json) {
   EXPECT_EQ(told["lists"][0]["changes"][0], "ssh reject -> accept");
 }
 
+TEST_F(Snapshots, are_read_by_all_that_only_reads) {
+  output({"snapshot", "make", "before"});
+  const std::string exported = run({"export", "--lossy"}).out;
+  change();
+  EXPECT_EQ(run({"export", "--lossy", "--at", "before"}).out, exported);
+  EXPECT_NE(run({"export", "--lossy"}).out, exported);
+  tools_test::write_text(dir_ / "before.json", exported);
+  EXPECT_EQ(run({"diff", dir_ / "before.json", "--at", "before"}).code, qimctl::exit_ok);
+  EXPECT_EQ(run({"diff", dir_ / "before.json"}).code, qimctl::exit_differs);
+  EXPECT_EQ(run({"diff", "--from", "before", "--at", "before"}).code, qimctl::exit_ok);
+  EXPECT_EQ(json::parse(run({"check", "--at", "before", "--json"}).out)["revision"], 2);
+  const json told = json::parse(output({"status", "--at", "before", "--json"}));
+  EXPECT_EQ(told["snapshot"], "before");
+  EXPECT_EQ(told["revision"], 2);
+  EXPECT_EQ(told["lists"], 3);
+  EXPECT_THAT(output({"status", "--at", "before"}),
+              HasSubstr("\nsnapshot      before\nrevision      2\npolicy        3 access lists, "));
+}
+
+TEST_F(Snapshots, are_not_asked_for_where_they_mean_nothing) {
+  output({"snapshot", "make", "before"});
+  const std::string file = dir_ / "lists.json";
+  expect_failure({"check", file, "--at", "before"}, qimctl::exit_usage, "leave --at out");
+  expect_failure({"diff", file, "--from", "before", "--at", "before"}, qimctl::exit_usage,
+                 "--from and --at both say");
+  expect_failure({"diff", "--db", database(), "--db", database(), "--at", "before"},
+                 qimctl::exit_usage, "compared with each other alone");
+  expect_failure({"gc", "--dry-run", "--at", "before"}, qimctl::exit_usage,
+                 "for commands that only read");
+}
+
+TEST_F(Snapshots, are_found_by_the_revision_that_they_hold) {
+  output({"snapshot", "make", "before"});
+  output({"snapshot", "make", "damaged"});
+  tools_test::write_text(dir_ / "db/snapshots/damaged/format", "node database\nformat 9\n");
+  change();
+  const auto before = run({"diff", "--from", "before"});
+  EXPECT_EQ(before.code, qimctl::exit_differs);
+  EXPECT_EQ(run({"diff", "--from", "2"}).out, before.out);
+  EXPECT_EQ(run({"diff", "--from", "3"}).code, qimctl::exit_ok);
+  expect_failure({"diff", "--from", "1"}, qimctl::exit_not_found, "revision 1: it is gone");
+}
+
 TEST_F(Snapshots, of_another_database_are_refused) {
   change();
   output({"snapshot", "make", "late"});

@@ -91,7 +91,7 @@ bool is_idle_list(const Found& found, const StoredModel& stored) {
 
 bool check_database(const Database& database, const CheckOptions& options) {
   rov_verify_t file;
-  require(rov_edit_verify(database.handle(), &file),
+  require(rov_edit_verify(database.read_handle(), &file),
           "verify the database in " + database.directory());
   const ReadSession session(database);
   const StoredModel stored = read_stored_model(session);

@@ -6,6 +6,8 @@
 
 #include "policy/base/names.h"
 #include "policy/change/words.h"
+#include "policy/store/history.h"
+#include "policy/store/snapshots.h"
 #include "policy/store/stored_model.h"
 #include "rov.h"
 #include "tools/base/complaint.h"
@@ -33,16 +35,35 @@ bool is_number(const std::string& text) {
                      [](unsigned char c) { return std::isdigit(c) != 0; });
 }
 
-// What the database was. Of revisions it keeps the newest alone.
-Model earlier_model(const DiffOptions& options) {
+bool is_of_revision(const Database& database, const std::string& path,
+                    const std::string& revision) {
   try {
-    return model_of(options.databases.front(), options.from);
+    return std::to_string(Snapshot(database, path).verify().revision) == revision;
+  } catch (const DatabaseError&) {
+    return false;  // one that can't be read does not hide the others
+  }
+}
+
+// Where a database keeps a revision: a snapshot, or "" for its newest state.
+std::string place_of(const std::string& directory, const std::string& revision) {
+  const Database database(directory, OpenMode::read);
+  if (std::to_string(newest_revision(database)) == revision) return "";
+  for (const std::string& path : snapshot_paths(database))
+    if (is_of_revision(database, path, revision)) return path;
+  throw DatabaseError(ROV_ERR_NO_ITEM, "compare with revision " + revision,
+                      "it is gone: a database keeps its newest state, and others as snapshots "
+                      "only; 'qimctl snapshot list' names them");
+}
+
+// What the database was.
+Model earlier_model(const DiffOptions& options) {
+  const std::string& directory = options.databases.front();
+  try {
+    return model_of(directory, options.from);
   } catch (const DatabaseError& error) {
     if (error.status() != ROV_ERR_NO_ITEM || !is_number(options.from)) throw;
-    throw DatabaseError(ROV_ERR_NO_ITEM, "compare with revision " + options.from,
-                        "it is gone: a database keeps its newest state, and others as snapshots "
-                        "only; 'qimctl snapshot list' names them");
   }
+  return model_of(directory, place_of(directory, options.from));
 }
 
 void print_lines(const std::vector<DifferenceLine>& lines, OutputForm form) {
@@ -67,13 +88,16 @@ ExitCode diff(const DiffOptions& options) {
   const bool two = options.databases.size() == 2;
   const bool files_given = !options.input.files.empty();
   const bool from = !options.from.empty();
-  if (options.databases.size() > 2 || (two && (files_given || from)))
+  if (options.databases.size() > 2 || (two && (files_given || from || !options.at.empty())))
     throw UsageError(
         "two databases are compared with each other alone; leave out what else is given");
   if (!two && !files_given && !from)
     throw UsageError("there is nothing to compare with; give a FILE, a second --db or --from");
+  if (files_given && from && !options.at.empty())
+    throw UsageError("--from and --at both say what the FILE is compared with; leave one out");
 
-  const Model before = from ? earlier_model(options) : model_of(options.databases.front(), "");
+  const Model before =
+      from ? earlier_model(options) : model_of(options.databases.front(), options.at);
   Model after;
   if (files_given) {
     PolicyFiles files = read_files(options.input);
@@ -84,7 +108,7 @@ ExitCode diff(const DiffOptions& options) {
           "says what they would change");
     after = std::move(files.model);
   } else {
-    after = model_of(options.databases.back(), "");
+    after = model_of(options.databases.back(), options.at);
   }
   if (options.semantic) {
     if (files_given) after = with_lists_of(before, std::move(after));

@@ -13,8 +13,9 @@ namespace qimctl {
 struct DiffOptions {
   std::vector<std::string> databases;  // one, or two to be compared; as in database_directory
   FileOptions input;                   // the database is compared with these, if any
-  std::string from;                    // what the database was: the name of a snapshot, "" = now
-  bool semantic = false;               // tell packets, not entries
+  std::string from;       // what the database was: the name of a snapshot, or a revision
+  std::string at;         // the snapshot that stands for its newest state, if any
+  bool semantic = false;  // tell packets, not entries
   OutputForm form = OutputForm::table;
 };
 

@@ -34,6 +34,7 @@ struct Readers {
 
 struct Status {
   std::string directory;
+  std::string snapshot;  // "" for the newest state
   uint64_t revision = 0;
   std::optional<LastChange> last;
   size_t lists = 0;
@@ -93,21 +94,33 @@ void add_policy(const Database& database, Status& status) {
   each_node(session.handle(), [&status](const rov_node_parms_t&) { status.nodes++; });
 }
 
+rov_verify_t verified(const Database& database) {
+  rov_verify_t report;
+  require(rov_edit_verify(database.read_handle(), &report),
+          "verify the database in " + database.directory());
+  return report;
+}
+
 // Looking at the pages waits for who writes, so it is left out then.
 void add_file(const Database& database, Status& status) {
   struct stat file {};
   if (stat((database.directory() + "/data.mdb").c_str(), &file) == 0)
     status.bytes = static_cast<uint64_t>(file.st_size);
-  if (status.writer) return;
-  rov_verify_t report;
-  require(rov_edit_verify(database.handle(), &report),
-          "verify the database in " + database.directory());
-  status.file = report;
+  if (!status.writer) status.file = verified(database);
 }
 
-Status status_of(const Database& database) {
+// Of a snapshot nobody is told who made the commit and who reads it; nobody writes or watches one.
+Status status_of(const Database& database, const std::string& snapshot) {
   Status status;
   status.directory = database.directory();
+  status.snapshot = snapshot;
+  if (!snapshot.empty()) {
+    status.file = verified(database);
+    status.revision = status.file->revision;
+    status.bytes = status.file->bytes;
+    add_policy(database, status);
+    return status;
+  }
   status.revision = newest_revision(database);
   status.last = last_change(database);
   add_holders(database, status);
@@ -149,8 +162,10 @@ void print_line(const char* what, const std::string& text) {
 
 void print_text(const Status& status) {
   print_line("database", printable(status.directory));
+  if (!status.snapshot.empty()) print_line("snapshot", printable(status.snapshot));
   print_line("revision", std::to_string(status.revision));
-  print_line("last change", status.last ? changed_text(*status.last) : "not known");
+  if (status.snapshot.empty())
+    print_line("last change", status.last ? changed_text(*status.last) : "not known");
   print_line("policy",
              counted(status.lists, "access list") + ", " + std::to_string(status.entries) +
                  (status.entries == 1 ? " entry, " : " entries, ") +
@@ -159,6 +174,7 @@ void print_text(const Status& status) {
     print_line("", std::to_string(status.unreadable) +
                        " that cannot be read as access lists; 'qimctl acl' names them");
   print_line("file", file_text(status));
+  if (!status.snapshot.empty()) return;
   print_line("writer", status.writer ? process_text(*status.writer) : "none");
   if (status.readers.empty()) print_line("readers", "none");
   for (const Readers& of : status.readers)
@@ -186,6 +202,7 @@ JsonValue changed_json(const LastChange& last) {
 JsonValue status_json(const Status& status) {
   JsonValue value;
   value.set("database", status.directory);
+  if (!status.snapshot.empty()) value.set("snapshot", status.snapshot);
   value.set("revision", status.revision);
   if (status.last) value.set("last_change", changed_json(*status.last));
   value.set("lists", status.lists);
@@ -216,8 +233,8 @@ JsonValue status_json(const Status& status) {
 
 }  // namespace
 
-void print_status(const Database& database, OutputForm form) {
-  const Status status = status_of(database);
+void print_status(const Database& database, const std::string& snapshot, OutputForm form) {
+  const Status status = status_of(database, snapshot);
   if (is_text(form)) return print_text(status);
   print_value(status_json(status), form);
 }

@@ -6,6 +6,7 @@
 
 namespace qimctl {
 
-void print_status(const Database& database, OutputForm form);
+// `snapshot`: what was opened of the database in place of its newest state, "" for none.
+void print_status(const Database& database, const std::string& snapshot, OutputForm form);
 
 }  // namespace qimctl

@@ -38,14 +38,15 @@ CLI::App* Commands::add(CLI::App* above, const std::string& name, const std::str
 }
 
 void Commands::on(CLI::App* command, std::function<ExitCode()> run) {
-  command->callback([this, run = std::move(run)] {
-    action_ = [this, run] {
-      if (snapshot_.empty()) return run();
-      throw UsageError(
-          "--at is for commands that read the database, and this one does not; leave it "
-          "out");
-    };
+  open(command, [run = std::move(run)](const std::string& snapshot) {
+    if (snapshot.empty()) return run();
+    throw UsageError("--at is for commands that only read the database; leave it out");
   });
+}
+
+void Commands::open(CLI::App* command, Opening run) {
+  command->callback(
+      [this, run = std::move(run)] { action_ = [this, run] { return run(snapshot_); }; });
 }
 
 void Commands::ask(CLI::App* command, Query query) {

@@ -43,6 +43,9 @@ class Commands {
 
   // What a command does that has no use for --at.
   void on(CLI::App* command, std::function<ExitCode()> run);
+  // The same of one that opens what it reads by itself. It is given the snapshot, "" without --at.
+  using Opening = std::function<ExitCode(const std::string& snapshot)>;
+  void open(CLI::App* command, Opening run);
   // The same of one that reads the database: its newest state, or with --at a snapshot. On a
   // terminal its output goes through a pager.
   void ask(CLI::App* command, Query query);

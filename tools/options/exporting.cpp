@@ -7,9 +7,10 @@ namespace qimctl {
 
 namespace {
 
-ExitCode run_export(const Commands& commands, const ExportOptions& options) {
+ExitCode run_export(const Commands& commands, const std::string& snapshot,
+                    const ExportOptions& options) {
   commands.require_file_form();
-  const Database database(commands.database(), OpenMode::read);
+  const Database database(commands.database(), OpenMode::read, snapshot);
   ReadSession session(database);
   switch (export_lists(session, options)) {
     case Exported::nothing_known:
@@ -30,7 +31,9 @@ void add_exporting(Commands& commands) {
   command->add_flag("--lossy", options->lossy, "Print although the format can't say everything");
   command->add_option("NAME", options->names, "Access lists; all when none is given")
       ->type_name("");
-  commands.on(command, [&commands, options] { return run_export(commands, *options); });
+  commands.open(command, [&commands, options](const std::string& snapshot) {
+    return run_export(commands, snapshot, *options);
+  });
 }
 
 }  // namespace qimctl

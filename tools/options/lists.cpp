@@ -46,12 +46,16 @@ void add_diff(Commands& commands) {
       ->expected(1)
       ->take_all()
       ->type_name("DIR");
-  command->add_option("--from", options->from, "Compare with this snapshot")->type_name("NAME");
+  command
+      ->add_option("--from", options->from,
+                   "Compare with this snapshot, or with the revision that one holds")
+      ->type_name("NAME");
   command->add_option("FILE", options->input.files, "Policy files")->type_name("");
   command->add_flag("--semantic", options->semantic,
                     "Say which packets are decided differently, with an example of each kind");
-  commands.on(command, [&commands, options] {
+  commands.open(command, [&commands, options](const std::string& snapshot) {
     if (options->databases.empty()) options->databases.push_back(commands.database());
+    options->at = snapshot;
     options->form = commands.form();
     return diff(*options);
   });

@@ -1,4 +1,5 @@
 // Commands for the database as a whole.
+#include "tools/base/usage.h"
 #include "tools/commands/backup.h"
 #include "tools/commands/check.h"
 #include "tools/commands/compact.h"
@@ -11,9 +12,13 @@ namespace qimctl {
 
 namespace {
 
-bool run_check(const Commands& commands, const FileOptions& files, const CheckOptions& options) {
-  if (!files.files.empty()) return check_files(files, options);
-  return check_database(Database(commands.database(), OpenMode::read), options);
+bool run_check(const Commands& commands, const std::string& snapshot, const FileOptions& files,
+               const CheckOptions& options) {
+  if (files.files.empty())
+    return check_database(Database(commands.database(), OpenMode::read, snapshot), options);
+  if (!snapshot.empty())
+    throw UsageError("files are looked at alone, without the database; leave --at out");
+  return check_files(files, options);
 }
 
 void add_check(Commands& commands) {
@@ -29,9 +34,10 @@ void add_check(Commands& commands) {
   add_file_options(check, given->files.format, given->files.reading);
   check->add_option("FILE", given->files.files, "Look at these files' access lists alone")
       ->type_name("");
-  commands.on(check, [&commands, given] {
+  commands.open(check, [&commands, given](const std::string& snapshot) {
     given->options.form = commands.form();
-    return run_check(commands, given->files, given->options) ? exit_ok : exit_defects;
+    const bool good = run_check(commands, snapshot, given->files, given->options);
+    return good ? exit_ok : exit_defects;
   });
 }
 

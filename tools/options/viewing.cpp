@@ -33,8 +33,9 @@ void add_acl(Commands& commands) {
 
 void add_status(Commands& commands) {
   CLI::App* command = commands.add("status", "Show what the database holds and who uses it");
-  commands.on(command, [&commands] {
-    print_status(Database(commands.database(), OpenMode::read), commands.form());
+  commands.open(command, [&commands](const std::string& snapshot) {
+    print_status(Database(commands.database(), OpenMode::read, snapshot), snapshot,
+                 commands.form());
     return exit_ok;
   });
 }
