@@ -10,6 +10,7 @@
 #include <unordered_set>
 
 #include "policy/base/names.h"
+#include "policy/base/text.h"
 #include "policy/model/name_hash.h"
 #include "policy/store/node_scan.h"
 #include "rov.h"
@@ -410,6 +411,22 @@ const StoredList* find_stored(const StoredModel& stored, std::string_view name) 
 
 std::string unreadable_text(const Unreadable& unreadable) {
   return "cannot be read as an access list: " + unreadable.why;
+}
+
+std::string unreadable_name(const Unreadable& unreadable) {
+  return unreadable.name.empty() ? "node " + node_id_text(unreadable.node)
+                                 : quoted(unreadable.name);
+}
+
+void no_list(const StoredModel& stored, const std::string& name, const std::string& attempt) {
+  for (const Unreadable& list : stored.unreadable) {
+    if (list.name != name || name.empty()) continue;
+    throw DatabaseError(
+        QIM_ERR_INTERNAL, attempt,
+        "it " + unreadable_text(list) + "; 'qimctl delete acl --force' removes what is left of it");
+  }
+  throw DatabaseError(ROV_ERR_NO_ITEM, attempt,
+                      "there is none of that name; 'qimctl acl' names those that are");
 }
 
 }  // namespace qimctl

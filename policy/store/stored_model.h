@@ -78,5 +78,11 @@ const StoredList* find_stored(const StoredModel& stored, std::string_view name);
 
 // "cannot be read as an access list: ..."
 std::string unreadable_text(const Unreadable& unreadable);
+// The list's name in quotes, or where it has none, its node.
+std::string unreadable_name(const Unreadable& unreadable);
+// Throws DatabaseError: there is no list of that name, or none that can be read. `attempt` completes
+// "cannot ...".
+[[noreturn]] void no_list(const StoredModel& stored, const std::string& name,
+                          const std::string& attempt);
 
 }  // namespace qimctl

@@ -231,6 +231,31 @@ TEST_F(ListCommands, NodesInUseAreNotDeleted) {
   EXPECT_EQ(good({"delete", "node", "--force", "0x04100080"}), "deleted node 0x04100080\n");
 }
 
+TEST_F(ListCommands, OneThatCanNotBeReadIsNamedWithWhatToDo) {
+  const std::string list =
+      file("a.json", document(acl("guard", {ace("x"), ace("y")}), at("eth0", "guard")));
+  good({"apply", list});
+  good({"delete", "node", "guard/y", "--force"});
+  const std::vector<std::vector<std::string>> asking = {{"acl", "guard"},
+                                                        {"show", "guard"},
+                                                        {"show", "guard/x"},
+                                                        {"detach", "acl", "guard", "if:eth0/in"}};
+  for (const std::vector<std::string>& words : asking) {
+    const Outcome told = run(words);
+    EXPECT_EQ(told.code, 4) << words.front();
+    EXPECT_THAT(told.err, HasSubstr("it cannot be read as an access list: entry 2, node "));
+    EXPECT_THAT(told.err, HasSubstr("'qimctl delete acl --force' removes what is left of it"));
+  }
+  const Outcome checked = run({"check"});
+  EXPECT_EQ(checked.code, 7);
+  EXPECT_THAT(checked.out, HasSubstr("\n\"guard\" cannot be read as an access list: entry 2, "));
+  EXPECT_THAT(run({"check", "--json"}).out, HasSubstr("\"unreadable\""));
+  EXPECT_EQ(run({"acl", "none"}).code, 5);
+  good({"delete", "acl", "guard", "--force"});
+  good({"apply", list});
+  EXPECT_EQ(run({"check"}).code, 0);
+}
+
 TEST_F(ListCommands, ListsThatOtherNodesLeadToStay) {
   good({"apply", file("a.json", document(acl("guard", {ace("x")})))});
   const std::string groups = good({"list", "--type", "Group"});

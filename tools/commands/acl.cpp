@@ -110,8 +110,7 @@ void print_text(const StoredModel& stored, OutputForm form) {
   }
   rows.finish("access list");
   for (const Unreadable& unreadable : stored.unreadable)
-    print((unreadable.name.empty() ? node_id_text(unreadable.node) : quoted(unreadable.name)) +
-          " " + printable(unreadable_text(unreadable)) + "\n");
+    print(unreadable_name(unreadable) + " " + printable(unreadable_text(unreadable)) + "\n");
 }
 
 JsonValue unreadable_json(const Unreadable& unreadable) {
@@ -123,14 +122,8 @@ JsonValue unreadable_json(const Unreadable& unreadable) {
 }
 
 const AccessList& require_list(const StoredModel& stored, const std::string& name) {
-  const std::string attempt = "show the access list " + quoted(name);
-  for (const Unreadable& unreadable : stored.unreadable)
-    if (unreadable.name == name)
-      throw DatabaseError(QIM_ERR_INTERNAL, attempt, "it " + unreadable_text(unreadable));
   const AccessList* list = find_list(stored.model, name);
-  if (list == nullptr)
-    throw DatabaseError(ROV_ERR_NO_ITEM, attempt,
-                        "there is none of that name; 'qimctl acl' names those that are");
+  if (list == nullptr) no_list(stored, name, "show the access list " + quoted(name));
   return *list;
 }
 

@@ -17,8 +17,20 @@ namespace qimctl {
 
 namespace {
 
+JsonValue unreadable_json(const std::vector<Unreadable>& unreadable) {
+  JsonValue lists = JsonValue::array();
+  for (const Unreadable& list : unreadable) {
+    JsonValue item;
+    item.set("name", list.name);
+    item.set("node", node_id_text(list.node));
+    item.set("unreadable", list.why);
+    lists.add(std::move(item));
+  }
+  return lists;
+}
+
 JsonValue to_json(const rov_verify_t& file, const std::vector<Found>& defects,
-                  const std::vector<ListNote>& notes) {
+                  const std::vector<Unreadable>& unreadable, const std::vector<ListNote>& notes) {
   JsonValue findings = JsonValue::array();
   for (const ListNote& note : notes) findings.add(note_json(note));
   JsonValue list = JsonValue::array();
@@ -37,6 +49,7 @@ JsonValue to_json(const rov_verify_t& file, const std::vector<Found>& defects,
   value.set("pages", file.pages);
   value.set("free_pages", file.free_pages);
   value.set("defects", std::move(list));
+  value.set("unreadable", unreadable_json(unreadable));
   value.set("findings", std::move(findings));
   return value;
 }
@@ -60,10 +73,13 @@ bool has_faults(const std::vector<ListNote>& notes) {
 }
 
 void print_text(const rov_verify_t& file, const std::vector<Found>& defects,
-                const std::vector<ListNote>& notes, bool verbose) {
+                const std::vector<Unreadable>& unreadable, const std::vector<ListNote>& notes,
+                bool verbose) {
   for (const Found& found : defects) {
     print("node " + node_id_text(found.node) + " " + printable(found.what) + "\n");
   }
+  for (const Unreadable& list : unreadable)
+    print(unreadable_name(list) + " " + printable(unreadable_text(list)) + "\n");
   print_notes(notes, verbose);
   print("file good: " + counted(file.nodes, "node") + ", " + counted(file.records, "record") +
         ", " + counted(file.pages, "page") + " (" + std::to_string(file.free_pages) +
@@ -98,8 +114,9 @@ bool check_database(const Database& database, const CheckOptions& options) {
   std::vector<Found> defects = find_defects(session);
   std::erase_if(defects, [&stored](const Found& found) { return is_idle_list(found, stored); });
   const std::vector<ListNote> notes = find_list_notes(stored.model);
-  is_text(options.form) ? print_text(file, defects, notes, options.verbose)
-                        : print_value(to_json(file, defects, notes), options.form);
+  is_text(options.form)
+      ? print_text(file, defects, stored.unreadable, notes, options.verbose)
+      : print_value(to_json(file, defects, stored.unreadable, notes), options.form);
   return defects.empty() && !(options.strict && has_faults(notes));
 }
 

@@ -54,18 +54,14 @@ class Removal {
   StoredModel stored_;
 };
 
-[[noreturn]] void no_list(const std::string& name) {
-  throw DatabaseError(ROV_ERR_NO_ITEM, "find the access list " + quoted(name),
-                      "there is none of that name; 'qimctl acl' names those that are");
-}
-
 // The nodes of a list, one that can't be read included.
 const std::vector<uint32_t>& members_of(const StoredModel& stored, const std::string& name) {
   if (const StoredList* list = find_stored(stored, name)) return list->members;
   const auto found =
       std::find_if(stored.unreadable.begin(), stored.unreadable.end(),
                    [&](const Unreadable& one) { return one.name == name && !name.empty(); });
-  if (found == stored.unreadable.end()) no_list(name);
+  if (found == stored.unreadable.end())
+    no_list(stored, name, "find the access list " + quoted(name));
   return found->members;
 }
 
@@ -131,7 +127,7 @@ ExitCode detach_list(const DeleteOptions& options, const std::string& name,
   Removal removal(options);
   const Model& model = removal.stored().model;
   const AccessList* list = find_list(model, name);
-  if (list == nullptr) no_list(name);
+  if (list == nullptr) no_list(removal.stored(), name, "detach the access list " + quoted(name));
   Model wanted;
   wanted.lists.push_back(*list);
   wanted.policers = model.policers;

@@ -18,17 +18,12 @@ bool is_wanted(const ExportOptions& options, const std::string& name) {
          std::find(options.names.begin(), options.names.end(), name) != options.names.end();
 }
 
-// The list, or where there is no name, its node.
-std::string of(const Unreadable& list) {
-  return list.name.empty() ? "node " + node_id_text(list.node) : quoted(list.name);
-}
-
 // What can't be read as a list can't be exported.
 std::vector<Finding> unreadable_lists(const StoredModel& stored, const ExportOptions& options) {
   std::vector<Finding> findings;
   for (const Unreadable& list : stored.unreadable)
     if (is_wanted(options, list.name))
-      findings.push_back({Fate::skipped, {of(list), 0, ""}, unreadable_text(list)});
+      findings.push_back({Fate::skipped, {unreadable_name(list), 0, ""}, unreadable_text(list)});
   return findings;
 }
 

@@ -79,6 +79,9 @@ uint32_t find_entry(const StoredModel& stored, const std::string& text) {
     }
     fail(text, "the access list " + quoted(list.name) + " has no such entry", entries);
   }
+  for (const Unreadable& list : stored.unreadable)
+    if (text == list.name || text.starts_with(list.name + "/"))
+      no_list(stored, list.name, "find " + quoted(text));
   fail(text, "there is no access list of that name", known);
 }
 
