@@ -138,22 +138,40 @@ std::optional<qim_dsetname_t> dset_from_hex(const std::string& text) {
   return name;
 }
 
-std::string dset_text(const qim_pinst_fields_t& fields) {
-  const Format* format = format_of(fields.dest.fmt);
-  std::string text;
-  if (format == nullptr) {
-    text = "format " + std::to_string(fields.dest.fmt);
-  } else {
-    text = format->name;
-    for (size_t i = 0; i < format->count; i++) {
-      const At& member = format->members[i];
-      const uint64_t number = load(fields.dest.bytes, member.position, member.width);
-      // What an interface or service is known by needs no name.
-      const bool key = i == 0 && format->code != QIM_DEST_GEN;
-      text += (key ? "" : std::string(" ") + member.name) + " " + std::to_string(number);
-    }
+namespace {
+
+std::string dest_text(const qim_policy_dest_t& dest, bool zeros) {
+  const Format* format = format_of(dest.fmt);
+  if (format == nullptr) return "format " + std::to_string(dest.fmt);
+  std::string text = format->name;
+  for (size_t i = 0; i < format->count; i++) {
+    const At& member = format->members[i];
+    const uint64_t number = load(dest.bytes, member.position, member.width);
+    // What an interface or service is known by needs no name.
+    const bool key = i == 0 && format->code != QIM_DEST_GEN;
+    if (number == 0 && !key && !zeros) continue;
+    text += (key ? "" : std::string(" ") + member.name) + " " + std::to_string(number);
   }
-  return text + ", type " + std::to_string(fields.type) + ", " + direction_name(fields.dir);
+  return text;
+}
+
+}  // namespace
+
+std::string dset_text(const qim_pinst_fields_t& fields) {
+  return dest_text(fields.dest, true) + ", type " + std::to_string(fields.type) + ", " +
+         direction_name(fields.dir);
+}
+
+std::string policy_type_words(uint32_t type) {
+  if ((type & ~policy_type_stages) == policy_type_access_list)
+    return "access list in stage " + std::to_string(type & policy_type_stages);
+  return type == 0 ? "" : "type " + std::to_string(type);
+}
+
+std::string dset_words(const qim_pinst_fields_t& fields) {
+  const std::string type = policy_type_words(fields.type);
+  return dest_text(fields.dest, false) + (type.empty() ? "" : ", " + type) + ", " +
+         direction_name(fields.dir);
 }
 
 namespace {

@@ -23,6 +23,11 @@ std::optional<qim_dsetname_t> dset_from_hex(const std::string& text);
 
 // "interface 17 vrf 1 vlan 0 vdc 0, type 5, in"
 std::string dset_text(const qim_pinst_fields_t& fields);
+// The same without what is 0, and with words for the types that have some: "interface 17 vrf 1, access
+// list in stage 2, in".
+std::string dset_words(const qim_pinst_fields_t& fields);
+// "access list in stage 2", "type 5"; "" for 0.
+std::string policy_type_words(uint32_t type);
 
 // A destination in words, as dset_text writes it: "interface 17 vrf 1 vlan 0 vdc 0", "service 3
 // srv_def 4", "generic vdc 1 v8 2 ...". Members that are left out are 0. Nothing for anything else.

@@ -17,7 +17,7 @@ constexpr const char* gap = "  ";
 
 std::string scalar_text(const ordered_json& value) {
   if (value.is_string()) {
-    const std::string text = printable(value.get<std::string>());
+    const std::string text = harmless(value.get<std::string>());
     return text.empty() ? "-" : text;
   }
   return value.dump();

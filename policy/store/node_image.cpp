@@ -118,13 +118,18 @@ std::vector<uint8_t> read_private(const ReadSession& session, const qim_node_t& 
   return bytes;
 }
 
-NodeImage read_node(const ReadSession& session, uint32_t id) {
+NodeImage read_contents(const ReadSession& session, uint32_t id) {
   NodeImage image;
   const size_t bytes = room_for(read_record(session, id));
   image.room.resize(bytes / sizeof(uint64_t));
   require_node(qim_node_readall(session.handle(), id, 0, &image.record, static_cast<int32_t>(bytes),
                                 image.room.data()),
                reading(id));
+  return image;
+}
+
+NodeImage read_node(const ReadSession& session, uint32_t id) {
+  NodeImage image = read_contents(session, id);
   image.links = read_links(session, image.record);
   if (has_dset(image.record)) image.dset = name_of(image.record.body.pinst.fields);
   return image;

@@ -24,6 +24,9 @@ struct NodeImage {
 // node.
 NodeImage read_node(const ReadSession& session, uint32_t id);
 
+// The same without links and data-set name.
+NodeImage read_contents(const ReadSession& session, uint32_t id);
+
 // Reads a node's record alone.
 qim_node_t read_record(const ReadSession& session, uint32_t id);
 

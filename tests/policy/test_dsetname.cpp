@@ -123,4 +123,19 @@ TEST(DsetText, reads_like_a_place) {
   EXPECT_EQ(qimctl::dset_text(fields), "format 9, type 5, out");
 }
 
+TEST(DsetWords, leave_out_what_is_zero) {
+  qim_pinst_fields_t fields{};
+  fields.dest.intf.fmt = QIM_DEST_IF;
+  fields.dest.intf.vrf = 1;
+  fields.dir = QIM_DIR_IN;
+  EXPECT_EQ(qimctl::dset_words(fields), "interface 0 vrf 1, in");
+  fields.type = 5;
+  EXPECT_EQ(qimctl::dset_words(fields), "interface 0 vrf 1, type 5, in");
+  fields.dest = {};
+  fields.dest.gen.fmt = QIM_DEST_GEN;
+  fields.type = 0x10002;
+  fields.dir = 2;
+  EXPECT_EQ(qimctl::dset_words(fields), "generic, access list in stage 2, out");
+}
+
 }  // namespace

@@ -29,6 +29,10 @@ TEST(Layout, marks_empty_texts) {
   EXPECT_EQ(layout(ordered_json::parse(R"({"a": ""})"), 0), "a  -\n");
 }
 
+TEST(Layout, escapes_no_name_twice) {
+  EXPECT_EQ(layout(ordered_json{{"a", "\"x\\x1by\" \x1b"}}, 0), "a  \"x\\x1by\" \\x1b\n");
+}
+
 TEST(Printable, leaves_text_alone) {
   const std::string text = "ge-0/0/0 Zürich € 😀";
   EXPECT_EQ(printable(text), text);

@@ -206,7 +206,8 @@ TEST_F(Import, attaches_the_lists_of_a_device_profile) {
     "ietf-access-control-list:acls": {"acl": [{"name": "a"}]}})");
   EXPECT_EQ(import({input}).code, qimctl::exit_lossy);
   EXPECT_EQ(import({"--interface", "eth3", input}).code, qimctl::exit_ok);
-  EXPECT_THAT(run({"list", "--type", "Edest"}).out, HasSubstr(" in\n1 node\n"));
+  EXPECT_THAT(run({"list", "--type", "Edest"}).out,
+              HasSubstr(" if:eth3/in, access list in stage 1\n1 node\n"));
 }
 
 TEST_F(Import, reports_a_loss_as_json) {

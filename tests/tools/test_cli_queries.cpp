@@ -50,13 +50,15 @@ TEST_F(Query, refuses_what_is_no_node) {
 }
 
 TEST_F(Query, lists_referrers) {
-  EXPECT_EQ(output({"refs", "0x04100080"}),
-            "NODE        TYPE   CONTENTS\n"
-            "0x04100090  Edest  interface 287454020 vrf 16909060 vlan 100 vdc 1, type 5, in\n"
-            "0x04100091  Edest  service 9 srv_def 2 srv_vdc 1, type 5, in\n"
-            "0x04100092  Edest  generic vdc 1 v8 0 v16a 0 v16b 0 v32a 70000 v32b 0, type 5, out\n"
-            "0x041000a0  Dset   interface 287454021 vrf 16909060 vlan 101 vdc 1, type 5, in\n"
-            "4 referrers\n");
+  EXPECT_EQ(
+      output({"refs", "0x04100080"}),
+      "NODE        TYPE   CONTENTS\n"
+      "0x04100090  Edest  \"ge-0/0/0\", interface 287454020 vrf 16909060 vlan 100 vdc 1, type 5, "
+      "in\n"
+      "0x04100091  Edest  service 9 srv_def 2 srv_vdc 1, type 5, in\n"
+      "0x04100092  Edest  generic vdc 1 v32a 70000, type 5, out\n"
+      "0x041000a0  Dset   interface 287454021 vrf 16909060 vlan 101 vdc 1, type 5, in\n"
+      "4 referrers\n");
   EXPECT_EQ(output({"refs", "0x04100090"}), "0 referrers\n");
 }
 
@@ -106,7 +108,7 @@ TEST_F(Query, shows_arguments_of_actions_and_defaults) {
 
 TEST_F(Query, lists_enforcement_destinations) {
   const std::string out = output({"edest", "0x04100080"});
-  EXPECT_THAT(out, StartsWith("NODE        TYPE   CONTENTS\n0x04100090  Edest  interface"));
+  EXPECT_THAT(out, StartsWith("NODE        TYPE   CONTENTS\n0x04100090  Edest  \"ge-0/0/0\""));
   EXPECT_THAT(out, HasSubstr("\n3 enforcement destinations\n"));
   const json list = parsed({"edest", "0x04100080"});
   ASSERT_EQ(list.size(), 3u);
@@ -115,12 +117,13 @@ TEST_F(Query, lists_enforcement_destinations) {
 }
 
 TEST_F(Query, looks_an_enforcement_destination_up) {
-  EXPECT_EQ(output({"edest", "0x04100080", "interface", "287454020", "vrf", "0x01020304", "vlan",
-                    "100", "vdc", "1"}),
-            "0x04100090  Edest  interface 287454020 vrf 16909060 vlan 100 vdc 1, type 5, in\n");
+  EXPECT_EQ(
+      output({"edest", "0x04100080", "interface", "287454020", "vrf", "0x01020304", "vlan", "100",
+              "vdc", "1"}),
+      "0x04100090  Edest  \"ge-0/0/0\", interface 287454020 vrf 16909060 vlan 100 vdc 1, type 5, "
+      "in\n");
   EXPECT_EQ(output({"edest", "0x04100080", "generic", "v32a", "70000", "vdc", "1"}),
-            "0x04100092  Edest  generic vdc 1 v8 0 v16a 0 v16b 0 v32a 70000 v32b 0, type 5, "
-            "out\n");
+            "0x04100092  Edest  generic vdc 1 v32a 70000, type 5, out\n");
   const json found =
       parsed({"edest", "0x04100080", "service", "9", "srv_def", "2", "srv_vdc", "1"});
   EXPECT_EQ(found["id"], "0x04100091");
@@ -159,15 +162,18 @@ TEST_F(Query, refuses_what_is_no_destination) {
 
 TEST_F(Query, finds_data_sets_by_number) {
   EXPECT_EQ(output({"pinst", "0"}), "0x041000a1  DsetNoname\n");
-  EXPECT_THAT(output({"pinst", "1"}), StartsWith("0x04100090  Edest  interface 287454020"));
+  EXPECT_THAT(output({"pinst", "1"}),
+              StartsWith("0x04100090  Edest  \"ge-0/0/0\", interface 287454020"));
   EXPECT_EQ(parsed({"pinst", "5"})["id"], "0x04100080");
   expect_failure({"pinst", "6"}, qimctl::exit_not_found,
                  "cannot find data set number 6: the database has no data set number 6");
 }
 
 TEST_F(Query, finds_data_sets_by_name) {
-  EXPECT_EQ(output({"pinst", "011122334401020304006400010000000000000501"}),
-            "0x04100090  Edest  interface 287454020 vrf 16909060 vlan 100 vdc 1, type 5, in\n");
+  EXPECT_EQ(
+      output({"pinst", "011122334401020304006400010000000000000501"}),
+      "0x04100090  Edest  \"ge-0/0/0\", interface 287454020 vrf 16909060 vlan 100 vdc 1, type 5, "
+      "in\n");
   EXPECT_EQ(parsed({"pinst", "030001020003000400000005000000060000000501"})["type"], "Pinst");
   expect_failure({"pinst", "011122334401020304006400010000000000000502"}, qimctl::exit_not_found,
                  "cannot find that data set: no data set of the database has that name");

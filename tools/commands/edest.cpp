@@ -16,7 +16,7 @@ bool print_edests(const ReadSession& session, uint32_t pinst, OutputForm form) {
   for (ListedNode& node : read_referrers(session, instance)) {
     if (!node.record || node.record->type == QIM_NODE_EDEST) nodes.push_back(std::move(node));
   }
-  return print_records(nodes, "enforcement destination", form);
+  return print_records(session, nodes, "enforcement destination", form);
 }
 
 void print_edest_at(const ReadSession& session, uint32_t pinst, const qim_policy_dest_t& dest,
@@ -26,7 +26,7 @@ void print_edest_at(const ReadSession& session, uint32_t pinst, const qim_policy
   qim_node_t record{};
   require(qim_pinst_edest_lookup(session.handle(), &instance, &dest, &record),
           purpose + " " + node_id_text(pinst));
-  print_record(record, form);
+  print_record(session, record, form);
 }
 
 }  // namespace qimctl

@@ -2,45 +2,59 @@
 #include "tools/commands/list.h"
 
 #include "policy/base/names.h"
-#include "policy/formats/native/node_json.h"
 #include "policy/store/node_image.h"
 #include "tools/base/rows.h"
+#include "tools/nodes/node_words.h"
 #include "tools/nodes/records.h"
 
 namespace qimctl {
 
 namespace {
 
-// What a node is called is often kept with it.
-std::string contents(const ReadSession& session, const qim_node_t& record) {
-  constexpr uint32_t longest_name = 64;
-  if (record.priv_len > longest_name) return body_summary(record);
-  const std::vector<uint8_t> priv = read_private(session, record);
-  return named_summary(private_text(priv.data(), priv.size()), record);
+std::string count_text(uint64_t count, bool wide) {
+  return count == 0 && !wide ? "" : std::to_string(count);
 }
 
-void add_row(Rows& rows, const ReadSession& session, const ListedNode& node) {
-  if (!rows.is_text()) return rows.add(listed_to_json(node));
-  if (!node.record) return rows.add({node_id_text(node.id), "?", "", "", "", "", node.why});
-  const qim_node_t& record = *node.record;
-  rows.add({node_id_text(record.id), node_type_name(record.type), std::to_string(record.group),
-            hex_number(record.flags, 1), std::to_string(record.links_total),
-            std::to_string(record.refs), contents(session, record)});
-}
+class Listing {
+ public:
+  Listing(const ReadSession& session, OutputForm form)
+      : session_(session),
+        groups_(session),
+        wide_(form == OutputForm::wide),
+        rows_(form, {{"NODE"}, {"TYPE"}, {"GROUP"}, {"FLAGS"}, {"LINKS"}, {"REFS"}, {"CONTENTS"}}) {
+  }
+
+  void add(const ListedNode& node) {
+    if (!rows_.is_text()) return rows_.add(listed_to_json(node));
+    if (!node.record) return rows_.add({node_id_text(node.id), "?", "", "", "", "", node.why});
+    const qim_node_t& record = *node.record;
+    rows_.add({node_id_text(record.id), node_type_name(record.type),
+               wide_ ? std::to_string(record.group) : groups_.words(record.group),
+               record.flags == 0 && !wide_ ? "" : hex_number(record.flags, 1),
+               count_text(record.links_total, wide_), count_text(record.refs, wide_),
+               node_words(session_, read_contents(session_, record.id), wide_)});
+  }
+  void finish() { rows_.finish("node"); }
+
+ private:
+  const ReadSession& session_;
+  GroupWords groups_;
+  bool wide_;
+  Rows rows_;
+};
 
 }  // namespace
 
 bool list_nodes(const ReadSession& session, const ListOptions& options) {
-  Rows rows(options.form,
-            {{"NODE"}, {"TYPE"}, {"GROUP"}, {"FLAGS"}, {"LINKS"}, {"REFS"}, {"CONTENTS"}});
+  Listing listing(session, options.form);
   bool all = true;
   each_node(session.handle(), [&](const rov_node_parms_t& parms) {
     const ListedNode node = read_listed(session, qim_from_rov_node_id(&parms.id));
     if (options.type && (!node.record || node.record->type != *options.type)) return;
     if (!node.record) all = false;
-    add_row(rows, session, node);
+    listing.add(node);
   });
-  rows.finish("node");
+  listing.finish();
   return all;
 }
 

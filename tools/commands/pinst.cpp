@@ -15,14 +15,14 @@ void print_dset_named(const ReadSession& session, const qim_dsetname_t& name, Ou
   qim_pinst_from_dsetname(&pinst.fields, &copy);
   qim_node_t record{};
   require(qim_ses_pinst_name_get(session.handle(), &pinst, &record), "find that data set");
-  print_record(record, form);
+  print_record(session, record, form);
 }
 
 void print_dset_at(const ReadSession& session, uint32_t selector, OutputForm form) {
   qim_node_t record{};
   require(qim_ses_pinst_get(session.handle(), selector, &record),
           "find data set number " + std::to_string(selector));
-  print_record(record, form);
+  print_record(session, record, form);
 }
 
 }  // namespace

@@ -7,7 +7,8 @@
 namespace qimctl {
 
 bool print_referrers(const ReadSession& session, uint32_t id, OutputForm form) {
-  return print_records(read_referrers(session, read_record(session, id)), "referrer", form);
+  return print_records(session, read_referrers(session, read_record(session, id)), "referrer",
+                       form);
 }
 
 }  // namespace qimctl

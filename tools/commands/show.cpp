@@ -1,6 +1,10 @@
 // `qimctl show`: one node with all that belongs to it.
 #include "tools/commands/show.h"
 
+#include <utility>
+
+#include "policy/base/criteria_codes.h"
+#include "policy/base/dsetname.h"
 #include "policy/base/json_layout.h"
 #include "policy/base/names.h"
 #include "policy/formats/native/node_json.h"
@@ -8,27 +12,18 @@
 #include "rov.h"
 #include "tools/base/output.h"
 #include "tools/nodes/node_names.h"
+#include "tools/nodes/node_words.h"
 
 namespace qimctl {
 
 namespace {
 
-// "0x00300002 Filter"
-std::string target_text(const ReadSession& session, uint32_t id) {
-  qim_node_t record;
-  const uint32_t status = qim_node_read(session.handle(), id, 0, &record);
-  if (status == ROV_ERR_NO_ITEM) return node_id_text(id) + " (missing)";
-  if (is_about_contents(status)) return node_id_text(id) + " (undecodable)";
-  require(status, "read node " + node_id_text(id));
-  return node_id_text(id) + " " + node_type_name(record.type);
-}
-
 JsonValue describe_links(const ReadSession& session, const std::vector<qim_link_t>& links,
                          bool wide) {
   JsonValue described = JsonValue::object();
   for (const qim_link_t& link : links) {
-    std::string text = "-> " + target_text(session, link.node);
-    if (link.node2 != 0) text += ", node2 " + target_text(session, link.node2);
+    std::string text = "-> " + target_words(session, link.node, wide);
+    if (link.node2 != 0) text += ", node2 " + target_words(session, link.node2, wide);
     if (link.val != 0) text += ", val " + std::to_string(link.val);
     if (link.tag != 0) text += ", tag " + std::to_string(link.tag);
     described.append(wide ? slot_name(link.field) : link_words(link.field), text);
@@ -36,13 +31,28 @@ JsonValue describe_links(const ReadSession& session, const std::vector<qim_link_
   return described;
 }
 
+void name_codes(const ReadSession& session, const NodeImage& image, JsonValue& value) {
+  const uint32_t group = image.record.group;
+  if (group != 0) value.set("group", GroupWords(session).words(group));
+  if (image.dset) {
+    JsonValue dset = dset_to_json(*image.dset);
+    const uint32_t policy = image.record.body.pinst.fields.type;
+    const bool is_list = (policy & ~policy_type_stages) == policy_type_access_list;
+    if (is_list && !dset.is_string()) dset.set("type", policy_type_words(policy));
+    value.set("dset", std::move(dset));
+  }
+  value.drop_zeros();
+}
+
 void show_text(const ReadSession& session, const NodeImage& image, bool wide) {
-  JsonValue value = node_to_json(image);
-  print("node " + value.text("id") + "  " + value.text("type") + "\n");
+  JsonValue value = wide ? node_to_json(image) : node_to_worded_json(image);
+  const std::string name = node_name(session, image);
+  print("node " + value.text("id") + "  " + value.text("type") + (name.empty() ? "" : "  " + name) +
+        "\n");
   value.erase("id");
   value.erase("type");
   if (value.contains("links")) value.set("links", describe_links(session, image.links, wide));
-  if (!wide) value.drop_zeros();
+  if (!wide) name_codes(session, image, value);
   const std::string text = private_text(image.record.priv_buf, image.record.priv_len);
   if (!text.empty()) value.set("priv", value.text("priv") + "  " + text);
   print(layout(value.get(), 2));

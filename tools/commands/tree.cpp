@@ -8,6 +8,7 @@
 #include "tools/base/output.h"
 #include "tools/base/terminal.h"
 #include "tools/nodes/node_names.h"
+#include "tools/nodes/node_words.h"
 #include "tools/nodes/tree_walk.h"
 
 namespace qimctl {
@@ -45,7 +46,7 @@ std::string via_text(const TreeStep& step, bool wide) {
   return link_words(step.link.field) + (step.via.ends_with(second) ? second : "");
 }
 
-std::string line_of(const TreeStep& step, bool wide) {
+std::string line_of(const ReadSession& session, const TreeStep& step, bool wide) {
   std::string line;
   if (!step.via.empty()) {
     line = via_text(step, wide) + link_text(step.link) + (step.next ? " => " : " -> ");
@@ -53,13 +54,13 @@ std::string line_of(const TreeStep& step, bool wide) {
   line += node_id_text(step.id);
   if (step.node) {
     line += " " + node_type_name(step.node->record.type);
-    const std::string summary = node_summary(*step.node);
+    const std::string summary = node_words(session, *step.node, wide);
     if (!summary.empty()) line += "  " + summary;
   }
   return line + mark_text(step.mark);
 }
 
-void print_text(TreeWalk& walk, OutputForm form) {
+void print_text(const ReadSession& session, TreeWalk& walk, OutputForm form) {
   const bool wide = form == OutputForm::wide;
   std::vector<bool> open;  // for each level above: does another line follow on it?
   while (const auto step = walk.step()) {
@@ -69,7 +70,7 @@ void print_text(TreeWalk& walk, OutputForm form) {
       for (size_t level = 1; level < step->depth; level++) line += open[level] ? "│  " : "   ";
       line += step->last ? "└─ " : "├─ ";
     }
-    print(cut(line + line_of(*step, wide), wide ? 0 : terminal().width) + "\n");
+    print(cut(line + line_of(session, *step, wide), wide ? 0 : terminal().width) + "\n");
     open.push_back(!step->last);
   }
 }
@@ -112,7 +113,8 @@ void print_document(TreeWalk& walk, OutputForm form) {
 
 void print_tree(const ReadSession& session, uint32_t id, const TreeOptions& options) {
   TreeWalk walk(session, id, options.depth);
-  is_text(options.form) ? print_text(walk, options.form) : print_document(walk, options.form);
+  if (is_text(options.form)) return print_text(session, walk, options.form);
+  print_document(walk, options.form);
 }
 
 }  // namespace qimctl

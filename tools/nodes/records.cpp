@@ -10,12 +10,21 @@
 #include "policy/store/node_image.h"
 #include "tools/base/output.h"
 #include "tools/base/rows.h"
+#include "tools/nodes/node_words.h"
 
 namespace qimctl {
 
-void print_record(const qim_node_t& record, OutputForm form) {
+namespace {
+
+std::string words_of(const ReadSession& session, const qim_node_t& record, OutputForm form) {
+  return node_words(session, read_contents(session, record.id), form == OutputForm::wide);
+}
+
+}  // namespace
+
+void print_record(const ReadSession& session, const qim_node_t& record, OutputForm form) {
   if (!is_text(form)) return print_value(record_to_json(record), form);
-  const std::string contents = body_summary(record);
+  const std::string contents = words_of(session, record, form);
   print(node_id_text(record.id) + "  " + node_type_name(record.type) +
         (contents.empty() ? "" : "  " + contents) + "\n");
 }
@@ -39,7 +48,8 @@ JsonValue listed_to_json(const ListedNode& node) {
   return value;
 }
 
-bool print_records(const std::vector<ListedNode>& nodes, const char* noun, OutputForm form) {
+bool print_records(const ReadSession& session, const std::vector<ListedNode>& nodes,
+                   const char* noun, OutputForm form) {
   Rows rows(form, {{"NODE"}, {"TYPE"}, {"CONTENTS"}});
   bool all = true;
   for (const ListedNode& node : nodes) {
@@ -47,8 +57,8 @@ bool print_records(const std::vector<ListedNode>& nodes, const char* noun, Outpu
     if (!rows.is_text()) {
       rows.add(listed_to_json(node));
     } else if (node.record) {
-      rows.add(
-          {node_id_text(node.id), node_type_name(node.record->type), body_summary(*node.record)});
+      rows.add({node_id_text(node.id), node_type_name(node.record->type),
+                words_of(session, *node.record, form)});
     } else {
       rows.add({node_id_text(node.id), "?", node.why});
     }

@@ -12,7 +12,7 @@
 namespace qimctl {
 
 // A record in one line or as a document.
-void print_record(const qim_node_t& record, OutputForm form);
+void print_record(const ReadSession& session, const qim_node_t& record, OutputForm form);
 
 // A node of which several are listed: one that can't be decoded hides no other.
 struct ListedNode {
@@ -25,7 +25,8 @@ ListedNode read_listed(const ReadSession& session, uint32_t id);
 JsonValue listed_to_json(const ListedNode& node);
 
 // Several, with their number. `noun` names one of them. Returns whether all could be decoded.
-bool print_records(const std::vector<ListedNode>& nodes, const char* noun, OutputForm form);
+bool print_records(const ReadSession& session, const std::vector<ListedNode>& nodes,
+                   const char* noun, OutputForm form);
 
 // The nodes that refer to one, in the order of identifiers.
 std::vector<ListedNode> read_referrers(const ReadSession& session, const qim_node_t& record);

@@ -9,6 +9,7 @@
 #include "policy/base/json_value.h"
 #include "policy/base/names.h"
 #include "policy/base/text.h"
+#include "policy/model/words.h"
 #include "schema/args_field.h"
 #include "schema/rows.h"
 
@@ -34,7 +35,7 @@ bool is_computed(const Row& row) {
 }
 
 // Are the variable parts of a body told?
-enum class Variable { none, commented };
+enum class Variable { none, commented, worded };
 
 JsonValue criterion_to_json(const qim_criterion_t& criterion) {
   JsonValue value;
@@ -46,20 +47,33 @@ JsonValue criterion_to_json(const qim_criterion_t& criterion) {
   return value;
 }
 
-JsonValue criteria_to_json(const qim_criterion_t* first) {
+JsonValue criteria_to_json(const qim_criterion_t* first, Variable how) {
   JsonValue list = JsonValue::array();
   for (const qim_criterion_t* criterion = first; criterion != nullptr;
        criterion = criterion->next) {
-    list.add(criterion_to_json(*criterion));
+    if (how == Variable::worded) {
+      list.add(criterion_text(criterion->type, {criterion->args, criterion->args_len}));
+    } else {
+      list.add(criterion_to_json(*criterion));
+    }
   }
   return list;
 }
 
 // The variable part that hangs on a pointer of the body.
-JsonValue variable_to_json(const Row& row, const qim_node_t& record) {
-  if (row.coding == Coding::list) return criteria_to_json(record.body.filter.crit);
+JsonValue variable_to_json(const Row& row, const qim_node_t& record, Variable how) {
+  if (row.coding == Coding::list) return criteria_to_json(record.body.filter.crit, how);
   const auto [bytes, length] = qim::schema::args_at(&record.body, row.position, row.length_at);
   return hex_bytes(bytes, length);
+}
+
+// The codes in a body that stand for something.
+void name_types(const qim_node_t& record, JsonValue& body) {
+  const std::string type = body_type_name(record);
+  if (type.empty()) return;
+  body.set("type", type);
+  if (record.type == QIM_NODE_GROUP)
+    body.set("subtype", list_type_words(record.body.group.subtype));
 }
 
 JsonValue body_to_json(const qim_node_t& record, Variable parts) {
@@ -70,9 +84,10 @@ JsonValue body_to_json(const qim_node_t& record, Variable parts) {
     if (is_input(row)) body.set(row.name, row_to_json(row, &record.body));
     const bool variable = row.coding == Coding::list || row.coding == Coding::args;
     if (variable && parts != Variable::none) {
-      body.set(row.name, variable_to_json(row, record));
+      body.set(row.name, variable_to_json(row, record, parts));
     }
   }
+  if (parts == Variable::worded) name_types(record, body);
   return body;
 }
 
@@ -125,23 +140,12 @@ std::string entry_name(const qim_criterion_t* first) {
 
 // " (accept)" behind the type of an action or a default, which share their types.
 std::string type_note(const qim_node_t& record) {
-  std::string_view name;
-  if (record.type == QIM_NODE_ACTION) name = action_name(record.body.action.type);
-  if (record.type == QIM_NODE_DEF) name = action_name(record.body.def.type);
-  return name.empty() ? "" : " (" + std::string(name) + ")";
+  const std::string name = record.type == QIM_NODE_GROUP ? "" : body_type_name(record);
+  return name.empty() ? "" : " (" + name + ")";
 }
 
-std::string member_summary(const Row& row, const qim_node_t& record) {
-  const JsonValue value = row_to_json(row, &record.body);
-  if (value.is_zero()) return "";
-  const bool type = row.tlv_id != 0 && std::string_view(row.name) == "type";
-  return row.name + (" " + inline_text(value.get())) + (type ? type_note(record) : "");
-}
-
-}  // namespace
-
-JsonValue node_to_json(const NodeImage& image) {
-  JsonValue value = head_to_json(image.record, Variable::commented);
+JsonValue image_to_json(const NodeImage& image, Variable parts) {
+  JsonValue value = head_to_json(image.record, parts);
   if (!image.links.empty()) {
     JsonValue links;
     for (const qim_link_t& link : image.links) {
@@ -155,6 +159,23 @@ JsonValue node_to_json(const NodeImage& image) {
   }
   value.set("computed", computed_to_json(image.record));
   return value;
+}
+
+std::string member_summary(const Row& row, const qim_node_t& record) {
+  const JsonValue value = row_to_json(row, &record.body);
+  if (value.is_zero()) return "";
+  const bool type = row.tlv_id != 0 && std::string_view(row.name) == "type";
+  return row.name + (" " + inline_text(value.get())) + (type ? type_note(record) : "");
+}
+
+}  // namespace
+
+JsonValue node_to_json(const NodeImage& image) {
+  return image_to_json(image, Variable::commented);
+}
+
+JsonValue node_to_worded_json(const NodeImage& image) {
+  return image_to_json(image, Variable::worded);
 }
 
 JsonValue link_to_json(const qim_link_t& link) {
@@ -174,14 +195,27 @@ JsonValue record_to_json(const qim_node_t& record) {
   return value;
 }
 
-std::string body_summary(const qim_node_t& record) {
+std::string body_type_name(const qim_node_t& record) {
+  if (record.type == QIM_NODE_ACTION) return std::string(action_name(record.body.action.type));
+  if (record.type == QIM_NODE_DEF) return std::string(action_name(record.body.def.type));
+  const bool is_list = record.type == QIM_NODE_GROUP && record.body.group.type == group_access_list;
+  return is_list ? "access list" : "";
+}
+
+std::string members_summary(const qim_node_t& record) {
   std::string text;
-  if (has_dset(record)) append(text, dset_text(record.body.pinst.fields));
   const Record* rows = body_of(record.type);
   if (rows == nullptr) return text;
   for (const Row& row : *rows) {
     if (is_input(row) || is_computed(row)) append(text, member_summary(row, record));
   }
+  return text;
+}
+
+std::string body_summary(const qim_node_t& record) {
+  std::string text;
+  if (has_dset(record)) append(text, dset_text(record.body.pinst.fields));
+  append(text, members_summary(record));
   return text;
 }
 

@@ -13,6 +13,9 @@ namespace qimctl {
 // match.
 JsonValue node_to_json(const NodeImage& image);
 
+// The same for people: types that have names are those names, and criteria read as text.
+JsonValue node_to_worded_json(const NodeImage& image);
+
 // A link as the member of its name: the node that it leads to, or an object when it carries more.
 JsonValue link_to_json(const qim_link_t& link);
 
@@ -24,7 +27,14 @@ JsonValue record_to_json(const qim_node_t& record);
 // out.
 std::string body_summary(const qim_node_t& record);
 
-// The same with private data that reads as text in front.
+// The same without the data-set name.
+std::string members_summary(const qim_node_t& record);
+
+// What the type in the body of an Action, a Def or a Group is called: "accept", "access list"; "" where
+// it has no name.
+std::string body_type_name(const qim_node_t& record);
+
+// As body_summary, with private data that reads as text in front.
 std::string named_summary(const std::string& private_text, const qim_node_t& record);
 
 // The same of a whole node, with its criteria in place of their count.

@@ -86,6 +86,7 @@ const std::vector<Command>& all_commands() {
         {{"list"}, kDatabase},
         {{"list", "--type", "filter", "--json"}, kDatabase},
         {{"show", "0x04100010"}, kDatabase},
+        {{"show", "if:eth0/in"}, kDatabase},
         {{"show", "0x04100010", "--engine"}, kDatabase},
         {{"tree", "0x04100080"}, kDatabase},
         {{"tree", "0x04100010", "--json"}, kDatabase},
