@@ -73,7 +73,7 @@ qim_policy_layer(policy_analysis policy/analysis USES policy_trace)
 qim_policy_layer(policy_store policy/store USES policy_model)
 qim_policy_layer(policy_change policy/change USES policy_store)
 qim_policy_layer(policy_graph policy/graph SHORT USES policy_model)
-qim_policy_layer(policy_explain policy/explain SHORT USES policy_store qim_rows)
+qim_policy_layer(policy_explain policy/explain SHORT USES policy_store policy_trace qim_rows)
 qim_policy_layer(policy_native policy/formats/native USES policy_store)
 # The library of schemas alone takes as long as all other sources of the layer.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/policy/formats/native/validator.cpp PROPERTIES

@@ -15,7 +15,8 @@ namespace {
 
 std::vector<Topic> all_topics() {
   std::vector<Topic> all;
-  for (const auto& make : {node_topics, criterion_topics, action_topics, status_topics}) {
+  for (const auto& make :
+       {node_topics, criterion_topics, action_topics, packet_topics, word_topics, status_topics}) {
     std::vector<Topic> some = make();
     all.insert(all.end(), std::make_move_iterator(some.begin()),
                std::make_move_iterator(some.end()));

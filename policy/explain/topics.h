@@ -1,5 +1,5 @@
-// What the words and numbers of policies mean: node types, record fields, links, criteria, actions
-// and statuses.
+// What the words and numbers of policies mean: node types, record fields, links, criteria, actions,
+// statuses, and what else is printed or taken.
 #pragma once
 
 #include <string>
@@ -20,6 +20,8 @@ struct Topic {
 std::vector<Topic> node_topics();  // node types, their fields, their links, kinds of links
 std::vector<Topic> criterion_topics();
 std::vector<Topic> action_topics();
+std::vector<Topic> packet_topics();  // words that describe packets
+std::vector<Topic> word_topics();    // what else commands print
 std::vector<Topic> status_topics();
 
 // The topics of a word: a name in any case, or a number, decimal or 0x...

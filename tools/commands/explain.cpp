@@ -40,9 +40,10 @@ void complain_of(const std::string& word) {
     const bool last = i + 1 == similar.size();
     message += (i == 0 ? "; did you mean " : last ? " or " : ", ") + similar[i];
   }
-  complain(message + (similar.empty() ? "; give a node type, field, link, criterion, action or "
-                                        "status, by name or number"
-                                      : "?"));
+  complain(message + (similar.empty()
+                          ? "; give a word that a command prints or takes, a node type, "
+                            "field, link, criterion, action or status, by name or number"
+                          : "?"));
 }
 
 }  // namespace
