@@ -17,7 +17,7 @@ class Help:
         self.words = words
         self.what = said[0].rstrip(".") if said else what
         self.usage = next((each[len("Usage: "):] for each in said if each.startswith("Usage: ")),
-                          " ".join(["qimctl", *words, "[OPTIONS]"]))
+                          " ".join(["qimctl", *words, "[OPTION...]"]))
         self.sections = {}
         current = None
         for each in said:
@@ -38,4 +38,4 @@ class Help:
         return "-".join(["qimctl", *self.words])
 
     def commands(self):
-        return [entry for entry in self.sections.get("Subcommands", []) if entry[0] != "help"]
+        return [entry for entry in self.sections.get("Commands", []) if entry[0] != "help"]

@@ -15,6 +15,7 @@
 #include "tools/base/output.h"
 #include "tools/base/usage.h"
 #include "tools/options/files.h"
+#include "tools/options/help.h"
 #include "tools/options/usage.h"
 #include "tools/options/values.h"
 
@@ -31,6 +32,7 @@ constexpr size_t most_problems = 50;
 class CommandLine {
  public:
   CommandLine() {
+    qimctl::use_own_words(app_);
     app_.require_subcommand(0, 1);
     app_.fallthrough();
     app_.add_option(

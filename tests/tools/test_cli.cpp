@@ -141,7 +141,14 @@ TEST(CommandLine, explains_itself) {
   EXPECT_EQ(run_qimctl({"help", "import"}).out, import.out);
   EXPECT_EQ(run_qimctl({"help"}).out, help.out);
   EXPECT_THAT(run_qimctl({"help", "priv", "set"}).out,
-              HasSubstr("Usage: qimctl priv set [OPTIONS]"));
+              HasSubstr("Usage: qimctl priv set [OPTION...]"));
+  const std::string all = run_qimctl({"--help-all"}).out;
+  for (const char* foreign : {"REQUIRED", "Excludes", "Needs", "TEXT", "Positionals", "SUBCOMMAND",
+                              "Subcommands", "OPTIONS", "Print this help"})
+    EXPECT_THAT(all, testing::Not(HasSubstr(foreign)));
+  EXPECT_THAT(all, HasSubstr("What the kernel has counted of each entry; only with NAME\n"));
+  EXPECT_THAT(all, HasSubstr(", and nothing else; not with --raw, --type\n"));
+  EXPECT_THAT(all, HasSubstr(": svg, dot; else svg\n"));
   EXPECT_THAT(run_qimctl({"--help-all"}).out, HasSubstr("--depth"));
   for (const char* option : {"--format", "--lossy", "--replace"}) {
     EXPECT_THAT(import.out, HasSubstr(option));

@@ -360,7 +360,7 @@ std::set<std::string> commands_listed(const std::vector<std::string>& above) {
   bool listed = false;
   for (const std::string& line : lines_of(run_here(words).out)) {
     if (listed && line.starts_with("  ")) names.insert(line.substr(2, line.find(' ', 2) - 2));
-    if (line == "Subcommands:") listed = true;
+    if (line == "Commands:") listed = true;
   }
   return names;
 }

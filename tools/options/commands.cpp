@@ -5,12 +5,14 @@
 #include "tools/base/output.h"
 #include "tools/base/pager.h"
 #include "tools/base/usage.h"
+#include "tools/options/help.h"
 #include "tools/options/values.h"
 
 namespace qimctl {
 
 Commands::Commands(CLI::App& app) : app_(app) {
   // Commands inherit what is set when they are added.
+  use_own_words(app_);
   app_.fallthrough();
   app_.add_option("--db", database_, "Directory of the node database; else $ROV_DB, else ./qim.db")
       ->type_name("DIR");

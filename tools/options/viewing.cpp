@@ -43,7 +43,7 @@ void add_status(Commands& commands) {
 void add_explain(Commands& commands) {
   const auto word = std::make_shared<std::string>();
   CLI::App* command =
-      commands.add("explain", "Say what a node type, field, link, criterion, action or status is");
+      commands.add("explain", "Say what a word or number that is printed or taken stands for");
   command->add_option("WORD", *word, "A name or a number")->required()->type_name("");
   commands.on(command, [&commands, word] {
     return explain_word(*word, commands.form()) ? exit_ok : exit_not_found;
@@ -56,8 +56,8 @@ void add_graph(Commands& commands) {
   command->add_option("NAME", options->what, "A list, or if:INTERFACE[/in|out]; else everything")
       ->type_name("");
   const auto format = std::make_shared<std::string>("svg");
-  command->add_option("--format", *format, "The picture, or what Graphviz makes it of")
-      ->check(CLI::IsMember({"svg", "dot"}))
+  command->add_option("--format", *format, "The picture, or what Graphviz makes it of: svg, dot")
+      ->check(check_word({"svg", "dot"}))
       ->capture_default_str()
       ->type_name("FORMAT");
   commands.ask(command, [&commands, options, format](const Database&, const ReadSession& session) {

@@ -84,7 +84,7 @@ bool tells_of_memory(const std::string& message) {
 // The help lists a command at the beginning of a line, and what belongs to it further right.
 TEST_F(ToolFaults, EveryCommandIsTried) {
   const std::string help = runs_.run({{"--help-all"}, Needs::kDatabase}, nullptr).out;
-  std::istringstream lines(help.substr(help.find("Subcommands:\n") + 13));
+  std::istringstream lines(help.substr(help.find("Commands:\n") + 10));
   std::set<std::string> offered;
   for (std::string line; std::getline(lines, line);) {
     if (!line.empty() && line[0] != ' ') offered.insert(line);
