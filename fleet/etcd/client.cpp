@@ -7,12 +7,14 @@
 
 #include <etcd.grpc.pb.h>
 #include <grpc/support/log.h>
+#include <grpc/support/time.h>
 #include <grpcpp/alarm.h>
 #include <grpcpp/grpcpp.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <utility>
 
@@ -26,7 +28,8 @@ namespace {
 
 namespace pb = etcdserverpb;
 using std::chrono::milliseconds;
-using Deadline = std::chrono::system_clock::time_point;
+using Steady = std::chrono::steady_clock;
+using Deadline = Steady::time_point;
 
 constexpr size_t most_pem = 1024 * 1024;
 // etcd closes connections whose clients ask more often than every 5 s whether it is still there.
@@ -37,6 +40,13 @@ constexpr int keepalive_answer_ms = 3000;
 // to no end in time leaves the next one twice as long, up to so many times what is set.
 constexpr int most_patience = 4;
 constexpr milliseconds connecting_piece{250};
+
+// As gRPC takes it. Nobody sets this clock; the time of day may jump while something is waited for.
+gpr_timespec by(Deadline deadline) {
+  const auto left = std::chrono::ceil<milliseconds>(deadline - Steady::now());
+  return gpr_time_add(gpr_now(GPR_CLOCK_MONOTONIC),
+                      gpr_time_from_millis(left.count(), GPR_TIMESPAN));
+}
 
 bool says(const grpc::Status& status, const char* text) {
   return status.error_message().find(text) != std::string::npos;
@@ -162,7 +172,7 @@ class EtcdWatch : public Watch {
       : channel_(std::move(channel)),
         stub_(pb::Watch::NewStub(channel_)),
         endpoint_(endpoint),
-        due_(std::chrono::system_clock::now() + timeout) {
+        due_(Steady::now() + timeout) {
     pb::WatchCreateRequest* create = request_.mutable_create_request();
     create->set_key(key);
     create->set_start_revision(after + 1);
@@ -180,13 +190,13 @@ class EtcdWatch : public Watch {
   }
 
   WatchNews wait(milliseconds longest) override {
-    const Deadline deadline = std::chrono::system_clock::now() + longest;
+    const Deadline deadline = Steady::now() + longest;
     for (;;) {
       if (interrupted_) return WatchNews::quiet;
       void* step = nullptr;
       bool ok = false;
       const Deadline until = created_ ? deadline : std::min(deadline, due_);
-      const auto got = queue_.AsyncNext(&step, &ok, until);
+      const auto got = queue_.AsyncNext(&step, &ok, by(until));
       if (got == grpc::CompletionQueue::TIMEOUT) {
         if (!created_ && until == due_) fail(StoreFailure::unreachable, "it does not answer");
         return WatchNews::quiet;
@@ -380,7 +390,7 @@ class EtcdClient : public Store {
   template <typename Call>
   grpc::Status perform(Call call) {
     grpc::ClientContext context;
-    context.set_deadline(std::chrono::system_clock::now() + patience_);
+    context.set_deadline(by(Steady::now() + patience_));
     prepare(context, token_);
     under_way_.begin(&context);
     const grpc::Status status = call(&context);
@@ -431,10 +441,10 @@ class EtcdClient : public Store {
 
   // Waits piece by piece, for nothing else ends such a wait before its time.
   bool is_connected_within(milliseconds time) {
-    const Deadline end = std::chrono::system_clock::now() + time;
+    const Deadline end = Steady::now() + time;
     while (!under_way_.is_over()) {
-      const Deadline now = std::chrono::system_clock::now();
-      if (channel_->WaitForConnected(std::min(end, now + connecting_piece))) return true;
+      const Deadline now = Steady::now();
+      if (channel_->WaitForConnected(by(std::min(end, now + connecting_piece)))) return true;
       if (now >= end) return false;
     }
     return false;
