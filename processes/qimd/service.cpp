@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <optional>
 #include <thread>
 
 #include "fleet/base/backoff.h"
@@ -68,10 +70,12 @@ sigset_t awaited_signals() {
   return set;
 }
 
-// Takes signals in a thread of its own, as a wait for the store can be ended from another one only.
+// Takes signals in a thread of its own, as a wait for the store can be ended from another one only; so
+// it ends what takes too long, too.
 class Signals {
  public:
-  explicit Signals(Agent& agent) : agent_(agent), thread_([this] { take(); }) {}
+  Signals(Agent& agent, std::optional<Clock::Steady> end)
+      : agent_(agent), end_(end), thread_([this] { take(); }) {}
   ~Signals() {
     kill(getpid(), SIGTERM);
     thread_.join();
@@ -79,13 +83,29 @@ class Signals {
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
   bool is_over() const { return over_; }
+  bool is_late() const { return late_; }
 
  private:
-  void take() {
+  // 0: the time is over.
+  int next() const {
     const sigset_t set = awaited_signals();
+    int signal = 0;
+    if (!end_) sigwait(&set, &signal);
+    while (end_ && signal <= 0) {
+      const auto left = *end_ - system_clock().steady();
+      if (left.count() <= 0) return 0;
+      const auto whole = std::chrono::duration_cast<std::chrono::seconds>(left);
+      const timespec time{static_cast<time_t>(whole.count()),
+                          static_cast<long>(std::chrono::nanoseconds(left - whole).count())};
+      signal = sigtimedwait(&set, nullptr, &time);
+    }
+    return signal;
+  }
+
+  void take() {
     while (!over_) {
-      int signal = 0;
-      sigwait(&set, &signal);
+      const int signal = next();
+      late_ = signal == 0;
       if (signal == SIGHUP) {
         agent_.interrupt();
         continue;
@@ -96,7 +116,9 @@ class Signals {
   }
 
   Agent& agent_;
+  std::optional<Clock::Steady> end_;
   std::atomic<bool> over_{false};
+  std::atomic<bool> late_{false};
   std::thread thread_;
 };
 
@@ -108,15 +130,16 @@ class Service {
   }
 
   ExitCode run(unsigned once_seconds) {
-    const Signals signals(agent_);
-    const auto end = system_clock().steady() + std::chrono::seconds(once_seconds);
+    std::optional<Clock::Steady> end;
+    if (once_seconds != 0) end = system_clock().steady() + std::chrono::seconds(once_seconds);
+    const Signals signals(agent_, end);
     for (bool first = true; !signals.is_over(); first = false) {
       agent_.work();
       tell(first ? "READY=1\n" : "WATCHDOG=1\n");
       if (once_seconds != 0 && is_there()) return exit_good;
-      if (once_seconds != 0 && system_clock().steady() >= end) return exit_refused;
       agent_.wait(once_seconds != 0 ? milliseconds(1000) : wait_);
     }
+    if (signals.is_late()) return exit_refused;
     process::notify("STOPPING=1");
     say(LogLevel::info, "stops; the database keeps what it has");
     return exit_good;

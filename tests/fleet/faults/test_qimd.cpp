@@ -24,8 +24,9 @@ class QimdTest : public testing::Test {
  protected:
   QimdTest() {
     std::filesystem::create_directory(dir_ / "kept");
-    tools_test::write_text(dir_ / "publishers",
-                           trusted_line(publisher_.trusted().all().front().bytes, "publisher"));
+    tools_test::write_text(
+        dir_ / "publishers",
+        qim::fleet::trusted_line(publisher_.trusted().all().front().bytes, "publisher"));
     tools_test::write_text(dir_ / "key.pem", PrivateKey::generate().pem());
     std::filesystem::permissions(dir_ / "key.pem", std::filesystem::perms::owner_read);
     settings_ = "scope = edge\ndevice = d1\ndatabase = " + path("db") +
@@ -91,11 +92,21 @@ TEST_F(QimdTest, EndsWhenTheDatabaseHoldsWhatItShould) {
   EXPECT_THAT(tools_test::read_text(dir_ / "metrics"), HasSubstr("\nqimd_revision 1\n"));
   const auto answer = store_->get(publisher_.keys().status("edge", "d1"));
   ASSERT_TRUE(answer.found);
-  EXPECT_EQ(open_status(answer.found->value, nullptr, "edge", "d1").applied, 1U);
+  EXPECT_EQ(qim::fleet::open_status(answer.found->value, nullptr, "edge", "d1").applied, 1U);
 }
 
 TEST_F(QimdTest, SaysThatItDoesNotHoldIt) {
   EXPECT_EQ(run({"--once", "1"}), 1);
+}
+
+TEST_F(QimdTest, EndsInTimeThoughNoMemberAnswers) {
+  cluster_.stop(0);
+  configure(settings_ + "timeout = 10min\n");
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(run({"--once", "1"}), 1);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin,
+            std::chrono::milliseconds(pace::patience_ms()) / 4);
+  cluster_.resume(0);
 }
 
 TEST_F(QimdTest, IsAloneAndIsAskedByOthers) {
