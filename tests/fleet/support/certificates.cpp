@@ -13,10 +13,12 @@ void make_authority(const std::string& directory) {
              directory + "/ca.key", "-out", directory + "/ca.pem"});
 }
 
-void make_certificate(const std::string& directory, const std::string& name, int days) {
+void make_certificate(const std::string& directory, const std::string& name, int days,
+                      const std::string& subject) {
   const std::string at = directory + "/" + name;
   output_of({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-             "-subj", "/CN=" + name, "-keyout", at + ".key", "-out", at + ".csr"});
+             "-subj", subject.empty() ? "/CN=" + name : subject, "-keyout", at + ".key", "-out",
+             at + ".csr"});
   std::ofstream(at + ".ext") << "subjectAltName=DNS:localhost,IP:127.0.0.1\n"
                              << "extendedKeyUsage=serverAuth,clientAuth\n";
   output_of({"openssl", "x509", "-req", "-in", at + ".csr", "-CA", directory + "/ca.pem", "-CAkey",

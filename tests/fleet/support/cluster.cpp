@@ -115,31 +115,40 @@ Cluster::Cluster(const Options& options) : options_(options) {
   for (Member& member : members_) {
     member.client = free_port();
     member.peer = free_port();
+    member.line = options_.line ? options_.line(member.peer) : member.peer;
   }
   for (int i = 0; i < size(); i++) start(i);
   await();
 }
 
-std::vector<std::string> Cluster::command(int member) const {
-  const Member& self = members_[static_cast<size_t>(member)];
+std::string Cluster::data(int member) const {
+  return directory_.path() + "/m" + std::to_string(member);
+}
+
+std::string Cluster::peer_url(int member) const {
+  return "http://127.0.0.1:" + std::to_string(members_[static_cast<size_t>(member)].line);
+}
+
+std::string Cluster::all_peers() const {
   std::string all;
-  for (int i = 0; i < size(); i++) {
-    const std::string port = std::to_string(members_[static_cast<size_t>(i)].peer);
-    all += (i == 0 ? "m" : ",m") + std::to_string(i) + "=http://127.0.0.1:" + port;
-  }
-  const std::string peer = "http://127.0.0.1:" + std::to_string(self.peer);
-  const std::string name = "m" + std::to_string(member);
+  for (int i = 0; i < size(); i++)
+    all += (i == 0 ? "m" : ",m") + std::to_string(i) + "=" + peer_url(i);
+  return all;
+}
+
+std::vector<std::string> Cluster::command(int member, const std::string& quota_bytes) const {
+  const Member& self = members_[static_cast<size_t>(member)];
+  const std::string listens = "http://127.0.0.1:" + std::to_string(self.peer);
   std::vector<std::string> words{"etcd",
-                                 "--name=" + name,
-                                 "--data-dir=" + directory_.path() + "/" + name,
+                                 "--name=m" + std::to_string(member),
+                                 "--data-dir=" + data(member),
                                  "--listen-client-urls=" + scheme() + endpoint(member),
                                  "--advertise-client-urls=" + scheme() + endpoint(member),
-                                 "--listen-peer-urls=" + peer,
-                                 "--initial-advertise-peer-urls=" + peer,
-                                 "--initial-cluster=" + all,
+                                 "--listen-peer-urls=" + listens,
+                                 "--initial-advertise-peer-urls=" + peer_url(member),
+                                 "--initial-cluster=" + all_peers(),
                                  "--log-level=error"};
-  if (!options_.quota_bytes.empty())
-    words.push_back("--quota-backend-bytes=" + options_.quota_bytes);
+  if (!quota_bytes.empty()) words.push_back("--quota-backend-bytes=" + quota_bytes);
   if (options_.tls) {
     words.push_back("--client-cert-auth");
     words.push_back("--trusted-ca-file=" + directory_.path() + "/ca.pem");
@@ -172,9 +181,10 @@ std::unique_ptr<qim::fleet::Store> Cluster::connect(const std::string& user) con
   return qim::fleet::connect_etcd(options(user));
 }
 
-void Cluster::start(int member) {
+void Cluster::start(int member, const std::string& quota_bytes) {
+  const std::string& quota = quota_bytes.empty() ? options_.quota_bytes : quota_bytes;
   members_[static_cast<size_t>(member)].program =
-      Program(command(member), directory_.path() + "/m" + std::to_string(member) + ".log");
+      Program(command(member, quota), directory_.path() + "/m" + std::to_string(member) + ".log");
 }
 
 void Cluster::kill(int member) {
@@ -212,6 +222,11 @@ std::string Cluster::control(const std::vector<std::string>& arguments) const {
     if (!members_[static_cast<size_t>(i)].program.runs()) continue;
     endpoints += (endpoints.empty() ? "" : ",") + scheme() + endpoint(i);
   }
+  return control_at(endpoints, arguments);
+}
+
+std::string Cluster::control_at(const std::string& endpoints,
+                                const std::vector<std::string>& arguments) const {
   std::vector<std::string> command{"env", "ETCDCTL_API=3", "etcdctl", "--endpoints=" + endpoints};
   if (options_.tls) {
     command.push_back("--cacert=" + directory_.path() + "/ca.pem");
@@ -220,6 +235,42 @@ std::string Cluster::control(const std::vector<std::string>& arguments) const {
   }
   command.insert(command.end(), arguments.begin(), arguments.end());
   return output_of(command);
+}
+
+void Cluster::save(const std::string& file) const {
+  control_at(scheme() + endpoint(0), {"snapshot", "save", file});
+}
+
+void Cluster::restore(const std::string& file, const std::string& token) {
+  for (int i = 0; i < size(); i++) kill(i);
+  for (int i = 0; i < size(); i++) {
+    fs::rename(data(i), data(i) + ".old");
+    std::vector<std::string> words{"snapshot",
+                                   "restore",
+                                   file,
+                                   "--name=m" + std::to_string(i),
+                                   "--data-dir=" + data(i),
+                                   "--initial-cluster=" + all_peers(),
+                                   "--initial-advertise-peer-urls=" + peer_url(i)};
+    if (!token.empty()) words.push_back("--initial-cluster-token=" + token);
+    control_at(scheme() + endpoint(i), words);
+  }
+  for (int i = 0; i < size(); i++) start(i);
+  await();
+}
+
+void Cluster::bring_back() {
+  for (int i = 0; i < size(); i++) kill(i);
+  for (int i = 0; i < size(); i++) {
+    fs::remove_all(data(i));
+    fs::rename(data(i) + ".old", data(i));
+  }
+  for (int i = 0; i < size(); i++) start(i);
+  await();
+}
+
+void Cluster::forget_old() {
+  for (int i = 0; i < size(); i++) fs::remove_all(data(i) + ".old");
 }
 
 int Cluster::leader() const {
