@@ -5,8 +5,8 @@
 set(qim_options -fno-exceptions -fno-rtti -fno-threadsafe-statics
   $<$<CXX_COMPILER_ID:GNU>:-fno-ipa-icf>)
 if(QIM_SANITIZE MATCHES undefined)
-  # This check reads run-time type information, which this code has none of.
-  list(APPEND qim_options -fno-sanitize=vptr)
+  # These checks read run-time type information, which this code has none of.
+  list(APPEND qim_options -fno-sanitize=vptr $<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
 endif()
 # By default this compiler clears an open node's block by an instruction that takes longer to start
 # than the rest of opening one takes.

@@ -38,6 +38,16 @@ if(QIM_SANITIZE)
   add_compile_options(-fsanitize=${QIM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${QIM_SANITIZE})
 endif()
+if(QIM_SANITIZE MATCHES address AND CMAKE_CXX_COMPILER_ID STREQUAL Clang AND NOT QIM_FUZZ)
+  # This compiler's checks lie in programs only unless told otherwise, and a shared library that is
+  # linked by itself would miss them.
+  set(qim_checks libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so)
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${qim_checks}
+    OUTPUT_VARIABLE qim_checks OUTPUT_STRIP_TRAILING_WHITESPACE)
+  cmake_path(GET qim_checks PARENT_PATH qim_checks)
+  add_link_options(-shared-libasan LINKER:-rpath,${qim_checks})
+  add_compile_options(-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/checked-elsewhere.list)
+endif()
 if(QIM_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()

@@ -19,8 +19,12 @@ inline bool emulated() {
   return emulator != nullptr && *emulator != '\0';
 }
 
+// Compilers tell of a sanitizer in different ways.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+inline constexpr bool kSanitized =
+    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
 inline constexpr bool kSanitized = false;
 #endif

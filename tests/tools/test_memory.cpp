@@ -48,7 +48,8 @@ void operator delete(void* block) noexcept {
   free(block);
 }
 
-void operator delete(void* block, size_t) noexcept {
+// Not every compiler knows this one as what replaces the standard library's, and exports it by itself.
+[[gnu::visibility("default")]] void operator delete(void* block, size_t) noexcept {
   operator delete(block);
 }
 

@@ -408,7 +408,7 @@ class Remembering : public testing::Test {
 };
 
 TEST_F(Remembering, KeepsWhatItWasGiven) {
-  for (const size_t runs : {0, 1, 1000}) {
+  for (const size_t runs : {0u, 1u, 1000u}) {
     const Applied wanted = large(runs);
     const std::optional<Applied> found = again(wanted);
     ASSERT_TRUE(found);

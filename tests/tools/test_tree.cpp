@@ -58,7 +58,7 @@ TEST_F(Tree, is_one_line_for_a_node_alone) {
 
 TEST_F(Tree, follows_links_in_the_order_of_their_codes) {
   add(1, QIM_NODE_IFELSE, {{0x8001, 6, 0, 0, 0}, {0x244, 5, 0, 0, 0}, {0x241, 2, 3, 0, 0}});
-  for (uint32_t id : {2, 3, 5, 6}) add(id, QIM_NODE_PINST);
+  for (uint32_t id : {2u, 3u, 5u, 6u}) add(id, QIM_NODE_PINST);
   store();
   EXPECT_THAT(walk(1),
               ElementsAre("1.", " ln_241->2", " ln_241 node2->3", " ln_244->5", " 0x8001->6."));

@@ -5,6 +5,7 @@
 #include "tools/commands/snapshot.h"
 #include "tools/commands/status.h"
 #include "tools/options/commands.h"
+#include "tools/options/values.h"
 
 namespace qimctl {
 

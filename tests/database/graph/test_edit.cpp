@@ -106,7 +106,7 @@ TEST_F(EditTest, ASecondNodeMayComeLaterAndGoAgain) {
   for (const bool committed : {false, true}) {
     uint32_t writer = begin();
     ASSERT_OK(put_node(writer, 1, pattern(1, 5), name("alpha"), 4));
-    for (const uint32_t target : {8, 10}) ASSERT_OK(put_node(writer, target, {}));
+    for (const uint32_t target : {8u, 10u}) ASSERT_OK(put_node(writer, target, {}));
     ASSERT_OK(put_link(writer, 1, 0x10, 7, 0, 1, 2));
     ASSERT_OK(put_link(writer, 1, 0x30, 9, 0, 3, 4));
     if (committed) commit(writer);

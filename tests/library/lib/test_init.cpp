@@ -47,7 +47,7 @@ CHILD_TEST(LibInit, calls_the_platform_in_this_order_with_these_arguments) {
 CHILD_TEST(LibInit, gives_the_database_handle_and_fills_the_context) {
   fake::settings().parms.vdc = 63;
   fake::settings().parms.dbg_flags = 0x1234;
-  fake::settings().parms.reserved2[10] = 0x99;
+  fake::settings().parms.reserved2[9] = 0x99;
   ASSERT_EQ(init({.arg = 0xa4, .flags = 0x10}), 0u);
   EXPECT_EQ(last_db, 0xdbu);
   const qim_lib_ctx_t* const ctx = qim_lib_get();

@@ -447,7 +447,7 @@ TEST_F(NodeCache, frees_from_the_pool_of_and_reports_to_the_context_it_is_given)
     EXPECT_EQ(qim_node_cache_add(kSes, made, &other), 0u);
     return made;
   };
-  for (const std::uint32_t id : {1, 1, 2, 3}) give(id);  // replaces, then evicts
+  for (const std::uint32_t id : {1u, 1u, 2u, 3u}) give(id);  // replaces, then evicts
   expect_list({3, 2});
   EXPECT_EQ(qim_node_cache_rm(kSes, 3, &other), 0u);
   const qim_node_t record = node_cache_head->node;

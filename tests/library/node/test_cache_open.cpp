@@ -13,7 +13,7 @@ class NodeCacheOpen : public node_test::CacheTest {
   void SetUp() override {
     CacheTest::SetUp();
     node_cache_max = 2;
-    for (const std::uint32_t id : {1, 2, 3}) fake::node(id).filter({.flags = id}).link(0x081, 9);
+    for (const std::uint32_t id : {1u, 2u, 3u}) fake::node(id).filter({.flags = id}).link(0x081, 9);
   }
 };
 

@@ -94,7 +94,7 @@ TEST_F(NodeOpenFailure, failed_allocation_frees_whatever_it_handed_out) {
       freed.push_back(made.pointer<void>(0));
     }
     Blocks expected;
-    for (const unsigned i : {3, 2, 0, 1}) {
+    for (const unsigned i : {3u, 2u, 0u, 1u}) {
       if (blocks[i] != nullptr) expected.push_back(blocks[i]);
     }
     EXPECT_EQ(freed, expected);

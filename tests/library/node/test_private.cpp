@@ -376,8 +376,8 @@ TEST_F(Private, of_an_opened_node_is_served_from_the_cache_until_it_is_written) 
 class PrivateSweep : public Private {
  protected:
   // The node with a cached copy, as it is again before every run.
-  std::function<void()> with_cached_node() {
-    return [this] {
+  static std::function<void()> with_cached_node() {
+    return [] {
       forget_list();
       fake::node(kNode).ifelse().priv({4, 5, 6, 7}).priv_ptr(7);
       cached({4, 5, 6, 7}, reinterpret_cast<void*>(std::uintptr_t{7}));

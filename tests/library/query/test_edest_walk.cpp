@@ -50,7 +50,7 @@ TEST_F(EdestWalk, opens_through_the_session_without_parameters) {
 }
 
 TEST_F(EdestWalk, takes_the_first_match_in_the_databases_order_and_stops) {
-  for (const std::uint32_t id : {1, 2, 3}) put_hidden_edest(id, dest_);
+  for (const std::uint32_t id : {1u, 2u, 3u}) put_hidden_edest(id, dest_);
   put_pinst({3, 1, 2});
   EXPECT_EQ(lookup(dest_), 0u);
   EXPECT_EQ(opened(), Ids{3});

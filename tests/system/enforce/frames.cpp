@@ -146,7 +146,7 @@ Bytes ipv6(Random& random, bool deep, bool& is_odd) {
     append(payload, extension(random, chain[i], chain[i + 1], is_odd));
   }
   // What looks like one more extension header.
-  for (const uint32_t each : {0, 43, 44, 51, 60, 135, 139, 140})
+  for (const uint32_t each : {0u, 43u, 44u, 51u, 60u, 135u, 139u, 140u})
     if (protocol == each) is_odd = true;
   append(payload, payload_of(random, protocol, deep, is_odd));
   auto length = static_cast<uint32_t>(payload.size());
