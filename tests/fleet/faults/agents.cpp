@@ -71,6 +71,7 @@ FaultAgent::FaultAgent(const fs::path& directory, const std::string& name, const
 }
 
 void FaultAgent::run(const std::vector<std::string>& command) {
+  process_.end(SIGKILL);  // or the next one finds its directory taken
   process_ = Program(command, (directory_ / "log").string());
   held_ = false;
 }
