@@ -68,7 +68,7 @@ TEST_F(Import, says_what_it_stored) {
 TEST_F(Import, reports_as_json) {
   const Outcome outcome = import({"--json", file("a.json", two_actions)});
   EXPECT_EQ(json::parse(outcome.out), json::parse(R"({"imported": true, "nodes": 2, "links": 1,
-                                                      "replaced": 0, "findings": []})"));
+                                                      "replaced": 0, "edits": 3, "findings": []})"));
 }
 
 TEST_F(Import, takes_the_database_behind_the_command_and_from_the_environment) {
@@ -160,9 +160,23 @@ TEST_F(Import, does_not_overwrite_unless_told) {
   EXPECT_EQ(again.code, qimctl::exit_input);
   EXPECT_THAT(again.err, HasSubstr("a.json:2: /nodes/0: node 0x00000001 is in the database "
                                    "already; import with --replace"));
-  const Outcome replaced = import({"--replace", input});
-  EXPECT_EQ(replaced.code, qimctl::exit_ok);
+  std::string text = two_actions;
+  text.insert(text.rfind("\"Action\"") + 8, R"(, "priv": "00")");
+  const Outcome replaced = import({"--replace", file("b.json", text)});
+  EXPECT_EQ(replaced.code, qimctl::exit_ok) << replaced.err;
   EXPECT_EQ(replaced.out, "imported 2 nodes and 1 link from 1 file, 2 replaced\n");
+}
+
+// Whoever watches is told of nothing then.
+TEST_F(Import, commits_nothing_that_is_there_already) {
+  const std::string input = file("a.json", two_actions);
+  ASSERT_EQ(import({input}).code, 0);
+  const json before = json::parse(run({"status", "--json"}).out);
+  const Outcome again = import({"--replace", input});
+  EXPECT_EQ(again.code, qimctl::exit_ok);
+  EXPECT_EQ(again.out, "unchanged: 2 nodes and 1 link from 1 file\n");
+  EXPECT_EQ(json::parse(import({"--replace", "--json", input}).out)["edits"], 0);
+  EXPECT_EQ(json::parse(run({"status", "--json"}).out)["revision"], before["revision"]);
 }
 
 TEST_F(Import, imports_nothing_when_something_would_be_lost) {

@@ -23,16 +23,19 @@ void print_report(const ImportOptions& options, const PolicyFiles& files,
     value.set("imported", stored != nullptr);
     value.set("nodes", counts.nodes);
     value.set("links", counts.links);
-    value.set("replaced", counts.replaced);
+    value.set("replaced", counts.edits == 0 ? 0 : counts.replaced);
+    value.set("edits", counts.edits);
     value.set("findings", files.json());
     return print_value(value, options.form);
   }
   print(files.text(options.verbose));
   if (stored == nullptr) return;
-  std::string line = "imported " + counted(stored->nodes, "node") + " and " +
-                     counted(stored->links, "link") + " from " +
+  const bool unchanged = stored->edits == 0;
+  std::string line = (unchanged ? "unchanged: " : "imported ") + counted(stored->nodes, "node") +
+                     " and " + counted(stored->links, "link") + " from " +
                      counted(options.input.files.size(), "file");
-  if (stored->replaced != 0) line += ", " + std::to_string(stored->replaced) + " replaced";
+  if (stored->replaced != 0 && !unchanged)
+    line += ", " + std::to_string(stored->replaced) + " replaced";
   if (!files.findings.empty()) line += ": " + files.tally();
   print(line + "\n");
 }
@@ -60,9 +63,11 @@ EditCounts store(const ImportOptions& options, PolicyFiles& files, const FilePri
   editor.write_nodes(files.nodes, {.must_be_new = !options.replace});
   const Change change = difference(stored.model, std::move(files.model), {});
   editor.write_lists(change);
-  remember(session, database, files, prints, change.named, false);
   interrupts.check_last();
-  session.commit();
+  if (editor.counts().edits != 0) {
+    remember(session, database, files, prints, change.named, false);
+    session.commit();
+  }
   made.keep();
   return editor.counts();
 }

@@ -27,7 +27,8 @@ constexpr std::array marks{Mark{native_format_name, 'q', Format::native},
                            Mark{openconfig_root, 'g', Format::openconfig},
                            Mark{openconfig_entries, '-', Format::openconfig},
                            Mark{switch_lists_table, '_', Format::switch_tables},
-                           Mark{switch_rules_table, '_', Format::switch_tables}};
+                           Mark{switch_rules_table, '_', Format::switch_tables},
+                           Mark{switch_types_table, '_', Format::switch_tables}};
 
 bool holds(std::string_view text, const Mark& mark) {
   const std::string quoted = '"' + std::string(mark.word) + '"';

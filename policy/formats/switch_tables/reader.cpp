@@ -1,4 +1,4 @@
-// The tables of access lists, rules and policers.
+// The tables of access lists, rules, types and policers.
 #include <algorithm>
 #include <array>
 #include <map>
@@ -50,6 +50,7 @@ class Reader {
   void read_policer_field(Policer& policer, const std::string& name, const Value& field);
   void read_table(const std::string& name, const Value& value);
   void add_rule(const std::string& key, const Value& value);
+  void read_type(const std::string& name, const Value& value);
   void read_rules(const Table& table);
   void attach(const Table& table);
   bool is_name(const std::string& name, const Value& at);
@@ -64,13 +65,16 @@ class Reader {
 };
 
 ModelInput Reader::read(JsonView document) {
-  if (!document.find(switch_lists_table) && !document.find(switch_rules_table))
-    throw InputError({notes_.file(), 1, ""}, "has neither a table " +
-                                                 in_quotes(switch_lists_table) + " nor " +
-                                                 in_quotes(switch_rules_table));
+  const bool is_known = document.find(switch_lists_table) || document.find(switch_rules_table) ||
+                        document.find(switch_types_table);
+  if (!is_known)
+    throw InputError({notes_.file(), 1, ""},
+                     "has neither a table " + in_quotes(switch_lists_table) + " nor " +
+                         in_quotes(switch_rules_table) + " nor " + in_quotes(switch_types_table));
   for (const auto& [name, value] : rows(document, policers_table)) read_policer(name, value);
   for (const auto& [name, value] : rows(document, switch_lists_table)) read_table(name, value);
   for (const auto& [key, value] : rows(document, switch_rules_table)) add_rule(key, value);
+  for (const auto& [name, value] : rows(document, switch_types_table)) read_type(name, value);
   for (const Table& table : tables_) read_rules(table);
   if (notes_.has_problems()) throw InputError(notes_.take_problems());
   std::set<std::string> used;
@@ -179,6 +183,21 @@ void Reader::add_rule(const std::string& key, const Value& value) {
     table = tables_.end() - 1;
   }
   table->rules.emplace_back(rule, value);
+}
+
+// What rules of a list may match on and do, they say themselves: a type decides no packet.
+void Reader::read_type(const std::string& name, const Value& value) {
+  const bool is_used = std::any_of(tables_.begin(), tables_.end(), [&name](const Table& table) {
+    const JsonView type = table.value.json.find("type");
+    return table.is_here && type && text_of({type}) == name;
+  });
+  if (is_used) {
+    notes_.finding(Fate::accepted, value,
+                   "the type " + in_quotes(name) + " says nothing that its lists do not");
+  } else {
+    notes_.finding(Fate::skipped, value,
+                   "no list of the file is of the type " + in_quotes(name) + ": it is left out");
+  }
 }
 
 // The highest priority first. What no rule matches is forwarded.

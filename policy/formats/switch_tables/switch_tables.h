@@ -7,9 +7,10 @@
 
 namespace qimctl {
 
-// The tables of access lists and of their rules.
+// The tables of access lists, of their rules, and of types that lists may be of.
 inline constexpr const char* switch_lists_table = "ACL_TABLE";
 inline constexpr const char* switch_rules_table = "ACL_RULE";
+inline constexpr const char* switch_types_table = "ACL_TABLE_TYPE";
 
 // Reads these tables, and the policers that rules name, from a database in JSON. The findings list what
 // became of each access list, and everything that was left out or carried differently. Throws

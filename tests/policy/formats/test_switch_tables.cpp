@@ -94,6 +94,34 @@ TEST(SwitchTables, ARealTableIsCarried) {
           "DEFAULT_DROP_RULE_V6: ipv6: drop"));
 }
 
+TEST(SwitchTables, ARealTypeIsLeftOut) {
+  const std::string name = "switch/custom_acl_table.json";
+  const std::string text = formats_test::real_data(name);
+  if (text.empty()) GTEST_SKIP() << name << " is not there; QIM_DATA_DIR tells its folder";
+  EXPECT_EQ(guess_format(text), Format::switch_tables);
+  const ModelInput input = read(text);
+  EXPECT_THAT(input.model.lists, IsEmpty());
+  EXPECT_THAT(findings_of(input, Fate::skipped), SizeIs(1));
+}
+
+TEST(SwitchTables, TypesAreWhatTheirListsSay) {
+  const std::string types = R"("ACL_TABLE_TYPE": {"MINE": {"MATCHES": ["SRC_IP"]}})";
+  const ModelInput used = read(R"({"ACL_TABLE": {"T": {"type": "MINE"}, "U": {}}, )" + types + "}");
+  EXPECT_THAT(used.model.lists, SizeIs(2));
+  EXPECT_THAT(findings_of(used, Fate::skipped), IsEmpty());
+  EXPECT_THAT(findings_of(used, Fate::accepted),
+              testing::Contains(HasSubstr("the type \"MINE\" says nothing that its lists do not")));
+  const ModelInput unused = read(
+      R"({"ACL_TABLE": {"T": {"type": "L3"}}, "ACL_RULE": {"MINE|r": {"PRIORITY": "1",
+        "PACKET_ACTION": "DROP"}}, )" +
+      types + "}");
+  EXPECT_THAT(unused.model.lists, SizeIs(2));
+  EXPECT_THAT(findings_of(unused, Fate::skipped),
+              ElementsAre(HasSubstr("no list of the file is of the type \"MINE\"")));
+  EXPECT_EQ(guess_format("{" + types + "}"), Format::switch_tables);
+  EXPECT_THAT(read("{" + types + "}").model.lists, IsEmpty());
+}
+
 TEST(SwitchTables, ReadsEveryMatch) {
   EXPECT_THAT(
       matches(R"("SRC_IP": "10.1.2.3/8", "DSCP": "46/0x3f", "ICMP_TYPE": 3, "ICMP_CODE": "4")"),

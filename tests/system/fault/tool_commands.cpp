@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 
 #include "tests/system/fault/scale.h"
 
@@ -30,11 +31,19 @@ void write_lists(const std::string& file, const std::string& action) {
   std::ofstream(file) << text.replace(text.find("ACTION"), 6, action);
 }
 
+// What the database holds, but for a rate: the same would not be stored.
+void write_other_nodes(const std::string& file) {
+  std::ifstream input(file_of("@edge-all-types.json", ""));
+  std::string text((std::istreambuf_iterator<char>(input)), {});
+  std::ofstream(file) << text.replace(text.find("64000"), 5, "64001");
+}
+
 }  // namespace
 
 std::vector<Command> preparing_commands(const std::string& made) {
   write_lists(made + "/lists.json", "accept");
   write_lists(made + "/changed.json", "reject");
+  write_other_nodes(made + "/nodes.json");
   return {{{"import", "@@lists.json"}, Needs::kDatabase},
           {{"snapshot", "make", "kept"}, Needs::kDatabase},
           {{"apply", "@@changed.json"}, Needs::kDatabase}};
@@ -44,7 +53,7 @@ const std::vector<Command>& database_commands() {
   using enum Needs;
   static const std::vector<Command> commands = {
       {{"import", "@edge-all-types.json"}, kNoDatabase},
-      {{"import", "--replace", "--json", "@edge-all-types.json"}, kCopy},
+      {{"import", "--replace", "--json", "@@nodes.json"}, kCopy},
       {{"show", "0x04100001", "--json"}, kDatabase},
       {{"watch", "--from", "1", "--count", "5", "--timeout", "0"}, kDatabase},
       {{"priv", "set", "0x04100001", "0102"}, kCopy},
