@@ -120,7 +120,7 @@ Text value_text(const CriterionKind& kind, Args args) {
     case Encoding::interface:
       return interface_text(value);
     case Encoding::text:
-      return '"' + text_of(value.as.bytes) + '"';
+      return quoted({value.as.bytes.at, value.as.bytes.at + value.as.bytes.len});
     case Encoding::opaque:
       return opaque_text(value);
   }

@@ -10,6 +10,7 @@
 
 #include "policy/base/json_print.h"
 #include "policy/base/json_tree.h"
+#include "policy/base/text.h"
 
 namespace qimctl {
 
@@ -347,7 +348,7 @@ std::string JsonValue::dump(int indent) const {
 }
 
 std::string JsonValue::dump_repaired(int indent) const {
-  return value_->dump(indent, ' ', false, ordered_json::error_handler_t::replace);
+  return with_escapes(value_->dump(indent, ' ', false, ordered_json::error_handler_t::replace));
 }
 
 }  // namespace qimctl

@@ -3,6 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "policy/base/text.h"
+
 namespace qimctl {
 
 namespace {
@@ -34,7 +36,7 @@ std::string quoted_or_plain(const ordered_json& value) {
   if (value.is_string() && is_plain(value.get_ref<const std::string&>())) {
     return value.get<std::string>();
   }
-  return value.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+  return with_escapes(value.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
 }
 
 bool is_block(const ordered_json& value) {

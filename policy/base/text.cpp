@@ -101,8 +101,30 @@ std::string harmless(const std::string& text) {
   return escaped(text, "");
 }
 
+std::string bare_name(const std::string& text) {
+  return escaped(text, "\\\"");
+}
+
 std::string quoted(const std::string& text) {
-  return '"' + escaped(text, "\\\"") + '"';
+  return '"' + bare_name(text) + '"';
+}
+
+std::string with_escapes(std::string document) {
+  const auto is_plain_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x7f; };
+  if (std::all_of(document.begin(), document.end(), is_plain_ascii)) return document;
+  std::string clean;
+  for (size_t at = 0, length = 0; at < document.size(); at += length) {
+    length = std::max<size_t>(character_length(document, at), 1);
+    const uint32_t code =
+        length > 1 ? code_point(document, at, length) : static_cast<unsigned char>(document[at]);
+    const bool is_control = code >= 0x7f && code < 0xa0;
+    if (is_control || (is_hidden(code) && code < 0x10000)) {
+      clean += "\\u" + hex_number(code, 4).substr(2);
+    } else {
+      clean.append(document, at, length);
+    }
+  }
+  return clean;
 }
 
 bool is_utf8(std::string_view text) {

@@ -17,6 +17,11 @@ std::string harmless(const std::string& text);
 // As printable, in double quotes, with those in the text escaped as \x22: what is outside the quotes was
 // not in the text.
 std::string quoted(const std::string& text);
+// The same without the quotes around it: of names that stand alone.
+std::string bare_name(const std::string& text);
+// A document in JSON or YAML, in sound UTF-8, with those characters of its texts that \uNNNN can say
+// written so, which means the same to whoever parses it. Texts that have any stand in double quotes.
+std::string with_escapes(std::string document);
 // Is it sound UTF-8 (RFC 3629)?
 bool is_utf8(std::string_view text);
 // Could these bytes be meant as text? Sound UTF-8 without byte 0, and not mostly control characters.

@@ -33,6 +33,18 @@ TEST(Layout, escapes_no_name_twice) {
   EXPECT_EQ(layout(ordered_json{{"a", "\"x\\x1by\" \x1b"}}, 0), "a  \"x\\x1by\" \\x1b\n");
 }
 
+TEST(Names, have_quotes_escaped_where_none_stand_around_them) {
+  EXPECT_EQ(qimctl::bare_name("a\"b\\ c"), "a\\x22b\\x5c c");
+}
+
+// What parses a document gets the same from it.
+TEST(Escapes, stand_for_what_could_turn_text) {
+  EXPECT_EQ(qimctl::with_escapes("{\"a\": \"b\"}\n"), "{\"a\": \"b\"}\n");
+  const std::string text = "\"Zürich \u202e\u200b\u0085\x7f 😀 \U000e0001\"";
+  EXPECT_EQ(qimctl::with_escapes(text), "\"Zürich \\u202e\\u200b\\u0085\\u007f 😀 \U000e0001\"");
+  EXPECT_EQ(ordered_json::parse(qimctl::with_escapes(text)), ordered_json::parse(text));
+}
+
 TEST(Printable, leaves_text_alone) {
   const std::string text = "ge-0/0/0 Zürich € 😀";
   EXPECT_EQ(printable(text), text);

@@ -197,7 +197,7 @@ class OnTerminal : public tools_test::ExampleDatabase {
 TEST_F(OnTerminal, gets_lines_of_its_width_and_colours) {
   const std::string edest = shown({"edest", "0x04100080"});
   EXPECT_THAT(edest, StartsWith("\033[1mNODE\033[0m"));
-  EXPECT_THAT(edest, HasSubstr("\r\n0x04100090  Edest  interface 287454020 vrf 169090…\r\n"));
+  EXPECT_THAT(edest, HasSubstr("\r\n0x04100090  Edest  \"ge-0/0/0\", interface 28745402…\r\n"));
   EXPECT_THAT(shown({"edest", "0x04100080", "-o", "wide"}),
               HasSubstr("vlan 100 vdc 1, type 5, in"));
   EXPECT_THAT(shown({"edest", "0x04100080"}, {"PAGER=", "NO_COLOR=1"}), StartsWith("NODE "));
@@ -208,6 +208,8 @@ TEST_F(OnTerminal, is_served_by_a_pager) {
   const std::vector<std::string> pager = {"PAGER=sed s/^/paged:/"};
   EXPECT_THAT(shown({"refs", "0x04100080"}, pager), HasSubstr("paged:4 referrers"));
   EXPECT_THAT(shown({"refs", "0x04100080", "--no-pager"}, pager), Not(HasSubstr("paged:")));
+  for (const char* missing : {"PAGER=no-such-pager -x", "PAGER=/no/such/pager"})
+    EXPECT_THAT(shown({"refs", "0x04100080"}, {missing}), HasSubstr("4 referrers"));
   // A reader who leaves early has seen enough.
   EXPECT_THAT(shown({"list"}, {"PAGER=head -n 1"}), HasSubstr("NODE"));
   // Without one in PATH the terminal serves itself.

@@ -6,11 +6,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <string>
+#include <string_view>
 
+#include "policy/base/text.h"
+#include "tools/base/complaint.h"
 #include "tools/base/terminal.h"
 
 namespace qimctl {
@@ -18,6 +22,7 @@ namespace qimctl {
 namespace {
 
 bool is_program(const std::string& name) {
+  if (name.find('/') != std::string::npos) return access(name.c_str(), X_OK) == 0;
   const char* path = getenv("PATH");
   std::istringstream folders(path == nullptr ? "" : path);
   for (std::string folder; std::getline(folders, folder, ':');) {
@@ -26,11 +31,26 @@ bool is_program(const std::string& name) {
   return false;
 }
 
+// Is it a program that is not there, by a plain name? Of what else a shell may be given it is not known.
+bool is_missing(const std::string& command) {
+  const std::string name = command.substr(0, command.find(' '));
+  const bool plain = std::all_of(name.begin(), name.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           std::string_view("_-./+").find(c) != std::string_view::npos;
+  });
+  return plain && !name.empty() && !is_program(name);
+}
+
 // What a shell is to run, "" for none.
 std::string pager_command() {
   const char* wanted = getenv("PAGER");
   if (wanted == nullptr) return is_program("less") ? "less" : "";
-  return std::string(wanted) == "cat" ? "" : wanted;
+  const std::string command = wanted;
+  if (command == "cat") return "";
+  if (!is_missing(command)) return command;
+  complain("the pager '" + printable(command) +
+           "' is not there; set PAGER to one that is, or give --no-pager");
+  return "";
 }
 
 [[noreturn]] void run_pager(const std::string& command, const int (&ends)[2]) {

@@ -36,7 +36,7 @@ class Places {
   std::string text(const Attachment& attachment) const {
     const std::string place = attachment_text(attachment);
     const bool alone = counts_.at(place) == 1;
-    return printable(place) + (alone ? "" : " stage " + std::to_string(attachment.stage));
+    return bare_name(place) + (alone ? "" : " stage " + std::to_string(attachment.stage));
   }
   std::string text_of(const std::string& list) {
     std::string all;
@@ -104,7 +104,7 @@ void print_text(const StoredModel& stored, OutputForm form) {
   Rows rows(form, {{"LIST"}, {"TYPE"}, {"ENTRIES"}, {"DEFAULT"}, {"ATTACHED"}});
   for (const size_t i : by_name(stored.model.lists)) {
     const AccessList& list = stored.model.lists[i];
-    rows.add({printable(list.name), list_type_words(list.type),
+    rows.add({bare_name(list.name), list_type_words(list.type),
               std::to_string(stored.lists[i].entries), default_text(list),
               places.text_of(list.name)});
   }
@@ -169,7 +169,7 @@ class EntryTable {
     size_t number = 0;
     each_stored_entry(session_, list_, [&](const Entry& entry) {
       row[0] = std::to_string(++number);
-      row[1] = printable(entry.name);
+      row[1] = bare_name(entry.name);
       row[2] = criteria_words(entry);
       row[3] = action_words(entry);
       if (counters_ != nullptr) {
@@ -243,7 +243,7 @@ void print_list(const ReadSession& session, const std::string& name, OutputForm 
     if (counters != nullptr) add_count(value, counters->of(name, ""));
     return print_value(value, form);
   }
-  print(printable(list.name) + "  type " + list_type_words(list.type) + ", " +
+  print(bare_name(list.name) + "  type " + list_type_words(list.type) + ", " +
         std::to_string(nodes.entries) + (nodes.entries == 1 ? " entry" : " entries") +
         ", default " + default_text(list) + ", attached " + (places.of(name).empty() ? "" : "at ") +
         places.text_of(name) + "\n");

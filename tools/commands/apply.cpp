@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "policy/base/names.h"
 #include "policy/base/text.h"
@@ -68,14 +69,17 @@ class Application {
   void run(PolicyFiles& files, const FilePrints& prints) {
     WriteSession session(database_);
     StoredModel stored = read_stored_model(session.handle());
-    Progress progress("storing nodes", node_count(files), progress_wanted());
-    Editor editor(session.handle(), stored, [&progress] { progress.step(); });
+    std::optional<Progress> progress(std::in_place, "storing nodes", node_count(files),
+                                     progress_wanted());
+    Editor editor(session.handle(), stored, [&progress] { progress->step(); });
     editor.write_nodes(files.nodes, {});
     const size_t node_edits = editor.counts().edits;
     Change change = difference(stored.model, std::move(files.model), {.prune = options_.prune});
     check_pruned(session.handle(), stored, change);
     editor.write_lists(change);
     const size_t edits = editor.counts().edits;
+    // Wiped out before anything is printed on the same terminal.
+    progress.reset();
     interrupts_.check_last();
     if (edits != 0 && !options_.dry_run) {
       remember(session, database_, files, prints, change.named, options_.prune);

@@ -20,7 +20,7 @@ constexpr std::string_view interface_prefix = "if:";
       names += ", ...";
       break;
     }
-    names += (names.empty() ? "" : ", ") + printable(name);
+    names += (names.empty() ? "" : ", ") + bare_name(name);
   }
   throw NoSuchPlace(what + (names.empty() ? "" : "; there are " + names));
 }

@@ -57,7 +57,7 @@ uint32_t find_place(const StoredModel& stored, const std::string& text) {
       if (key.text != interface || (dir && key.number != *dir)) continue;
       found.push_back(id);
       listed +=
-          (listed.empty() ? "" : ", ") + node_id_text(id) + " (" + printable(known.back()) + ")";
+          (listed.empty() ? "" : ", ") + node_id_text(id) + " (" + bare_name(known.back()) + ")";
     }
   }
   if (found.empty()) fail(text, "no access list is attached there", known);

@@ -52,7 +52,7 @@ uint32_t policy_of(const ReadSession& session, uint32_t id) {
 
 // The place that a list is attached to, which the interface's name tells.
 std::string place_name(const std::optional<std::string>& interface, uint8_t dir) {
-  return interface ? "if:" + printable(*interface) + "/" + direction_name(dir) : "";
+  return interface ? "if:" + bare_name(*interface) + "/" + direction_name(dir) : "";
 }
 
 std::string instance_name(const ReadSession& session, uint32_t id) {

@@ -127,7 +127,7 @@ void append(std::string& text, const std::string& part) {
 }
 
 std::string quoted(const uint8_t* name, size_t length) {
-  return '"' + printable({name, name + length}) + '"';
+  return qimctl::quoted({name, name + length});
 }
 
 // What an entry is called, in quotes; "" when it is called nothing.
