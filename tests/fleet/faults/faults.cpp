@@ -1,4 +1,6 @@
 // What can happen to a fleet.
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -190,7 +192,13 @@ void FaultyFleet::part_leader() {
   if (leader < 0) return;
   lines_.part(cluster_, leader, random_.below(2) == 0);
   publish_state(false);
-  pause(500);
+  const auto until = std::chrono::steady_clock::now() + milliseconds(pace::patience_ms());
+  int next = leader;
+  while ((next < 0 || next == leader) && std::chrono::steady_clock::now() < until) {
+    pause(50);
+    next = cluster_.leader();
+  }
+  EXPECT_TRUE(next >= 0 && next != leader) << "the leader was not parted from the others";
   lines_.join();
   cluster_.await();
 }
@@ -264,7 +272,7 @@ void FaultyFleet::restore_backup() {
   cluster_.restore(file, is_foreign ? "another-" + std::to_string(foreign_) : "");
   const size_t restored = writes_.size();
   if (is_foreign) publish_state(true);
-  pause(1000);
+  pause(500);
   forbidden_ = UINT64_MAX;
   if (random_.below(2) == 0) {
     cluster_.bring_back();

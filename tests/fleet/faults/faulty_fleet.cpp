@@ -1,11 +1,14 @@
 // Setting a fleet up, dealing faults, and the checker.
 #include "tests/fleet/faults/faulty_fleet.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <chrono>
-#include <csignal>
-#include <filesystem>
+#include <cstdio>
+#include <cstdlib>
 #include <thread>
+#include <utility>
 
 #include "fleet/base/signature.h"
 #include "fleet/state/state_digest.h"
