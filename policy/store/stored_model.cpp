@@ -22,6 +22,7 @@ namespace {
 // Why something is no access list.
 struct Damage {
   std::string why;
+  uint32_t at = 0;  // as in Unreadable
 };
 
 bool is_forwarding(uint32_t type) {
@@ -129,7 +130,7 @@ StoredModel ModelReader::read() {
     try {
       read_place(destination);
     } catch (const Damage& damage) {
-      model_.unreadable.push_back({destination.id, "", damage.why, {}});
+      model_.unreadable.push_back({destination.id, "", damage.why, {}, damage.at, false});
     }
   }
   for (StoredList& stored : model_.lists) {
@@ -142,7 +143,7 @@ StoredModel ModelReader::read() {
 }
 
 Damage ModelReader::damage(uint32_t id, const char* wanted, const std::string& what) {
-  return {what + ", " + what_is_wrong(scan_, session_, id, wanted)};
+  return {what + ", " + what_is_wrong(scan_, session_, id, wanted), id};
 }
 
 std::vector<uint32_t> ModelReader::members_of(uint32_t group) const {
@@ -191,8 +192,8 @@ void ModelReader::read_list(const GroupNode& group) {
         throw Damage{"another list has another policer of the name " + name};
     }
   } catch (const Damage& damage) {
-    model_.unreadable.push_back(
-        {group.id, reading.list.name, damage.why, std::move(reading.stored.members)});
+    model_.unreadable.push_back({group.id, reading.list.name, damage.why,
+                                 std::move(reading.stored.members), damage.at, group.name == 0});
     return;
   }
   for (const auto& [name, policer] : reading.policers) {

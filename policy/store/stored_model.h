@@ -40,6 +40,8 @@ struct Unreadable {
   std::string name;               // of the list, "" when it is not known
   std::string why;                // "entry 3, node 0x80000007, is not in the database"
   std::vector<uint32_t> members;  // of a Group: as in StoredList
+  uint32_t at = 0;                // the node in which it lies, 0 = in none alone
+  bool nameless = false;  // a Group that has no name: another client may mean something else by it
 };
 
 struct StoredModel {

@@ -159,7 +159,7 @@ TEST(Explain, knows_the_words_of_packets) {
 }
 
 TEST(Explain, knows_what_is_found_and_what_links_are_for) {
-  for (uint32_t i = 0; i <= static_cast<uint32_t>(qimctl::Defect::same_place); i++)
+  for (uint32_t i = 0; i <= static_cast<uint32_t>(qimctl::Defect::unreadable); i++)
     expect_known(qimctl::defect_name(static_cast<qimctl::Defect>(i)));
   for (uint32_t i = 0; i <= static_cast<uint32_t>(qimctl::EntryFault::gave_up); i++)
     expect_known(qimctl::fault_name(static_cast<qimctl::EntryFault>(i)));

@@ -76,6 +76,7 @@ void print_text(const rov_verify_t& file, const std::vector<Found>& defects,
                 const std::vector<Unreadable>& unreadable, const std::vector<ListNote>& notes,
                 bool verbose) {
   for (const Found& found : defects) {
+    if (found.defect == Defect::unreadable) continue;  // told below, by name
     print("node " + node_id_text(found.node) + " " + printable(found.what) + "\n");
   }
   for (const Unreadable& list : unreadable)
@@ -98,9 +99,33 @@ void fill_places(const std::vector<Source>& sources, std::vector<ListNote>& note
 
 // A list may be kept for later: that it is attached nowhere is said, but is no defect.
 bool is_idle_list(const Found& found, const StoredModel& stored) {
+  const auto is_list = [&found](const StoredList& list) { return list.ids.group() == found.node; };
+  const auto is_named = [&found](const Unreadable& list) {
+    return list.node == found.node && !list.nameless;
+  };
   return found.defect == Defect::unreferenced &&
-         std::any_of(stored.lists.begin(), stored.lists.end(),
-                     [&found](const StoredList& list) { return list.ids.group() == found.node; });
+         (std::any_of(stored.lists.begin(), stored.lists.end(), is_list) ||
+          std::any_of(stored.unreadable.begin(), stored.unreadable.end(), is_named));
+}
+
+// What is wrong with a node of a list is one defect, not two.
+bool is_told(const Unreadable& list, const std::vector<Found>& defects) {
+  return std::any_of(defects.begin(), defects.end(), [&list](const Found& found) {
+    return found.node == list.node || found.node == list.at ||
+           std::find(list.members.begin(), list.members.end(), found.node) != list.members.end();
+  });
+}
+
+std::vector<Found> all_defects(const ReadSession& session, const StoredModel& stored) {
+  std::vector<Found> defects = find_defects(session);
+  std::erase_if(defects, [&stored](const Found& found) { return is_idle_list(found, stored); });
+  std::vector<Found> lists;
+  for (const Unreadable& list : stored.unreadable) {
+    if (!list.nameless && !is_told(list, defects))
+      lists.push_back({list.node, Defect::unreadable, unreadable_text(list)});
+  }
+  defects.insert(defects.end(), lists.begin(), lists.end());
+  return defects;
 }
 
 }  // namespace
@@ -111,8 +136,7 @@ bool check_database(const Database& database, const CheckOptions& options) {
           "verify the database in " + database.directory());
   const ReadSession session(database);
   const StoredModel stored = read_stored_model(session);
-  std::vector<Found> defects = find_defects(session);
-  std::erase_if(defects, [&stored](const Found& found) { return is_idle_list(found, stored); });
+  const std::vector<Found> defects = all_defects(session, stored);
   const std::vector<ListNote> notes = find_list_notes(stored.model);
   is_text(options.form)
       ? print_text(file, defects, stored.unreadable, notes, options.verbose)

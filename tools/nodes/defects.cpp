@@ -186,9 +186,11 @@ const char* defect_name(Defect defect) {
     case Defect::data_set_name:
       return "data_set_name";
     case Defect::same_place:
+      return "same_place";
+    case Defect::unreadable:
       break;
   }
-  return "same_place";
+  return "unreadable";
 }
 
 std::vector<Found> find_defects(const ReadSession& session) {

@@ -15,7 +15,8 @@ enum class Defect {
   target_type,    // a link leads to a node of a type that it can't lead to
   unreferenced,   // nothing refers to the node, and it is no data set
   data_set_name,  // the data-set name and the node disagree
-  same_place      // two enforcement destinations of one policy, or of one name
+  same_place,     // two enforcement destinations of one policy, or of one name
+  unreadable      // an access list, or a place of one, that can't be read as such
 };
 
 const char* defect_name(Defect defect);
@@ -26,7 +27,7 @@ struct Found {
   std::string what;  // completes "node 0x... "
 };
 
-// What is wrong with the policy, in the order of nodes.
+// What is wrong with nodes, in their order; none of it is `unreadable`, which is for who reads lists.
 std::vector<Found> find_defects(const ReadSession& session);
 
 }  // namespace qimctl
