@@ -219,6 +219,7 @@ constexpr std::array terms{
 
 std::vector<Topic> word_topics() {
   std::vector<Topic> topics;
+  topics.reserve(terms.size());
   for (const Term& term : terms) {
     Topic topic{split_at_commas(std::string(term.names)), {}, std::string(term.kind), {}};
     topic.facts.emplace_back("meaning", term.meaning);

@@ -128,6 +128,7 @@ Topic operator_topic(const OperatorName& name) {
 
 std::vector<Topic> packet_topics() {
   std::vector<Topic> topics;
+  topics.reserve(words.size());
   for (const Word& word : words) topics.push_back(topic_of(word));
   for (const NumberWord& word : number_words()) topics.push_back(number_topic(word));
   for (const IcmpName& name : icmp_names()) topics.push_back(icmp_topic(name));

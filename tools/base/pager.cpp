@@ -45,7 +45,7 @@ bool is_missing(const std::string& command) {
 std::string pager_command() {
   const char* wanted = getenv("PAGER");
   if (wanted == nullptr) return is_program("less") ? "less" : "";
-  const std::string command = wanted;
+  std::string command = wanted;
   if (command == "cat") return "";
   if (!is_missing(command)) return command;
   complain("the pager '" + printable(command) +
