@@ -508,7 +508,14 @@ int qim_is_ifelse_filter_type(const qim_node_t* node);
  * Returns 0 or the allocator's status. */
 uint32_t qim_tlv_struct_alloc(uint32_t size, void** out, uint32_t* out_size);
 
-/* Every record kind K has a descriptor table qim_K_tbl (the head; the field descriptors follow
+/* A node (qim_node_t) is what the database stores of a record, and qim_node_to_tlv what to hand to
+ * rov_edit_node_put; the other kinds are its parts. Of a node the encoder takes group, flags, type and
+ * the member of body that the type chooses. It does not look at id, which rov_edit_node_t has, at the
+ * ln_* slots, which are records of their own (rov_edit_link_put), at what is counted (links_total,
+ * refs, priv_len, crit_cnt, crit_bytes, edests), nor at fields of a qim_pinst_t, which are the data-set
+ * name: leave them 0. Criteria are counted by their list, which begins at crit.
+ *
+ * Every record kind K has a descriptor table qim_K_tbl (the head; the field descriptors follow
  * it) and four functions:
  *  qim_K_to_struct      decodes `len` bytes at `tlv`. Returns 0 or a database status. flags:
  *                       TLVO_DEC_IN_PLACE = 1: into the record at *record, which must be zeroed:
@@ -628,7 +635,9 @@ uint32_t qim_node_cache_destroy(qim_lib_ctx_t* lib);
 uint32_t qim_node_cp(uint32_t ses, const qim_node_t* src, qim_node_t* dst);
 
 /* Reads a node into the caller's record, cleared first.
- *  node_id, parms, type  as in qim_int_node_open; qim_node_read passes no parms
+ *  parms    the node's parameters, or NULL to fetch them; qim_node_read passes none
+ *  type     QIM_NODE_*, the type required, 0 = any; not looked at when the cache answers. It is
+ *           signed, and qim_node_t.type is not, in the interface of devices
  * Returns 0; QIM_ERR_INVALID for node_id 0; QIM_ERR_NODE_TYPE; a database status. *dst stays
  * zero on failure, except that a node whose close failed is fully copied.
  * qim_node_read_no_nedest is the same as qim_node_read. */

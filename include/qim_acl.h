@@ -17,7 +17,9 @@
  *  - interface: the same, link QIM_LN_EDEST_NAME of the Edest. Policer: QIM_LN_POLICE_NAME of the
  *    Police.
  *  - entry: the arguments of the Filter's criterion QIM_CRIT_NAME, which holds for every packet.
- * Names are UTF-8 without a terminator.
+ * Names are UTF-8 without a terminator. They, and the arguments of QIM_LAYOUT_TEXT, BYTES and MATCH, are
+ * whatever their writer put there: a client that prints them shows control characters, and those that
+ * turn the direction of text, as escapes, or a terminal obeys them.
  *
  * The functions are a static library, libqimacl.a, which needs libqimcommon, librovcommon and libc.
  * They keep nothing between calls: threads may call them at once, each with a session of its own, as
@@ -129,7 +131,7 @@ enum {
                                   the first one but for QIM_PORT_RANGE */
   QIM_LAYOUT_BYTES = 11,       /* as many as there are */
   QIM_LAYOUT_INTERFACE = 12,   /* 4 bytes interface index, then the interface's name, not empty */
-  QIM_LAYOUT_TEXT = 13,        /* UTF-8 */
+  QIM_LAYOUT_TEXT = 13,        /* UTF-8; not to be printed as it is */
   QIM_LAYOUT_MATCH = 14 /* three texts, each with its length in front (2 bytes): the container
                                   that holds the match, may be empty, its module, and its name; then
                                   its value as JSON (RFC 8785) to the end */
@@ -272,6 +274,8 @@ uint32_t qim_policer_name_get(uint32_t ses, qim_node_id_t police, uint32_t room,
 /* The name that an Action of type QIM_ACTION_NAME is. Any other Action gives QIM_ERR_NODE_TYPE. */
 uint32_t qim_policy_name_get(uint32_t ses, qim_node_id_t action, uint32_t room, char* buf,
                              uint32_t* len);
+
+/* ==== Interface indices ======================================================================= */
 
 /* The interface index in data-set names and criteria that stands for an interface of which no more is
  * known than its name, `len` bytes at `name`: the same in every process, 1 to 0x7fffffff. Two names

@@ -18,7 +18,7 @@ extern "C" {
 /* ==== Sessions ================================================================================ */
 
 /* Opens a read-only session on the newest commit of database `db`: rov_ses_open_ro. It is closed
- * with rov_ses_close (rov.h), the database's own function, for which clients link librovcommon. */
+ * with qim_ses_close (qim_acl.h), or by the database's own function, rov_ses_close (rov.h). */
 uint32_t qim_ses_open_ro(uint32_t db, uint32_t* ses_out);
 /* The base session of `ses`, which sees the newest commit at every call: rov_ses_orig_handle. */
 uint32_t qim_ses_orig_handle(uint32_t ses, uint32_t* base_out);
@@ -26,7 +26,8 @@ uint32_t qim_ses_orig_handle(uint32_t ses, uint32_t* base_out);
 /* ==== The database's own operations =========================================================== */
 
 /* Each calls the database's operation of the same name (rov_ for qim_) with the same arguments and
- * returns its result unchanged; rov.h says what it does, who owns what, and every status. */
+ * returns its result unchanged: rov_db_ntf for qim_db_ntf. What is said of that one in rov.h, and on
+ * its page of the manual, is what it does, who owns what, and every status. */
 
 /* Private data of the client on the database and on its sessions. qim_db_priv_recover is
  * qim_db_priv_recover2 with flags 0. */
@@ -55,7 +56,8 @@ uint32_t qim_db_uri_snapshot(uint32_t db, const char* uri, const char* name, uin
 uint32_t qim_db_uri_rm(uint32_t db, const char* uri);
 
 /* Changes, and who made them. The node of a rov_change_t from qim_process_msg is in the database's
- * form: qim_from_rov_node_id. qim_msg_is_qim is rov_msg_is_rov. */
+ * form: qim_from_rov_node_id. A node that was deleted can only be asked for in a session that was open
+ * before. qim_msg_is_qim is rov_msg_is_rov. */
 uint32_t qim_db_ntf(uint32_t db, rov_ntf_t* ntf);
 uint32_t qim_process_msg(uint32_t db, void* msg, uint32_t room, uint32_t* len);
 uint32_t qim_msg_is_qim(const void* msg);

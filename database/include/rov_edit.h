@@ -21,12 +21,15 @@
 extern "C" {
 #endif
 
-/* What rov_edit_node_put stores. What the pointers lead to is read during the call only. */
+/* What rov_edit_node_put stores. What the pointers lead to is read during the call only.
+ * The TLV data of a policy node are what qim_node_to_tlv makes of a qim_node_t, qim_node_get_tlv_sz
+ * bytes of them; those of its body alone (qim_filter_to_tlv and the like) are not, and nothing but
+ * reading the node or a check of the policy finds that out. */
 typedef struct rov_edit_node {
   rov_node_id_t id;  /* first word not zero, the others zero */
   uint32_t flags;    /* ROV_NODE_*; other bits are kept as they are */
   uint32_t tlv_len;  /* bytes at tlv, at most 16 MiB */
-  const void* tlv;   /* the node's TLV data (docs/tlv.md), not looked into */
+  const void* tlv;   /* the node's TLV data (docs/tlv.md), of which only the bytes are kept */
   uint32_t dset_len; /* 0 or 21 */
   const void* dset;  /* data-set name, network order; several nodes may bear one name */
 } rov_edit_node_t;
@@ -44,14 +47,19 @@ uint32_t rov_edit_commit(uint32_t ses);
 /* Ends the session and drops its writes. ROV_ERR_HANDLE; ROV_ERR_READ_ONLY for a read session. */
 uint32_t rov_edit_abandon(uint32_t ses);
 
-/* Edits. Each is done whole or not at all when it gives ROV_ERR_INVALID, LENGTH, NO_ITEM or
+/* ---- Edits ----------------------------------------------------------------------------------- */
+
+/* Each is done whole or not at all when it gives ROV_ERR_INVALID, LENGTH, NO_ITEM or
  * NO_LINK; after any other failure the session can't be committed any more. ROV_ERR_READ_ONLY when
  * it is a read session, or a base; ROV_ERR_HANDLE. */
 
-/* Stores a node, or replaces one: its links and private data stay as they are. */
+/* Stores a node, or replaces one: its links and private data stay as they are. For
+ * node->tlv see qim_node_to_tlv and qim_node_get_tlv_sz. */
 uint32_t rov_edit_node_put(uint32_t ses, const rov_edit_node_t* node);
 /* Removes a node with its links and all clients' private data. Links of others that lead to it stay
- * and lead nowhere, until there is such a node again. */
+ * and lead nowhere, until there is such a node again. Nodes that only it led to, such as the Action
+ * that names an interface, stay as well: who deletes the one deletes them, or a check of the policy
+ * finds nodes that nothing refers to. */
 uint32_t rov_edit_node_del(uint32_t ses, rov_node_id_t id);
 /* Stores a link of node link->owner under link->field, replacing one in that field; the owner must
  * exist, `node` (not all zero) and `node2` (all zero for none) need not. Writes the back-references
@@ -62,11 +70,15 @@ uint32_t rov_edit_link_put(uint32_t ses, const rov_link_t* link);
 /* Removes the link in that field. */
 uint32_t rov_edit_link_del(uint32_t ses, rov_node_id_t owner, uint32_t field);
 
+/* ---- Walking --------------------------------------------------------------------------------- */
+
 /* The node after `after` in identifier order (all zero = from the start); ROV_ERR_NO_ITEM past the
  * last. */
 uint32_t rov_node_next(uint32_t ses, rov_node_id_t after, rov_node_parms_t* parms);
 /* The n-th link of a node in field order, n from 0; ROV_ERR_NO_LINK past the last. */
 uint32_t rov_node_link_nth(uint32_t ses, rov_node_id_t id, uint32_t n, rov_link_t* link);
+
+/* ---- Files ----------------------------------------------------------------------------------- */
 
 /* The format of a database's files; others are refused with ROV_ERR_FORMAT. */
 enum { ROV_FORMAT = 3 };
@@ -157,10 +169,12 @@ enum { ROV_BACKUP_REPLACE = 1 /* take the place of a database that is there; of 
  * ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. On failure nothing is left behind. */
 uint32_t rov_edit_backup(uint32_t db, const char* path, uint32_t flags, rov_verify_t* report);
 
-/* Private data of any client, for tools that carry a whole database over.
- * The n-th client in ascending order, n from 0, that keeps private data on a node, and these, into
- * `room` bytes at `data`; ROV_ERR_NO_VALUE past the last; ROV_ERR_LENGTH when they do not fit, with
- * *client and *len set. ROV_ERR_NO_ITEM; ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
+/* ---- Private data of any client -------------------------------------------------------------- */
+
+/* The n-th client in ascending order, n from 0, that keeps private data on a node, and these, into
+ * `room` bytes at `data`: for tools that carry a whole database over.
+ * ROV_ERR_NO_VALUE past the last; ROV_ERR_LENGTH when they do not fit, with *client and *len set.
+ * ROV_ERR_NO_ITEM; ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
 uint32_t rov_edit_priv_nth(uint32_t ses, rov_node_id_t id, uint32_t n, uint32_t* client,
                            uint32_t room, void* data, uint32_t* len);
 /* Keeps `len` bytes at `data`, at most 1 MiB, as that client's private data on a node, in a write
@@ -169,7 +183,9 @@ uint32_t rov_edit_priv_nth(uint32_t ses, rov_node_id_t id, uint32_t n, uint32_t*
 uint32_t rov_edit_priv_put(uint32_t ses, rov_node_id_t id, uint32_t client, const void* data,
                            uint32_t len);
 
-/* Marks: what a program that fills a database notes of what it put there, such as the revision of a
+/* ---- Marks ----------------------------------------------------------------------------------- */
+
+/* What a program that fills a database notes of what it put there, such as the revision of a
  * policy, in the same commit. A mark has a name of 1 to 8 printable ASCII characters, without spaces,
  * and 1 to 4,096 bytes. It belongs to no node and to no client: dumps, publications and the messages
  * of changes leave marks out; copies of the file (snapshots, rov_edit_compact) have them. */
@@ -187,6 +203,8 @@ uint32_t rov_mark_get(uint32_t ses, const char* name, uint32_t room, void* data,
  * the start), into ROV_MARK_NAME bytes at `name`, terminated. ROV_ERR_NO_VALUE past the last;
  * ROV_ERR_HANDLE; ROV_ERR_INVALID; a status of the store. */
 uint32_t rov_mark_next(uint32_t ses, const char* after, char* name);
+
+/* ---- Helpers --------------------------------------------------------------------------------- */
 
 /* The CRC-32C of `len` bytes at `data`, continued from `crc`: 0 for the first piece, the result so
  * far for the next. */

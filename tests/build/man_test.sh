@@ -44,6 +44,18 @@ for page in man1/qimctl.1 man5/qim-policy.5 man5/qim-rfc8519.5 man7/qim-fleet.7 
   [ -s "$pages/$page" ] || complain "there is no $page"
 done
 
+# A type's page is its own; headers are included as pkg-config's flags have it; texts are named as they are
+# found once installed.
+for name in rov_link_t rov_change_t qim_filter_t rov_edit_node_t; do
+  page=$pages/man3/$name.3
+  if [ ! -f "$page" ] || [ -L "$page" ]; then complain "$name has no page of its own"; fi
+done
+if grep -l 'include <qim/' "$pages"/man3/*; then complain "these pages include what is not found"; fi
+if grep -lF '<!' "$pages"/man[1578]/*; then complain "these pages have marks of their sources"; fi
+if grep -hoE '.{0,9}\b[a-z-]+\.md\b' "$pages"/man?/* | grep -vE 'docs/|[a-z]\.mdb'; then
+  complain "that names a text which is not installed"
+fi
+
 if [ -e "$QIM_BUILD_DIR/bin/qimctl-fleet" ]; then
   for command in $(grep -oE 'add_subcommand\( *"[a-z]+"' fleet/tool/command_line.cpp | grep -oE '[a-z]+"' | tr -d '"' | sort -u | grep -vx help) push; do
     compgen -G "$pages/man1/qimctl-fleet*-$command.1" >/dev/null || complain "no page for the command fleet $command"
