@@ -26,6 +26,7 @@ static uint32_t put(uint32_t ses, qim_node_id_t id, uint32_t type, const qim_nod
   memset(&node, 0, sizeof node);
   memset(&stored, 0, sizeof stored);
   node.type = type;
+  node.group = GROUP; /* which list it is of */
   node.body = *body;
   status = qim_node_to_tlv(&node, tlv, sizeof tlv, &stored.tlv_len, NULL, 0);
   if (status != 0) return status;
