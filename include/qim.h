@@ -508,8 +508,10 @@ int qim_is_ifelse_filter_type(const qim_node_t* node);
  * Returns 0 or the allocator's status. */
 uint32_t qim_tlv_struct_alloc(uint32_t size, void** out, uint32_t* out_size);
 
-/* A node (qim_node_t) is what the database stores of a record, and qim_node_to_tlv what to hand to
- * rov_edit_node_put; the other kinds are its parts. Of a node the encoder takes group, flags, type and
+/* Convert records to TLV data and back.
+ *
+ * What the database stores is a node: qim_node_to_tlv makes of a qim_node_t what rov_edit_node_put
+ * takes; the other kinds are its parts. Of a node the encoder takes group, flags, type and
  * the member of body that the type chooses. It does not look at id, which rov_edit_node_t has, at the
  * ln_* slots, which are records of their own (rov_edit_link_put), at what is counted (links_total,
  * refs, priv_len, crit_cnt, crit_bytes, edests), nor at fields of a qim_pinst_t, which are the data-set
